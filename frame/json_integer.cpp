@@ -1,0 +1,32 @@
+#include "frame/json_integer.h"
+
+#include <cmath>
+
+namespace {
+
+constexpr double BEYOND_UINT64 = 18446744073709551616.0;
+constexpr double LEAST_INT64 = -9223372036854775808.0;
+
+JsonInteger FromSigned(int64_t value) { return {static_cast<uint64_t>(value), value < 0}; }
+
+}  // namespace
+
+std::optional<JsonInteger> ToJsonInteger(const rapidjson::Value& value) {
+  if (value.IsUint64()) {
+    return JsonInteger{value.GetUint64(), false};
+  }
+  if (value.IsInt64()) {
+    return FromSigned(value.GetInt64());
+  }
+  if (!value.IsDouble()) {
+    return std::nullopt;
+  }
+  const double whole = std::trunc(value.GetDouble());
+  if (whole >= 0 && whole < BEYOND_UINT64) {
+    return JsonInteger{static_cast<uint64_t>(whole), false};
+  }
+  if (whole < 0 && whole >= LEAST_INT64) {
+    return FromSigned(static_cast<int64_t>(whole));
+  }
+  return std::nullopt;
+}

@@ -1,0 +1,171 @@
+#include "frame/request_trace.h"
+
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "frame/extension_module_interface.h"
+#include "frame/sip_json.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+// What "ST" counts as when a command has none: pending.
+constexpr uint32_t STATUS_PENDING = 22;
+
+// Deeper structures are shown by their length: writing them out would exhaust the stack.
+constexpr int DEEPEST_SHOWN = 1000;
+
+// The header fields of a line, in the order in which all of its forms print them.
+struct Header {
+  std::string label;
+  uint32_t operation;
+  uint32_t extension;
+  uint32_t objectId;
+  uint32_t messageIdHigh;
+  uint32_t messageIdLow;
+  uint32_t status;
+  bool hasCabinet;
+  int32_t cabinet;
+};
+
+Header ReadHeader(std::string label, const SipJson& request) {
+  const uint32_t index = request.m_nCmdIndex;
+  const uint32_t messageId = request.GetCmdUInt(index, "MI", 0);
+  return {std::move(label),
+          request.GetCmdUInt(index, "OC", 0),
+          request.GetCmdUInt(index, "OE", 0),
+          request.GetCmdUInt(index, "OI", 0),
+          messageId >> 16,
+          messageId & 0xFFFF,
+          request.GetCmdUInt(index, "ST", STATUS_PENDING),
+          request.HasCmdMember(index, "CA"),
+          static_cast<int32_t>(request.GetCmdUInt(index, "CA", 0))};
+}
+
+void WriteInteger(uint32_t level, const Header& header, int32_t data) {
+  if (header.hasCabinet) {
+    DEBUG_TRACE(
+        level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X Data %d",
+        header.label.c_str(), header.operation, header.extension, header.objectId, header.cabinet,
+        header.messageIdHigh, header.messageIdLow, header.status, data);
+  } else {
+    DEBUG_TRACE(level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X Data %d",
+                header.label.c_str(), header.operation, header.extension, header.objectId,
+                header.messageIdHigh, header.messageIdLow, header.status, data);
+  }
+}
+
+void WriteStructure(uint32_t level, const Header& header, const std::string& text) {
+  if (header.hasCabinet) {
+    DEBUG_TRACE(
+        level,
+        "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X Data (JSON struct):\n%s",
+        header.label.c_str(), header.operation, header.extension, header.objectId, header.cabinet,
+        header.messageIdHigh, header.messageIdLow, header.status, text.c_str());
+  } else {
+    DEBUG_TRACE(
+        level,
+        "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X Data (JSON struct):\n%s",
+        header.label.c_str(), header.operation, header.extension, header.objectId,
+        header.messageIdHigh, header.messageIdLow, header.status, text.c_str());
+  }
+}
+
+void WriteLength(uint32_t level, const Header& header, int32_t length) {
+  if (header.hasCabinet) {
+    DEBUG_TRACE(level,
+                "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X Len %d",
+                header.label.c_str(), header.operation, header.extension, header.objectId,
+                header.cabinet, header.messageIdHigh, header.messageIdLow, header.status, length);
+  } else {
+    DEBUG_TRACE(level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X Len %d",
+                header.label.c_str(), header.operation, header.extension, header.objectId,
+                header.messageIdHigh, header.messageIdLow, header.status, length);
+  }
+}
+
+void WriteHeaderOnly(uint32_t level, const Header& header) {
+  if (header.hasCabinet) {
+    DEBUG_TRACE(level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X",
+                header.label.c_str(), header.operation, header.extension, header.objectId,
+                header.cabinet, header.messageIdHigh, header.messageIdLow, header.status);
+  } else {
+    DEBUG_TRACE(level, "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X",
+                header.label.c_str(), header.operation, header.extension, header.objectId,
+                header.messageIdHigh, header.messageIdLow, header.status);
+  }
+}
+
+bool IsDeeperThan(int levels, const SipJson::Value& value) {
+  if (levels == 0) {
+    return true;
+  }
+  if (value.IsObject()) {
+    return std::any_of(value.MemberBegin(), value.MemberEnd(), [levels](const auto& member) {
+      return IsDeeperThan(levels - 1, member.value);
+    });
+  }
+  return value.IsArray() && std::any_of(value.Begin(), value.End(), [levels](const auto& element) {
+           return IsDeeperThan(levels - 1, element);
+         });
+}
+
+// The library stops at a number that JSON cannot express; such a number is shown as null instead.
+class JsonTextWriter : public rapidjson::PrettyWriter<rapidjson::StringBuffer> {
+ public:
+  using PrettyWriter::PrettyWriter;
+
+  bool Double(double value) { return std::isfinite(value) ? PrettyWriter::Double(value) : Null(); }
+};
+
+std::string BuildJsonText(const SipJson::Value& data) noexcept {
+  rapidjson::StringBuffer buffer;
+  JsonTextWriter writer(buffer);
+  writer.SetIndent(' ', 4);
+  data.Accept(writer);
+  return {buffer.GetString(), buffer.GetSize()};
+}
+
+int32_t BuildByteLength(const SipJson& request) noexcept {
+  std::vector<uint8_t> bytes;
+  request.GetByteData(request.m_nCmdIndex, bytes);
+  return static_cast<int32_t>(bytes.size());
+}
+
+// The data as an integer; 0 for a number outside 32 bits.
+int32_t ReadInteger(const SipJson& request) {
+  uint32_t value = 0;
+  request.GetIntegerData(request.m_nCmdIndex, value);
+  return static_cast<int32_t>(value);
+}
+
+}  // namespace
+
+void TraceRecord(CIExtensionModule& module, const char* tag, const SipJson& request,
+                 uint32_t level) {
+  if (!g_oDebugClient.IsEnabled()) {
+    return;
+  }
+  const Header header = ReadHeader(std::string(module.GetModuleName()) + tag, request);
+  // A structure comes first: an empty one has no length, yet is printed.
+  if (request.IsJsonStructure()) {
+    const SipJson::Value& data = *request.FindCmdMember(request.m_nCmdIndex, "DA");
+    if (IsDeeperThan(DEEPEST_SHOWN, data)) {
+      WriteLength(level, header, 0);
+    } else {
+      WriteStructure(level, header, BuildJsonText(data));
+    }
+  } else if (request.GetDataLength(request.m_nCmdIndex) == 0) {
+    WriteHeaderOnly(level, header);
+  } else if (request.GetDataType(request.m_nCmdIndex) == rapidjson::kNumberType) {
+    WriteInteger(level, header, ReadInteger(request));
+  } else {
+    WriteLength(level, header, BuildByteLength(request));
+  }
+}

@@ -1,0 +1,151 @@
+#include "frame/sip_json.h"
+
+#include <algorithm>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "frame/json_copy.h"
+#include "frame/json_integer.h"
+
+namespace {
+
+// Writers do not grow the command array beyond this index, whatever a hostile request asks for.
+constexpr uint32_t LAST_WRITABLE_INDEX = 65'535;
+
+// Bytes of the first chunk of a copied record: room for a usual one and its answer.
+constexpr size_t LEAST_CHUNK_SIZE = 1024;
+
+const SipJson::Value* FindMember(const SipJson::Value& object, const char* key) {
+  if (!object.IsObject()) {
+    return nullptr;
+  }
+  const auto member = object.FindMember(key);
+  return member != object.MemberEnd() ? &member->value : nullptr;
+}
+
+// The array of commands, or null.
+const SipJson::Value* FindCommands(const SipJson::Value& root) {
+  const SipJson::Value* sip = FindMember(root, "SIP");
+  const SipJson::Value* commands = sip != nullptr ? FindMember(*sip, "CMD") : nullptr;
+  return commands != nullptr && commands->IsArray() ? commands : nullptr;
+}
+
+// The value of a hexadecimal digit, or 16.
+uint32_t DigitValue(char digit) {
+  if (digit >= '0' && digit <= '9') {
+    return static_cast<uint32_t>(digit - '0');
+  }
+  if (digit >= 'a' && digit <= 'f') {
+    return static_cast<uint32_t>(digit - 'a') + 10;
+  }
+  if (digit >= 'A' && digit <= 'F') {
+    return static_cast<uint32_t>(digit - 'A') + 10;
+  }
+  return 16;
+}
+
+uint32_t ParseDigits(std::string_view text, uint32_t base) {
+  uint32_t value = 0;
+  for (const char digit : text) {
+    if (DigitValue(digit) >= base) {
+      break;
+    }
+    value = value * base + DigitValue(digit);
+  }
+  return value;
+}
+
+uint32_t ParseNumber(std::string_view text) {
+  if (text.size() > 2 && (text.starts_with("0x") || text.starts_with("0X"))) {
+    return ParseDigits(text.substr(2), 16);
+  }
+  if (text.size() >= 2 && text.starts_with('0')) {
+    return ParseDigits(text.substr(1), 8);
+  }
+  return ParseDigits(text, 10);
+}
+
+// An allocator that has `size` bytes at hand. Throws std::bad_alloc.
+std::unique_ptr<SipJson::Allocator> MakeAllocator(size_t size) {
+  const size_t probe = RAPIDJSON_ALIGN(1);
+  auto allocator = std::make_unique<SipJson::Allocator>(std::max(size + probe, LEAST_CHUNK_SIZE));
+  if (allocator->Malloc(probe) == nullptr) {
+    throw std::bad_alloc();
+  }
+  return allocator;
+}
+
+}  // namespace
+
+SipJson::SipJson(std::unique_ptr<Allocator> allocator)
+    : m_oDocument(allocator.get()), m_bOwnsAllocator(true) {
+  allocator.release();  // deleted by the destructor
+}
+
+SipJson::SipJson(const SipJson& other)
+    : SipJson(MakeAllocator(MeasureJsonCopy(other.m_oDocument))) {
+  CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator());
+  m_nCmdIndex = other.m_nCmdIndex;
+}
+
+SipJson& SipJson::operator=(const SipJson& other) {
+  SipJson copy(other);
+  m_oDocument.Swap(copy.m_oDocument);
+  std::swap(m_nCmdIndex, copy.m_nCmdIndex);
+  std::swap(m_bOwnsAllocator, copy.m_bOwnsAllocator);
+  return *this;
+}
+
+SipJson::~SipJson() {
+  if (m_bOwnsAllocator) {
+    delete &m_oDocument.GetAllocator();
+  }
+}
+
+const SipJson::Value* SipJson::FindCommand(uint32_t index) const {
+  const Value* commands = FindCommands(m_oDocument);
+  if (commands == nullptr || index >= commands->Size() || !(*commands)[index].IsObject()) {
+    return nullptr;
+  }
+  return &(*commands)[index];
+}
+
+const SipJson::Value* SipJson::FindCmdMember(uint32_t index, const char* key) const {
+  const Value* command = FindCommand(index);
+  return command != nullptr ? FindMember(*command, key) : nullptr;
+}
+
+bool SipJson::HasCmdMember(uint32_t index, const char* key) const {
+  return FindCmdMember(index, key) != nullptr;
+}
+
+uint32_t SipJson::GetCmdUInt(uint32_t index, const char* key, uint32_t defaultValue) const {
+  const Value* member = FindCmdMember(index, key);
+  if (member != nullptr && member->IsString()) {
+    return ParseNumber({member->GetString(), member->GetStringLength()});
+  }
+  const auto integer = member != nullptr ? ToJsonInteger(*member) : std::nullopt;
+  return integer ? static_cast<uint32_t>(integer->bits) : defaultValue;
+}
+
+void SipJson::SetCmdUInt(const char* key, uint32_t value) {
+  auto* commands = const_cast<Value*>(FindCommands(m_oDocument));  // the document is ours to change
+  if (commands == nullptr || m_nCmdIndex > LAST_WRITABLE_INDEX) {
+    return;
+  }
+  Allocator& allocator = m_oDocument.GetAllocator();
+  while (commands->Size() <= m_nCmdIndex) {
+    commands->PushBack(Value(rapidjson::kObjectType), allocator);
+  }
+  Value& command = (*commands)[m_nCmdIndex];
+  if (!command.IsObject()) {
+    return;
+  }
+  if (auto* member = const_cast<Value*>(FindMember(command, key))) {
+    member->SetUint(value);
+  } else {
+    command.AddMember(Value(key, allocator), Value(value), allocator);
+  }
+}

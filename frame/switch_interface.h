@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+
+class CIExtensionModule;
+class SipJson;
+
+// What a module sees of the host's message switch. Operations are called by their position in the
+// virtual table, given beside them; the placeholders keep the positions that modules do not use.
+// The host owns the object; modules never delete it. Requests are lent for the call.
+class CISwitch {
+ public:
+  virtual void Placeholder0() = 0;
+  virtual void Placeholder1() = 0;
+  virtual void Placeholder2() = 0;
+  virtual void Placeholder3() = 0;
+  virtual void Placeholder4() = 0;
+  virtual void Placeholder5() = 0;
+  virtual void Placeholder6() = 0;
+  virtual void Placeholder7() = 0;
+  virtual void Placeholder8() = 0;
+  virtual void Placeholder9() = 0;
+
+  // 10. Sends a module's request to another module and returns when it has been answered in place.
+  virtual uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) = 0;
+
+  // 11, 12. Meaning settled by the host.
+  virtual uintptr_t ForwardFlag(CIExtensionModule* module, bool flag) = 0;
+  virtual uintptr_t Forward(CIExtensionModule* module) = 0;
+
+  virtual void Placeholder13() = 0;
+  virtual void Placeholder14() = 0;
+  virtual void Placeholder15() = 0;
+  virtual void Placeholder16() = 0;
+  virtual void Placeholder17() = 0;
+  virtual void Placeholder18() = 0;
+  virtual void Placeholder19() = 0;
+  virtual void Placeholder20() = 0;
+  virtual void Placeholder21() = 0;
+  virtual void Placeholder22() = 0;
+  virtual void Placeholder23() = 0;
+  virtual void Placeholder24() = 0;
+  virtual void Placeholder25() = 0;
+
+  // 26. Takes a finished request back, the final answer to one that was answered "pending" before.
+  // The halves are the high and the low 16 bits of its message id.
+  virtual uintptr_t ReturnRequest(CIExtensionModule* module, SipJson* request,
+                                  uint32_t messageIdHigh, uint32_t messageIdLow) = 0;
+
+  // 27. The kind of host agent, one of the AGENT_TYPE_ values or any other.
+  virtual uint32_t GetAgentType() = 0;
+
+ protected:
+  ~CISwitch() = default;
+};
+
+// The agentless service.
+constexpr uint32_t AGENT_TYPE_AGENTLESS = 5;

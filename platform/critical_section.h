@@ -1,0 +1,48 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+// A re-entrant lock: the thread that holds it may acquire it again and frees it with the last
+// release.
+//
+// When its mutex could not be initialised, the object deliberately protects nothing and reports no
+// error. A release by a thread that does not hold the lock is ignored, which callers with
+// unbalanced releases depend on.
+//
+// Thread safety: Acquire() and Release() may be called from any thread.
+class CCriticalSection {
+ public:
+  CCriticalSection() noexcept;
+  // Frees the lock when the calling thread still holds it.
+  ~CCriticalSection();
+  CCriticalSection(const CCriticalSection&) = delete;
+  CCriticalSection& operator=(const CCriticalSection&) = delete;
+
+  void Acquire() noexcept;
+  void Release() noexcept;
+
+ private:
+  bool IsOwnedByCaller() const noexcept;
+
+  pthread_mutex_t m_oMutex = {};
+  std::atomic<pthread_t> m_nOwner = 0;  // 0: free
+  int32_t m_nDepth = 0;                 // touched by the owner only
+  bool m_bReady = false;                // the mutex was initialised
+};
+
+// Holds a critical section for the life of the object.
+class CCriticalSectionGuard {
+ public:
+  explicit CCriticalSectionGuard(CCriticalSection& section) noexcept : m_oSection(section) {
+    m_oSection.Acquire();
+  }
+  ~CCriticalSectionGuard() { m_oSection.Release(); }
+  CCriticalSectionGuard(const CCriticalSectionGuard&) = delete;
+  CCriticalSectionGuard& operator=(const CCriticalSectionGuard&) = delete;
+
+ private:
+  CCriticalSection& m_oSection;
+};

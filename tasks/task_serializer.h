@@ -1,0 +1,243 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/critical_section.h"
+#include "platform/event.h"
+#include "platform/thread.h"
+#include "tasks/byte_ring.h"
+#include "trace/debug_client.h"
+
+// Runs queued jobs one at a time on one worker thread. A job is a copy of a message of type T,
+// queued at a level; levels are served from the highest to the lowest, the tasks of a level in the
+// order queued. A deriving class says what to do with a message in OnTaskExecution().
+//
+//   constructed       levels enabled, no worker: tasks are kept until the start
+//   started           StartSerialization(): the worker runs the tasks
+//   terminated        TerminateSerialization(): levels disabled, queues empty, worker joined
+//
+// A terminated serializer refuses every task for good, also after a second start: nothing enables
+// its levels again (deliberate; the module never restarts a stopped serializer).
+//
+// The worker uses the deriving class, so its destructor must call TerminateSerialization().
+//
+// Thread safety: InsertTask() may be called from any thread, the other operations from one thread
+// at a time. No lock is held while a task runs.
+template <typename T>
+class CTaskSerializer {
+ public:
+  // Terminates, and frees the tasks that never ran.
+  virtual ~CTaskSerializer();
+
+  CTaskSerializer(const CTaskSerializer&) = delete;
+  CTaskSerializer& operator=(const CTaskSerializer&) = delete;
+
+  // Starts the worker unless it is alive, and gives it 100 ms to reach its wait.
+  void StartSerialization();
+
+  // Queues a copy of `message`; the worker sets `externalEvent` (may be null; not owned, must live
+  // until then) when the task has run. Returns 1 when queued; 0 when the level does not exist, is
+  // disabled or holds 19 tasks already. Throws what the copy throws, and then nothing is queued.
+  uint32_t InsertTask(const T& message, int32_t level, CEvent* externalEvent);
+
+  // Disables all levels, drops the tasks that have not begun, and joins the worker when the running
+  // one has ended, without limit. Without a living worker it does nothing, and the levels stay
+  // enabled.
+  void TerminateSerialization();
+
+ protected:
+  // `levelCount` queues, numbered from 0.
+  explicit CTaskSerializer(int32_t levelCount);
+
+  // Runs one task, on the worker thread; it may change the message. What it throws is traced.
+  virtual void OnTaskExecution(T& message, int32_t level) = 0;
+
+  // A level's queue has become empty after a task; on the worker thread, under the lock.
+  virtual void OnQueueEmpty(int32_t /*level*/) {}
+
+  // A task was refused because its level is full; on the queuing thread, under the lock.
+  virtual void OnQueueFull(const T& /*message*/, int32_t /*level*/) {}
+
+  // The first and the last call on the worker thread.
+  virtual void OnThreadStart() {}
+  virtual void OnThreadExit() {}
+
+ private:
+  struct TaskRecord {
+    CEvent* externalEvent;
+    T message;
+    std::unique_ptr<TaskRecord> nextDropped;
+  };
+
+  struct Level {
+    CByteRing queue;
+    std::atomic<bool> enabled = false;  // tasks are accepted
+    std::atomic<bool> active = true;    // the worker looks at the level
+  };
+
+  // What the worker found in the queues.
+  struct Task {
+    std::unique_ptr<TaskRecord> record;  // null: every queue is empty
+    int32_t level = 0;
+  };
+
+  // Scheduling priority of the worker, under round robin.
+  static constexpr int32_t WORKER_PRIORITY = 83;
+  static constexpr useconds_t SETTLE_TIME = 100'000;  // microseconds
+  static constexpr int32_t TERMINATION_TIME = 2000;   // milliseconds
+
+  bool Accepts(int32_t level) const;
+  Level& GetLevel(int32_t level) { return m_oLevels[static_cast<size_t>(level)]; }
+  void EnableAllLevels(bool enabled);
+  bool HoldsTask() const;
+  void DropAllTasks();
+
+  // The worker; see task_handler.h.
+  static void* TaskHandler(void* serializer);
+  void RunWorker();
+  Task TakeTask();
+  void Execute(Task task);
+  void ReportEmptyQueue(int32_t level);
+  static void SignalExternalEvent(CEvent* event);
+
+  std::vector<Level> m_oLevels;
+  CCriticalSection m_oLock;  // guards the queues and the calls of OnQueueEmpty() and OnQueueFull()
+  CEvent m_oWakeUp;          // changed under the lock only, so that no wake-up is lost
+  CThread m_oWorker;
+  const uint32_t m_nStackSize = 0;
+  const int32_t m_nLevelCount;
+  std::atomic<bool> m_bTerminate = false;  // asks the worker to leave its loop
+
+  // Tasks dropped by TerminateSerialization(). Deliberately not freed before the destructor,
+  // because the worker may be inside one of them.
+  std::unique_ptr<TaskRecord> m_pDropped;
+};
+
+template <typename T>
+CTaskSerializer<T>::CTaskSerializer(int32_t levelCount)
+    : m_oLevels(static_cast<size_t>(levelCount)),
+      m_oWakeUp(false, true),
+      m_oWorker(true),
+      m_nLevelCount(levelCount) {
+  DEBUG_TRACE(4, "\nCTaskSerializer     : Enable all Tasks");
+  EnableAllLevels(true);
+}
+
+template <typename T>
+CTaskSerializer<T>::~CTaskSerializer() {
+  const CTraceShield shield;
+  TerminateSerialization();
+  {
+    const CCriticalSectionGuard guard(m_oLock);
+    DropAllTasks();
+    m_pDropped.reset();
+    m_oLevels.clear();
+  }
+  DEBUG_TRACE(4, "\n\nCTaskSerializer     : Class destroyed!");
+  if (m_oWorker.KillAliveThread) {
+    m_oWorker.Kill();
+  }
+}
+
+template <typename T>
+void CTaskSerializer<T>::StartSerialization() {
+  DEBUG_TRACE(4, "\nCTaskSerializer     : StartSerialization!");
+  if (m_oWorker.IsAlive()) {
+    return;
+  }
+  {
+    const CCriticalSectionGuard guard(m_oLock);
+    m_oWakeUp.Reset();
+    if (HoldsTask()) {
+      m_oWakeUp.Set();
+    }
+  }
+  m_bTerminate = false;
+  m_oWorker.SetThreadName(g_oDebugClient.GetModuleName(), "_TaskHandler");
+  m_oWorker.Start(&CTaskSerializer::TaskHandler, this, WORKER_PRIORITY, false, m_nStackSize, 0,
+                  true);
+  usleep(SETTLE_TIME);
+}
+
+template <typename T>
+uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent* externalEvent) {
+  DEBUG_TRACE(4, "\nCTaskSerializer     : Task at level %d raised", level);
+  if (!Accepts(level)) {
+    DEBUG_TRACE(4, "\nCTaskSerializer     : Manager locked for Tasks at level %d. Task ignored!",
+                level);
+    return 0;
+  }
+  std::unique_ptr<TaskRecord> record(new TaskRecord{externalEvent, message, nullptr});
+  const CCriticalSectionGuard guard(m_oLock);
+  CByteRing& queue = GetLevel(level).queue;
+  if (!queue.HasRoomForAddress()) {
+    DEBUG_TRACE(1, "\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full", level);
+    OnQueueFull(message, level);
+    return 0;
+  }
+  queue.WriteAddress(record.release());
+  const CTraceShield shield;  // the task is queued: the caller must not see a failure any more
+  DEBUG_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!", level);
+  m_oWakeUp.Set();
+  return 1;
+}
+
+template <typename T>
+void CTaskSerializer<T>::TerminateSerialization() {
+  DEBUG_TRACE(4, "\nCTaskSerializer     : TerminateSerialization!");
+  if (m_oWorker.IsAlive()) {
+    DEBUG_TRACE(4, "\nCTaskSerializer     : Disable all Tasks");
+    EnableAllLevels(false);
+    {
+      const CCriticalSectionGuard guard(m_oLock);
+      DropAllTasks();
+      DEBUG_TRACE(4, "\nCTaskSerializer     : All pending tasks removed from queues!");
+    }
+    m_bTerminate = true;
+    m_oWakeUp.Set();
+    usleep(SETTLE_TIME);
+    m_oWorker.WaitForTermination(TERMINATION_TIME);
+    m_oWorker.Kill();
+  }
+  DEBUG_TRACE(5, "\nCTaskSerializer     :   terminated");
+}
+
+template <typename T>
+bool CTaskSerializer<T>::Accepts(int32_t level) const {
+  return level >= 0 && level < m_nLevelCount && m_oLevels[static_cast<size_t>(level)].enabled;
+}
+
+template <typename T>
+void CTaskSerializer<T>::EnableAllLevels(bool enabled) {
+  for (Level& level : m_oLevels) {
+    level.enabled = enabled;
+  }
+}
+
+template <typename T>
+bool CTaskSerializer<T>::HoldsTask() const {
+  return std::any_of(m_oLevels.begin(), m_oLevels.end(),
+                     [](const Level& level) { return level.queue.HoldsAddress(); });
+}
+
+// Takes every queued task out of its queue and keeps it in m_pDropped.
+template <typename T>
+void CTaskSerializer<T>::DropAllTasks() {
+  for (Level& level : m_oLevels) {
+    while (level.queue.HoldsAddress()) {
+      std::unique_ptr<TaskRecord> record(static_cast<TaskRecord*>(level.queue.ReadAddress()));
+      record->nextDropped = std::move(m_pDropped);
+      m_pDropped = std::move(record);
+    }
+    level.queue.Clear();
+  }
+}
+
+#include "tasks/task_handler.h"

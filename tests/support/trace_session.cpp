@@ -1,0 +1,172 @@
+#include "tests/support/trace_session.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "trace/debug_client.h"
+#include "trace/trace_sink.h"
+
+namespace {
+
+constexpr std::chrono::seconds LIMIT(10);
+
+std::string Format(const char* format, va_list arguments) {
+  va_list copy;
+  va_copy(copy, arguments);
+  const int length = vsnprintf(nullptr, 0, format, copy);
+  va_end(copy);
+  std::string text(static_cast<size_t>(std::max(length, 0)) + 1, '\0');
+  vsnprintf(text.data(), text.size(), format, arguments);
+  text.pop_back();
+  return text;
+}
+
+}  // namespace
+
+class CollectingSink final : public ITraceSink {
+ public:
+  void Placeholder0() override {}
+  void Placeholder1() override {}
+  bool IsValid() override { return true; }
+  void Placeholder3() override {}
+  void Placeholder4() override {}
+  void Placeholder5() override {}
+  void Placeholder6() override {}
+
+  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+    Output(format, arguments, moduleName);
+  }
+
+  void Output(const char* format, va_list arguments, const char* moduleName) override {
+    std::function<void()> action;
+    {
+      const std::lock_guard guard(m_lock);
+      if (const auto entry = m_actions.find(format); entry != m_actions.end()) {
+        action = entry->second;
+      }
+    }
+    if (action) {
+      action();
+    }
+    TraceLine line = {format, Format(format, arguments), moduleName};
+    const std::lock_guard guard(m_lock);
+    m_lines.push_back(std::move(line));
+    m_changed.notify_all();
+  }
+
+  std::vector<TraceLine> Lines() {
+    const std::lock_guard guard(m_lock);
+    return m_lines;
+  }
+
+  void Clear() {
+    const std::lock_guard guard(m_lock);
+    m_lines.clear();
+  }
+
+  void SetAction(const std::string& format, std::function<void()> action) {
+    const std::lock_guard guard(m_lock);
+    m_actions[format] = std::move(action);
+  }
+
+  void ClearActions() {
+    const std::lock_guard guard(m_lock);
+    m_actions.clear();
+  }
+
+  bool WaitFor(const std::string& format, int count) {
+    std::unique_lock lock(m_lock);
+    return m_changed.wait_for(lock, LIMIT, [&] {
+      return std::count_if(m_lines.begin(), m_lines.end(),
+                           [&](const TraceLine& line) { return line.format == format; }) >= count;
+    });
+  }
+
+ private:
+  std::mutex m_lock;
+  std::condition_variable m_changed;
+  std::vector<TraceLine> m_lines;
+  std::map<std::string, std::function<void()>> m_actions;
+};
+
+// The object that the trace client looks up by this name.
+CollectingSink Debug;
+
+TraceSession::TraceSession(uint32_t level, const char* moduleName) {
+  Debug.Clear();
+  setenv("CV_LOG_DEBUG_LEVEL", std::to_string(level).c_str(), 1);
+  g_oDebugClient.Load(moduleName);
+}
+
+TraceSession::~TraceSession() {
+  setenv("CV_LOG_DEBUG_LEVEL", "0", 1);
+  g_oDebugClient.Load(g_oDebugClient.GetModuleName());
+  Debug.ClearActions();
+}
+
+std::vector<TraceLine> TraceSession::Lines() const { return Debug.Lines(); }
+
+std::vector<std::string> TraceSession::Texts() const {
+  std::vector<std::string> texts;
+  for (const TraceLine& line : Lines()) {
+    texts.push_back(line.text);
+  }
+  return texts;
+}
+
+std::vector<std::string> TraceSession::Formats() const {
+  std::vector<std::string> formats;
+  for (const TraceLine& line : Lines()) {
+    formats.push_back(line.format);
+  }
+  return formats;
+}
+
+void TraceSession::Clear() { Debug.Clear(); }
+
+int TraceSession::Count(const std::string& format) const {
+  const std::vector<std::string> formats = Formats();
+  return static_cast<int>(std::count(formats.begin(), formats.end(), format));
+}
+
+bool TraceSession::WaitFor(const std::string& format, int count) const {
+  return Debug.WaitFor(format, count);
+}
+
+void TraceSession::ThrowAt(const std::string& format) {
+  CallAt(format, [] { throw std::runtime_error("sink"); });
+}
+
+void TraceSession::CallAt(const std::string& format, std::function<void()> action) {
+  Debug.SetAction(format, std::move(action));
+}
+
+uint32_t LevelOf(const std::string& format, const std::function<void()>& action) {
+  for (uint32_t level = 1; level <= 5; ++level) {
+    const TraceSession session(level);
+    action();
+    if (session.Count(format) > 0) {
+      return level;
+    }
+  }
+  return 0;
+}
+
+bool WaitUntil(const std::function<bool()>& condition) {
+  const auto limit = std::chrono::steady_clock::now() + LIMIT;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > limit) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+// One line as the host's sink received it.
+struct TraceLine {
+  std::string format;
+  std::string text;  // formatted
+  std::string moduleName;
+};
+
+// Switches tracing on at a level for the life of the object and collects the lines of all threads.
+// The test program exports the sink object "Debug" through this header's source file. One at a
+// time.
+class TraceSession {
+ public:
+  explicit TraceSession(uint32_t level, const char* moduleName = "EM_TALVOR");
+  ~TraceSession();
+  TraceSession(const TraceSession&) = delete;
+  TraceSession& operator=(const TraceSession&) = delete;
+
+  std::vector<TraceLine> Lines() const;
+  std::vector<std::string> Texts() const;
+  std::vector<std::string> Formats() const;
+  void Clear();
+
+  // The number of lines with that format.
+  int Count(const std::string& format) const;
+
+  // Waits until `count` lines with that format have come. False after ten seconds.
+  bool WaitFor(const std::string& format, int count = 1) const;
+
+  // Makes the sink throw std::runtime_error instead of taking a line with that format.
+  void ThrowAt(const std::string& format);
+  // Calls `action` on the tracing thread before a line with that format is taken.
+  void CallAt(const std::string& format, std::function<void()> action);
+};
+
+// The lowest level, 1 to 5, at which `action` writes a line with that format; 0 when it never does.
+// Runs the action once for each level that it needs. Not inside a TraceSession.
+uint32_t LevelOf(const std::string& format, const std::function<void()>& action);
+
+// Waits until `condition` holds. False after ten seconds.
+bool WaitUntil(const std::function<bool()>& condition);

@@ -1,0 +1,208 @@
+#include "trace/debug_trace_config.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <filesystem>
+#include <forward_list>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "trace/config_section.h"
+#include "trace/regular_file.h"
+
+namespace {
+
+constexpr char CONFIG_DIRECTORY[] = "/etc/orvane/CorvistaSuite/TraceConfig";
+constexpr char GLOBAL_FILE[] = "/etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini";
+constexpr char GLOBAL_SECTION[] = "GlobalDebugSettings";
+
+// Marks a setting that no file and no environment variable has given.
+constexpr uint32_t UNSET = static_cast<uint32_t>(-1);
+
+// The configuration files in alphabetical order; empty when the directory cannot be read.
+std::vector<std::string> ListConfigFiles() {
+  std::vector<std::string> paths;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(CONFIG_DIRECTORY, error), end;
+       !error && entry != end; entry.increment(error)) {
+    if (entry->path().filename().string().find(".ini") != std::string::npos) {
+      paths.push_back(entry->path().string());
+    }
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+std::optional<uint32_t> ReadEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr) {
+    return std::nullopt;
+  }
+  return static_cast<uint32_t>(std::strtoull(value, nullptr, 10));
+}
+
+}  // namespace
+
+struct CDebugTraceConfig::Sources {
+  struct File {
+    std::string path;
+    FileStamp stamp;
+
+    // True, and the new stamp is kept, when the file exists and is newer than the stamp.
+    bool TakeIfNewer() {
+      FileStamp current;
+      if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime) {
+        return false;
+      }
+      stamp = current;
+      return true;
+    }
+  };
+
+  // Every name ever loaded: another thread may be handing an earlier one to the sink.
+  std::forward_list<std::string> moduleNames;
+  File globalFile;
+  File moduleFile;
+};
+
+const char* CDebugTraceConfig::GetModuleName() const {
+  const char* name = m_pModuleName.load(std::memory_order_acquire);
+  return name != nullptr ? name : "";
+}
+
+bool CDebugTraceConfig::Load(const char* moduleName) {
+  const std::lock_guard guard(m_oSourcesLock);
+  SetModuleName(moduleName != nullptr ? moduleName : "");
+  const std::vector<std::string> paths = ListConfigFiles();
+  LoadInterval(!paths.empty());
+  LoadLevel(paths);
+  m_bEnabled = m_nDebugLevel != 0;
+  return true;
+}
+
+void CDebugTraceConfig::Release() {
+  const std::lock_guard guard(m_oSourcesLock);
+  m_pModuleName = nullptr;
+  m_nDynamicUpdate = 0;
+  delete m_pSources;
+  m_pSources = nullptr;
+}
+
+CDebugTraceConfig::Sources& CDebugTraceConfig::GetSources() {
+  if (m_pSources == nullptr) {
+    m_pSources = std::make_unique<Sources>().release();
+  }
+  return *m_pSources;
+}
+
+void CDebugTraceConfig::SetModuleName(const char* moduleName) {
+  if (std::string_view(GetModuleName()) != moduleName) {
+    std::forward_list<std::string>& names = GetSources().moduleNames;
+    names.emplace_front(moduleName);
+    m_pModuleName.store(names.front().c_str(), std::memory_order_release);
+  }
+}
+
+void CDebugTraceConfig::LoadInterval(bool filesExist) {
+  uint32_t interval = m_nDynamicUpdate;
+  if (filesExist) {
+    interval = UNSET;
+    Sources::File& file = GetSources().globalFile;
+    file = {GLOBAL_FILE, {}};
+    StatRegularFile(file.path, file.stamp);
+    std::string text;
+    if (ReadRegularFile(file.path, text)) {
+      if (const auto section = CConfigSection::Find(text, GLOBAL_SECTION)) {
+        interval = section->ReadNumber("DynamicUpdate", UNSET);
+      }
+    }
+  }
+  interval = ReadEnvironment("CV_LOG_DYNAMIC_UPDATE").value_or(interval);
+  m_nDynamicUpdate = interval == UNSET ? 0 : interval;
+}
+
+void CDebugTraceConfig::LoadLevel(const std::vector<std::string>& paths) {
+  uint32_t level = m_nDebugLevel;
+  if (!paths.empty()) {
+    level = LoadModuleSection(paths);
+  }
+  if (const auto environment = ReadEnvironment("CV_LOG_DEBUG_LEVEL")) {
+    m_nDebugLevel = *environment;
+  } else {
+    m_nDebugLevel = level == UNSET ? 0 : level;
+  }
+}
+
+// Takes the settings of the first file that holds the module's section. Returns the level, or
+// UNSET.
+uint32_t CDebugTraceConfig::LoadModuleSection(const std::vector<std::string>& paths) {
+  Sources::File& file = GetSources().moduleFile;
+  file = {};
+  m_nTraceFlags = 0;
+  for (const std::string& path : paths) {
+    Sources::File candidate = {path, {}};
+    StatRegularFile(candidate.path, candidate.stamp);
+    std::string text;
+    if (!ReadRegularFile(path, text)) {
+      continue;
+    }
+    if (const auto section = CConfigSection::Find(text, GetModuleName())) {
+      file = candidate;
+      m_nTraceFlags = section->ReadNumber("TraceFlags", 0);
+      return section->ReadNumber("FileDebugLevel", UNSET);
+    }
+  }
+  return UNSET;
+}
+
+void CDebugTraceConfig::UpdateWhenDue() {
+  const int64_t interval = m_nDynamicUpdate.load(std::memory_order_relaxed);
+  if (interval == 0) {
+    return;
+  }
+  const int64_t now = std::time(nullptr);
+  int64_t last = m_nLastCheck.load(std::memory_order_relaxed);
+  if (now >= last && now - last < interval) {
+    return;
+  }
+  if (!m_nLastCheck.compare_exchange_strong(last, now)) {
+    return;  // another thread makes this check
+  }
+  try {
+    const std::lock_guard guard(m_oSourcesLock);
+    if (m_pSources != nullptr) {
+      UpdateFromGlobalFile();
+      UpdateFromModuleFile();
+    }
+  } catch (const std::exception&) {
+    // Out of memory: the settings stay as they are until the next check.
+  }
+}
+
+void CDebugTraceConfig::UpdateFromGlobalFile() {
+  Sources::File& file = m_pSources->globalFile;
+  std::string text;
+  if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
+    return;
+  }
+  if (const auto section = CConfigSection::Find(text, GLOBAL_SECTION)) {
+    const uint32_t interval = section->ReadNumber("DynamicUpdate", m_nDynamicUpdate);
+    m_nDynamicUpdate = interval == UNSET ? 0 : interval;
+  }
+}
+
+void CDebugTraceConfig::UpdateFromModuleFile() {
+  Sources::File& file = m_pSources->moduleFile;
+  std::string text;
+  if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
+    return;
+  }
+  if (const auto section = CConfigSection::Find(text, GetModuleName())) {
+    m_nDebugLevel = section->ReadNumber("FileDebugLevel", m_nDebugLevel);
+    m_nTraceFlags = section->ReadNumber("TraceFlags", m_nTraceFlags);
+    m_nMemoryTracesFlag = section->ReadNumber("MemoryTracesFlag", m_nMemoryTracesFlag);
+  }
+}

@@ -1,0 +1,71 @@
+#include "trace/regular_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+namespace {
+
+constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : m_nDescriptor(descriptor) {}
+  ~Descriptor() {
+    if (m_nDescriptor >= 0) {
+      close(m_nDescriptor);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int Get() const { return m_nDescriptor; }
+
+ private:
+  const int m_nDescriptor;
+};
+
+bool IsRegularFile(int descriptor) {
+  struct stat status = {};
+  return descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+bool StatRegularFile(const std::string& path, FileStamp& stamp) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return false;
+  }
+  stamp.size = static_cast<uint64_t>(status.st_size);
+  stamp.modificationTime = status.st_mtim.tv_sec * NANOSECONDS_PER_SECOND + status.st_mtim.tv_nsec;
+  return true;
+}
+
+bool ReadRegularFile(const std::string& path, std::string& text) {
+  // Without O_NONBLOCK the open of a pipe would wait for a writer.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!IsRegularFile(file.Get())) {
+    return false;
+  }
+  std::string content;
+  std::array<char, 4096> block;
+  for (;;) {
+    const ssize_t length = read(file.Get(), block.data(), block.size());
+    if (length < 0 && errno == EINTR) {
+      continue;
+    }
+    if (length < 0) {
+      return false;
+    }
+    if (length == 0) {
+      break;
+    }
+    content.append(block.data(), static_cast<size_t>(length));
+  }
+  text = std::move(content);
+  return true;
+}

@@ -1,0 +1,15 @@
+#include "trace/trace_shield.h"
+
+#include <pthread.h>
+
+thread_local int32_t CTraceShield::s_nDepth = 0;
+
+CTraceShield::CTraceShield() noexcept {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nCancelState);
+  ++s_nDepth;
+}
+
+CTraceShield::~CTraceShield() {
+  --s_nDepth;
+  pthread_setcancelstate(m_nCancelState, nullptr);
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+// While a shield lives, nothing that the host's trace sink does unwinds the calling thread: an
+// exception of the sink ends inside the trace call, and thread cancellation is held back until the
+// shield is gone. It stands where no caller could take an exception: in destructors, in catch
+// handlers, around the worker's own lines and in operations that the host calls. Shields nest.
+class CTraceShield {
+ public:
+  CTraceShield() noexcept;
+  ~CTraceShield();
+  CTraceShield(const CTraceShield&) = delete;
+  CTraceShield& operator=(const CTraceShield&) = delete;
+
+  // True while a shield lives on the calling thread.
+  static bool IsUp() noexcept { return s_nDepth > 0; }
+
+ private:
+  static thread_local int32_t s_nDepth;
+
+  int m_nCancelState = 0;  // the thread's state before this shield
+};
