@@ -1,6 +1,7 @@
 #include "trace/regular_file.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +17,11 @@ class Descriptor {
   explicit Descriptor(int descriptor) : m_nDescriptor(descriptor) {}
   ~Descriptor() {
     if (m_nDescriptor >= 0) {
+      // close() is a cancellation point, and a destructor that unwinds ends the process.
+      int state = 0;
+      pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
       close(m_nDescriptor);
+      pthread_setcancelstate(state, nullptr);
     }
   }
   Descriptor(const Descriptor&) = delete;

@@ -1,0 +1,248 @@
+#include "trace/regular_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// What happens instead of the next call of the product, or before it.
+thread_local std::function<ssize_t(int)> t_onRead;
+thread_local std::function<void()> t_onClose;
+thread_local bool t_failFstat = false;
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
+extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
+extern "C" int __real_close(int descriptor);
+extern "C" int __real_fstat(int descriptor, struct stat* status);
+
+extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+  if (t_onRead) {
+    if (const ssize_t result = t_onRead(descriptor); result < 0) {
+      return result;
+    }
+  }
+  return __real_read(descriptor, buffer, size);
+}
+
+extern "C" int __wrap_close(int descriptor) {
+  if (t_onClose) {
+    t_onClose();
+  }
+  return __real_close(descriptor);
+}
+
+extern "C" int __wrap_fstat(int descriptor, struct stat* status) {
+  if (t_failFstat) {
+    errno = EIO;
+    return -1;
+  }
+  return __real_fstat(descriptor, status);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace {
+
+constexpr unsigned HANG_LIMIT = 60;  // seconds
+
+ssize_t FailWith(int error) {
+  errno = error;
+  return -1;
+}
+
+ptrdiff_t CountDescriptors() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return std::distance(begin(entries), end(entries));
+}
+
+class RegularFileTest : public testing::Test {
+ protected:
+  RegularFileTest() { alarm(HANG_LIMIT); }
+
+  ~RegularFileTest() override {
+    t_onRead = nullptr;
+    t_onClose = nullptr;
+    t_failFstat = false;
+    std::filesystem::remove_all(m_directory);
+    alarm(0);
+  }
+
+  std::string Path(const std::string& name) const { return m_directory + "/" + name; }
+
+  std::string Write(const std::string& name, const std::string& text) const {
+    std::ofstream(Path(name), std::ios::binary) << text;
+    return Path(name);
+  }
+
+  std::string MakePipe() const {
+    EXPECT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    return Path("pipe");
+  }
+
+  // Neither operation finds a regular file there, changes its result or keeps a descriptor.
+  static void ExpectMissing(const std::string& path) {
+    SCOPED_TRACE(path);
+    const ptrdiff_t descriptors = CountDescriptors();
+    std::string text = "untouched";
+    EXPECT_FALSE(ReadRegularFile(path, text));
+    EXPECT_EQ(text, "untouched");
+    FileStamp stamp = {7, 8};
+    EXPECT_FALSE(StatRegularFile(path, stamp));
+    EXPECT_EQ(stamp.size, 7U);
+    EXPECT_EQ(stamp.modificationTime, 8);
+    EXPECT_EQ(CountDescriptors(), descriptors);
+  }
+
+ private:
+  static std::string MakeDirectory() {
+    std::string name = testing::TempDir() + "regular_file_XXXXXX";
+    EXPECT_NE(mkdtemp(name.data()), nullptr);
+    return name;
+  }
+
+  const std::string m_directory = MakeDirectory();
+};
+
+}  // namespace
+
+TEST_F(RegularFileTest, ReadsTheWholeFileWhateverItsLength) {
+  for (const size_t length : {0, 1, 4095, 4096, 4097, 100'000}) {
+    std::string expected(length, '\0');
+    for (size_t i = 0; i < length; ++i) {
+      expected[i] = static_cast<char>(i * 7 + i / 256);
+    }
+    std::string text = "earlier content";
+    EXPECT_TRUE(ReadRegularFile(Write("file", expected), text));
+    EXPECT_TRUE(text == expected) << length;
+  }
+}
+
+TEST_F(RegularFileTest, StampsSizeAndModificationTimeInNanoseconds) {
+  const std::string path = Write("file", "12345");
+  const timespec times[2] = {{1, 2}, {1'600'000'000, 123'456'789}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  FileStamp stamp;
+  ASSERT_TRUE(StatRegularFile(path, stamp));
+  EXPECT_EQ(stamp.size, 5U);
+  EXPECT_EQ(stamp.modificationTime, 1'600'000'000'123'456'789);
+}
+
+TEST_F(RegularFileTest, FollowsLinks) {
+  std::filesystem::create_symlink(Write("file", "text"), Path("link"));
+  std::string text;
+  EXPECT_TRUE(ReadRegularFile(Path("link"), text));
+  EXPECT_EQ(text, "text");
+  FileStamp stamp;
+  EXPECT_TRUE(StatRegularFile(Path("link"), stamp));
+  EXPECT_EQ(stamp.size, 4U);
+}
+
+TEST_F(RegularFileTest, PassesOverWhatIsNoRegularFileWithoutBlocking) {
+  std::filesystem::create_directory(Path("directory"));
+  std::filesystem::create_symlink(Path("nowhere"), Path("dangling"));
+  for (const std::string& path :
+       {MakePipe(), Path("directory"), Path("dangling"), Path("absent"), std::string("/dev/zero"),
+        std::string("/dev/null"), std::string()}) {
+    ExpectMissing(path);
+  }
+}
+
+TEST_F(RegularFileTest, PassesOverAFileThatItCannotLookAt) {
+  const std::string path = Write("file", "text");
+  const ptrdiff_t descriptors = CountDescriptors();
+  std::string text = "untouched";
+  t_failFstat = true;
+  EXPECT_FALSE(ReadRegularFile(path, text));
+  EXPECT_EQ(text, "untouched");
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST_F(RegularFileTest, GivesUpOnAReadErrorAndLeavesTheTextAlone) {
+  const std::string path = Write("file", std::string(5000, 'x'));
+  const ptrdiff_t descriptors = CountDescriptors();
+  for (const int failing : {1, 2, 3}) {
+    int reads = 0;
+    t_onRead = [&](int) { return ++reads == failing ? FailWith(EIO) : 0; };
+    std::string text = "untouched";
+    EXPECT_FALSE(ReadRegularFile(path, text)) << failing;
+    EXPECT_EQ(text, "untouched");
+    EXPECT_EQ(reads, failing);
+  }
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST_F(RegularFileTest, GoesOnAfterASignal) {
+  const std::string path = Write("file", std::string(5000, 'x'));
+  int reads = 0;
+  t_onRead = [&](int) { return ++reads % 2 == 1 ? FailWith(EINTR) : 0; };
+  std::string text;
+  EXPECT_TRUE(ReadRegularFile(path, text));
+  EXPECT_EQ(text, std::string(5000, 'x'));
+}
+
+TEST_F(RegularFileTest, ReadsThroughACloseOnExecDescriptorAndClosesIt) {
+  const std::string path = Write("file", "text");
+  const ptrdiff_t descriptors = CountDescriptors();
+  std::vector<int> flags;
+  t_onRead = [&](int descriptor) {
+    flags.push_back(fcntl(descriptor, F_GETFD));
+    return 0;
+  };
+  std::string text;
+  EXPECT_TRUE(ReadRegularFile(path, text));
+  EXPECT_EQ(flags, std::vector<int>({FD_CLOEXEC, FD_CLOEXEC}));
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST_F(RegularFileTest, NeverTakesATerminalAsControllingTerminal) {
+  const int leader = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(leader, 0);
+  ASSERT_EQ(grantpt(leader), 0);
+  ASSERT_EQ(unlockpt(leader), 0);
+  const std::string terminal = ptsname(leader);
+  // Only a session leader without a terminal gets one by opening it.
+  EXPECT_EXIT(
+      {
+        setsid();
+        signal(SIGHUP, SIG_IGN);
+        std::string text;
+        const bool isRead = ReadRegularFile(terminal, text);
+        const bool hasTerminal = open("/dev/tty", O_RDWR | O_CLOEXEC) >= 0;
+        _exit(!isRead && !hasTerminal && errno == ENXIO ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+  close(leader);
+}
+
+TEST_F(RegularFileTest, SurvivesThatItsThreadIsCancelledWhenItClosesTheFile) {
+  const std::string path = Write("file", "text");
+  const ptrdiff_t descriptors = CountDescriptors();
+  bool isRead = false;
+  bool isCancelled = true;
+  std::thread thread([&] {
+    t_onClose = [] { pthread_cancel(pthread_self()); };
+    std::string text;
+    isRead = ReadRegularFile(path, text);
+    t_onClose = nullptr;
+    pthread_testcancel();
+    isCancelled = false;
+  });
+  thread.join();
+  EXPECT_TRUE(isRead);
+  EXPECT_TRUE(isCancelled);
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
