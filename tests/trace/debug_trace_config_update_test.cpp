@@ -1,0 +1,298 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/trace/trace_config_directory.h"
+#include "trace/debug_trace_config.h"
+
+namespace {
+
+std::atomic<time_t> g_now = 5000;
+std::atomic<bool> g_outOfMemory = false;
+std::atomic<int> g_stats = 0;
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
+extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
+extern "C" int __real_stat(const char* path, struct stat* status);
+
+extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+  if (g_outOfMemory) {
+    throw std::bad_alloc();
+  }
+  return __real_read(descriptor, buffer, size);
+}
+
+extern "C" time_t __wrap_time(time_t* /*result*/) { return g_now; }
+
+extern "C" int __wrap_stat(const char* path, struct stat* status) {
+  ++g_stats;
+  return __real_stat(path, status);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace {
+
+constexpr time_t OLD = 1000;
+constexpr time_t NEWER = 2000;
+
+std::string Global(const std::string& lines) { return "[GlobalDebugSettings]\n" + lines; }
+std::string Module(const std::string& lines) { return "[EM_TALVOR]\n" + lines; }
+
+// A client whose interval is ten seconds and whose last check is at second 5000.
+class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
+ protected:
+  void SetUp() override {
+    TraceConfigDirectory::SetUp();
+    if (!HasFatalFailure()) {
+      Write("global_trace.ini", Global("DynamicUpdate=10\n"), OLD);
+      Write("talvor.ini", Module("FileDebugLevel=3\nTraceFlags=9\n"), OLD);
+      m_client.Load("EM_TALVOR");
+      TraceAt(5000);
+    }
+  }
+
+  void TearDown() override {
+    g_outOfMemory = false;
+    TraceConfigDirectory::TearDown();
+  }
+
+  // Any trace call of that second. No trace sink is in this program.
+  void TraceAt(time_t now) {
+    g_now = now;
+    m_client.Trace(LEVEL_OF_NO_LINE, "line");
+  }
+
+  // True when a trace call of that second looks at the files.
+  bool ChecksAt(time_t now) {
+    const int before = g_stats;
+    TraceAt(now);
+    return g_stats != before;
+  }
+
+  static constexpr uint32_t LEVEL_OF_NO_LINE = 0xFFFFFFFF;
+};
+
+}  // namespace
+
+TEST_F(DebugTraceConfigUpdateTest, TakesANewLevelTenSecondsAfterTheLastCheckAndNotEarlier) {
+  Write("talvor.ini", Module("FileDebugLevel=5\nTraceFlags=0x11\nMemoryTracesFlag=7\n"), NEWER);
+  TraceAt(5009);
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_client.GetTraceFlags(), 0x11U);
+  EXPECT_EQ(m_client.GetMemoryTracesFlag(), 7U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ChecksOnceInEachInterval) {
+  EXPECT_FALSE(ChecksAt(5000));
+  EXPECT_FALSE(ChecksAt(5009));
+  EXPECT_TRUE(ChecksAt(5010));
+  EXPECT_FALSE(ChecksAt(5010));
+  EXPECT_FALSE(ChecksAt(5019));
+  EXPECT_TRUE(ChecksAt(5025));
+  EXPECT_FALSE(ChecksAt(5034));
+  EXPECT_TRUE(ChecksAt(5035));
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ChecksWhenTheClockWentBack) {
+  EXPECT_TRUE(ChecksAt(4999));
+  EXPECT_FALSE(ChecksAt(4999));
+  EXPECT_FALSE(ChecksAt(5008));
+  EXPECT_TRUE(ChecksAt(5009));
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ChecksAtTheFirstCallAfterTheLoad) {
+  CDebugClient client;
+  client.Load("EM_TALVOR");
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  client.Trace(LEVEL_OF_NO_LINE, "line");
+  EXPECT_EQ(client.GetDebugLevel(), 5U);
+  client.Release();
+}
+
+TEST_F(DebugTraceConfigUpdateTest, NeverChecksWithoutAnInterval) {
+  setenv("CV_LOG_DYNAMIC_UPDATE", "0", 1);
+  m_client.Load("EM_TALVOR");
+  EXPECT_FALSE(ChecksAt(1'000'000));
+  EXPECT_FALSE(ChecksAt(1));
+}
+
+TEST_F(DebugTraceConfigUpdateTest, TakesAnIntervalOfMoreThan31BitsForLong) {
+  setenv("CV_LOG_DYNAMIC_UPDATE", "4294967294", 1);
+  m_client.Load("EM_TALVOR");
+  EXPECT_FALSE(ChecksAt(1'000'000));
+  EXPECT_TRUE(ChecksAt(5000 + 4294967294));
+}
+
+TEST_F(DebugTraceConfigUpdateTest, TakesTheIntervalFromANewerGlobalFile) {
+  Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_FALSE(ChecksAt(5029));
+  EXPECT_TRUE(ChecksAt(5030));
+}
+
+TEST_F(DebugTraceConfigUpdateTest, StopsForGoodWhenTheGlobalFileSaysNever) {
+  for (const char* never : {"DynamicUpdate=0\n", "DynamicUpdate=0xFFFFFFFF\n"}) {
+    Write("global_trace.ini", Global("DynamicUpdate=10\n"), OLD);
+    m_client.Load("EM_TALVOR");
+    Write("global_trace.ini", Global(never), NEWER);
+    TraceAt(g_now + 10);
+    EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
+    EXPECT_FALSE(ChecksAt(1'000'000));
+    g_now = 5010;
+  }
+}
+
+TEST_F(DebugTraceConfigUpdateTest, PassesOverFilesThatAreNotNewer) {
+  for (const time_t modified : {OLD, OLD - 1}) {
+    Write("global_trace.ini", Global("DynamicUpdate=5\n; and some more bytes\n"), modified);
+    Write("talvor.ini", Module("FileDebugLevel=5\n; and some more bytes\n"), modified);
+    TraceAt(g_now + 10);
+    EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+    EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  }
+}
+
+TEST_F(DebugTraceConfigUpdateTest, SeesAFileThatIsNewerByANanosecond) {
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), OLD, 1);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, RemembersTheNewModificationTimes) {
+  Write("global_trace.ini", Global("DynamicUpdate=11\n"), NEWER);
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  TraceAt(5010);
+  Write("global_trace.ini", Global("DynamicUpdate=12\n"), NEWER);
+  Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER);
+  TraceAt(5021);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 11U);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, KeepsWhatANewerFileDoesNotName) {
+  Write("talvor.ini", Module("FileDebugLevel=3\nTraceFlags=9\nMemoryTracesFlag=7\n"), NEWER);
+  TraceAt(5010);
+  Write("global_trace.ini", Global(""), NEWER + 1);
+  Write("talvor.ini", Module(""), NEWER + 1);
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_client.GetMemoryTracesFlag(), 7U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, KeepsEverythingWhenTheSectionsOrFilesAreGone) {
+  Write("global_trace.ini", "[OTHER]\nDynamicUpdate=1\n", NEWER);
+  Write("talvor.ini", "[OTHER]\nFileDebugLevel=1\n", NEWER);
+  TraceAt(5010);
+  std::filesystem::remove_all(Path(""));
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ReadsTheModulesSectionOnlyFromTheFileOfTheLoad) {
+  Write("a.ini", Module("FileDebugLevel=1\n"), NEWER);
+  Write("zzz.ini", Module("FileDebugLevel=2\n"), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, SeesAGlobalFileThatComesLater) {
+  std::filesystem::remove(Path("global_trace.ini"));
+  setenv("CV_LOG_DYNAMIC_UPDATE", "10", 1);
+  m_client.Load("EM_TALVOR");
+  Write("global_trace.ini", Global("DynamicUpdate=20\n"), OLD);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, LevelLoweredToZeroCanBeRaisedAgain) {
+  Write("talvor.ini", Module("FileDebugLevel=0\n"), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
+  EXPECT_TRUE(m_client.IsEnabled());
+  Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER + 1);
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDebugLevel(), 4U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, NewerFileHoldsOverTheEnvironment) {
+  setenv("CV_LOG_DEBUG_LEVEL", "1", 1);
+  setenv("CV_LOG_DYNAMIC_UPDATE", "5", 1);
+  m_client.Load("EM_TALVOR");
+  Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
+  Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_client.GetDebugLevel(), 4U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, RunsWithoutAnyFileAtTheLoad) {
+  CDebugClient client;
+  std::filesystem::remove_all(Path(""));
+  setenv("CV_LOG_DYNAMIC_UPDATE", "10", 1);
+  setenv("CV_LOG_DEBUG_LEVEL", "2", 1);
+  client.Load("");
+  g_now = 5010;
+  client.Trace(LEVEL_OF_NO_LINE, "line");
+  EXPECT_EQ(client.GetDebugLevel(), 2U);
+  EXPECT_EQ(client.GetDynamicUpdate(), 10U);
+  client.Release();
+}
+
+TEST_F(DebugTraceConfigUpdateTest, NeverReadsAgainAfterRelease) {
+  m_client.Release();
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  EXPECT_FALSE(ChecksAt(5010));
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
+  Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  g_outOfMemory = true;
+  EXPECT_NO_THROW(TraceAt(5010));
+  g_outOfMemory = false;
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_TRUE(ChecksAt(5020)) << "and its lock is free";
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ReloadsAndReadsAgainWhileOtherThreadsTrace) {
+  std::atomic<bool> isOver = false;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!isOver) {
+        TraceAt(g_now + 10);
+        m_client.Trace(0x7FFFFFFF, "%s", m_client.GetModuleName());
+      }
+    });
+  }
+  for (int i = 1; i <= 100; ++i) {
+    Write("talvor.ini", Module("FileDebugLevel=" + std::to_string(i) + "\n"), NEWER + i);
+    m_client.Load(i % 2 == 0 ? "EM_TALVOR" : "em_talvor");
+    EXPECT_EQ(m_client.GetDebugLevel(), static_cast<uint32_t>(i));
+  }
+  isOver = true;
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "trace/debug_client.h"
+
+// A trace client that nobody has loaded and the trace configuration directory, which is absent at
+// first and removed in the end. The environment sets nothing.
+class TraceConfigDirectory : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(std::filesystem::exists(ROOT)) << "is that an installation?";
+    m_isOurs = true;
+    unsetenv("CV_LOG_DEBUG_LEVEL");
+    unsetenv("CV_LOG_DYNAMIC_UPDATE");
+  }
+
+  void TearDown() override {
+    if (m_isOurs) {
+      m_client.Release();
+      std::filesystem::remove_all(ROOT);
+    }
+  }
+
+  static std::string Path(const std::string& name) {
+    return std::string(ROOT) + "/CorvistaSuite/TraceConfig/" + name;
+  }
+
+  // Writes a file of the directory, last modified at that second and nanosecond.
+  static void Write(const std::string& name, const std::string& text, time_t modified = 1000,
+                    int64_t nanosecond = 0) {
+    std::filesystem::create_directories(Path(""));
+    std::ofstream(Path(name), std::ios::binary) << text;
+    const timespec time = {modified, nanosecond};
+    const timespec times[2] = {time, time};
+    ASSERT_EQ(utimensat(AT_FDCWD, Path(name).c_str(), times, 0), 0);
+  }
+
+  CDebugClient m_client;
+
+ private:
+  static constexpr char ROOT[] = "/etc/orvane";
+
+  bool m_isOurs = false;
+};
