@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/trace/next_sink.h"
+#include "trace/debug_client.h"
+#include "trace/trace_sink.h"
+
+using Texts = std::vector<std::string>;
+
+// A sink that may be invalid, and that tells its two outputs apart.
+class Sink final : public ITraceSink {
+ public:
+  void Placeholder0() override { m_lines.emplace_back("placeholder"); }
+  void Placeholder1() override { m_lines.emplace_back("placeholder"); }
+  bool IsValid() override {
+    ++m_validityTests;
+    return m_isValid;
+  }
+  void Placeholder3() override { m_lines.emplace_back("placeholder"); }
+  void Placeholder4() override { m_lines.emplace_back("placeholder"); }
+  void Placeholder5() override { m_lines.emplace_back("placeholder"); }
+  void Placeholder6() override { m_lines.emplace_back("placeholder"); }
+
+  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+    Add("plain", format, arguments, moduleName);
+  }
+  void Output(const char* format, va_list arguments, const char* moduleName) override {
+    Add("leveled", format, arguments, moduleName);
+  }
+
+  std::atomic<bool> m_isValid = true;
+  std::atomic<int> m_validityTests = 0;
+  Texts m_lines;
+
+ private:
+  [[gnu::format(printf, 3, 0)]] void Add(const char* operation, const char* format,
+                                         va_list arguments, const char* moduleName) {
+    char text[100];
+    vsnprintf(text, sizeof text, format, arguments);
+    m_lines.push_back(std::string(operation) + " " + moduleName + ": " + text);
+  }
+};
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
+// Lines of level 0 shall not reach the machine's log.
+extern "C" void __wrap_openlog(const char* /*name*/, int /*options*/, int /*facility*/) {}
+extern "C" void __wrap_syslog(int /*priority*/, const char* /*format*/, ...) {}
+// NOLINTEND(bugprone-reserved-identifier)
+
+// The object that the trace client finds first; a library that this program is linked to exports
+// the next one.
+Sink Debug;
+
+namespace {
+
+class DebugClientSinkTest : public testing::Test {
+ protected:
+  DebugClientSinkTest() {
+    Debug.m_isValid = true;
+    Debug.m_validityTests = 0;
+    Debug.m_lines.clear();
+    SetNextSinkValid(true);
+    TakeLinesOfNextSink();
+    m_client.Load("EM_TALVOR");
+  }
+  ~DebugClientSinkTest() override { m_client.Release(); }
+
+  CDebugClient m_client;
+};
+
+// The position in the virtual table, from the ABI's form of a pointer to a virtual member.
+template <typename Operation>
+size_t PositionOf(Operation operation) {
+  static_assert(sizeof operation == 2 * sizeof(size_t));
+  size_t words[2];
+  std::memcpy(words, &operation, sizeof words);
+  return (words[0] - 1) / sizeof(void*);
+}
+
+}  // namespace
+
+TEST_F(DebugClientSinkTest, OperationsLieWhereTheHostHasThem) {
+  EXPECT_EQ(PositionOf(&ITraceSink::IsValid), 2U);
+  EXPECT_EQ(PositionOf(&ITraceSink::PlainOutput), 7U);
+  EXPECT_EQ(PositionOf(&ITraceSink::Output), 8U);
+}
+
+TEST_F(DebugClientSinkTest, TraceCallGoesToTheOutputWithTheModuleName) {
+  m_client.Trace(0, "line %d", 1);
+  EXPECT_EQ(Debug.m_lines, Texts({"leveled EM_TALVOR: line 1"}));
+  EXPECT_EQ(TakeLinesOfNextSink(), 0);
+}
+
+TEST_F(DebugClientSinkTest, PlainOperationsGoToThePlainOutput) {
+  m_client.Print("first %d", 1);
+  m_client.PrintFor(4711, "second %d", 2);
+  EXPECT_EQ(Debug.m_lines, Texts({"plain EM_TALVOR: first 1", "plain EM_TALVOR: second 2"}));
+}
+
+TEST_F(DebugClientSinkTest, IsLookedUpAtTheFirstLineOnly) {
+  EXPECT_EQ(Debug.m_validityTests, 0);
+  m_client.Trace(1, "dropped");
+  EXPECT_EQ(Debug.m_validityTests, 0);
+  m_client.Trace(0, "line");
+  m_client.Trace(0, "line");
+  m_client.Print("line");
+  EXPECT_EQ(Debug.m_validityTests, 1);
+  Debug.m_isValid = false;
+  m_client.Trace(0, "line");
+  EXPECT_EQ(Debug.m_lines.size(), 4U);
+}
+
+TEST_F(DebugClientSinkTest, PlainOperationLooksItUpToo) {
+  m_client.Print("line");
+  m_client.Trace(0, "line");
+  EXPECT_EQ(Debug.m_validityTests, 1);
+  EXPECT_EQ(Debug.m_lines.size(), 2U);
+}
+
+TEST_F(DebugClientSinkTest, NextObjectInSearchOrderStandsInForAnInvalidOne) {
+  Debug.m_isValid = false;
+  m_client.Trace(0, "line");
+  EXPECT_EQ(TakeLinesOfNextSink(), 1);
+  Debug.m_isValid = true;
+  m_client.Print("line");
+  EXPECT_EQ(TakeLinesOfNextSink(), 1) << "it was found and stays";
+  EXPECT_EQ(Debug.m_lines, Texts());
+}
+
+TEST_F(DebugClientSinkTest, LosesTheLineWhenNoObjectIsValidAndLooksAgainAtTheNext) {
+  Debug.m_isValid = false;
+  SetNextSinkValid(false);
+  m_client.Trace(0, "lost");
+  m_client.Print("lost");
+  m_client.PrintFor(0, "lost");
+  EXPECT_EQ(TakeLinesOfNextSink(), 0);
+  Debug.m_isValid = true;
+  m_client.Trace(0, "line");
+  EXPECT_EQ(Debug.m_lines, Texts({"leveled EM_TALVOR: line"}));
+}
+
+TEST_F(DebugClientSinkTest, TestOfValidityThatThrowsCachesNothing) {
+  Debug.m_isValid = false;
+  SetNextSinkThrowing(true);
+  EXPECT_ANY_THROW(m_client.Trace(0, "lost"));
+  {
+    const CTraceShield shield;
+    EXPECT_NO_THROW(m_client.Trace(0, "lost"));
+  }
+  SetNextSinkThrowing(false);
+  m_client.Trace(0, "line");
+  EXPECT_EQ(TakeLinesOfNextSink(), 1);
+}
+
+TEST_F(DebugClientSinkTest, ThreadsThatStartTogetherFindIt) {
+  std::atomic<int> ready = 0;
+  const auto trace = [&] {
+    ++ready;
+    while (ready < 2) {
+      std::this_thread::yield();
+    }
+    m_client.Trace(1, "dropped");
+    m_client.Trace(0, "line");
+  };
+  Debug.m_isValid = false;
+  std::thread first(trace);
+  std::thread second(trace);
+  first.join();
+  second.join();
+  EXPECT_EQ(TakeLinesOfNextSink(), 2);
+}
