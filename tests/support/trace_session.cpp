@@ -43,15 +43,13 @@ class CollectingSink final : public ITraceSink {
   void Placeholder5() override {}
   void Placeholder6() override {}
 
-  __attribute__((format(printf, 2, 0)))  //
-  void
-  PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
+                                                 const char* moduleName) override {
     Output(format, arguments, moduleName);
   }
 
-  __attribute__((format(printf, 2, 0)))  //
-  void
-  Output(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
+                                            const char* moduleName) override {
     std::function<void()> action;
     {
       const std::lock_guard guard(m_lock);
