@@ -19,8 +19,9 @@ namespace {
 
 using testing::ElementsAre;
 
-// Allocations of at least that many bytes fail.
-size_t g_nFailingSize = SIZE_MAX;
+// Allocations of at least that many bytes fail, those of operator new and those of realloc.
+size_t g_nFailingNew = SIZE_MAX;
+size_t g_nFailingRealloc = SIZE_MAX;
 
 const std::string PLAIN = "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X";
 const std::string CABINET =
@@ -56,6 +57,19 @@ std::pair<std::string, std::string> TraceData(const std::string& data) {
   return {line.format.substr(PLAIN.size()), line.text.substr(header.size())};
 }
 
+// Checks that a trace of that data ends the process once the allocations of `failingSize` fail.
+void ExpectEnd(const std::string& data, size_t& failingSize) {
+  TestModule module;
+  const SipJson request = MakeData(data);
+  const TraceSession session(2);
+  EXPECT_DEATH(
+      {
+        failingSize = 4096;
+        module.TraceRequest(request, 2);
+      },
+      "terminate called");
+}
+
 void ExpectData(const std::string& data, const std::string& format, const std::string& text) {
   SCOPED_TRACE(data);
   EXPECT_EQ(TraceData(data), std::pair(format, text));
@@ -65,7 +79,7 @@ void ExpectData(const std::string& data, const std::string& format, const std::s
 
 // Out of line, because a compiler that sees through one of them complains of the mismatch.
 [[gnu::noinline]] void* operator new(size_t size) {
-  if (size >= g_nFailingSize) {
+  if (size >= g_nFailingNew) {
     throw std::bad_alloc();
   }
   if (void* memory = std::malloc(size)) {
@@ -76,6 +90,14 @@ void ExpectData(const std::string& data, const std::string& format, const std::s
 
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+
+extern "C" {
+void* __real_realloc(void* memory, size_t size);  // NOLINT(bugprone-reserved-identifier)
+
+void* __wrap_realloc(void* memory, size_t size) {  // NOLINT(bugprone-reserved-identifier)
+  return size >= g_nFailingRealloc ? nullptr : __real_realloc(memory, size);
+}
+}
 
 TEST(RequestTraceTest, HasEightForms) {
   struct Form {
@@ -276,11 +298,11 @@ TEST(RequestTraceTest, TheRequestIsNotChanged) {
 TEST(RequestTraceTest, NothingIsBuiltWhileTracingIsOff) {
   TestModule module;
   const SipJson request = MakeCommands(R"({"DA":{"a":1}})");
-  g_nFailingSize = 0;
+  g_nFailingNew = 0;
   EXPECT_NO_THROW(module.TraceRequest(request, 2));
   EXPECT_NO_THROW(module.TraceReturn(request, 2));
   EXPECT_NO_THROW(module.TraceReply(request, 2));
-  g_nFailingSize = SIZE_MAX;
+  g_nFailingNew = SIZE_MAX;
   EXPECT_EQ(module.nameCalls, 0);
 }
 
@@ -293,25 +315,11 @@ TEST(RequestTraceTest, WhatTheSinkThrowsPassesThrough) {
 }
 
 TEST(RequestTraceDeathTest, ExhaustedMemoryForTheJsonTextEndsTheProcess) {
-  TestModule module;
-  const SipJson request = MakeData(R"({"a":")" + std::string(8192, 'x') + "\"}");
-  const TraceSession session(2);
-  EXPECT_DEATH(
-      {
-        g_nFailingSize = 4096;
-        module.TraceRequest(request, 2);
-      },
-      "terminate called after throwing an instance of 'std::bad_alloc'");
+  const std::string data = R"({"a":")" + std::string(8192, 'x') + "\"}";
+  ExpectEnd(data, g_nFailingNew);
+  ExpectEnd(data, g_nFailingRealloc);
 }
 
 TEST(RequestTraceDeathTest, ExhaustedMemoryForTheBytesEndsTheProcess) {
-  TestModule module;
-  const SipJson request = MakeData("\"" + std::string(8192, 'x') + "\"");
-  const TraceSession session(2);
-  EXPECT_DEATH(
-      {
-        g_nFailingSize = 4096;
-        module.TraceRequest(request, 2);
-      },
-      "terminate called after throwing an instance of 'std::bad_alloc'");
+  ExpectEnd("\"" + std::string(8192, 'x') + "\"", g_nFailingNew);
 }
