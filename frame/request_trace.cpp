@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <string>
 #include <utility>
 #include <vector>
@@ -116,8 +117,23 @@ bool IsDeeperThan(int levels, const SipJson::Value& value) {
          });
 }
 
+// The library would write through the null pointer that it gets when memory is exhausted.
+class EndingAllocator : public rapidjson::CrtAllocator {
+ public:
+  void* Realloc(void* memory, size_t oldSize, size_t size) noexcept {
+    void* moved = CrtAllocator::Realloc(memory, oldSize, size);
+    if (moved == nullptr && size > 0) {
+      std::terminate();
+    }
+    return moved;
+  }
+};
+
+using JsonText = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, EndingAllocator>;
+
 // The library stops at a number that JSON cannot express; such a number is shown as null instead.
-class JsonTextWriter : public rapidjson::PrettyWriter<rapidjson::StringBuffer> {
+class JsonTextWriter : public rapidjson::PrettyWriter<JsonText, rapidjson::UTF8<>,
+                                                      rapidjson::UTF8<>, EndingAllocator> {
  public:
   using PrettyWriter::PrettyWriter;
 
@@ -125,7 +141,7 @@ class JsonTextWriter : public rapidjson::PrettyWriter<rapidjson::StringBuffer> {
 };
 
 std::string BuildJsonText(const SipJson::Value& data) noexcept {
-  rapidjson::StringBuffer buffer;
+  JsonText buffer;
   JsonTextWriter writer(buffer);
   writer.SetIndent(' ', 4);
   data.Accept(writer);

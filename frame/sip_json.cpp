@@ -1,6 +1,7 @@
 #include "frame/sip_json.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -67,25 +68,22 @@ uint32_t ParseNumber(std::string_view text) {
   return ParseDigits(text, 10);
 }
 
-// An allocator that has `size` bytes at hand. Throws std::bad_alloc.
-std::unique_ptr<SipJson::Allocator> MakeAllocator(size_t size) {
+// Gives the unused allocator of a document `size` bytes at hand. It stays the document's, so that
+// the document can be moved and swapped as any other. Throws std::bad_alloc.
+void ReserveAtOnce(SipJson::Allocator& allocator, size_t size) {
   const size_t probe = RAPIDJSON_ALIGN(1);
-  auto allocator = std::make_unique<SipJson::Allocator>(std::max(size + probe, LEAST_CHUNK_SIZE));
-  if (allocator->Malloc(probe) == nullptr) {
+  std::destroy_at(&allocator);
+  std::construct_at(&allocator, std::max(size + probe, LEAST_CHUNK_SIZE));
+  if (allocator.Malloc(probe) == nullptr) {
     throw std::bad_alloc();
   }
-  return allocator;
 }
 
 }  // namespace
 
-SipJson::SipJson(std::unique_ptr<Allocator> allocator)
-    : m_oDocument(allocator.get()), m_bOwnsAllocator(true) {
-  static_cast<void>(allocator.release());  // deleted by the destructor
-}
-
-SipJson::SipJson(const SipJson& other)
-    : SipJson(MakeAllocator(MeasureJsonCopy(other.m_oDocument))) {
+// The library does not survive memory that runs out within a copy: all of it is taken before.
+SipJson::SipJson(const SipJson& other) {
+  ReserveAtOnce(m_oDocument.GetAllocator(), MeasureJsonCopy(other.m_oDocument));
   CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator());
   m_nCmdIndex = other.m_nCmdIndex;
 }
@@ -94,14 +92,7 @@ SipJson& SipJson::operator=(const SipJson& other) {
   SipJson copy(other);
   m_oDocument.Swap(copy.m_oDocument);
   std::swap(m_nCmdIndex, copy.m_nCmdIndex);
-  std::swap(m_bOwnsAllocator, copy.m_bOwnsAllocator);
   return *this;
-}
-
-SipJson::~SipJson() {
-  if (m_bOwnsAllocator) {
-    delete &m_oDocument.GetAllocator();
-  }
 }
 
 const SipJson::Value* SipJson::FindCommand(uint32_t index) const {

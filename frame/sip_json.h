@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 // The request and reply record that the switch and its modules exchange: a JSON document
@@ -33,7 +32,6 @@ class SipJson {
   SipJson(const SipJson& other);
   // As the copy; changes nothing when it throws.
   SipJson& operator=(const SipJson& other);
-  ~SipJson();
 
   // The command object at `index`, or null.
   const Value* FindCommand(uint32_t index) const;
@@ -84,13 +82,6 @@ class SipJson {
 
   rapidjson::Document m_oDocument;
   uint32_t m_nCmdIndex = 0;  // the current command
-
- private:
-  explicit SipJson(std::unique_ptr<Allocator> allocator);
-
-  // The document uses an allocator that this object made for it and deletes. Lies behind what the
-  // host knows of the record.
-  bool m_bOwnsAllocator = false;
 };
 
 #pragma GCC diagnostic push

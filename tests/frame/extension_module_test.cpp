@@ -1,0 +1,453 @@
+#include "frame/extension_module.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/frame/fake_switch.h"
+#include "tests/frame/records.h"
+#include "tests/frame/test_module.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr char REGISTER[] = "\n%-20s: Register event log source \"%s\" ...";
+constexpr char REGISTERED[] = "\n%-20s: ... event log source \"%s\" registered";
+constexpr char CABINET_NUMBER[] = "\n\n%-20s: ## Server cabinet number = %d ##\n";
+constexpr char NOTIFY[] = "\n\n%-20s: ## NOTIFY: Code = 0Xx%02X, param = 0x%08X";
+constexpr char CALL_HOOK[] = "\n%-20s:   call OnModuleNotification()...";
+constexpr char HOOK_COMPLETED[] = "\n%-20s:   ... OnModuleNotification() completed";
+
+const std::string AGENTLESS = "Corvista Agentless Service";
+const std::string SERVER_CONTROL = "Corvista Server Control";
+
+// The lines that a notification writes beside those of every notification, with their levels.
+struct NotificationLines {
+  uint32_t code;
+  std::vector<std::pair<const char*, uint32_t>> lines;
+};
+
+const NotificationLines NOTIFICATIONS[] = {
+    {0x20000,
+     {{"\n%-20s: *** SCN_SWITCH_SHUTDOWN *** \n", 1},
+      {"\n%-20s: -> SWITCH shutdown notification, set SwitchShutdown flag", 3}}},
+    {0x20001,
+     {{"\n%-20s: *** SCN_SWITCH_REQUEST_ENABLED *** \n", 1},
+      {"\n%-20s: -> SWITCH start completed (all layers started) - requests enabled", 3}}},
+    {0x30000, {{"\n%-20s: *** SCN_SYSTEM_SHUTDOWN *** \n", 1}, {"\n%-20s: -> System shutdown", 2}}},
+    {0x40000, {{"\n%-20s: *** SCN_POWERSTATE_SUSPEND *** \n", 1}}},
+    {0x40001, {{"\n%-20s: *** SCN_POWERSTATE_STANDBY *** \n", 1}}},
+    {0x40002, {{"\n%-20s: *** SCN_POWERSTATE_RESUME *** \n", 1}}},
+    {0x40003, {{"\n%-20s: *** SCN_POWERSTATE_AC_OFFLINE *** \n", 1}}},
+    {0x40004, {{"\n%-20s: *** SCN_POWERSTATE_AC_ONLINE *** \n", 1}}},
+    {0, {}},
+    {0x1FFFF, {}},
+    {0x20002, {}},
+    {0x40005, {}},
+    {0xFFFFFFFF, {}},
+};
+
+// Starts a module at a switch that answers its questions for the agent type with those numbers,
+// one after the other. Returns the texts of the lines.
+std::vector<std::string> TraceStart(const std::vector<uint32_t>& agentTypes) {
+  FakeSwitch host;
+  size_t questions = 0;
+  host.Answer([&](const FakeSwitch::Call&) { return agentTypes.at(questions++); });
+  TestModule module;
+  const TraceSession session(5);
+  EXPECT_EQ(module.Start(host.Get(), 1), 1U);
+  EXPECT_EQ(questions, agentTypes.size());
+  return session.Texts();
+}
+
+std::string RegisterText(const std::string& source) {
+  return "\nEM_TEST             : Register event log source \"" + source + "\" ...";
+}
+
+std::string RegisteredText(const std::string& source) {
+  return "\nEM_TEST             : ... event log source \"" + source + "\" registered";
+}
+
+bool IsForServerCabinet(const std::string& command) {
+  return TestModule::IsForServerCabinet(MakeCommands(R"({"CA":1},)" + command, 1));
+}
+
+}  // namespace
+
+TEST(ExtensionModuleTest, StartTracesTheRegistrationOfTheEventLogSource) {
+  EXPECT_THAT(TraceStart({0, 0, 0}),
+              ElementsAre(RegisterText(SERVER_CONTROL), RegisteredText(SERVER_CONTROL)));
+}
+
+TEST(ExtensionModuleTest, StartNamesTheAgentlessServiceForAgentType5Only) {
+  EXPECT_THAT(TraceStart({5, 5, 5}),
+              ElementsAre(RegisterText(AGENTLESS), RegisteredText(AGENTLESS)));
+  for (const uint32_t type : {1U, 4U, 6U, 0x105U, 0xFFFFFFFFU}) {
+    EXPECT_THAT(TraceStart({type, type, type}),
+                ElementsAre(RegisterText(SERVER_CONTROL), RegisteredText(SERVER_CONTROL)));
+  }
+}
+
+// The middle question is the registration itself.
+TEST(ExtensionModuleTest, StartChoosesTheSourceAgainAfterTheRegistration) {
+  EXPECT_THAT(TraceStart({5, 0, 0}),
+              ElementsAre(RegisterText(AGENTLESS), RegisteredText(SERVER_CONTROL)));
+  EXPECT_THAT(TraceStart({0, 0, 5}),
+              ElementsAre(RegisterText(SERVER_CONTROL), RegisteredText(AGENTLESS)));
+}
+
+TEST(ExtensionModuleTest, StartWithoutASwitchNamesServerControl) {
+  TestModule module;
+  const TraceSession session(4);
+  EXPECT_EQ(module.Start(nullptr, 1), 1U);
+  EXPECT_THAT(session.Texts(),
+              ElementsAre(RegisterText(SERVER_CONTROL), RegisteredText(SERVER_CONTROL)));
+}
+
+TEST(ExtensionModuleTest, StartRegistersWhileTracingIsOff) {
+  FakeSwitch host;
+  TestModule module;
+  EXPECT_EQ(module.Start(host.Get(), 1), 1U);
+  ASSERT_FALSE(host.Calls().empty());
+  EXPECT_EQ(host.Calls().back().position, 27U);
+}
+
+TEST(ExtensionModuleTest, StartTracesAtLevel4) {
+  TestModule module;
+  for (const char* format : {REGISTER, REGISTERED}) {
+    EXPECT_EQ(LevelOf(format, [&] { module.Start(nullptr, 1); }), 4U) << format;
+  }
+}
+
+// The order and the widths of the members are fixed: modules derive from the base in binary form.
+TEST(ExtensionModuleTest, KeepsSwitchIdentityAndFlagInTheirOrder) {
+  struct Layout {
+    const void* table;
+    const void* pSwitch;
+    uint16_t low;
+    uint16_t high;
+    bool shutdown;
+  };
+  const auto read = [](const CExtensionModule& module) {
+    Layout layout;
+    std::memcpy(&layout, static_cast<const void*>(&module), sizeof(layout));
+    return layout;
+  };
+  ASSERT_EQ(sizeof(CExtensionModule), sizeof(Layout));
+  FakeSwitch host;
+  CExtensionModule module;
+  EXPECT_EQ(read(module).pSwitch, nullptr);
+  EXPECT_EQ(read(module).low, 0);
+  EXPECT_EQ(read(module).high, 0);
+  EXPECT_FALSE(read(module).shutdown);
+  module.Start(host.Get(), 0x12345678);
+  module.ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
+  EXPECT_EQ(read(module).pSwitch, host.Get());
+  EXPECT_EQ(read(module).low, 0x5678);
+  EXPECT_EQ(read(module).high, 0x1234);
+  EXPECT_TRUE(read(module).shutdown);
+}
+
+TEST(ExtensionModuleTest, ABaseModuleIsNamedEmXxxInItsLines) {
+  CExtensionModule module;
+  const TraceSession session(5);
+  module.ModuleNotification(0, 0, 0);
+  EXPECT_EQ(session.Texts().front(),
+            "\n\nEM_XXX              : ## NOTIFY: Code = 0Xx00, param = 0x00000000");
+}
+
+TEST(ExtensionModuleTest, TracesTheCabinetNumber) {
+  TestModule module;
+  const TraceSession session(2);
+  EXPECT_EQ(module.SetCabinetNumber(3), 1U);
+  EXPECT_EQ(module.SetCabinetNumber(0xFFFFFFFF), 1U);
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("\n\nEM_TEST             : ## Server cabinet number = 3 ##\n",
+                          "\n\nEM_TEST             : ## Server cabinet number = -1 ##\n"));
+  EXPECT_EQ(session.Count(CABINET_NUMBER), 2);
+}
+
+TEST(ExtensionModuleTest, TracesTheCabinetNumberAtLevel2) {
+  TestModule module;
+  EXPECT_EQ(LevelOf(CABINET_NUMBER, [&] { module.SetCabinetNumber(3); }), 2U);
+}
+
+TEST(ExtensionModuleTest, ServesCabinet0UntilTold) {
+  EXPECT_TRUE(IsForServerCabinet(R"({"CA":0})"));
+  EXPECT_FALSE(IsForServerCabinet(R"({"CA":1})"));
+}
+
+TEST(ExtensionModuleTest, ServesTheLastCabinetToldToAnyModule) {
+  TestModule first;
+  TestModule second;
+  first.SetCabinetNumber(2);
+  second.SetCabinetNumber(3);
+  EXPECT_TRUE(IsForServerCabinet(R"({"CA":3})"));
+  EXPECT_TRUE(IsForServerCabinet(R"({"CA":"0x3"})"));
+  EXPECT_FALSE(IsForServerCabinet(R"({"CA":2})"));
+  EXPECT_FALSE(IsForServerCabinet(R"({"CA":0})"));
+  EXPECT_FALSE(IsForServerCabinet(R"({"CA":null})"));
+}
+
+TEST(ExtensionModuleTest, ServesARequestThatNamesNoCabinet) {
+  TestModule module;
+  module.SetCabinetNumber(3);
+  EXPECT_TRUE(IsForServerCabinet(R"({"OC":1})"));
+  EXPECT_TRUE(IsForServerCabinet("7"));
+  EXPECT_TRUE(TestModule::IsForServerCabinet(SipJson()));
+  EXPECT_TRUE(TestModule::IsForServerCabinet(MakeRecord(R"({"SIP":{}})")));
+  EXPECT_TRUE(TestModule::IsForServerCabinet(MakeRecord(R"({"SIP":{"CMD":7}})")));
+  EXPECT_TRUE(TestModule::IsForServerCabinet(MakeCommands(R"({"CA":1})", 1)));
+  EXPECT_TRUE(TestModule::IsForServerCabinet(MakeCommands(R"({"CA":1})", 0xFFFFFFFF)));
+}
+
+TEST(ExtensionModuleTest, AnswersARequestWithStatus1) {
+  CExtensionModule module;
+  for (const char* command : {R"({"OC":1})", R"({"OC":1,"ST":22})", R"({"OC":1,"ST":"x"})"}) {
+    SipJson request = MakeCommands("{}," + std::string(command), 1);
+    EXPECT_EQ(module.ModuleRequest(request), 0U);
+    EXPECT_EQ(CommandsOf(request), R"([{},{"OC":1,"ST":1}])");
+  }
+}
+
+TEST(ExtensionModuleTest, GrowsTheCommandsBeforeItAnswers) {
+  CExtensionModule module;
+  SipJson request = MakeCommands(R"({"OC":1})", 2);
+  EXPECT_EQ(module.ModuleRequest(request), 0U);
+  EXPECT_EQ(CommandsOf(request), R"([{"OC":1},{},{"ST":1}])");
+}
+
+TEST(ExtensionModuleTest, LeavesARequestWithoutTheShapeAlone) {
+  CExtensionModule module;
+  for (const char* document :
+       {"null", "{}", R"({"SIP":{}})", R"({"SIP":{"CMD":{}}})", R"({"SIP":{"CMD":[7]}})"}) {
+    SipJson request = MakeRecord(document);
+    EXPECT_EQ(module.ModuleRequest(request), 0U);
+    EXPECT_EQ(TextOf(request), document);
+  }
+}
+
+TEST(ExtensionModuleTest, SetsTheStatus) {
+  SipJson request = MakeCommands(R"({"MI":7},{"MI":8})", 1);
+  TestModule::SetCmdStatus(request, 20);
+  EXPECT_EQ(CommandsOf(request), R"([{"MI":7},{"MI":8,"ST":20}])");
+}
+
+TEST(ExtensionModuleTest, ResetsTheCabinetToAllOnes) {
+  SipJson request = MakeCommands(R"({"CA":3,"MI":7},{"MI":8})");
+  TestModule::ResetCabinet(request, 20);
+  request.m_nCmdIndex = 1;
+  TestModule::ResetCabinet(request, 21);
+  EXPECT_EQ(CommandsOf(request),
+            R"([{"CA":4294967295,"MI":7,"ST":20},{"MI":8,"CA":4294967295,"ST":21}])");
+}
+
+TEST(ExtensionModuleTest, ResetsTheMessageIdToAllOnes) {
+  SipJson request = MakeCommands(R"({"CA":3,"MI":"0x7"},{"CA":4})");
+  TestModule::ResetMessageId(request, 20);
+  request.m_nCmdIndex = 1;
+  TestModule::ResetMessageId(request, 21);
+  EXPECT_EQ(CommandsOf(request),
+            R"([{"CA":3,"MI":4294967295,"ST":20},{"CA":4,"MI":4294967295,"ST":21}])");
+}
+
+TEST(ExtensionModuleTest, WritersLeaveARequestWithoutTheShapeAlone) {
+  for (const char* document : {"{}", R"({"SIP":{"CMD":{}}})", R"({"SIP":{"CMD":[7]}})"}) {
+    SipJson request = MakeRecord(document);
+    TestModule::SetCmdStatus(request, 1);
+    TestModule::ResetCabinet(request, 1);
+    TestModule::ResetMessageId(request, 1);
+    EXPECT_EQ(TextOf(request), document);
+  }
+}
+
+TEST(ModuleNotificationTest, HasTheCodesOfTheSwitch) {
+  EXPECT_EQ(SCN_SWITCH_SHUTDOWN, 0x20000U);
+  EXPECT_EQ(SCN_SWITCH_REQUEST_ENABLED, 0x20001U);
+  EXPECT_EQ(SCN_SYSTEM_SHUTDOWN, 0x30000U);
+  EXPECT_EQ(SCN_POWERSTATE_SUSPEND, 0x40000U);
+  EXPECT_EQ(SCN_POWERSTATE_STANDBY, 0x40001U);
+  EXPECT_EQ(SCN_POWERSTATE_RESUME, 0x40002U);
+  EXPECT_EQ(SCN_POWERSTATE_AC_OFFLINE, 0x40003U);
+  EXPECT_EQ(SCN_POWERSTATE_AC_ONLINE, 0x40004U);
+}
+
+TEST(ModuleNotificationTest, WritesTheLinesOfItsCodeBetweenThoseOfEveryNotification) {
+  for (const auto& [code, lines] : NOTIFICATIONS) {
+    SCOPED_TRACE(code);
+    std::vector<std::string> expected = {NOTIFY};
+    for (const auto& line : lines) {
+      expected.emplace_back(line.first);
+    }
+    expected.insert(expected.end(), {CALL_HOOK, HOOK_COMPLETED});
+    TestModule module;
+    const TraceSession session(5);
+    module.ModuleNotification(code, 0, 0);
+    EXPECT_EQ(session.Formats(), expected);
+  }
+}
+
+TEST(ModuleNotificationTest, WritesEachLineAtItsLevel) {
+  TestModule module;
+  for (const auto& [code, lines] : NOTIFICATIONS) {
+    SCOPED_TRACE(code);
+    const auto notify = [&, code = code] { module.ModuleNotification(code, 0, 0); };
+    EXPECT_EQ(LevelOf(NOTIFY, notify), 2U);
+    for (const auto& [format, level] : lines) {
+      EXPECT_EQ(LevelOf(format, notify), level) << format;
+    }
+    EXPECT_EQ(LevelOf(CALL_HOOK, notify), 4U);
+    EXPECT_EQ(LevelOf(HOOK_COMPLETED, notify), 4U);
+  }
+}
+
+TEST(ModuleNotificationTest, LinesShowNameAndCodeAndTheLow32BitsOfTheParameter) {
+  TestModule module;
+  const TraceSession session(5);
+  module.ModuleNotification(SCN_SYSTEM_SHUTDOWN, 0x1234567800000ABC, 7);
+  EXPECT_THAT(
+      session.Texts(),
+      ElementsAre("\n\nEM_TEST             : ## NOTIFY: Code = 0Xx30000, param = 0x00000ABC",
+                  "\nEM_TEST             : *** SCN_SYSTEM_SHUTDOWN *** \n",
+                  "\nEM_TEST             : -> System shutdown",
+                  "\nEM_TEST             :   call OnModuleNotification()...",
+                  "\nEM_TEST             :   ... OnModuleNotification() completed"));
+}
+
+TEST(ModuleNotificationTest, EveryLineOfACodeIsLabelledWithTheName) {
+  TestModule module("EM_LABEL");
+  const TraceSession session(5);
+  for (const auto& notification : NOTIFICATIONS) {
+    module.ModuleNotification(notification.code, 0, 0);
+  }
+  for (const std::string& text : session.Texts()) {
+    EXPECT_THAT(text, testing::HasSubstr("\nEM_LABEL            : "));
+  }
+}
+
+TEST(ModuleNotificationTest, EveryCodeReachesTheHookBetweenItsLines) {
+  for (const auto& notification : NOTIFICATIONS) {
+    SCOPED_TRACE(notification.code);
+    TestModule module;
+    const TraceSession session(5);
+    int calls = 0;
+    module.hook = [&](uint32_t code, uintptr_t parameter, uintptr_t extra) -> uintptr_t {
+      ++calls;
+      EXPECT_EQ(code, notification.code);
+      EXPECT_EQ(parameter, 0x123456789ABCDEF0);
+      EXPECT_EQ(extra, 0xFEDCBA9876543210);
+      EXPECT_EQ(session.Formats().back(), CALL_HOOK);
+      return 0x1122334455667788;
+    };
+    EXPECT_EQ(module.ModuleNotification(notification.code, 0x123456789ABCDEF0, 0xFEDCBA9876543210),
+              0x1122334455667788U);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(session.Formats().back(), HOOK_COMPLETED);
+  }
+}
+
+TEST(ModuleNotificationTest, TheHookRunsWhileTracingIsOff) {
+  TestModule module;
+  module.hook = [](uint32_t, uintptr_t, uintptr_t) -> uintptr_t { return 5; };
+  EXPECT_EQ(module.ModuleNotification(0, 0, 0), 5U);
+  EXPECT_EQ(module.nameCalls, 0);
+}
+
+TEST(ModuleNotificationTest, OnlyTheSwitchShutdownSetsTheFlagAndNothingResetsIt) {
+  TestModule module;
+  for (const auto& notification : NOTIFICATIONS) {
+    if (notification.code != SCN_SWITCH_SHUTDOWN) {
+      module.ModuleNotification(notification.code, 1, 1);
+      EXPECT_FALSE(module.IsSwitchShutdown()) << notification.code;
+    }
+  }
+  for (const auto& notification : NOTIFICATIONS) {
+    module.ModuleNotification(notification.code, 0, 0);
+    EXPECT_TRUE(module.IsSwitchShutdown()) << notification.code;
+  }
+  module.Start(nullptr, 1);
+  module.Stop();
+  EXPECT_TRUE(module.IsSwitchShutdown());
+}
+
+TEST(ModuleNotificationTest, EachModuleHasItsOwnFlag) {
+  TestModule notified;
+  const TestModule other;
+  notified.ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
+  EXPECT_FALSE(other.IsSwitchShutdown());
+}
+
+TEST(ModuleNotificationTest, TheFlagIsSetBeforeTheHookRuns) {
+  TestModule module;
+  bool isSet = false;
+  module.hook = [&](uint32_t, uintptr_t, uintptr_t) -> uintptr_t {
+    isSet = module.IsSwitchShutdown();
+    return 0;
+  };
+  module.ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
+  EXPECT_TRUE(isSet);
+}
+
+TEST(ModuleNotificationTest, AnotherThreadSeesFlagAndCabinet) {
+  TestModule module;
+  const SipJson request = MakeCommands(R"({"CA":7})");
+  std::atomic<bool> hasSeen = false;
+  std::thread observer([&] {
+    hasSeen = WaitUntil(
+        [&] { return module.IsSwitchShutdown() && TestModule::IsForServerCabinet(request); });
+  });
+  module.SetCabinetNumber(7);
+  module.ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
+  observer.join();
+  EXPECT_TRUE(hasSeen);
+}
+
+TEST(ExtensionModuleTest, AnotherThreadSeesTheSwitchOfTheStart) {
+  FakeSwitch host;
+  host.Answer([](const FakeSwitch::Call&) { return 7; });
+  TestModule module;
+  std::atomic<bool> hasSeen = false;
+  std::thread observer([&] { hasSeen = WaitUntil([&] { return module.Forward() == 7; }); });
+  module.Start(host.Get(), 1);
+  observer.join();
+  EXPECT_TRUE(hasSeen);
+}
+
+TEST(ThrowingSinkTest, DoesNotDisturbAStart) {
+  FakeSwitch host;
+  for (const char* format : {REGISTER, REGISTERED}) {
+    TestModule module;
+    TraceSession session(5);
+    session.ThrowAt(format);
+    EXPECT_EQ(module.Start(host.Get(), 1), 1U) << format;
+  }
+}
+
+TEST(ThrowingSinkTest, DoesNotDisturbTheCabinetNumber) {
+  TestModule module;
+  TraceSession session(5);
+  session.ThrowAt(CABINET_NUMBER);
+  EXPECT_EQ(module.SetCabinetNumber(3), 1U);
+  EXPECT_TRUE(IsForServerCabinet(R"({"CA":3})"));
+}
+
+TEST(ThrowingSinkTest, DoesNotDisturbANotification) {
+  for (const char* format : {NOTIFY, NOTIFICATIONS[0].lines[0].first,
+                             NOTIFICATIONS[0].lines[1].first, CALL_HOOK, HOOK_COMPLETED}) {
+    SCOPED_TRACE(format);
+    TestModule module;
+    module.hook = [](uint32_t, uintptr_t, uintptr_t) -> uintptr_t { return 5; };
+    TraceSession session(5);
+    session.ThrowAt(format);
+    EXPECT_EQ(module.ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0), 5U);
+    EXPECT_TRUE(module.IsSwitchShutdown());
+  }
+}

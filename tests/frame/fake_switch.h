@@ -1,0 +1,73 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "frame/switch_interface.h"
+
+// A host's switch as the binary interface shows it: nothing but a table of operations that are
+// found by their position. It knows no names, so that a call that lands elsewhere shows.
+// Any thread may call.
+class FakeSwitch {
+ public:
+  static constexpr size_t POSITIONS = 28;
+
+  // A call as the registers hold it; what an operation does not take is arbitrary.
+  struct Call {
+    size_t position = 0;
+    std::array<uint64_t, 4> arguments = {};
+  };
+
+  FakeSwitch() = default;
+  FakeSwitch(const FakeSwitch&) = delete;
+  FakeSwitch& operator=(const FakeSwitch&) = delete;
+
+  CISwitch* Get() { return reinterpret_cast<CISwitch*>(this); }
+
+  std::vector<Call> Calls() const {
+    const std::lock_guard guard(m_lock);
+    return m_calls;
+  }
+
+  // What the operations return, 0 by default. To be set before the calls come.
+  void Answer(std::function<uint64_t(const Call&)> answer) { m_answer = std::move(answer); }
+
+ private:
+  using Operation = uint64_t (*)(FakeSwitch*, uint64_t, uint64_t, uint64_t, uint64_t);
+
+  // A virtual table with what stands before it: the sanitizers look there.
+  struct Table {
+    ptrdiff_t offsetToTop;
+    const std::type_info* type;
+    std::array<Operation, POSITIONS> operations;
+  };
+
+  template <size_t Position>
+  static uint64_t Take(FakeSwitch* self, uint64_t first, uint64_t second, uint64_t third,
+                       uint64_t fourth) {
+    const Call call = {Position, {first, second, third, fourth}};
+    {
+      const std::lock_guard guard(self->m_lock);
+      self->m_calls.push_back(call);
+    }
+    return self->m_answer ? self->m_answer(call) : 0;
+  }
+
+  template <size_t... Positions>
+  static const Operation* MakeOperations(std::index_sequence<Positions...>) {
+    static const Table table = {0, &typeid(CISwitch), {&Take<Positions>...}};
+    return table.operations.data();
+  }
+
+  // First, as in every object with virtual operations.
+  const Operation* m_operations = MakeOperations(std::make_index_sequence<POSITIONS>());
+  mutable std::mutex m_lock;
+  std::vector<Call> m_calls;
+  std::function<uint64_t(const Call&)> m_answer;
+};

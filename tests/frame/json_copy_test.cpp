@@ -1,0 +1,195 @@
+#include "frame/json_copy.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/frame/records.h"
+
+namespace {
+
+using rapidjson::Document;
+using rapidjson::Value;
+
+constexpr int VERY_DEEP = 100'000;
+
+// Copies the value and checks that the copy looks like its source and stays within the measure.
+void ExpectCopied(const Value& source) {
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  EXPECT_EQ(TextOf(copy), TextOf(source));
+  EXPECT_LE(copy.GetAllocator().Size(), MeasureJsonCopy(source));
+}
+
+void ExpectCopied(const std::string& text) {
+  SCOPED_TRACE(text);
+  Document source;
+  ASSERT_FALSE(source.Parse(text.c_str()).HasParseError());
+  ExpectCopied(source);
+}
+
+// Wraps the document in `levels` arrays, each with something before and behind.
+void WrapInArrays(Document& document, int levels) {
+  for (int level = 0; level < levels; ++level) {
+    Value outer(rapidjson::kArrayType);
+    outer.PushBack(level, document.GetAllocator());
+    outer.PushBack(static_cast<Value&>(document), document.GetAllocator());
+    outer.PushBack(-level, document.GetAllocator());
+    static_cast<Value&>(document) = outer;
+  }
+}
+
+void WrapInObjects(Document& document, int levels) {
+  for (int level = 0; level < levels; ++level) {
+    Value outer(rapidjson::kObjectType);
+    outer.AddMember("before", level, document.GetAllocator());
+    outer.AddMember("inner", static_cast<Value&>(document), document.GetAllocator());
+    outer.AddMember("behind", -level, document.GetAllocator());
+    static_cast<Value&>(document) = outer;
+  }
+}
+
+}  // namespace
+
+TEST(JsonCopyTest, CopiesEveryKindOfValue) {
+  for (const char* text : {"null", "true", "false", "0", "-1", "4294967295", "-9223372036854775808",
+                           "18446744073709551615", "1.5", "\"\"", "\"short\"",
+                           "\"a text that is too long to be kept within the value\"", "[]", "{}",
+                           "[[],{},[{}]]", R"([null,true,-7,1.5,"x",[1,2],{"a":{"b":[]}}])",
+                           R"({"z":1,"a":{"y":null},"m":[{}]})", R"({"twice":1,"twice":2})"}) {
+    ExpectCopied(std::string(text));
+  }
+}
+
+TEST(JsonCopyTest, KeepsTextsAndNamesWithZeroBytesWhole) {
+  ExpectCopied(std::string(R"({"na\u0000me":"te\u0000xt"})"));
+}
+
+TEST(JsonCopyTest, StaysWithinTheMeasureForAnyNumberOfMembers) {
+  Document source(rapidjson::kObjectType);
+  for (int count = 1; count <= 200; ++count) {
+    const std::string name = "member " + std::to_string(count);
+    source.AddMember(Value(name.c_str(), source.GetAllocator()), Value(count),
+                     source.GetAllocator());
+    ExpectCopied(source);
+  }
+}
+
+TEST(JsonCopyTest, StaysWithinTheMeasureForAnyLengthOfText) {
+  for (size_t length = 0; length < 70; ++length) {
+    const std::string text(length, 'x');
+    ExpectCopied("[\"" + text + "\",{\"" + text + "\":\"" + text + "\"}]");
+  }
+}
+
+TEST(JsonCopyTest, ReplacesWhatTheTargetHeld) {
+  Document source;
+  source.Parse("[1]");
+  Document target;
+  target.Parse(R"({"old":true})");
+  CopyJson(source, target, target.GetAllocator());
+  EXPECT_EQ(TextOf(target), "[1]");
+}
+
+TEST(JsonCopyTest, DuplicatesInSituTextsAndNames) {
+  std::string buffer =
+      R"({"name":"text","a name of considerable length":["a text of such length"]})";
+  const std::string original = buffer;
+  Document source;
+  source.ParseInsitu(buffer.data());
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  std::fill(buffer.begin(), buffer.end(), '#');
+  EXPECT_EQ(TextOf(copy), original);
+}
+
+TEST(JsonCopyTest, DuplicatesConstantTextsAndNames) {
+  std::vector<std::string> constants = {"name", "text", "a name of considerable length",
+                                        "a text of considerable length"};
+  const auto reference = [&](size_t index) {
+    return Value(rapidjson::StringRef(constants[index].data(), constants[index].size()));
+  };
+  Document source(rapidjson::kObjectType);
+  source.AddMember(reference(0), reference(1), source.GetAllocator());
+  source.AddMember(reference(2), reference(3), source.GetAllocator());
+  const std::string original = TextOf(source);
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  for (std::string& constant : constants) {
+    std::fill(constant.begin(), constant.end(), '#');
+  }
+  EXPECT_EQ(TextOf(copy), original);
+}
+
+TEST(JsonCopyTest, OutlivesItsSource) {
+  auto source = std::make_unique<Document>();
+  source->Parse(R"({"a":[{"b":"a text of considerable length"}],"c":{}})");
+  const std::string original = TextOf(*source);
+  Document copy;
+  CopyJson(*source, copy, copy.GetAllocator());
+  source.reset();
+  EXPECT_EQ(TextOf(copy), original);
+}
+
+TEST(JsonCopyTest, LeavesItsSourceAloneWhenItChanges) {
+  Document source;
+  source.Parse(R"({"a":[1,2],"b":{"c":3}})");
+  const std::string original = TextOf(source);
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  copy["a"][0] = 9;
+  copy["b"]["c"] = 9;
+  EXPECT_EQ(TextOf(source), original);
+}
+
+TEST(JsonCopyTest, CopiesAnyDepth) {
+  for (int levels = 1; levels <= 260; ++levels) {
+    Document arrays;
+    arrays.Parse(R"({"in":["side"]})");
+    WrapInArrays(arrays, levels);
+    ExpectCopied(arrays);
+    Document objects;
+    objects.Parse(R"(["in",{"side":{}}])");
+    WrapInObjects(objects, levels);
+    ExpectCopied(objects);
+  }
+}
+
+TEST(JsonCopyTest, CopiesVeryDeepArrays) {
+  Document source;
+  source.SetString("innermost");
+  WrapInArrays(source, VERY_DEEP);
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  const Value* value = &copy;
+  for (int level = VERY_DEEP - 1; level >= 0; --level) {
+    ASSERT_TRUE(value->IsArray());
+    ASSERT_EQ(value->Size(), 3U);
+    ASSERT_EQ((*value)[0].GetInt(), level);
+    ASSERT_EQ((*value)[2].GetInt(), -level);
+    value = &(*value)[1];
+  }
+  EXPECT_STREQ(value->GetString(), "innermost");
+  EXPECT_LE(copy.GetAllocator().Size(), MeasureJsonCopy(source));
+}
+
+TEST(JsonCopyTest, CopiesVeryDeepObjects) {
+  Document source;
+  source.SetString("innermost");
+  WrapInObjects(source, VERY_DEEP);
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  const Value* value = &copy;
+  for (int level = VERY_DEEP - 1; level >= 0; --level) {
+    ASSERT_TRUE(value->IsObject());
+    ASSERT_EQ(value->MemberCount(), 3U);
+    ASSERT_EQ((*value)["before"].GetInt(), level);
+    ASSERT_EQ((*value)["behind"].GetInt(), -level);
+    value = &(*value)["inner"];
+  }
+  EXPECT_STREQ(value->GetString(), "innermost");
+  EXPECT_LE(copy.GetAllocator().Size(), MeasureJsonCopy(source));
+}

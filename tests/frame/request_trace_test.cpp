@@ -1,0 +1,325 @@
+#include "frame/request_trace.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/frame/records.h"
+#include "tests/frame/test_module.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+// Allocations of at least that many bytes fail, those of operator new and those of realloc.
+size_t g_nFailingNew = SIZE_MAX;
+size_t g_nFailingRealloc = SIZE_MAX;
+
+const std::string PLAIN = "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X";
+const std::string CABINET =
+    "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X";
+const std::string INTEGER = " Data %d";
+const std::string STRUCTURE = " Data (JSON struct):\n%s";
+const std::string LENGTH = " Len %d";
+
+const std::string HEADER = R"("OC":"0x3401","OE":1,"OI":35,"MI":"0x00010002","ST":20)";
+const std::string PLAIN_TEXT =
+    "\nEM_TALVOR (REQ)     : OC 0x3401-0x0001 OID 0x0023 MID 0x00010002 Stat 0x14";
+const std::string CABINET_TEXT =
+    "\nEM_TALVOR (REQ)     : OC 0x3401-0x0001 OID 0x0023 CABID 0003 MID 0x00010002 Stat 0x14";
+
+// The only line of a request with that current command.
+TraceLine TraceCommand(const std::string& command) {
+  TestModule module("EM_TALVOR");
+  const SipJson request = MakeCommands(R"({"OC":9,"CA":9,"DA":{"decoy":1}},)" + command, 1);
+  const TraceSession session(2);
+  module.TraceRequest(request, 2);
+  const std::vector<TraceLine> lines = session.Lines();
+  EXPECT_EQ(lines.size(), 1U);
+  return lines.empty() ? TraceLine() : lines[0];
+}
+
+// What stands behind the header in the line of a command with that data; the format of it first.
+std::pair<std::string, std::string> TraceData(const std::string& data) {
+  const TraceLine line = TraceCommand(R"({"ST":0,"DA":)" + data + "}");
+  const std::string header =
+      "\nEM_TALVOR (REQ)     : OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x00";
+  EXPECT_EQ(line.format.substr(0, PLAIN.size()), PLAIN);
+  EXPECT_EQ(line.text.substr(0, header.size()), header);
+  return {line.format.substr(PLAIN.size()), line.text.substr(header.size())};
+}
+
+// Checks that a trace of that data ends the process once the allocations of `failingSize` fail.
+void ExpectEnd(const std::string& data, size_t& failingSize) {
+  TestModule module;
+  const SipJson request = MakeData(data);
+  const TraceSession session(2);
+  EXPECT_DEATH(
+      {
+        failingSize = 4096;
+        module.TraceRequest(request, 2);
+      },
+      "terminate called");
+}
+
+void ExpectData(const std::string& data, const std::string& format, const std::string& text) {
+  SCOPED_TRACE(data);
+  EXPECT_EQ(TraceData(data), std::pair(format, text));
+}
+
+}  // namespace
+
+// Out of line, because a compiler that sees through one of them complains of the mismatch.
+[[gnu::noinline]] void* operator new(size_t size) {
+  if (size >= g_nFailingNew) {
+    throw std::bad_alloc();
+  }
+  if (void* memory = std::malloc(size)) {
+    return memory;
+  }
+  throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+
+extern "C" {
+void* __real_realloc(void* memory, size_t size);  // NOLINT(bugprone-reserved-identifier)
+
+void* __wrap_realloc(void* memory, size_t size) {  // NOLINT(bugprone-reserved-identifier)
+  return size >= g_nFailingRealloc ? nullptr : __real_realloc(memory, size);
+}
+}
+
+TEST(RequestTraceTest, HasEightForms) {
+  struct Form {
+    const char* data;
+    std::string format;
+    std::string text;
+  };
+  const Form forms[] = {
+      {R"(,"DA":7)", INTEGER, " Data 7"},
+      {R"(,"DA":{"a":[1]})", STRUCTURE,
+       " Data (JSON struct):\n{\n    \"a\": [\n        1\n    ]\n}"},
+      {R"(,"DA":"abc")", LENGTH, " Len 4"},
+      {"", "", ""},
+  };
+  for (const Form& form : forms) {
+    SCOPED_TRACE(form.data);
+    const TraceLine plain = TraceCommand("{" + HEADER + form.data + "}");
+    EXPECT_EQ(plain.format, PLAIN + form.format);
+    EXPECT_EQ(plain.text, PLAIN_TEXT + form.text);
+    const TraceLine cabinet = TraceCommand("{" + HEADER + R"(,"CA":3)" + form.data + "}");
+    EXPECT_EQ(cabinet.format, CABINET + form.format);
+    EXPECT_EQ(cabinet.text, CABINET_TEXT + form.text);
+  }
+}
+
+TEST(RequestTraceTest, MissingFieldsPrintTheirDefaults) {
+  EXPECT_EQ(TraceCommand("{}").text,
+            "\nEM_TALVOR (REQ)     : OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16");
+}
+
+TEST(RequestTraceTest, FieldsOfAWrongTypePrintTheirDefaults) {
+  EXPECT_EQ(
+      TraceCommand(R"({"OC":null,"OE":{},"OI":[],"CA":null,"MI":true,"ST":false})").text,
+      "\nEM_TALVOR (REQ)     : OC 0x0000-0x0000 OID 0x0000 CABID 0000 MID 0x00000000 Stat 0x16");
+}
+
+TEST(RequestTraceTest, FieldsPrintAll32Bits) {
+  EXPECT_EQ(TraceCommand(R"({"OC":4294967295,"OE":-1,"OI":2882400001,"CA":4294967295,)"
+                         R"("MI":4022250974,"ST":4294967295})")
+                .text,
+            "\nEM_TALVOR (REQ)     : OC 0xFFFFFFFF-0xFFFFFFFF OID 0xABCDEF01 CABID -001 "
+            "MID 0xEFBEADDE Stat 0xFFFFFFFF");
+}
+
+TEST(RequestTraceTest, ARecordWithoutACommandPrintsDefaultsOnly) {
+  TestModule module("EM_TALVOR");
+  const TraceSession session(2);
+  module.TraceRequest(SipJson(), 2);
+  module.TraceRequest(MakeCommands(R"({"OC":1,"CA":2,"DA":3})", 1), 2);
+  module.TraceRequest(MakeCommands("7"), 2);
+  const std::string text =
+      "\nEM_TALVOR (REQ)     : OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x16";
+  EXPECT_THAT(session.Texts(), ElementsAre(text, text, text));
+}
+
+TEST(RequestTraceTest, ANumberPrintsItsIntegerData) {
+  ExpectData("7", INTEGER, " Data 7");
+  ExpectData("-7", INTEGER, " Data -7");
+  ExpectData("0", INTEGER, " Data 0");
+  ExpectData("4294967295", INTEGER, " Data -1");
+}
+
+TEST(RequestTraceTest, AnIntegerOutside32BitsPrints0) {
+  ExpectData("4294967296", INTEGER, " Data 0");
+  ExpectData("-2147483649", INTEGER, " Data 0");
+}
+
+TEST(RequestTraceTest, DataWithoutALengthPrintsNothing) {
+  for (const char* data : {"null", "1.5", "[]", R"({"RAW":[]})", R"({"RAW":7})", "[null]"}) {
+    ExpectData(data, "", "");
+  }
+}
+
+TEST(RequestTraceTest, OtherDataPrintsTheLengthOfItsBytes) {
+  ExpectData(R"("abc")", LENGTH, " Len 4");
+  ExpectData(R"(["a","bc"])", LENGTH, " Len 6");
+  ExpectData("[1,300,70000]", LENGTH, " Len 7");
+  ExpectData(R"({"RAW":[1,2]})", LENGTH, " Len 2");
+}
+
+TEST(RequestTraceTest, ABooleanPrintsLength0) {
+  ExpectData("true", LENGTH, " Len 0");
+  ExpectData("false", LENGTH, " Len 0");
+}
+
+TEST(RequestTraceTest, AStructurePrintsJsonIndentedByFour) {
+  ExpectData(R"({"a":1,"b":{"c":null,"d":"x%s\n"}})", STRUCTURE,
+             " Data (JSON struct):\n"
+             "{\n"
+             "    \"a\": 1,\n"
+             "    \"b\": {\n"
+             "        \"c\": null,\n"
+             "        \"d\": \"x%s\\n\"\n"
+             "    }\n"
+             "}");
+  ExpectData(R"([{"a":true}])", STRUCTURE,
+             " Data (JSON struct):\n"
+             "[\n"
+             "    {\n"
+             "        \"a\": true\n"
+             "    }\n"
+             "]");
+}
+
+TEST(RequestTraceTest, AnEmptyStructureIsPrinted) {
+  ExpectData("{}", STRUCTURE, " Data (JSON struct):\n{}");
+}
+
+TEST(RequestTraceTest, ANumberThatJsonCannotExpressPrintsAsNull) {
+  TestModule module("EM_TALVOR");
+  SipJson request = MakeData(R"({"a":1,"b":1.5,"c":2})");
+  rapidjson::Value& data = request.m_oDocument["SIP"]["CMD"][0]["DA"];
+  data["a"].SetDouble(std::numeric_limits<double>::infinity());
+  data["c"].SetDouble(std::numeric_limits<double>::quiet_NaN());
+  const TraceSession session(2);
+  module.TraceRequest(request, 2);
+  EXPECT_THAT(session.Texts(),
+              ElementsAre(testing::EndsWith(
+                  "(JSON struct):\n{\n    \"a\": null,\n    \"b\": 1.5,\n    \"c\": null\n}")));
+}
+
+TEST(RequestTraceTest, AStructureOf1000LevelsIsTheLastToBePrinted) {
+  const auto nest = [](size_t levels, const std::string& innermost) {
+    return std::string(levels, '[').insert(0, R"([{"a":)") + innermost + std::string(levels, ']') +
+           "}]";
+  };
+  EXPECT_EQ(TraceData(nest(997, "1")).first, STRUCTURE);
+  EXPECT_EQ(TraceData(nest(998, "1")), std::pair(LENGTH, std::string(" Len 0")));
+}
+
+TEST(RequestTraceTest, AVeryDeepStructurePrintsItsLength) {
+  SipJson request = MakeData(R"({"sibling":1})");
+  auto& allocator = request.m_oDocument.GetAllocator();
+  rapidjson::Value& data = request.m_oDocument["SIP"]["CMD"][0]["DA"];
+  for (int level = 0; level < 100'000; ++level) {
+    rapidjson::Value outer(rapidjson::kObjectType);
+    outer.AddMember("sibling", level, allocator);
+    outer.AddMember("inner", data, allocator);
+    data = outer;
+  }
+  TestModule module;
+  const TraceSession session(2);
+  module.TraceRequest(request, 2);
+  EXPECT_THAT(session.Formats(), ElementsAre(PLAIN + LENGTH));
+}
+
+TEST(RequestTraceTest, TheThreeOperationsHaveTheirTags) {
+  TestModule module("EM_OTHER");
+  const SipJson request = MakeCommands(R"({"ST":0})");
+  const TraceSession session(2);
+  module.TraceRequest(request, 2);
+  module.TraceReturn(request, 2);
+  module.TraceReply(request, 2);
+  const std::string fields = ": OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x00";
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("\nEM_OTHER (REQ)      " + fields, "\nEM_OTHER (RET)      " + fields,
+                          "\nEM_OTHER (RPL)      " + fields));
+}
+
+TEST(RequestTraceTest, ALongLabelIsPrintedWhole) {
+  TestModule module("EM_WITH_A_VERY_LONG_NAME");
+  const TraceSession session(2);
+  module.TraceRequest(MakeCommands("{}"), 2);
+  EXPECT_THAT(session.Texts(),
+              ElementsAre(testing::StartsWith("\nEM_WITH_A_VERY_LONG_NAME (REQ): OC ")));
+}
+
+TEST(RequestTraceTest, EveryFormIsWrittenAtTheLevelOfTheCaller) {
+  TestModule module;
+  for (const char* cabinet : {"", R"(,"CA":1)"}) {
+    for (const auto& [data, part] :
+         {std::pair("7", INTEGER), {"{}", STRUCTURE}, {"\"x\"", LENGTH}, {"null", std::string()}}) {
+      const SipJson request = MakeCommands(R"({"DA":)" + std::string(data) + cabinet + "}");
+      const std::string format = (*cabinet == '\0' ? PLAIN : CABINET) + part;
+      for (uint32_t level = 1; level <= 5; ++level) {
+        EXPECT_EQ(LevelOf(format, [&] { module.TraceRequest(request, level); }), level) << format;
+        EXPECT_EQ(LevelOf(format, [&] { module.TraceReturn(request, level); }), level) << format;
+        EXPECT_EQ(LevelOf(format, [&] { module.TraceReply(request, level); }), level) << format;
+      }
+    }
+  }
+}
+
+TEST(RequestTraceTest, TheRequestIsNotChanged) {
+  TestModule module;
+  const TraceSession session(2);
+  for (const char* data : {"7", "{}", R"([{"a":1}])", "\"x\"", "null", R"({"RAW":[1]})"}) {
+    const SipJson request = MakeCommands(R"({},{"DA":)" + std::string(data) + "}", 1);
+    const std::string before = TextOf(request);
+    module.TraceRequest(request, 2);
+    module.TraceReturn(request, 2);
+    module.TraceReply(request, 2);
+    EXPECT_EQ(TextOf(request), before);
+    EXPECT_EQ(request.m_nCmdIndex, 1U);
+  }
+}
+
+TEST(RequestTraceTest, NothingIsBuiltWhileTracingIsOff) {
+  TestModule module;
+  const SipJson request = MakeCommands(R"({"DA":{"a":1}})");
+  g_nFailingNew = 0;
+  EXPECT_NO_THROW(module.TraceRequest(request, 2));
+  EXPECT_NO_THROW(module.TraceReturn(request, 2));
+  EXPECT_NO_THROW(module.TraceReply(request, 2));
+  g_nFailingNew = SIZE_MAX;
+  EXPECT_EQ(module.nameCalls, 0);
+}
+
+TEST(RequestTraceTest, WhatTheSinkThrowsPassesThrough) {
+  TestModule module;
+  const SipJson request = MakeCommands("{}");
+  TraceSession session(2);
+  session.ThrowAt(PLAIN);
+  EXPECT_THROW(module.TraceRequest(request, 2), std::runtime_error);
+}
+
+TEST(RequestTraceDeathTest, ExhaustedMemoryForTheJsonTextEndsTheProcess) {
+  const std::string data = R"({"a":")" + std::string(8192, 'x') + "\"}";
+  ExpectEnd(data, g_nFailingNew);
+  ExpectEnd(data, g_nFailingRealloc);
+}
+
+TEST(RequestTraceDeathTest, ExhaustedMemoryForTheBytesEndsTheProcess) {
+  ExpectEnd("\"" + std::string(8192, 'x') + "\"", g_nFailingNew);
+}
