@@ -8,8 +8,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <future>
-#include <iomanip>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -29,14 +27,6 @@ using testing::ElementsAreArray;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-
-// The low 32 bits, as 0x%X prints them with that width.
-std::string Hex(uintptr_t number, int width = 0) {
-  std::ostringstream text;
-  text << "0x" << std::hex << std::uppercase << std::setfill('0') << std::setw(width)
-       << static_cast<uint32_t>(number);
-  return text.str();
-}
 
 // The worker, with all trace lines.
 class TaskHandlerTest : public SerializerTest {

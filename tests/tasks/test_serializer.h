@@ -4,9 +4,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <future>
+#include <iomanip>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -254,3 +257,11 @@ class BlockedInsertion {
   std::future<uint32_t> m_result;
   bool m_wasBlocked = false;
 };
+
+// The low 32 bits, as 0x%X prints them with that width.
+inline std::string Hex(uintptr_t number, int width = 0) {
+  std::ostringstream text;
+  text << "0x" << std::hex << std::uppercase << std::setfill('0') << std::setw(width)
+       << static_cast<uint32_t>(number);
+  return text.str();
+}
