@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,7 +19,6 @@
 namespace {
 
 std::atomic<bool> s_refuseThreads = false;
-std::atomic<pthread_t> s_newestThread = 0;
 std::mutex s_sleepsLock;
 std::vector<useconds_t> s_sleeps;
 
@@ -41,9 +39,7 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attribute,
   if (s_refuseThreads) {
     return EAGAIN;
   }
-  const int error = __real_pthread_create(thread, attribute, function, argument);
-  s_newestThread = *thread;
-  return error;
+  return __real_pthread_create(thread, attribute, function, argument);
 }
 
 int __real_usleep(useconds_t time);
@@ -94,23 +90,6 @@ class SerializerLifecycleTest : public SerializerTest {
     std::vector<std::string> formats = m_session.Formats();
     std::erase_if(formats, IsWorkerLine);
     return formats;
-  }
-
-  // Starts a worker that a task then ends, behind the serializer's back.
-  void StartAndEndWorker(TestSerializer& serializer) {
-    serializer.onTask = [](Message& message, int32_t) {
-      if (message.number == 0) {
-        pthread_exit(nullptr);
-      }
-    };
-    serializer.StartSerialization();
-    EXPECT_EQ(serializer.Insert(0), 1U);
-    EXPECT_TRUE(WaitUntil([] {
-      int policy = 0;
-      sched_param parameter = {};
-      return pthread_getschedparam(s_newestThread, &policy, &parameter) != 0;
-    }));
-    m_session.Clear();
   }
 
   TraceSession m_session{5};
@@ -318,32 +297,6 @@ TEST_F(SerializerLifecycleTest, ATaskThatOvertakesTheTerminationIsFreedByTheDest
   EXPECT_EQ(Message::s_alive, 1);
   serializer.reset();
   EXPECT_EQ(Message::s_alive, 0);
-}
-
-TEST_F(SerializerLifecycleTest, AWorkerThatEndedOnItsOwnIsNotTerminated) {
-  TestSerializer serializer;
-  StartAndEndWorker(serializer);
-  serializer.TerminateSerialization();
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
-  serializer.InsertMany(1, 1);
-}
-
-TEST_F(SerializerLifecycleTest, AStartReplacesAWorkerThatEndedOnItsOwn) {
-  TestSerializer serializer;
-  StartAndEndWorker(serializer);
-  serializer.InsertMany(1, 1);
-  serializer.StartSerialization();
-  EXPECT_TRUE(serializer.WaitUntilBegun(2));
-  EXPECT_EQ(m_session.Count(line::KILLED), 1);
-}
-
-TEST_F(SerializerLifecycleTest, DestructionJoinsAWorkerThatEndedOnItsOwn) {
-  auto serializer = std::make_unique<TestSerializer>();
-  StartAndEndWorker(*serializer);
-  serializer->InsertMany(1, 3);
-  serializer.reset();
-  EXPECT_EQ(Message::s_alive, 0);
-  EXPECT_EQ(m_session.Count(line::KILLED), 1);
 }
 
 TEST_F(SerializerLifecycleTest, DestructionTerminatesFreesAndKills) {
