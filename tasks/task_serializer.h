@@ -109,7 +109,7 @@ class CTaskSerializer {
 
   std::vector<Level> m_oLevels;
   CCriticalSection m_oLock;  // guards the queues and the calls of OnQueueEmpty() and OnQueueFull()
-  CEvent m_oWakeUp;          // changed under the lock only, so that no wake-up is lost
+  CEvent m_oWakeUp;          // set for a task and reset under the lock, so that no task is missed
   CThread m_oWorker;
   const uint32_t m_nStackSize = 0;
   const int32_t m_nLevelCount;
