@@ -21,11 +21,13 @@ class Sink final : public ITraceSink {
   void Placeholder4() override {}
   void Placeholder5() override {}
   void Placeholder6() override {}
-  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
+                                                 const char* moduleName) override {
     Output(format, arguments, moduleName);
   }
 
-  void Output(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
+                                            const char* moduleName) override {
     std::array<char, 100> text = {};
     vsnprintf(text.data(), text.size(), format, arguments);
     std::array<char, 200> line = {};
