@@ -295,8 +295,9 @@ void CEvent::ShareRecordOf(const CEvent& other) noexcept {
     }
   }
   if (record != nullptr) {
-    DEBUG_TRACE(5, "incr refcount on event %p <%s> (IsSignaled=%d)\n", record->GetAddress(),
-                record->GetName(), record->signaled.load());
+    DEBUG_TRACE(5, "incr refcount on event %p <%s> (IsSignaled=%d,IsManual=%d)\n",
+                record->GetAddress(), record->GetName(), record->signaled.load(),
+                record->manualReset.load());
   }
 }
 
