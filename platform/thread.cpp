@@ -2,7 +2,10 @@
 
 #include <sched.h>
 
+#include <cerrno>
 #include <mutex>
+#include <new>
+#include <utility>
 
 #include "trace/debug_client.h"
 
@@ -112,17 +115,25 @@ bool CThread::Start(Function function, void* argument, int32_t priority, bool su
 }
 
 bool CThread::Create(const pthread_attr_t& attribute, Function function, void* argument) {
-  const auto control = std::make_shared<Control>(function, argument);
-  auto forThread = std::make_unique<std::shared_ptr<Control>>(control);
+  std::shared_ptr<Control> control;
   pthread_t handle = 0;
-  const int error = pthread_create(&handle, &attribute, &CThread::Run, forThread.get());
+  int error = ENOMEM;
+  try {
+    control = std::make_shared<Control>(function, argument);
+    auto forThread = std::make_unique<std::shared_ptr<Control>>(control);
+    error = pthread_create(&handle, &attribute, &CThread::Run, forThread.get());
+    if (error == 0) {
+      forThread.release();  // now owned by Run()
+    }
+  } catch (const std::bad_alloc&) {
+    // Reported as an error of pthread_create().
+  }
   if (error != 0) {
     m_nHandle = 0;
     DEBUG_TRACE(2, "\npthread_create failed: %d", error);
     return false;
   }
-  forThread.release();  // now owned by Run()
-  m_pControl = control;
+  m_pControl = std::move(control);
   m_nHandle = handle;
   return true;
 }
