@@ -185,6 +185,15 @@ TEST(ExtensionModuleTest, ServesCabinet0UntilTold) {
   EXPECT_FALSE(IsForServerCabinet(R"({"CA":1})"));
 }
 
+TEST(ExtensionModuleTest, ACabinetThatIsNoNumberCountsAs0) {
+  TestModule module;
+  for (const uint32_t number : {0U, 1U}) {
+    module.SetCabinetNumber(number);
+    EXPECT_EQ(IsForServerCabinet(R"({"CA":null})"), number == 0);
+    EXPECT_EQ(IsForServerCabinet(R"({"CA":"x"})"), number == 0);
+  }
+}
+
 TEST(ExtensionModuleTest, ServesTheLastCabinetToldToAnyModule) {
   TestModule first;
   TestModule second;
