@@ -31,7 +31,7 @@ class TraceConfigDirectory : public testing::Test {
   }
 
   static std::string Path(const std::string& name) {
-    return std::string(ROOT) + "/CorvistaSuite/TraceConfig/" + name;
+    return DIRECTORY + name;
   }
 
   // Writes a file of the directory, last modified at that second and nanosecond.
@@ -48,6 +48,7 @@ class TraceConfigDirectory : public testing::Test {
 
  private:
   static constexpr char ROOT[] = "/etc/orvane";
+  inline static const std::string DIRECTORY = "/etc/orvane/CorvistaSuite/TraceConfig/";
 
   bool m_isOurs = false;
 };
