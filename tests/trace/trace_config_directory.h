@@ -30,9 +30,7 @@ class TraceConfigDirectory : public testing::Test {
     }
   }
 
-  static std::string Path(const std::string& name) {
-    return DIRECTORY + name;
-  }
+  static std::string Path(const std::string& name) { return DIRECTORY + name; }
 
   // Writes a file of the directory, last modified at that second and nanosecond.
   static void Write(const std::string& name, const std::string& text, time_t modified = 1000,
