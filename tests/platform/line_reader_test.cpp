@@ -5,10 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <vector>
+#include <string>
+
+#include "tests/support/scratch_directory.h"
 
 namespace {
 
@@ -37,20 +36,10 @@ namespace {
 
 class LineReaderTest : public testing::Test {
  protected:
-  LineReaderTest() {
-    char pattern[] = "/tmp/line_reader_test.XXXXXX";
-    m_oDirectory = mkdtemp(pattern);
-  }
-  ~LineReaderTest() override { std::filesystem::remove_all(m_oDirectory); }
-
-  std::string Make(const std::string& content) {
-    const std::filesystem::path file = m_oDirectory / "file";
-    std::ofstream(file, std::ios::binary) << content;
-    return file;
-  }
+  std::string Make(const std::string& content) const { return m_oScratch.Write("file", content); }
 
   // The lines as one string, each in brackets.
-  std::string Lines(const std::string& content) {
+  std::string Lines(const std::string& content) const {
     CLineReader reader(Make(content).c_str());
     std::string lines;
     std::string line = "before";
@@ -62,7 +51,7 @@ class LineReaderTest : public testing::Test {
     return lines;
   }
 
-  std::filesystem::path m_oDirectory;
+  const ScratchDirectory m_oScratch;
 };
 
 }  // namespace
@@ -88,7 +77,7 @@ TEST_F(LineReaderTest, GivesLinesOfAnyLength) {
 }
 
 TEST_F(LineReaderTest, HasNoLinesOfAFileThatCannotBeOpened) {
-  CLineReader reader((m_oDirectory / "missing").c_str());
+  CLineReader reader(m_oScratch.Path("missing").c_str());
   std::string line = "before";
   EXPECT_FALSE(reader.Read(line));
   EXPECT_EQ(line, "");
