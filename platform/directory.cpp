@@ -1,16 +1,20 @@
 #include "platform/directory.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <string>
 
 #include "platform/change_mode.h"
+#include "platform/descriptor.h"
 #include "trace/debug_client.h"
 
 namespace {
@@ -36,13 +40,19 @@ class Listing {
     return m_nCount >= 0;
   }
 
-  // The name of the next entry; null behind the last one.
-  const char* Next() { return m_nNext < m_nCount ? m_pEntries[m_nNext++]->d_name : nullptr; }
+  // The next entry; null behind the last one.
+  const dirent* Next() { return m_nNext < m_nCount ? m_pEntries[m_nNext++] : nullptr; }
 
  private:
   dirent** m_pEntries = nullptr;
   int m_nCount = 0;
   int m_nNext = 0;
+};
+
+// Where the system finds an entry: by `name` in an open directory, or by its path as `name`.
+struct Place {
+  int directory;
+  const char* name;
 };
 
 // One removal. A tree may be deeper than the stack of the caller's thread, so the directories on
@@ -62,15 +72,17 @@ class TreeRemoval {
 
   bool EnterDirectory();
   bool HandleNext(bool removeTop);
-  bool RemoveEntry();
-  bool RemoveFile();
+  Place FindPlace(const dirent& entry);
+  bool RemoveEntry(const dirent& entry);
+  bool RemoveFile(const Place& place);
   bool RemoveEmptied();
   void LeaveDirectory();
   void ReportWayUp();
 
   std::string m_strPath;  // of the entry in work; as long as it is, it begins with its prefixes
-  std::deque<Level> m_oLevels;  // from the top of the tree down
-  int m_nError = 0;             // errno of the failure that ended the removal
+  std::deque<Level> m_oLevels;              // from the top of the tree down
+  std::optional<CDescriptor> m_oDirectory;  // the deepest one; opened when an entry needs it
+  int m_nError = 0;                         // errno of the failure that ended the removal
 };
 
 bool TreeRemoval::Run(bool removeTop) {
@@ -100,6 +112,7 @@ bool TreeRemoval::EnterDirectory() {
     return false;
   }
   m_strPath += '/';
+  m_oDirectory.reset();
   return true;
 }
 
@@ -107,10 +120,9 @@ bool TreeRemoval::EnterDirectory() {
 bool TreeRemoval::HandleNext(bool removeTop) {
   Level& level = m_oLevels.back();
   m_strPath.resize(level.prefixLength);
-  if (const char* name = level.listing.Next()) {
-    m_strPath += name;
+  if (const dirent* entry = level.listing.Next()) {
     // Hidden entries are deliberately kept, which also keeps "." and ".." out.
-    return *name == '.' || RemoveEntry();
+    return entry->d_name[0] == '.' || RemoveEntry(*entry);
   }
   const bool isTop = m_oLevels.size() == 1;
   if ((removeTop || !isTop) && !RemoveEmptied()) {
@@ -120,14 +132,30 @@ bool TreeRemoval::HandleNext(bool removeTop) {
   return true;
 }
 
-bool TreeRemoval::RemoveEntry() {
+// By its name in the directory, a file is found without the walk along the path for each call. All
+// else is found by the path, so that the system's limits for paths and links keep it out of reach.
+Place TreeRemoval::FindPlace(const dirent& entry) {
+  if (entry.d_type != DT_REG || m_strPath.size() >= PATH_MAX) {
+    return {AT_FDCWD, m_strPath.c_str()};
+  }
+  if (!m_oDirectory) {
+    const std::string prefix = m_strPath.substr(0, m_oLevels.back().prefixLength);
+    m_oDirectory.emplace(open(prefix.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  const int directory = m_oDirectory->Get();
+  return directory >= 0 ? Place{directory, entry.d_name} : Place{AT_FDCWD, m_strPath.c_str()};
+}
+
+bool TreeRemoval::RemoveEntry(const dirent& entry) {
+  m_strPath += entry.d_name;
+  const Place place = FindPlace(entry);
   struct stat status = {};
-  if (stat(m_strPath.c_str(), &status) != 0) {
+  if (fstatat(place.directory, place.name, &status, 0) != 0) {
     return true;
   }
-  // Deliberately takes links as well, though stat() follows them and reports none.
+  // Deliberately takes links as well, though they are followed and never reported.
   if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
-    return RemoveFile();
+    return RemoveFile(place);
   }
   if (S_ISDIR(status.st_mode)) {
     DEBUG_TRACE(2, "\nCDirectory          : Found dir: \"%s\"", m_strPath.c_str());
@@ -136,15 +164,15 @@ bool TreeRemoval::RemoveEntry() {
   return true;
 }
 
-bool TreeRemoval::RemoveFile() {
+bool TreeRemoval::RemoveFile(const Place& place) {
   const char* path = m_strPath.c_str();
   DEBUG_TRACE(2, "\nCDirectory          : Found file: \"%s\"", path);
-  if (!ChangeModeUnlessLink(path, FOR_ALL)) {
+  if (!ChangeModeUnlessLink(place.directory, place.name, FOR_ALL)) {
     const int error = errno;
     DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot change mode of file \"%s\": %s", path,
                 strerror(error));
   }
-  if (unlink(path) != 0) {
+  if (unlinkat(place.directory, place.name, 0) != 0) {
     m_nError = errno;
     DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot remove file \"%s\": %s", path,
                 strerror(m_nError));
@@ -171,6 +199,7 @@ bool TreeRemoval::RemoveEmptied() {
 // Goes on with the directory above the deepest one.
 void TreeRemoval::LeaveDirectory() {
   m_oLevels.pop_back();
+  m_oDirectory.reset();
   if (!m_oLevels.empty()) {
     m_strPath.pop_back();
     DEBUG_TRACE(3, "\nCDirectory          : Remove directory \"%s\" OK!", m_strPath.c_str());

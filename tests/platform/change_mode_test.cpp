@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <string>
 
+#include "platform/descriptor.h"
 #include "tests/support/scratch_directory.h"
 
 namespace {
@@ -51,7 +52,7 @@ class ChangeModeTest : public testing::TestWithParam<int> {
   }
 
   bool Change(const std::string& name) const {
-    return ChangeModeUnlessLink(m_oScratch.Path(name).c_str(), 0751);
+    return ChangeModeUnlessLink(AT_FDCWD, m_oScratch.Path(name).c_str(), 0751);
   }
 
   mode_t ModeOf(const std::string& name) const {
@@ -73,6 +74,15 @@ INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS),
 TEST_P(ChangeModeTest, ChangesTheModeOfAFile) {
   EXPECT_TRUE(Change("file"));
   EXPECT_EQ(ModeOf("file"), 0751U);
+}
+
+TEST_P(ChangeModeTest, TakesAPathInAnOpenDirectory) {
+  const CDescriptor directory(open(m_oScratch.Path().c_str(), O_PATH | O_CLOEXEC));
+  std::filesystem::create_symlink("file", m_oScratch.Path("link"));
+  EXPECT_TRUE(ChangeModeUnlessLink(directory.Get(), "file", 0700));
+  EXPECT_EQ(ModeOf("file"), 0700U);
+  EXPECT_TRUE(ChangeModeUnlessLink(directory.Get(), "link", 0751));
+  EXPECT_EQ(ModeOf("file"), 0700U);
 }
 
 TEST_P(ChangeModeTest, LeavesALinkAndItsTargetAlone) {

@@ -26,6 +26,7 @@ namespace {
 
 bool g_bChangeModeFails = false;
 bool g_bStatReportsLinks = false;
+bool g_bOpenFails = false;
 
 }  // namespace
 
@@ -49,9 +50,18 @@ long __wrap_syscall(long number, ...) {
   return __real_syscall(number, first, second, third, fourth);
 }
 
-int __real_stat(const char* path, struct stat* status);
-int __wrap_stat(const char* path, struct stat* status) {
-  return g_bStatReportsLinks ? lstat(path, status) : __real_stat(path, status);
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...) {
+  if (g_bOpenFails) {
+    errno = EMFILE;
+    return -1;
+  }
+  return __real_open(path, flags);
+}
+
+int __real_fstatat(int directory, const char* path, struct stat* status, int flags);
+int __wrap_fstatat(int directory, const char* path, struct stat* status, int flags) {
+  return __real_fstatat(directory, path, status, g_bStatReportsLinks ? AT_SYMLINK_NOFOLLOW : flags);
 }
 
 }  // extern "C"
@@ -305,6 +315,15 @@ TEST_F(DirectoryTest, TakesALinkThatStatReportsForAFile) {
   g_bStatReportsLinks = false;
   EXPECT_FALSE(fs::exists(m_strTop));
   EXPECT_TRUE(fs::exists(m_oScratch.Path("target/a")));
+}
+
+TEST_F(DirectoryTest, NeedsNoDescriptorBesidesTheListing) {
+  Make("a");
+  Make("b/c");
+  Make("d");
+  g_bOpenFails = true;
+  EXPECT_EQ(Remove(), 1);
+  EXPECT_FALSE(fs::exists(m_strTop));
 }
 
 TEST_F(DirectoryTest, WritesEachLineAtItsLevel) {
