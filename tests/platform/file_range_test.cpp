@@ -72,12 +72,15 @@ extern "C" int __wrap_ftruncate(int descriptor, off_t size) {
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
-void* operator new(size_t size) {
+// Not inlined, lest the compiler takes memory of the one and free() in the other for a mismatch.
+[[gnu::noinline]] void* operator new(size_t size) {
   void* const memory = g_bMemoryIsShort ? nullptr : std::malloc(size);
   return memory != nullptr ? memory : throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t /*size*/) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
