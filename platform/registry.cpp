@@ -1,0 +1,203 @@
+#include "platform/registry.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "platform/registry_node.h"
+#include "platform/registry_path.h"
+#include "platform/registry_pointer.h"
+#include "platform/registry_tree.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+// For trace lines.
+const char* Shown(const char* text) { return text != nullptr ? text : "<null>"; }
+
+int32_t Shown(const std::shared_ptr<CRegistryNode>& node) {
+  return static_cast<int32_t>(reinterpret_cast<uintptr_t>(node.get()));
+}
+
+// Without a locale: names are bytes.
+char ToUpper(char letter) {
+  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+}
+
+}  // namespace
+
+CRegistry::CRegistry() { InitClass(); }
+
+CRegistry::CRegistry(const HKEY& key) {
+  InitClass();
+  m_pNode = key.GetNode();
+}
+
+CRegistry::CRegistry(const char* path, const HKEY& root, int32_t access) {
+  InitClass();
+  Open(path, root, access);
+}
+
+CRegistry::CRegistry(const CRegistry& other) {
+  InitClass();
+  m_pNode = other.m_pNode;
+  m_strPath = other.m_strPath;
+}
+
+CRegistry& CRegistry::operator=(const CRegistry& other) {
+  if (this != &other) {
+    InitClass();
+    m_pNode = other.m_pNode;
+    m_strPath = other.m_strPath;
+  }
+  return *this;
+}
+
+CRegistry::~CRegistry() {
+  const CTraceShield shield;
+  try {
+    CRegistryTree::Get().SaveTree();
+  } catch (const std::bad_alloc&) {
+    // The tree stays dirty: the end of the next object tries again.
+  }
+}
+
+void CRegistry::InitClass() {
+  DEBUG_TRACE(2, "\nCRegistry::InitClass");
+  m_nStatus = REGISTRY_OK;
+  m_nValueLength = 0;
+  m_nValueType = 0;
+  m_bExpand = true;
+  CRegistryTree& tree = CRegistryTree::Get();
+  tree.SetupTree(false);
+  if (tree.AddMissingRootKeys()) {
+    DEBUG_TRACE(1, "CRegistry::InitClass() : re-initialize the registry-tree\n");
+  }
+}
+
+// Runs an operation and keeps its result as the status; exhausted memory ends it with `failure`.
+template <typename Result, typename Operation>
+Result CRegistry::Finish(Result failure, const Operation& operation) {
+  Result result = failure;
+  try {
+    result = operation();
+  } catch (const std::bad_alloc&) {
+    // The result stays the failure.
+  }
+  m_nStatus = static_cast<int32_t>(result);
+  return result;
+}
+
+int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) {
+  return Finish(REGISTRY_FAILED, [&] {
+    const auto node = root.IsNull() ? CRegistryTree::Get().GetTop() : root.GetNode();
+    DEBUG_TRACE(2, "\nCRegistry::Open \"%s\", hKey = %d\n", Shown(path), Shown(node));
+    return path != nullptr ? OpenNode(path, node) : CloseAndFail();
+  });
+}
+
+// Walks down from `node` and makes the key at the end the current one.
+int32_t CRegistry::OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
+  CRegistryPath components(path);
+  for (std::string_view name = components.Next(); node != nullptr && !name.empty();
+       name = components.Next()) {
+    node = node->OpenKey(name);
+  }
+  if (node == nullptr) {
+    return CloseAndFail();
+  }
+  SetCurrent(path, std::move(node));
+  return REGISTRY_OK;
+}
+
+void CRegistry::SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node) {
+  m_strPath = path;
+  std::replace(m_strPath.begin(), m_strPath.end(), '\\', '/');
+  m_pNode = std::move(node);
+}
+
+int32_t CRegistry::CloseAndFail() {
+  Close();
+  DEBUG_TRACE(1, "\nCRegistry::Open ##ERROR while opening !!!\n");
+  return REGISTRY_FAILED;
+}
+
+void CRegistry::Close() {
+  m_pNode.reset();
+  m_strPath.clear();
+}
+
+int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
+  return Finish(int64_t{REGISTRY_FAILED}, [&]() -> int64_t {
+    DEBUG_TRACE(2, "CRegistry::CreateKey \"%s\"\n", Shown(path));
+    const auto node = NodeOf(parent);
+    if (path == nullptr || node == nullptr) {
+      return REGISTRY_FAILED;
+    }
+    return *path != '\0' ? CreateNode(path, node) : REGISTRY_OK;
+  });
+}
+
+// Walks down from `node`, makes what is missing, and makes the key at the end the current one.
+int32_t CRegistry::CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
+  CRegistryTree::Get().MarkDirty();
+  CRegistryPath components(path);
+  for (std::string_view name = components.Next(); node != nullptr && !name.empty();
+       name = components.Next()) {
+    node = node->CreateKey(name);
+  }
+  if (node == nullptr) {
+    return REGISTRY_FAILED;
+  }
+  SetCurrent(path, std::move(node));
+  return REGISTRY_OK;
+}
+
+int32_t CRegistry::OpenPointer(const char* valueName, const HKEY& root, int32_t access) {
+  return OpenPointer(REGISTRY_POINTER_KEY, valueName, root, access);
+}
+
+int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const HKEY& root,
+                               int32_t access) {
+  DEBUG_TRACE(2, "CRegistry::OpenPointer \"%s\"\n", Shown(keyPath));
+  if (Open(keyPath, root, access) != REGISTRY_OK) {
+    return REGISTRY_FAILED;
+  }
+  return Finish(REGISTRY_FAILED, [&] {
+    if (FindText(valueName, nullptr) != REGISTRY_OK) {
+      return CloseAndFail();
+    }
+    return FollowPointer(m_strValue.c_str());
+  });
+}
+
+// Opens the key that the text names, from the top.
+int32_t CRegistry::FollowPointer(std::string pointer) {
+  const size_t separator = FindRegistrySeparator(pointer);
+  if (separator == std::string::npos) {
+    return CloseAndFail();
+  }
+  std::transform(pointer.begin(), pointer.begin() + static_cast<ptrdiff_t>(separator),
+                 pointer.begin(), ToUpper);
+  pointer[separator] = '/';
+  return Open(pointer.c_str(), nullptr);
+}
+
+int32_t CRegistry::DeleteKey(const char* name) {
+  return Finish(REGISTRY_INVALID, [&] {
+    DEBUG_TRACE(2, "CRegistry::DeleteKey \"%s\"\n", Shown(name));
+    std::shared_ptr<CRegistryNode> key;
+    if (name == nullptr || m_pNode == nullptr || !m_pNode->DeleteKey(name, key)) {
+      return REGISTRY_INVALID;
+    }
+    CRegistryTree::Get().MarkDirty();
+    if (key != nullptr) {
+      key->deleteNode();
+    }
+    return REGISTRY_OK;
+  });
+}
+
+std::shared_ptr<CRegistryNode> CRegistry::NodeOf(const HKEY& key) const {
+  return key.IsNull() ? m_pNode : key.GetNode();
+}
