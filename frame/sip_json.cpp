@@ -81,7 +81,7 @@ std::unique_ptr<SipJson::Allocator> MakeAllocator(size_t size) {
 
 SipJson::SipJson(std::unique_ptr<Allocator> allocator)
     : m_oDocument(allocator.get()), m_bOwnsAllocator(true) {
-  allocator.release();  // deleted by the destructor
+  static_cast<void>(allocator.release());  // deleted by the destructor
 }
 
 SipJson::SipJson(const SipJson& other)

@@ -121,7 +121,7 @@ bool CThread::Create(const pthread_attr_t& attribute, Function function, void* a
     DEBUG_TRACE(2, "\npthread_create failed: %d", error);
     return false;
   }
-  forThread.release();  // now owned by Run()
+  static_cast<void>(forThread.release());  // now owned by Run()
   m_pControl = control;
   m_nHandle = handle;
   return true;

@@ -52,7 +52,7 @@ bool ReadRegularFile(const std::string& path, std::string& text) {
     return false;
   }
   std::string content;
-  std::array<char, 4096> block;
+  std::array<char, 4096> block = {};
   for (;;) {
     const ssize_t length = read(file.Get(), block.data(), block.size());
     if (length < 0 && errno == EINTR) {

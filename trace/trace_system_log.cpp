@@ -28,7 +28,7 @@ void WriteTraceToSystemLog(const char* format, va_list arguments) {
     ++format;
   }
   OpenOnce();
-  std::array<char, MESSAGE_SIZE> message;
+  std::array<char, MESSAGE_SIZE> message = {};
   if (vsnprintf(message.data(), message.size(), format, arguments) < 0) {
     syslog(LOG_INFO, "ERROR: cann't format message");
     return;

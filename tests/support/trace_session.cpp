@@ -18,6 +18,8 @@ namespace {
 
 constexpr std::chrono::seconds LIMIT(10);
 
+std::string Format(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
+
 std::string Format(const char* format, va_list arguments) {
   va_list copy;
   va_copy(copy, arguments);
@@ -41,11 +43,13 @@ class CollectingSink final : public ITraceSink {
   void Placeholder5() override {}
   void Placeholder6() override {}
 
-  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
+                                                 const char* moduleName) override {
     Output(format, arguments, moduleName);
   }
 
-  void Output(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
+                                            const char* moduleName) override {
     std::function<void()> action;
     {
       const std::lock_guard guard(m_lock);
