@@ -75,19 +75,6 @@ void CRegistry::InitClass() {
   }
 }
 
-// Runs an operation and keeps its result as the status; exhausted memory ends it with `failure`.
-template <typename Result, typename Operation>
-Result CRegistry::Finish(Result failure, const Operation& operation) {
-  Result result = failure;
-  try {
-    result = operation();
-  } catch (const std::bad_alloc&) {
-    // The result stays the failure.
-  }
-  m_nStatus = static_cast<int32_t>(result);
-  return result;
-}
-
 int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) {
   return Finish(REGISTRY_FAILED, [&] {
     const auto node = root.IsNull() ? CRegistryTree::Get().GetTop() : root.GetNode();

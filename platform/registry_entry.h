@@ -6,8 +6,8 @@
 
 class CRegistryNode;
 
-// Types of registry values, stored in the files too. REG_KEY is the registry's own mark for a subkey and
-// deliberately outside the range of the others.
+// Types of registry values, stored in the files too. REG_KEY is the registry's own mark for a
+// subkey and deliberately outside the range of the others.
 constexpr uint32_t REG_SZ = 1;         // text
 constexpr uint32_t REG_EXPAND_SZ = 2;  // text whose environment references are expanded on read
 constexpr uint32_t REG_BINARY = 3;     // bytes

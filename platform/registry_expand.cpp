@@ -6,7 +6,8 @@ std::string ExpandEnvironment(std::string_view text) {
   std::string expanded;
   for (;;) {
     const size_t opening = text.find('%');
-    const size_t closing = opening == std::string_view::npos ? opening : text.find('%', opening + 1);
+    const size_t closing =
+        opening == std::string_view::npos ? opening : text.find('%', opening + 1);
     if (closing == std::string_view::npos) {
       return expanded.append(text);
     }

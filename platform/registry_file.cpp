@@ -42,7 +42,8 @@ class TemporaryFile {
   // Without O_NONBLOCK the open of a pipe of that name would wait for a reader.
   TemporaryFile()
       : m_oFile(open(REGISTRY_TEMPORARY_FILE,
-                     O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, FILE_MODE)) {
+                     O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                     FILE_MODE)) {
     struct stat status = {};
     m_bUsable = m_oFile.IsOpen() && fstat(m_oFile.Get(), &status) == 0 && S_ISREG(status.st_mode);
     m_bRemove = m_bUsable;
@@ -97,8 +98,8 @@ Current ExamineCurrentFile() {
   return status.st_size > 0 ? Current::FILLED : Current::MISSING_OR_EMPTY;
 }
 
-// Puts the filled temporary file in the place of the current one. False with errno; all files are then
-// as before, but for the backup, which may hold the current text as well.
+// Puts the filled temporary file in the place of the current one. False with errno; all files are
+// then as before, but for the backup, which may hold the current text as well.
 bool Replace(TemporaryFile& temporary) {
   const Current current = ExamineCurrentFile();
   if (current == Current::UNKNOWN) {

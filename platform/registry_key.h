@@ -20,8 +20,9 @@ constexpr std::array<const char*, 5> ROOT_KEY_NAMES = {"HKEY_LOCAL_MACHINE", "HK
                                                        "HKEY_USERS", "HKEY_CLASSES_ROOT",
                                                        "HKEY_CURRENT_CONFIG"};
 
-// A key handle: null, a root key, or a key of the tree, which it keeps from being freed but not from
-// being deleted. A root key is looked up when the handle is used, so that a handle outlives a reload.
+// A key handle: null, a root key, or a key of the tree, which it keeps from being freed but not
+// from being deleted. A root key is looked up when the handle is used, so that a handle outlives a
+// reload.
 class HKEY {
  public:
   HKEY(std::nullptr_t = nullptr) {}

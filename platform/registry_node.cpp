@@ -215,9 +215,10 @@ void CRegistryNode::deleteNode() {
 }
 
 std::vector<CRegistryEntry>::iterator CRegistryNode::LowerBound(std::string_view name) {
-  return std::lower_bound(
-      m_oEntries.begin(), m_oEntries.end(), name,
-      [](const CRegistryEntry& entry, std::string_view wanted) { return entry.GetName() < wanted; });
+  return std::lower_bound(m_oEntries.begin(), m_oEntries.end(), name,
+                          [](const CRegistryEntry& entry, std::string_view wanted) {
+                            return entry.GetName() < wanted;
+                          });
 }
 
 CRegistryEntry* CRegistryNode::Find(std::string_view name) {

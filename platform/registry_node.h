@@ -17,12 +17,12 @@ struct RegistryValue {
 
 // One key of the registry tree: values and subkeys, sorted by name (byte order) in one name space.
 //
-// A key that is taken out of the tree, with everything below it, is dead from then on, for whoever still
-// refers to it: it is empty and stores nothing. The entry of a deleted key stays in its parent; it opens
-// as a dead key until a new key or value is stored under its name.
+// A key that is taken out of the tree, with everything below it, is dead from then on, for whoever
+// still refers to it: it is empty and stores nothing. The entry of a deleted key stays in its
+// parent; it opens as a dead key until a new key or value is stored under its name.
 //
-// Thread safety: every operation may be called from any thread. Each locks this key only, so no two keys
-// are ever locked at once.
+// Thread safety: every operation may be called from any thread. Each locks this key only, so no two
+// keys are ever locked at once.
 class CRegistryNode {
  public:
   CRegistryNode() = default;
@@ -34,8 +34,8 @@ class CRegistryNode {
   // The subkey of that name, or null when there is none or the name is that of a value.
   std::shared_ptr<CRegistryNode> OpenKey(std::string_view name);
 
-  // As OpenKey(), but makes the subkey when the name is free or that of a deleted key. Null when the name
-  // is that of a value or this key is dead. Throws std::bad_alloc.
+  // As OpenKey(), but makes the subkey when the name is free or that of a deleted key. Null when
+  // the name is that of a value or this key is dead. Throws std::bad_alloc.
   std::shared_ptr<CRegistryNode> CreateKey(std::string_view name);
 
   // Makes an empty subkey when the name is free. True when it was. Throws std::bad_alloc.
@@ -50,15 +50,15 @@ class CRegistryNode {
   // std::bad_alloc and then changes nothing.
   Stored Store(CRegistryEntry entry, std::vector<CRegistryEntry>& replaced);
 
-  // Stores many entries at once, in any order; of entries of one name the last one stays. Takes time in
-  // proportion to the number of entries. Otherwise as Store().
+  // Stores many entries at once, in any order; of entries of one name the last one stays. Takes
+  // time in proportion to the number of entries. Otherwise as Store().
   void StoreAll(std::vector<CRegistryEntry> entries, std::vector<CRegistryEntry>& replaced);
 
   // Takes an entry out; false when there is none of that name.
   bool Remove(std::string_view name, std::vector<CRegistryEntry>& removed);
 
-  // Takes the subkey out and leaves the entry of a deleted key. False when the name is not that of a
-  // subkey; `key` is null when it was deleted before.
+  // Takes the subkey out and leaves the entry of a deleted key. False when the name is not that of
+  // a subkey; `key` is null when it was deleted before.
   bool DeleteKey(std::string_view name, std::shared_ptr<CRegistryNode>& key);
 
   // Calls `visit` with each entry, in order, under the lock.
@@ -73,8 +73,8 @@ class CRegistryNode {
   // Frees everything below this key, without recursion and without a trace, and leaves it alive.
   void Clear();
 
-  // Kills this key and everything below it, without recursion, and traces each entry that had something
-  // to free. What the sink throws ends here.
+  // Kills this key and everything below it, without recursion, and traces each entry that had
+  // something to free. What the sink throws ends here.
   void deleteNode();
 
  private:

@@ -13,7 +13,8 @@ namespace {
 // The longest piece of a line that is read at once, in bytes.
 constexpr size_t PIECE_SIZE = 1023;
 
-// Cuts the next piece of a line off `text`. What is returned ends before the piece's line end or NUL.
+// Cuts the next piece of a line off `text`. What is returned ends before the piece's line end or
+// NUL.
 std::string_view TakePiece(std::string_view& text) {
   std::string_view piece = text.substr(0, PIECE_SIZE);
   const size_t lineEnd = piece.find('\n');
@@ -135,4 +136,6 @@ class Parser {
 
 }  // namespace
 
-bool ParseRegistryText(std::string_view text, CRegistryNode& node) { return Parser(text).Run(node); }
+bool ParseRegistryText(std::string_view text, CRegistryNode& node) {
+  return Parser(text).Run(node);
+}

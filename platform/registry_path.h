@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-// Walks the components of a registry path. "\" and "/" separate alike, everywhere; separators at either
-// end and doubled ones are accepted.
+// Walks the components of a registry path. "\" and "/" separate alike, everywhere; separators at
+// either end and doubled ones are accepted.
 class CRegistryPath {
  public:
   // The path must outlive the object.

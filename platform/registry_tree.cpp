@@ -19,10 +19,18 @@ CRegistryTree& CRegistryTree::Get() {
   return tree;
 }
 
+namespace {
+
 // Runs after the last static destructor of the library or program.
-[[gnu::destructor(102)]] void CRegistryTree::ReleaseAtUnload() {
-  Get().m_oTop.Clear();
-  Get().MIsSetup = false;
+[[gnu::destructor(102)]] void ReleaseRegistryTree() { CRegistryTree::Get().Release(); }
+
+}  // namespace
+
+void CRegistryTree::Release() {
+  const CCriticalSectionGuard guard(m_oLock);
+  m_oTop.Clear();
+  MIsSetup = false;
+  MIsDirty = false;
 }
 
 // Shares nothing: the top lives as long as the process.
@@ -34,7 +42,8 @@ void CRegistryTree::SetupTree(bool force) {
   if (!force && MIsSetup) {
     return;
   }
-  const CTraceShield shield;  // a tree that the sink kept from loading would be saved over the files
+  const CTraceShield
+      shield;  // a tree that the sink kept from loading would be saved over the files
   const CCriticalSectionGuard guard(m_oLock);
   if (!force && MIsSetup) {
     return;
@@ -84,9 +93,10 @@ bool CRegistryTree::RestoreNode(const char* path, CRegistryNode& node) {
     return false;
   }
   if (!ParseRegistryText(text, node)) {
-    DEBUG_TRACE(1,
-                "CRegistry: WARNING: Node restoring from \"%s\" failed - check the content of this file\n",
-                path);
+    DEBUG_TRACE(
+        1,
+        "CRegistry: WARNING: Node restoring from \"%s\" failed - check the content of this file\n",
+        path);
     return false;
   }
   return true;

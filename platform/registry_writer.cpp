@@ -72,7 +72,8 @@ std::vector<Subkey> WriteValues(CRegistryNode& node, std::string& text) {
 
 std::string WriteRegistryText(CRegistryNode& node) {
   std::string text;
-  std::vector<std::vector<Subkey>> levels;  // what is left to write, from the outermost to the innermost
+  std::vector<std::vector<Subkey>>
+      levels;  // what is left to write, from the outermost to the innermost
   levels.push_back(WriteValues(node, text));
   while (!levels.empty()) {
     if (levels.back().empty()) {
