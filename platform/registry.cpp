@@ -77,9 +77,12 @@ void CRegistry::InitClass() {
 
 int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) {
   return Finish(REGISTRY_FAILED, [&] {
-    const auto node = root.IsNull() ? CRegistryTree::Get().GetTop() : root.GetNode();
+    const auto node = root.GetNode();
     DEBUG_TRACE(2, "\nCRegistry::Open \"%s\", hKey = %d\n", Shown(path), Shown(node));
-    return path != nullptr ? OpenNode(path, node) : CloseAndFail();
+    if (path == nullptr) {
+      return CloseAndFail();
+    }
+    return OpenNode(path, root.IsNull() ? CRegistryTree::Get().GetTop() : node);
   });
 }
 
@@ -151,19 +154,18 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
     return REGISTRY_FAILED;
   }
   return Finish(REGISTRY_FAILED, [&] {
-    if (FindText(valueName, nullptr) != REGISTRY_OK) {
-      return CloseAndFail();
+    if (FindText(valueName, nullptr) != REGISTRY_OK ||
+        FindRegistrySeparator(m_strValue) == std::string::npos) {
+      Close();
+      return REGISTRY_FAILED;
     }
     return FollowPointer(m_strValue.c_str());
   });
 }
 
-// Opens the key that the text names, from the top.
+// Opens the key that the text, which holds a separator, names from the top.
 int32_t CRegistry::FollowPointer(std::string pointer) {
   const size_t separator = FindRegistrySeparator(pointer);
-  if (separator == std::string::npos) {
-    return CloseAndFail();
-  }
   std::transform(pointer.begin(), pointer.begin() + static_cast<ptrdiff_t>(separator),
                  pointer.begin(), ToUpper);
   pointer[separator] = '/';
