@@ -70,13 +70,19 @@ void CRegistry::InitClass() {
   m_bExpand = true;
   CRegistryTree& tree = CRegistryTree::Get();
   tree.SetupTree(false);
-  if (tree.AddMissingRootKeys()) {
+  bool isComplete = false;
+  try {
+    isComplete = tree.AddMissingRootKeys();
+  } catch (const std::bad_alloc&) {
+    // What is below a root key that is still missing cannot be opened.
+  }
+  if (isComplete) {
     DEBUG_TRACE(1, "CRegistry::InitClass() : re-initialize the registry-tree\n");
   }
 }
 
 int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) {
-  return Finish(REGISTRY_FAILED, [&] {
+  return FinishOpening([&] {
     const auto node = root.GetNode();
     DEBUG_TRACE(2, "\nCRegistry::Open \"%s\", hKey = %d\n", Shown(path), Shown(node));
     if (path == nullptr) {
@@ -153,10 +159,9 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
   if (Open(keyPath, root, access) != REGISTRY_OK) {
     return REGISTRY_FAILED;
   }
-  return Finish(REGISTRY_FAILED, [&] {
+  return FinishOpening([&] {
     if (FindText(valueName, nullptr) != REGISTRY_OK ||
         FindRegistrySeparator(m_strValue) == std::string::npos) {
-      Close();
       return REGISTRY_FAILED;
     }
     return FollowPointer(m_strValue.c_str());

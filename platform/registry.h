@@ -125,6 +125,16 @@ class CRegistry {
     return result;
   }
 
+  // As Finish(), for operations that leave no key open when they fail, for want of memory too.
+  template <typename Operation>
+  int32_t FinishOpening(const Operation& operation) {
+    const int32_t result = Finish(REGISTRY_FAILED, operation);
+    if (result != REGISTRY_OK) {
+      Close();
+    }
+    return result;
+  }
+
   std::shared_ptr<CRegistryNode> NodeOf(const HKEY& key) const;
   int32_t OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node);

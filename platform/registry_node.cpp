@@ -50,18 +50,16 @@ bool HasPayload(const CRegistryEntry& entry) {
 
 }  // namespace
 
-CRegistryNode::~CRegistryNode() { Clear(); }
+CRegistryNode::~CRegistryNode() {
+  if (Kill(nullptr)) {
+    FreeEntries(false);
+  }
+}
 
 void CRegistryNode::Clear() {
-  std::vector<CRegistryEntry> pending = TakeEntries();
-  while (!pending.empty()) {
-    const std::shared_ptr<CRegistryNode> key = pending.back().TakeKey();
-    pending.pop_back();
-    if (key != nullptr) {
-      std::vector<CRegistryEntry> entries = key->Kill();
-      std::move(entries.begin(), entries.end(), std::back_inserter(pending));
-    }
-  }
+  CRegistryNode taken;  // its end frees them
+  const CCriticalSectionGuard guard(m_oLock);
+  taken.m_oEntries.swap(m_oEntries);
 }
 
 std::shared_ptr<CRegistryNode> CRegistryNode::OpenKey(std::string_view name) {
@@ -152,20 +150,28 @@ void CRegistryNode::StoreAll(std::vector<CRegistryEntry> entries,
   if (m_bDead) {
     return;
   }
+  if (!std::is_sorted(entries.begin(), entries.end(), ComesBefore)) {
+    std::stable_sort(entries.begin(), entries.end(), ComesBefore);
+  }
+  KeepLastOfEachName(entries, replaced);
   if (m_oEntries.empty()) {
     m_oEntries = std::move(entries);
-  } else {
-    m_oEntries.reserve(m_oEntries.size() + entries.size());
-    std::move(entries.begin(), entries.end(), std::back_inserter(m_oEntries));
+    return;
   }
-  if (!std::is_sorted(m_oEntries.begin(), m_oEntries.end(), ComesBefore)) {
-    std::stable_sort(m_oEntries.begin(), m_oEntries.end(), ComesBefore);
-  }
+  // From here on nothing needs memory.
+  replaced.reserve(replaced.size() + entries.size());
+  m_oEntries.reserve(m_oEntries.size() + entries.size());
+  const auto middle = m_oEntries.insert(m_oEntries.end(), std::make_move_iterator(entries.begin()),
+                                        std::make_move_iterator(entries.end()));
+  std::inplace_merge(m_oEntries.begin(), middle, m_oEntries.end(), ComesBefore);
   KeepLastOfEachName(m_oEntries, replaced);
 }
 
 bool CRegistryNode::Remove(std::string_view name, std::vector<CRegistryEntry>& removed) {
   const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return false;
+  }
   const auto position = LowerBound(name);
   if (position == m_oEntries.end() || position->GetName() != name) {
     return false;
@@ -186,31 +192,45 @@ bool CRegistryNode::DeleteKey(std::string_view name, std::shared_ptr<CRegistryNo
 }
 
 void CRegistryNode::deleteNode() {
-  struct Level {
-    std::vector<CRegistryEntry> entries;
-    size_t position = 0;
-    bool isInsideKey = false;
-  };
   const CTraceShield shield;
-  std::vector<Level> levels;
-  levels.push_back({Kill()});
-  while (!levels.empty()) {
-    Level& level = levels.back();
-    if (level.position == level.entries.size()) {
-      levels.pop_back();
+  if (Kill(nullptr)) {
+    FreeEntries(true);
+  }
+}
+
+// Makes this key dead, on the way from `outer`, so that the caller may free its entries. False when
+// it was dead.
+bool CRegistryNode::Kill(CRegistryNode* outer) {
+  const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return false;
+  }
+  m_bDead = true;
+  m_pOuter = outer;
+  return true;
+}
+
+// Frees the entries of this key and of the keys below it. The way back up is kept in the keys,
+// because freeing must not need memory. No lock: nobody but the thread that killed a key looks at
+// its entries any more.
+void CRegistryNode::FreeEntries(bool isTraced) {
+  CRegistryNode* key = this;
+  while (key != nullptr) {
+    if (key->m_nFreed == key->m_oEntries.size()) {
+      key->m_nFreed = 0;
+      std::vector<CRegistryEntry>().swap(key->m_oEntries);
+      key = std::exchange(key->m_pOuter, nullptr);
       continue;
     }
-    const CRegistryEntry& entry = level.entries[level.position];
-    if (entry.GetKey() != nullptr && !level.isInsideKey) {
-      level.isInsideKey = true;
-      levels.push_back({entry.GetKey()->Kill()});
+    const CRegistryEntry& entry = key->m_oEntries[key->m_nFreed];
+    if (entry.GetKey() != nullptr && entry.GetKey()->Kill(key)) {
+      key = entry.GetKey().get();
       continue;
     }
-    if (HasPayload(entry)) {
+    if (isTraced && HasPayload(entry)) {
       DEBUG_TRACE(2, "CRegistryNode::deleteNode \"%s\"\n", entry.GetName().data());
     }
-    ++level.position;
-    level.isInsideKey = false;
+    ++key->m_nFreed;
   }
 }
 
@@ -221,21 +241,13 @@ std::vector<CRegistryEntry>::iterator CRegistryNode::LowerBound(std::string_view
                           });
 }
 
+// Null for a dead key.
 CRegistryEntry* CRegistryNode::Find(std::string_view name) {
+  if (m_bDead) {
+    return nullptr;
+  }
   const auto position = LowerBound(name);
   return position != m_oEntries.end() && position->GetName() == name ? &*position : nullptr;
-}
-
-std::vector<CRegistryEntry> CRegistryNode::TakeEntries() {
-  const CCriticalSectionGuard guard(m_oLock);
-  return std::exchange(m_oEntries, {});
-}
-
-// Makes this key dead and hands its entries out.
-std::vector<CRegistryEntry> CRegistryNode::Kill() {
-  const CCriticalSectionGuard guard(m_oLock);
-  m_bDead = true;
-  return TakeEntries();
 }
 
 void KillRegistryKeys(const std::vector<CRegistryEntry>& entries) {

@@ -21,12 +21,13 @@ struct RegistryValue {
 // still refers to it: it is empty and stores nothing. The entry of a deleted key stays in its
 // parent; it opens as a dead key until a new key or value is stored under its name.
 //
+// Freeing a subtree, however deep, needs neither stack nor memory.
+//
 // Thread safety: every operation may be called from any thread. Each locks this key only, so no two
 // keys are ever locked at once.
 class CRegistryNode {
  public:
   CRegistryNode() = default;
-  // Frees the subtree without recursion.
   ~CRegistryNode();
   CRegistryNode(const CRegistryNode&) = delete;
   CRegistryNode& operator=(const CRegistryNode&) = delete;
@@ -65,27 +66,33 @@ class CRegistryNode {
   template <typename Visit>
   void ForEach(const Visit& visit) {
     const CCriticalSectionGuard guard(m_oLock);
+    if (m_bDead) {
+      return;
+    }
     for (const CRegistryEntry& entry : m_oEntries) {
       visit(entry);
     }
   }
 
-  // Frees everything below this key, without recursion and without a trace, and leaves it alive.
+  // Frees everything below this key, without a trace, and leaves it alive.
   void Clear();
 
-  // Kills this key and everything below it, without recursion, and traces each entry that had
-  // something to free. What the sink throws ends here.
+  // Kills this key and everything below it and traces each entry that had something to free. What
+  // the sink throws ends here.
   void deleteNode();
 
  private:
   std::vector<CRegistryEntry>::iterator LowerBound(std::string_view name);
   CRegistryEntry* Find(std::string_view name);
-  std::vector<CRegistryEntry> TakeEntries();
-  std::vector<CRegistryEntry> Kill();
+  bool Kill(CRegistryNode* outer);
+  void FreeEntries(bool isTraced);
 
   CCriticalSection m_oLock;
   std::vector<CRegistryEntry> m_oEntries;
   bool m_bDead = false;
+  // Of a dead key, while it is being freed.
+  CRegistryNode* m_pOuter = nullptr;
+  size_t m_nFreed = 0;  // entries
 };
 
 // Kills the keys among entries that were taken out of the tree.

@@ -68,12 +68,12 @@ int32_t CRegistry::FindValue(const char* name, const HKEY& key) {
   if (name == nullptr || !node->ReadValue(name, value)) {
     return REGISTRY_NO_DATA;
   }
+  if (value.type == REG_EXPAND_SZ && m_bExpand) {
+    value.bytes = ExpandEnvironment(value.bytes.c_str());
+    value.bytes.push_back('\0');
+  }
   m_strValue = std::move(value.bytes);
   m_nValueType = value.type;
-  if (m_nValueType == REG_EXPAND_SZ && m_bExpand) {
-    m_strValue = ExpandEnvironment(m_strValue.c_str());
-    m_strValue.push_back('\0');
-  }
   m_nValueLength = static_cast<uint32_t>(m_strValue.size());
   DEBUG_TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", name,
               static_cast<int32_t>(m_nValueLength));

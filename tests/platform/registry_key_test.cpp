@@ -128,6 +128,14 @@ TEST_F(RegistryKeyTest, FailureToOpenIsTracedAtLevel1) {
   EXPECT_EQ(LevelOf(OPEN_ERROR_LINE, [&] { registry.Open("A", HKEY_LOCAL_MACHINE); }), 0U);
 }
 
+TEST_F(RegistryKeyTest, OpenThatFailsLeavesNoKeyOpenAlsoWhenTheSinkThrows) {
+  CRegistry registry("A", HKEY_LOCAL_MACHINE);
+  TraceSession session(1);
+  session.ThrowAt(OPEN_ERROR_LINE);
+  EXPECT_ANY_THROW(registry.Open("Missing", HKEY_LOCAL_MACHINE));
+  ExpectNoKey(registry);
+}
+
 TEST_F(RegistryKeyTest, CreateKeyMakesEveryMissingKeyAndOpensTheLast) {
   {
     CRegistry registry;

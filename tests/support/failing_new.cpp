@@ -19,7 +19,9 @@ FailingNew::FailingNew(int64_t successes, int64_t failures) {
   t_isArmed = true;
 }
 
-FailingNew::~FailingNew() { t_isArmed = false; }
+FailingNew::~FailingNew() { Stop(); }
+
+void FailingNew::Stop() { t_isArmed = false; }
 
 bool FailingNew::HasFailed() const { return t_hasFailed; }
 

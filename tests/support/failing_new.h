@@ -12,6 +12,8 @@ class FailingNew {
   FailingNew(const FailingNew&) = delete;
   FailingNew& operator=(const FailingNew&) = delete;
 
+  // Ends the failures.
+  void Stop();
   // Whether a call has failed on this thread.
   bool HasFailed() const;
 };
