@@ -1,8 +1,7 @@
 #include "archive_module/collector_paths.h"
 
-#include <strings.h>
-
 #include <algorithm>
+#include <new>
 #include <string_view>
 
 #include "platform/registry.h"
@@ -17,24 +16,18 @@ constexpr char SETUP_KEY[] = "Setup";
 constexpr char FILE_ROOT[] = "FileRoot";
 constexpr char DATA_ROOT[] = "DataRoot";
 
-// The root key name in any case, or null.
-const char* FindRootKeyName(std::string_view name) {
-  const auto found =
-      std::find_if(ROOT_KEY_NAMES.begin(), ROOT_KEY_NAMES.end(), [name](std::string_view root) {
-        return root.size() == name.size() &&
-               strncasecmp(root.data(), name.data(), name.size()) == 0;
-      });
-  return found != ROOT_KEY_NAMES.end() ? *found : nullptr;
+bool IsRootKeyName(const std::string& name) {
+  return std::find(ROOT_KEY_NAMES.begin(), ROOT_KEY_NAMES.end(), name) != ROOT_KEY_NAMES.end();
 }
 
 int32_t OpenSetupKey(CRegistry& registry, const std::string& path) {
-  const std::string first(CRegistryPath(path).Next());
-  const char* root = FindRootKeyName(first);
-  if (root == nullptr) {
+  const std::string_view first = CRegistryPath(path).Next();
+  const std::string root = ToUpperRegistryName(first);
+  if (!IsRootKeyName(root)) {
     return registry.Open(path.c_str(), HKEY_LOCAL_MACHINE);
   }
   std::string canonical = path;
-  canonical.replace(canonical.find(first), first.size(), root);
+  canonical.replace(static_cast<size_t>(first.data() - path.data()), first.size(), root);
   return registry.Open(canonical.c_str(), nullptr);
 }
 
@@ -73,9 +66,8 @@ bool QueryDataDir(std::string& directory) {
   return true;
 }
 
-}  // namespace
-
-bool GetBinDir(std::string& directory) {
+// Reads "FileRoot". False, with the reason traced, when there is none.
+bool QueryBinDir(std::string& directory) {
   std::string rootKey;
   if (!ReadRegistryPointer(rootKey, POINTER_NAME)) {
     DEBUG_TRACE(
@@ -107,11 +99,25 @@ bool GetBinDir(std::string& directory) {
   return true;
 }
 
-bool GetDataDir(std::string& directory) {
-  if (QueryDataDir(directory)) {
-    return true;
+}  // namespace
+
+bool GetBinDir(std::string& directory) {
+  try {
+    return QueryBinDir(directory);
+  } catch (const std::bad_alloc&) {
+    return false;
   }
-  DEBUG_TRACE(
-      4, "\nEM_TALVOR (DataDir) :   no Talvor data root directory available, take file root...");
-  return GetBinDir(directory);
+}
+
+bool GetDataDir(std::string& directory) {
+  try {
+    if (QueryDataDir(directory)) {
+      return true;
+    }
+    DEBUG_TRACE(
+        4, "\nEM_TALVOR (DataDir) :   no Talvor data root directory available, take file root...");
+    return QueryBinDir(directory);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }

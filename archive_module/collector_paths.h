@@ -7,7 +7,7 @@
 // and "DataRoot". The root key lies below HKEY_LOCAL_MACHINE unless it begins with the name of a
 // root key.
 //
-// What goes wrong is traced. Any thread may call.
+// What goes wrong is traced; exhausted memory counts as not found. Any thread may call.
 
 // Stores the installation directory, ending in "/". False when the collector is not installed; the
 // text may then have changed.

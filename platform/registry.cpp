@@ -19,11 +19,6 @@ int32_t Shown(const std::shared_ptr<CRegistryNode>& node) {
   return static_cast<int32_t>(reinterpret_cast<uintptr_t>(node.get()));
 }
 
-// Without a locale: names are bytes.
-char ToUpper(char letter) {
-  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
-}
-
 }  // namespace
 
 CRegistry::CRegistry() { InitClass(); }
@@ -169,12 +164,12 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
 }
 
 // Opens the key that the text, which holds a separator, names from the top.
-int32_t CRegistry::FollowPointer(std::string pointer) {
+int32_t CRegistry::FollowPointer(std::string_view pointer) {
   const size_t separator = FindRegistrySeparator(pointer);
-  std::transform(pointer.begin(), pointer.begin() + static_cast<ptrdiff_t>(separator),
-                 pointer.begin(), ToUpper);
-  pointer[separator] = '/';
-  return Open(pointer.c_str(), nullptr);
+  std::string path = ToUpperRegistryName(pointer.substr(0, separator));
+  path += '/';
+  path += pointer.substr(separator + 1);
+  return Open(path.c_str(), nullptr);
 }
 
 int32_t CRegistry::DeleteKey(const char* name) {

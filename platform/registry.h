@@ -139,7 +139,7 @@ class CRegistry {
   int32_t OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
   void SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node);
-  int32_t FollowPointer(std::string pointer);
+  int32_t FollowPointer(std::string_view pointer);
   int32_t CloseAndFail();
   int32_t FindValue(const char* name, const HKEY& key);
   int32_t FindText(const char* name, const HKEY& key);

@@ -6,7 +6,17 @@ namespace {
 
 constexpr std::string_view SEPARATORS = "\\/";
 
+char ToUpper(char letter) {
+  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+}
+
 }  // namespace
+
+std::string ToUpperRegistryName(std::string_view name) {
+  std::string upper(name);
+  std::transform(upper.begin(), upper.end(), upper.begin(), ToUpper);
+  return upper;
+}
 
 size_t FindRegistrySeparator(std::string_view path) { return path.find_first_of(SEPARATORS); }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 // Walks the components of a registry path. "\" and "/" separate alike, everywhere; separators at
@@ -18,3 +19,7 @@ class CRegistryPath {
 
 // The position of the first separator, or npos.
 size_t FindRegistrySeparator(std::string_view path);
+
+// The name with the letters a to z in upper case, whatever the locale: a Turkish one would not find
+// "I" for "i". Throws std::bad_alloc.
+std::string ToUpperRegistryName(std::string_view name);

@@ -50,4 +50,9 @@ TEST(RegistryPathTest, FindsTheFirstSeparatorOfEitherKind) {
   EXPECT_EQ(FindRegistrySeparator(""), std::string_view::npos);
 }
 
+TEST(RegistryPathTest, UpperCaseIsThatOfTheLettersAToZ) {
+  EXPECT_EQ(ToUpperRegistryName("abyz AZ_09 `{@[ \xC3\xA4\xFF"), "ABYZ AZ_09 `{@[ \xC3\xA4\xFF");
+  EXPECT_EQ(ToUpperRegistryName(""), "");
+}
+
 }  // namespace
