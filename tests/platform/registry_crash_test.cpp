@@ -1,38 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <ostream>
 
 #include "platform/registry.h"
+#include "tests/support/fault_plan.h"
 #include "tests/support/registry_directory.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/stepped_child.h"
-
-namespace {
-
-// As file systems do that cannot exchange files.
-bool g_bRefuseExchange = false;
-
-}  // namespace
-
-extern "C" {
-
-// NOLINTBEGIN(bugprone-reserved-identifier)
-int __real_renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
-                     unsigned int flags);
-
-int __wrap_renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
-                     unsigned int flags) {
-  if (g_bRefuseExchange) {
-    errno = EINVAL;
-    return -1;
-  }
-  return __real_renameat2(fromDirectory, from, toDirectory, to, flags);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-}  // extern "C"
 
 namespace {
 
@@ -55,7 +30,7 @@ void PrintTo(const Files& files, std::ostream* stream) { *stream << files.name; 
 constexpr char NOT_A_REGISTRY[] = "nothing that can be read\n";
 
 void Make(const Files& files) {
-  g_bRefuseExchange = files.refusesExchange;
+  RefuseExchange(files.refusesExchange);
   ResetRegistryDirectory();
   const auto write = [](const char* path, const char* text) {
     if (text != nullptr) {

@@ -1,154 +1,22 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
+#include <cstring>
+#include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/registry.h"
 #include "platform/registry_file.h"
 #include "platform/registry_tree.h"
+#include "tests/support/fault_plan.h"
 #include "tests/support/registry_directory.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/trace_session.h"
-
-namespace {
-
-// Decides what becomes of the system calls of a save. Null: nothing is watched.
-class FaultPlan;
-FaultPlan* g_pPlan = nullptr;
-
-// As file systems do that cannot exchange files.
-bool g_bRefuseExchange = false;
-
-enum class Outcome {
-  DONE,            // the call is made
-  FAILED,          // it fails and does nothing
-  DONE_AND_FAILED  // it is made, and fails nevertheless, as on network file systems
-};
-
-class FaultPlan {
- public:
-  using Decide = std::function<Outcome(size_t index, const std::string& name)>;
-
-  FaultPlan(int error, Decide decide) : m_decide(std::move(decide)), m_nError(error) {
-    g_pPlan = this;
-  }
-  ~FaultPlan() { g_pPlan = nullptr; }
-  FaultPlan(const FaultPlan&) = delete;
-  FaultPlan& operator=(const FaultPlan&) = delete;
-
-  // Each write takes one byte only.
-  void WriteByteByByte() { m_bByteByByte = true; }
-
-  // The calls so far, by name.
-  const std::vector<std::string>& GetCalls() const { return m_calls; }
-
-  template <typename Call>
-  auto Run(const char* name, const Call& call) -> decltype(call()) {
-    const Outcome outcome = m_decide(m_calls.size(), name);
-    m_calls.emplace_back(name);
-    if (outcome == Outcome::DONE) {
-      return call();
-    }
-    if (outcome == Outcome::DONE_AND_FAILED) {
-      call();
-    }
-    errno = m_nError;
-    return -1;
-  }
-
-  size_t GetLength(size_t length) const {
-    return m_bByteByByte ? std::min<size_t>(length, 1) : length;
-  }
-
- private:
-  const Decide m_decide;
-  const int m_nError;
-  bool m_bByteByByte = false;
-  std::vector<std::string> m_calls;
-};
-
-template <typename Call>
-auto Watched(const char* name, const Call& call) -> decltype(call()) {
-  return g_pPlan != nullptr ? g_pPlan->Run(name, call) : call();
-}
-
-}  // namespace
-
-extern "C" {
-
-// NOLINTBEGIN(bugprone-reserved-identifier)
-int __real_open(const char* path, int flags, ...);
-int __real_close(int descriptor);
-ssize_t __real_write(int descriptor, const void* bytes, size_t length);
-int __real_fchmod(int descriptor, mode_t mode);
-int __real_fsync(int descriptor);
-int __real_stat(const char* path, struct stat* status);
-int __real_fstat(int descriptor, struct stat* status);
-int __real_rename(const char* from, const char* to);
-int __real_renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
-                     unsigned int flags);
-int __real_unlink(const char* path);
-
-int __wrap_open(const char* path, int flags, mode_t mode) {
-  return Watched("open", [&] { return __real_open(path, flags, mode); });
-}
-
-// A failed close closes all the same.
-int __wrap_close(int descriptor) {
-  const int result = __real_close(descriptor);
-  return Watched("close", [&] { return result; });
-}
-
-ssize_t __wrap_write(int descriptor, const void* bytes, size_t length) {
-  return Watched("write", [&] {
-    return __real_write(descriptor, bytes,
-                        g_pPlan != nullptr ? g_pPlan->GetLength(length) : length);
-  });
-}
-
-int __wrap_fchmod(int descriptor, mode_t mode) {
-  return Watched("fchmod", [&] { return __real_fchmod(descriptor, mode); });
-}
-
-int __wrap_fsync(int descriptor) {
-  return Watched("fsync", [&] { return __real_fsync(descriptor); });
-}
-
-int __wrap_stat(const char* path, struct stat* status) {
-  return Watched("stat", [&] { return __real_stat(path, status); });
-}
-
-int __wrap_fstat(int descriptor, struct stat* status) {
-  return Watched("fstat", [&] { return __real_fstat(descriptor, status); });
-}
-
-int __wrap_rename(const char* from, const char* to) {
-  return Watched("rename", [&] { return __real_rename(from, to); });
-}
-
-int __wrap_renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
-                     unsigned int flags) {
-  if (g_bRefuseExchange) {
-    errno = EINVAL;
-    return -1;
-  }
-  return Watched("renameat2",
-                 [&] { return __real_renameat2(fromDirectory, from, toDirectory, to, flags); });
-}
-
-int __wrap_unlink(const char* path) {
-  return Watched("unlink", [&] { return __real_unlink(path); });
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-}  // extern "C"
 
 namespace {
 
@@ -179,7 +47,7 @@ constexpr Start STARTS[] = {{"Nothing", nullptr, nullptr},
                             {"Backup", nullptr, OLD}};
 
 void Make(const Start& start) {
-  g_bRefuseExchange = start.refusesExchange;
+  RefuseExchange(start.refusesExchange);
   ResetRegistryDirectory();
   if (start.current != nullptr) {
     WriteFile(CURRENT, start.current);
@@ -382,6 +250,23 @@ TEST_F(RegistryWriteTest, FailureAfterAPartialWriteLeavesTheOldFile) {
   EXPECT_EQ(ReadFile(CURRENT), OLD);
   EXPECT_FALSE(Exists(BACKUP));
   EXPECT_FALSE(Exists(TEMPORARY));
+}
+
+int CountInheritedDescriptors() {
+  int count = 0;
+  for (int descriptor = 0; descriptor < 100; ++descriptor) {
+    count += fcntl(descriptor, F_GETFD) == 0 ? 1 : 0;  // open, and without FD_CLOEXEC
+  }
+  return count;
+}
+
+TEST_F(RegistryWriteTest, ProgramsThatAreStartedMeanwhileInheritNoDescriptor) {
+  const int before = CountInheritedDescriptors();
+  FaultPlan plan(0, [before](size_t, const std::string&) {
+    EXPECT_EQ(CountInheritedDescriptors(), before);
+    return Outcome::DONE;
+  });
+  EXPECT_TRUE(SaveRegistryFile("new text"));
 }
 
 // A flush that comes after the rename would let a crash of the machine leave an empty file.

@@ -11,6 +11,7 @@
 #include "platform/registry_writer.h"
 #include "tests/support/registry_directory.h"
 #include "tests/support/registry_model.h"
+#include "tests/support/trace_session.h"
 
 namespace {
 
@@ -151,6 +152,16 @@ TEST_P(RegistryInterleavingTest, ReloadInTheMidstOfAChangeLeavesAWholeTree) {
     const RegistryModel tree = LoadTree();
     EXPECT_TRUE(tree == before || tree == after) << testing::PrintToString(tree);
   }
+}
+
+TEST(RegistryFirstUseTest, TreeThatAnotherThreadHasJustLoadedIsNotLoadedAgain) {
+  ResetRegistryDirectory();
+  WriteFile(CURRENT, BEFORE);
+  const TraceSession session(2);
+  const Interruption interruption(0, [] { const CRegistry loader; });
+  const CRegistry registry;
+  EXPECT_TRUE(interruption.HasHappened());
+  EXPECT_EQ(session.Count("CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n"), 1);
 }
 
 }  // namespace

@@ -243,7 +243,7 @@ TEST_P(RegistryThreadsTest, EveryFileThatAThreadSavesCanBeLoaded) {
   EXPECT_EQ(WriteRegistryText(*CRegistryTree::Get().GetTop()), text);
 }
 
-TEST_F(RegistryThreadsTest, FirstUseByManyThreadsLoadsTheTreeOnce) {
+TEST_F(RegistryThreadsTest, FirstUseByManyThreadsLoadsTheTree) {
   WriteFile(CURRENT, BEFORE);
   std::vector<std::thread> threads;
   for (int index = 0; index < 8; ++index) {
