@@ -131,7 +131,7 @@ int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
 
 // Walks down from `node`, makes what is missing, and makes the key at the end the current one.
 int32_t CRegistry::CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
-  CRegistryTree::Get().MarkDirty();
+  const CRegistryChange change;
   CRegistryPath components(path);
   for (std::string_view name = components.Next(); node != nullptr && !name.empty();
        name = components.Next()) {

@@ -36,7 +36,7 @@ class Descriptor {
   int m_nDescriptor;
 };
 
-// The temporary file; it is removed again unless it has been moved to its place.
+// The temporary file; it is removed again unless it has been moved away.
 class TemporaryFile {
  public:
   // Without O_NONBLOCK the open of a pipe of that name would wait for a reader.
@@ -45,8 +45,9 @@ class TemporaryFile {
                      O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
                      FILE_MODE)) {
     struct stat status = {};
-    m_bUsable = m_oFile.IsOpen() && fstat(m_oFile.Get(), &status) == 0 && S_ISREG(status.st_mode);
-    m_bRemove = m_bUsable;
+    const bool isKnown = m_oFile.IsOpen() && fstat(m_oFile.Get(), &status) == 0;
+    m_bUsable = isKnown && S_ISREG(status.st_mode);
+    m_bRemove = m_oFile.IsOpen() && (m_bUsable || !isKnown);
   }
   ~TemporaryFile() {
     if (m_bRemove) {
@@ -73,6 +74,11 @@ class TemporaryFile {
     return fchmod(m_oFile.Get(), FILE_MODE) == 0 && fsync(m_oFile.Get()) == 0 && m_oFile.Close();
   }
 
+  // Swaps the contents of the temporary file and of `path` at one blow. False with errno.
+  static bool ExchangeWith(const char* path) {
+    return renameat2(AT_FDCWD, REGISTRY_TEMPORARY_FILE, AT_FDCWD, path, RENAME_EXCHANGE) == 0;
+  }
+
   // False with errno.
   bool MoveTo(const char* path) {
     if (rename(REGISTRY_TEMPORARY_FILE, path) != 0) {
@@ -88,35 +94,59 @@ class TemporaryFile {
   bool m_bRemove = false;
 };
 
-enum class Current { MISSING_OR_EMPTY, FILLED, UNKNOWN };
+enum class Current { FILLED, NOTHING_TO_KEEP, UNKNOWN };
 
+// A directory is nothing to keep either: it would become a backup that no file can replace.
 Current ExamineCurrentFile() {
   struct stat status = {};
   if (stat(REGISTRY_FILE, &status) != 0) {
-    return errno == ENOENT ? Current::MISSING_OR_EMPTY : Current::UNKNOWN;
+    return errno == ENOENT ? Current::NOTHING_TO_KEEP : Current::UNKNOWN;
   }
-  return status.st_size > 0 ? Current::FILLED : Current::MISSING_OR_EMPTY;
+  return S_ISREG(status.st_mode) && status.st_size > 0 ? Current::FILLED : Current::NOTHING_TO_KEEP;
 }
 
-// Puts the filled temporary file in the place of the current one. False with errno; all files are
-// then as before, but for the backup, which may hold the current text as well.
-bool Replace(TemporaryFile& temporary) {
-  const Current current = ExamineCurrentFile();
-  if (current == Current::UNKNOWN) {
-    return false;
-  }
-  if (current == Current::FILLED && rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE) != 0) {
+bool IsExchangeUnknown(int error) { return error == EINVAL || error == ENOSYS; }
+
+// For file systems without exchange. Between its steps there is no current file.
+bool ReplaceInTurn(TemporaryFile& temporary) {
+  if (rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE) != 0) {
     return false;
   }
   if (temporary.MoveTo(REGISTRY_FILE)) {
     return true;
   }
   const int error = errno;
-  if (current == Current::FILLED) {
-    rename(REGISTRY_BACKUP_FILE, REGISTRY_FILE);
-  }
+  rename(REGISTRY_BACKUP_FILE, REGISTRY_FILE);
   errno = error;
   return false;
+}
+
+// The new text comes into its place before the current one replaces the backup: a current file that
+// cannot be loaded must not displace a good backup while a crash could still lose the new text.
+bool ReplaceAndKeep(TemporaryFile& temporary) {
+  if (!TemporaryFile::ExchangeWith(REGISTRY_FILE)) {
+    return IsExchangeUnknown(errno) && ReplaceInTurn(temporary);
+  }
+  if (temporary.MoveTo(REGISTRY_BACKUP_FILE)) {
+    return true;
+  }
+  const int error = errno;
+  TemporaryFile::ExchangeWith(REGISTRY_FILE);
+  errno = error;
+  return false;
+}
+
+// Puts the filled temporary file in the place of the current one. False with errno; all files are
+// then as before, but for the backup, which may be gone on file systems without exchange.
+bool Replace(TemporaryFile& temporary) {
+  switch (ExamineCurrentFile()) {
+    case Current::FILLED:
+      return ReplaceAndKeep(temporary);
+    case Current::NOTHING_TO_KEEP:
+      return temporary.MoveTo(REGISTRY_FILE);
+    default:
+      return false;
+  }
 }
 
 bool TraceFailure(const char* path) {

@@ -35,7 +35,7 @@ class CRegistryTree {
   // that could not be loaded is never saved.
   void SaveTree();
 
-  // Every operation that changes the tree marks it, also when the change then fails.
+  // Makes the next save write the tree. Operations that change it hold a CRegistryChange instead.
   void MarkDirty() { MIsDirty = true; }
 
   // Frees the tree; it is loaded again on its next use. Changes that are not saved are lost.
@@ -55,4 +55,14 @@ class CRegistryTree {
   CRegistryNode m_oTop;
   std::atomic<bool> MIsDirty = false;
   std::atomic<bool> MIsSetup = false;
+};
+
+// Lives while an operation changes the tree, and marks it dirty also when the change then fails:
+// before the change, and again after it, because a save in the midst of it may have come too early.
+class CRegistryChange {
+ public:
+  CRegistryChange() { CRegistryTree::Get().MarkDirty(); }
+  ~CRegistryChange() { CRegistryTree::Get().MarkDirty(); }
+  CRegistryChange(const CRegistryChange&) = delete;
+  CRegistryChange& operator=(const CRegistryChange&) = delete;
 };

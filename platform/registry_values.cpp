@@ -130,7 +130,7 @@ int32_t CRegistry::QueryValue(std::string& text, const char* name, const HKEY& k
 uint32_t CRegistry::SetValue(const char* name, const void* data, int32_t length, uint32_t type,
                              const HKEY& key) {
   const int32_t result = Finish(REGISTRY_INVALID, [&] {
-    CRegistryTree::Get().MarkDirty();
+    const CRegistryChange change;
     DEBUG_TRACE(2, "CRegistry::SetValue \"%s\" %d %d\n", Shown(name), length,
                 static_cast<int32_t>(type));
     const std::shared_ptr<CRegistryNode> node = NodeOf(key);
@@ -168,7 +168,7 @@ int32_t CRegistry::DeleteValue(const char* name) {
     if (m_pNode == nullptr) {
       return REGISTRY_INVALID;
     }
-    CRegistryTree::Get().MarkDirty();
+    const CRegistryChange change;
     std::vector<CRegistryEntry> removed;
     if (name != nullptr && m_pNode->Remove(name, removed)) {
       KillRegistryKeys(removed);
