@@ -111,7 +111,7 @@ TEST(EventTraceTest, CopiesOfAHandle) {
 
 TEST(EventTraceTest, AssignmentToAHandle) {
   // Lives on, so that the event that the assignment does not release stays in reach.
-  static const CEvent* const kept = new CEvent(true, true, "bell");
+  static const CEvent* const kept = new CEvent(true, true, "kept");
   CEvent target(*kept);
   const CEvent source(false, false, "door");
   EXPECT_THAT(TextsOf([&] { target = source; }),

@@ -1,12 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/event.h"
@@ -150,6 +152,33 @@ TEST_F(EventCallsTest, CloseWorksWithoutTheLock) {
   EXPECT_THAT(CallsOf([&] { EXPECT_TRUE(m_oManual.Close()); }),
               ElementsAre("mutex_lock", "cond_broadcast"));
   EXPECT_TRUE(other.Check());
+}
+
+TEST_F(EventWaitCallsTest, AnAutoResetEventReleasesOneWaiterEachTime) {
+  std::atomic<int> released = 0;
+  std::vector<std::thread> waiters;
+  // A thread that comes to wait just when the signal is on its way would be released, too.
+  for (int number = 0; number < 3; ++number) {
+    m_oCalls.Take();
+    waiters.emplace_back([&] {
+      EXPECT_EQ(m_oAutomatic.Wait(EVENT_INFINITE), EVENT_SIGNALED);
+      ++released;
+    });
+    std::vector<std::string> calls;
+    EXPECT_TRUE(WaitUntil([&] {
+      const std::vector<std::string> more = m_oCalls.Take();
+      calls.insert(calls.end(), more.begin(), more.end());
+      return calls == std::vector<std::string>({"mutex_lock", "cond_wait"});
+    }));
+  }
+  for (int wakes = 1; wakes <= 3; ++wakes) {
+    EXPECT_TRUE(wakes == 2 ? m_oAutomatic.Pulse() : m_oAutomatic.Set());
+    EXPECT_TRUE(WaitUntil([&] { return released == wakes; }));
+  }
+  for (std::thread& waiter : waiters) {
+    waiter.join();
+  }
+  EXPECT_FALSE(m_oAutomatic.Check());
 }
 
 TEST_F(EventWaitCallsTest, OnASignalledEventOnlyLocks) {

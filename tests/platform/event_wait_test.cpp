@@ -120,16 +120,6 @@ TEST(EventWaitTest, SetReleasesEveryWaiterOfAManualResetEvent) {
   EXPECT_TRUE(event.Check());
 }
 
-TEST(EventWaitTest, SetReleasesOneWaiterOfAnAutoResetEvent) {
-  CEvent event(false, false);
-  Waiters waiters(event, 3);
-  for (int released = 1; released <= 3; ++released) {
-    EXPECT_TRUE(event.Set());
-    EXPECT_TRUE(WaitUntil([&] { return waiters.Released() == released; }));
-  }
-  EXPECT_FALSE(event.Check());
-}
-
 TEST(EventWaitTest, SetEndsAWaitWithALimit) {
   CEvent event(false, false);
   Waiters waiters(event, 1, LONG);

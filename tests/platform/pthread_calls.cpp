@@ -210,12 +210,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
 
-PthreadCalls::PthreadCalls() {
-  StateAccess state;
-  state->mutexes.clear();
-  state->conditions.clear();
-  state->isActive = true;
-}
+PthreadCalls::PthreadCalls() { StateAccess()->isActive = true; }
 
 PthreadCalls::~PthreadCalls() {
   StateAccess state;

@@ -119,6 +119,10 @@ class ThreadFailureTest : public testing::Test {
   // Outlives a detached thread.
   static inline std::atomic<bool> s_bMayEnd = false;
 
+  ThreadFailureTest() {
+    g_oCounts.clear();
+    s_bMayEnd = false;
+  }
   ~ThreadFailureTest() override {
     g_oErrors.clear();
     s_bMayEnd = true;

@@ -69,6 +69,17 @@ TEST_F(DebugTraceConfigTest, ReadsTheIntervalFromTheGlobalSectionOfTheGlobalFile
   EXPECT_EQ(m_client.GetDebugLevel(), 4U);
 }
 
+TEST_F(DebugTraceConfigTest, IsNotTakenInByKeysThatAreOnlyPartOfItsOwn) {
+  Write("global_trace.ini", "[GlobalDebugSettings]\nUpdate=1\nDynamic=1\nDynamicUpdate=10\n");
+  Write("a.ini",
+        "[EM_TALVOR]\nDebugLevel=1\nFlags=1\nFileDebug=1\nTrace=1\n"
+        "FileDebugLevel=3\nTraceFlags=9\n");
+  Load();
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+}
+
 TEST_F(DebugTraceConfigTest, ReadsNoIntervalFromAnotherFileOrSection) {
   Write("a.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n[EM_TALVOR]\nDynamicUpdate=11\n");
   EXPECT_EQ(LoadedInterval(), 0U);
@@ -227,6 +238,13 @@ TEST_F(DebugTraceConfigTest, KeepsACopyOfTheModuleName) {
   EXPECT_STREQ(m_client.GetModuleName(), "EM_TALVOR");
 }
 
+TEST_F(DebugTraceConfigTest, RepeatedLoadOfOneNameMakesNoFurtherCopy) {
+  Load();
+  const char* first = m_client.GetModuleName();
+  Load();
+  EXPECT_EQ(m_client.GetModuleName(), first);
+}
+
 TEST_F(DebugTraceConfigTest, LoadsTheSectionOfTheNameThatItIsGiven) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\n[OTHER]\nFileDebugLevel=4\n");
   EXPECT_EQ(LoadedLevel(), 3U);
@@ -242,7 +260,7 @@ TEST_F(DebugTraceConfigTest, TakesANullNameForAnEmptyOne) {
   EXPECT_STREQ(m_client.GetModuleName(), "");
 }
 
-TEST_F(DebugTraceConfigTest, ReleaseKeepsTheSettingsAndForgetsTheName) {
+TEST_F(DebugTraceConfigTest, ReleaseKeepsTheSettingsButForgetsTheNameAndTheInterval) {
   Write("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n");
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\nTraceFlags=9\n");
   Load();
@@ -250,6 +268,7 @@ TEST_F(DebugTraceConfigTest, ReleaseKeepsTheSettingsAndForgetsTheName) {
   EXPECT_STREQ(m_client.GetModuleName(), "");
   EXPECT_EQ(m_client.GetDebugLevel(), 3U);
   EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
   EXPECT_TRUE(m_client.IsEnabled());
 }
 

@@ -173,6 +173,17 @@ TEST_F(DebugTraceConfigUpdateTest, SeesAFileThatIsNewerByANanosecond) {
   EXPECT_EQ(m_client.GetDebugLevel(), 5U);
 }
 
+TEST_F(DebugTraceConfigUpdateTest, RemembersTheModificationTimesOfTheLoad) {
+  CDebugClient client;
+  client.Load("EM_TALVOR");
+  Write("global_trace.ini", Global("DynamicUpdate=5\n"), OLD);
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), OLD);
+  client.Trace(LEVEL_OF_NO_LINE, "line");
+  EXPECT_EQ(client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(client.GetDebugLevel(), 3U);
+  client.Release();
+}
+
 TEST_F(DebugTraceConfigUpdateTest, RemembersTheNewModificationTimes) {
   Write("global_trace.ini", Global("DynamicUpdate=11\n"), NEWER);
   Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
@@ -212,6 +223,14 @@ TEST_F(DebugTraceConfigUpdateTest, ReadsTheModulesSectionOnlyFromTheFileOfTheLoa
   Write("zzz.ini", Module("FileDebugLevel=2\n"), NEWER);
   TraceAt(5010);
   EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ForgetsAFileWhoseSectionWasGoneAtTheLastLoad) {
+  Write("talvor.ini", "", OLD);
+  m_client.Load("EM_TALVOR");
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, SeesAGlobalFileThatComesLater) {
@@ -275,7 +294,7 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
   EXPECT_TRUE(ChecksAt(5020)) << "and its lock is free";
 }
 
-TEST_F(DebugTraceConfigUpdateTest, ReloadsAndReadsAgainWhileOtherThreadsTrace) {
+TEST_F(DebugTraceConfigUpdateTest, LoadsAndReleasesWhileOtherThreadsTrace) {
   constexpr int THREADS = 3;
   std::atomic<bool> isOver = false;
   std::vector<std::thread> threads;
@@ -290,6 +309,9 @@ TEST_F(DebugTraceConfigUpdateTest, ReloadsAndReadsAgainWhileOtherThreadsTrace) {
   }
   for (int i = 1; i <= 100; ++i) {
     Write("talvor.ini", Module("FileDebugLevel=" + std::to_string(i) + "\n"), NEWER + i);
+    if (i % 3 == 0) {
+      m_client.Release();
+    }
     m_client.Load(i % 2 == 0 ? "EM_TALVOR" : "em_talvor");
     EXPECT_EQ(m_client.GetDebugLevel(), static_cast<uint32_t>(i));
   }
