@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <climits>
 
-#include "platform/descriptor.h"
+#include "trace/descriptor.h"
 
 namespace {
 

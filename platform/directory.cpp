@@ -14,8 +14,8 @@
 #include <string>
 
 #include "platform/change_mode.h"
-#include "platform/descriptor.h"
 #include "trace/debug_client.h"
+#include "trace/descriptor.h"
 
 namespace {
 

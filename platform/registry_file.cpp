@@ -12,29 +12,11 @@
 
 #include "platform/registry_paths.h"
 #include "trace/debug_client.h"
+#include "trace/descriptor.h"
 
 namespace {
 
 constexpr mode_t FILE_MODE = 0644;
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : m_nDescriptor(descriptor) {}
-  ~Descriptor() {
-    if (IsOpen()) {
-      close(m_nDescriptor);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  bool IsOpen() const { return m_nDescriptor >= 0; }
-  int Get() const { return m_nDescriptor; }
-  bool Close() { return close(std::exchange(m_nDescriptor, -1)) == 0; }
-
- private:
-  int m_nDescriptor;
-};
 
 // The temporary file; it is removed again unless it has been moved away.
 class TemporaryFile {
@@ -89,7 +71,7 @@ class TemporaryFile {
   }
 
  private:
-  Descriptor m_oFile;
+  CDescriptor m_oFile;
   bool m_bUsable = false;
   bool m_bRemove = false;
 };
@@ -163,7 +145,7 @@ bool SaveRegistryFile(const std::string& text) {
     DEBUG_TRACE(1, "CRegistry: ERROR: Cannot open \"%s\" for writing\n", REGISTRY_TEMPORARY_FILE);
     return false;
   }
-  const Descriptor directory(open(REGISTRY_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const CDescriptor directory(open(REGISTRY_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory.IsOpen()) {
     return TraceFailure(REGISTRY_DIRECTORY);
   }

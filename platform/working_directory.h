@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "platform/descriptor.h"
+#include "trace/descriptor.h"
 
 // Changes the current directory of the whole process for a while. Remembers the old directory by a
 // descriptor, so that it is found again after it was renamed or removed.

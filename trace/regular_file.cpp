@@ -1,37 +1,18 @@
 #include "trace/regular_file.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <utility>
+
+#include "trace/descriptor.h"
 
 namespace {
 
 constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : m_nDescriptor(descriptor) {}
-  ~Descriptor() {
-    if (m_nDescriptor >= 0) {
-      // close() is a cancellation point, and a destructor that unwinds ends the process.
-      int state = 0;
-      pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-      close(m_nDescriptor);
-      pthread_setcancelstate(state, nullptr);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Get() const { return m_nDescriptor; }
-
- private:
-  const int m_nDescriptor;
-};
 
 bool IsRegularFile(int descriptor) {
   struct stat status = {};
@@ -52,7 +33,7 @@ bool StatRegularFile(const std::string& path, FileStamp& stamp) {
 
 bool ReadRegularFile(const std::string& path, std::string& text) {
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!IsRegularFile(file.Get())) {
     return false;
   }

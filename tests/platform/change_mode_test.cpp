@@ -9,7 +9,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "platform/descriptor.h"
+#include "trace/descriptor.h"
 #include "tests/support/scratch_directory.h"
 
 namespace {
