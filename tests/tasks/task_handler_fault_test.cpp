@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -122,6 +123,8 @@ struct WorkerLine {
   const char* format;
   bool isAtExit = false;
 };
+
+void PrintTo(const WorkerLine& workerLine, std::ostream* stream) { *stream << workerLine.name; }
 
 class TaskHandlerSinkTest : public TaskHandlerFaultTest,
                             public testing::WithParamInterface<WorkerLine> {
