@@ -1,6 +1,5 @@
 #pragma once
 
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -9,15 +8,18 @@
 // The session's lines with the address of the first event in them written as "EVENT"; those of
 // other events stay.
 inline std::vector<std::string> EventTexts(const TraceSession& session) {
+  const std::string before = "event ";
   std::vector<std::string> texts = session.Texts();
   std::string address;
   for (std::string& text : texts) {
-    std::smatch found;
-    if (address.empty() && std::regex_search(text, found, std::regex("event (0x[0-9a-f]+)"))) {
-      address = found[1];
+    if (const size_t place = text.find(before + "0x"); address.empty() && place < text.size()) {
+      const size_t start = place + before.size();
+      const size_t end = text.find_first_not_of("0123456789abcdefx", start);
+      address = text.substr(start, end - start);
     }
-    if (!address.empty()) {
-      text = std::regex_replace(text, std::regex(address), "EVENT");
+    const size_t place = address.empty() ? std::string::npos : text.find(address);
+    if (place != std::string::npos) {
+      text.replace(place, address.size(), "EVENT");
     }
   }
   return texts;

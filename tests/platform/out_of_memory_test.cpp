@@ -31,10 +31,11 @@ void* Allocate(size_t size) {
 
 void* operator new(size_t size) { return Allocate(size); }
 void* operator new[](size_t size) { return Allocate(size); }
-void operator delete(void* memory) noexcept { free(memory); }
-void operator delete[](void* memory) noexcept { free(memory); }
-void operator delete(void* memory, size_t /*size*/) noexcept { free(memory); }
-void operator delete[](void* memory, size_t /*size*/) noexcept { free(memory); }
+// Not inlined, so that no compiler sees free() meet the pointer of a new-expression.
+[[gnu::noinline]] void operator delete(void* memory) noexcept { free(memory); }
+[[gnu::noinline]] void operator delete[](void* memory) noexcept { free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept { free(memory); }
+[[gnu::noinline]] void operator delete[](void* memory, size_t /*size*/) noexcept { free(memory); }
 
 namespace {
 

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -234,6 +236,25 @@ TEST_F(SerializerLifecycleTest, TerminationWaitsForTheRunningTaskAndDropsTheOthe
   EXPECT_TRUE(hasEnded);
   EXPECT_THAT(serializer.Begun(), ElementsAre(1));
   EXPECT_EQ(m_session.Count(line::COMPLETED), 1);
+}
+
+// The insertion passes the test of its level before the termination, and comes to the lock during
+// it.
+TEST_F(SerializerLifecycleTest, TerminationEmptiesTheQueuesUnderTheLock) {
+  TestSerializer serializer;
+  serializer.StartSerialization();
+  Gate gate;
+  bool wasBlocked = false;
+  Message::s_onCopy = [&] { gate.Pass(); };
+  auto insertion = std::async(std::launch::async, [&] { return serializer.Insert(1); });
+  ASSERT_TRUE(gate.WaitUntilReached());
+  m_session.CallAt(line::ALL_REMOVED, [&] {
+    gate.Open();
+    wasBlocked = insertion.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready;
+  });
+  serializer.TerminateSerialization();
+  EXPECT_EQ(insertion.get(), 1U);
+  EXPECT_TRUE(wasBlocked);
 }
 
 TEST_F(SerializerLifecycleTest, DroppedTasksLiveUntilTheDestruction) {

@@ -25,6 +25,7 @@ TEST(ConfigSectionTest, FindsASectionWhateverTheCaseOfItsName) {
   EXPECT_FALSE(Read("[Names]\nKey=1\n"));
   EXPECT_FALSE(Read("[Nam]\nKey=1\n"));
   EXPECT_FALSE(Read("[Game]\nKey=1\n"));
+  EXPECT_FALSE(CConfigSection::Find("[Names]", std::string_view("Names").substr(0, 4)));
 }
 
 TEST(ConfigSectionTest, TakesOnlyANameInSquareBracketsForAHeader) {
@@ -35,7 +36,7 @@ TEST(ConfigSectionTest, TakesOnlyANameInSquareBracketsForAHeader) {
 }
 
 TEST(ConfigSectionTest, LooksPastWhiteSpaceAroundAHeaderAndTextBehindIt) {
-  EXPECT_EQ(Read(" \t[Name] ; a remark [x]\r\nKey=1"), 1U);
+  EXPECT_EQ(Read(" \t\v\f[Name] ; a remark [x]\r\nKey=1"), 1U);
 }
 
 TEST(ConfigSectionTest, TakesTheFirstOfTwoSectionsOfOneName) {
@@ -99,6 +100,7 @@ TEST(ConfigSectionTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
                {"4294967295", 0xFFFFFFFF},
                {"-1", 0xFFFFFFFF},
                {"0x100000002", 2},
+               {"0x8000000000000002", 2},
                {"0xFFFFFFFFFFFFFFFFFF", 0xFFFFFFFF}};
   for (const auto& [text, number] : cases) {
     EXPECT_EQ(Read("[Name]\nKey=" + std::string(text) + "\nKey=77\n"), number) << text;

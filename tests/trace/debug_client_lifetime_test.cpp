@@ -21,11 +21,13 @@ class Sink final : public ITraceSink {
   void Placeholder4() override {}
   void Placeholder5() override {}
   void Placeholder6() override {}
-  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
+                                                 const char* moduleName) override {
     Output(format, arguments, moduleName);
   }
 
-  void Output(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
+                                            const char* moduleName) override {
     std::array<char, 100> text = {};
     vsnprintf(text.data(), text.size(), format, arguments);
     std::array<char, 200> line = {};
@@ -71,6 +73,10 @@ struct TracingObject {
 // The last but one of the program's destructors.
 [[gnu::destructor(102)]] void TraceLate() { DEBUG_TRACE(3, "late"); }
 
+// The very last: the client has given back what it held.
+void TraceLast() { DEBUG_TRACE(3, "last"); }
+[[gnu::section(".fini_array.00001"), gnu::used]] void (*g_last)() = TraceLast;
+
 }  // namespace
 
 TEST(DebugClientLifetimeTest, ServesBeforeTheFirstStaticObject) {
@@ -83,14 +89,14 @@ TEST(DebugClientLifetimeTest, KeepsTheLoadOfStaticInitialisation) {
   EXPECT_STREQ(g_oDebugClient.GetModuleName(), "EM_TALVOR");
 }
 
-TEST(DebugClientLifetimeTest, ServesUntilTheLastDestructorOfTheProgram) {
+TEST(DebugClientLifetimeTest, IsReleasedAtTheEndOfTheProgramAndServesAllTheSame) {
   EXPECT_EXIT(
       {
         Debug.m_isEcho = true;
         exit(0);
       },
       testing::ExitedWithCode(0),
-      "<EM_TALVOR.static destructor>\n(.*\n)*<EM_TALVOR.unload>\n(.*\n)*<EM_TALVOR.late>");
+      "<EM_TALVOR.static destructor>\n(.*\n)*<EM_TALVOR.unload>\n(.*\n)*<EM_TALVOR.late>\n<.last>");
 }
 
 TEST(DebugClientLifetimeTest, ServesAfterItsRelease) {

@@ -29,10 +29,12 @@ class Sink final : public ITraceSink {
   void Placeholder5() override { m_lines.emplace_back("placeholder"); }
   void Placeholder6() override { m_lines.emplace_back("placeholder"); }
 
-  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
+                                                 const char* moduleName) override {
     Add("plain", format, arguments, moduleName);
   }
-  void Output(const char* format, va_list arguments, const char* moduleName) override {
+  [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
+                                            const char* moduleName) override {
     Add("leveled", format, arguments, moduleName);
   }
 

@@ -128,6 +128,7 @@ TEST(DebugClientTest, MacroEvaluatesNothingWhileTracingIsOff) {
   EXPECT_EQ(session.Texts(), std::vector<std::string>({"line 1", "line 2"}));
 }
 
+// NOLINTBEGIN(readability-braces-around-statements): the braces would hide what this shows
 TEST(DebugClientTest, MacroIsOneStatement) {
   const TraceSession session(1);
   if (session.Lines().empty())
@@ -140,6 +141,7 @@ TEST(DebugClientTest, MacroIsOneStatement) {
     DEBUG_TRACE(1, "else");
   EXPECT_EQ(session.Texts(), std::vector<std::string>({"then", "else"}));
 }
+// NOLINTEND(readability-braces-around-statements)
 
 TEST(DebugClientTest, KeepsErrnoInEveryOperation) {
   TraceSession session(1);
@@ -204,6 +206,7 @@ TEST(DebugClientTest, TakesLinesOfManyThreads) {
   constexpr int LINES = 50;
   const TraceSession session(5);
   std::vector<std::thread> threads;
+  threads.reserve(THREADS);
   for (int i = 0; i < THREADS; ++i) {
     threads.emplace_back([] {
       for (int line = 0; line < LINES; ++line) {

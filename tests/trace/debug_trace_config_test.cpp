@@ -161,7 +161,8 @@ TEST_F(DebugTraceConfigTest, EnvironmentIsDecimal) {
                {"x", 0},
                {"4294967294", 4294967294},
                {"4294967295", LARGEST},
-               {"-1", LARGEST}};
+               {"-1", LARGEST},
+               {"9223372036854775810", 2}};
   for (const auto& [text, number] : cases) {
     setenv("CV_LOG_DEBUG_LEVEL", text, 1);
     setenv("CV_LOG_DYNAMIC_UPDATE", text, 1);

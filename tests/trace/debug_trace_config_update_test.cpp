@@ -276,9 +276,11 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
 }
 
 TEST_F(DebugTraceConfigUpdateTest, ReloadsAndReadsAgainWhileOtherThreadsTrace) {
+  constexpr int THREADS = 3;
   std::atomic<bool> isOver = false;
   std::vector<std::thread> threads;
-  for (int i = 0; i < 3; ++i) {
+  threads.reserve(THREADS);
+  for (int i = 0; i < THREADS; ++i) {
     threads.emplace_back([&] {
       while (!isOver) {
         TraceAt(g_now + 10);

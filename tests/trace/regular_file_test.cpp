@@ -120,7 +120,7 @@ class RegularFileTest : public testing::Test {
 }  // namespace
 
 TEST_F(RegularFileTest, ReadsTheWholeFileWhateverItsLength) {
-  for (const size_t length : {0, 1, 4095, 4096, 4097, 100'000}) {
+  for (const size_t length : {0U, 1U, 4095U, 4096U, 4097U, 100'000U}) {
     std::string expected(length, '\0');
     for (size_t i = 0; i < length; ++i) {
       expected[i] = static_cast<char>(i * 7 + i / 256);

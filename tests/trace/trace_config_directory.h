@@ -30,9 +30,7 @@ class TraceConfigDirectory : public testing::Test {
     }
   }
 
-  static std::string Path(const std::string& name) {
-    return std::string(ROOT) + "/CorvistaSuite/TraceConfig/" + name;
-  }
+  static std::string Path(const std::string& name) { return DIRECTORY + name; }
 
   // Writes a file of the directory, last modified at that second and nanosecond.
   static void Write(const std::string& name, const std::string& text, time_t modified = 1000,
@@ -48,6 +46,7 @@ class TraceConfigDirectory : public testing::Test {
 
  private:
   static constexpr char ROOT[] = "/etc/orvane";
+  inline static const std::string DIRECTORY = "/etc/orvane/CorvistaSuite/TraceConfig/";
 
   bool m_isOurs = false;
 };

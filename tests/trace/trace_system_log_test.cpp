@@ -102,23 +102,25 @@ TEST(TraceSystemLogTest, OpensTheLogLaterWhenTheFirstAttemptIsInterrupted) {
 }
 
 TEST(TraceSystemLogTest, OpensTheLogOnceForThreadsThatStartTogether) {
+  constexpr int THREADS = 4;
   std::atomic<int> ready = 0;
   const auto write = [&] {
     ++ready;
-    while (ready < 4) {
+    while (ready < THREADS) {
       std::this_thread::yield();
     }
     Write("line");
   };
   std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
+  threads.reserve(THREADS);
+  for (int i = 0; i < THREADS; ++i) {
     threads.emplace_back(write);
   }
   for (std::thread& thread : threads) {
     thread.join();
   }
   EXPECT_EQ(g_openings.size(), 1U);
-  EXPECT_EQ(g_entries, std::vector<Entry>(4, {LOG_INFO, "line"}));
+  EXPECT_EQ(g_entries, std::vector<Entry>(THREADS, {LOG_INFO, "line"}));
 }
 
 TEST(TraceSystemLogTest, FormatsWithPriorityInformation) {

@@ -1,0 +1,123 @@
+#include "archive_module/collector_paths.h"
+
+#include <algorithm>
+#include <new>
+#include <string_view>
+
+#include "platform/registry.h"
+#include "platform/registry_path.h"
+#include "platform/registry_pointer.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+constexpr char POINTER_NAME[] = "Talvor";
+constexpr char SETUP_KEY[] = "Setup";
+constexpr char FILE_ROOT[] = "FileRoot";
+constexpr char DATA_ROOT[] = "DataRoot";
+
+bool IsRootKeyName(const std::string& name) {
+  return std::find(ROOT_KEY_NAMES.begin(), ROOT_KEY_NAMES.end(), name) != ROOT_KEY_NAMES.end();
+}
+
+int32_t OpenSetupKey(CRegistry& registry, const std::string& path) {
+  const std::string_view first = CRegistryPath(path).Next();
+  const std::string root = ToUpperRegistryName(first);
+  if (!IsRootKeyName(root)) {
+    return registry.Open(path.c_str(), HKEY_LOCAL_MACHINE);
+  }
+  std::string canonical = path;
+  canonical.replace(static_cast<size_t>(first.data() - path.data()), first.size(), root);
+  return registry.Open(canonical.c_str(), nullptr);
+}
+
+// Reads "DataRoot". False, with the reason traced, when there is none.
+bool QueryDataDir(std::string& directory) {
+  std::string rootKey;
+  if (!ReadRegistryPointer(rootKey, POINTER_NAME)) {
+    DEBUG_TRACE(
+        2,
+        "\nEM_TALVOR (DataDir) : ## Talvor pointer key not existing - no Corvista component installed.");
+    return false;
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR (DataDir) : Found Talvor root registry key: \"%s\"", rootKey.c_str());
+  const std::string path = rootKey + "\\" + SETUP_KEY;
+  CRegistry registry;
+  DEBUG_TRACE(4, "\nEM_TALVOR (DataDir) :   open Talvor setup key: \"%s\"...", path.c_str());
+  if (OpenSetupKey(registry, path) != REGISTRY_OK) {
+    DEBUG_TRACE(1, "\nEM_TALVOR (DataDir) : ## ERROR 0x%08X! Could not open registry key \"%s\"!",
+                static_cast<uint32_t>(registry.GetStatus()), path.c_str());
+    return false;
+  }
+  // The line says "file root" for the data root too, deliberately.
+  DEBUG_TRACE(4, "\nEM_TALVOR (DataDir) :   query Talvor file root value: \"%s\"...", DATA_ROOT);
+  if (registry.QueryValue(directory, DATA_ROOT) != REGISTRY_OK) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (DataDir) : ## ERROR 0x%08X! Could not query registry value \"%s\" in Talvor setup key!",
+        static_cast<uint32_t>(registry.GetStatus()), DATA_ROOT);
+    return false;
+  }
+  // An empty directory deliberately stays empty: the archive then lies in the working directory.
+  if (!directory.empty() && !directory.ends_with('/')) {
+    directory += '/';
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR (DataDir) : Talvor data dir:   \"%s\"", directory.c_str());
+  return true;
+}
+
+// Reads "FileRoot". False, with the reason traced, when there is none.
+bool QueryBinDir(std::string& directory) {
+  std::string rootKey;
+  if (!ReadRegistryPointer(rootKey, POINTER_NAME)) {
+    DEBUG_TRACE(
+        2,
+        "\nEM_TALVOR (BinDir)  : ## Talvor pointer key not existing - no Corvista component installed.");
+    return false;
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR (BinDir)  : Found Talvor root registry key: \"%s\"", rootKey.c_str());
+  const std::string path = rootKey + "\\" + SETUP_KEY;
+  CRegistry registry;
+  DEBUG_TRACE(4, "\nEM_TALVOR (BinDir)  :   open Talvor setup key: \"%s\"...", path.c_str());
+  if (OpenSetupKey(registry, path) != REGISTRY_OK) {
+    DEBUG_TRACE(1, "\nEM_TALVOR (BinDir)  : ## ERROR 0x%08X! Could not open registry key \"%s\"!",
+                static_cast<uint32_t>(registry.GetStatus()), path.c_str());
+    return false;
+  }
+  DEBUG_TRACE(4, "\nEM_TALVOR (BinDir)  :   query Talvor file root value: \"%s\"...", FILE_ROOT);
+  if (registry.QueryValue(directory, FILE_ROOT) != REGISTRY_OK) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (BinDir)  : ## ERROR 0x%08X! Could not query registry value \"%s\" in Talvor setup key!",
+        static_cast<uint32_t>(registry.GetStatus()), FILE_ROOT);
+    return false;
+  }
+  if (!directory.ends_with('/')) {
+    directory += '/';
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR (BinDir)  : Talvor base dir:   \"%s\"", directory.c_str());
+  return true;
+}
+
+}  // namespace
+
+bool GetBinDir(std::string& directory) {
+  try {
+    return QueryBinDir(directory);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+bool GetDataDir(std::string& directory) {
+  try {
+    if (QueryDataDir(directory)) {
+      return true;
+    }
+    DEBUG_TRACE(
+        4, "\nEM_TALVOR (DataDir) :   no Talvor data root directory available, take file root...");
+    return QueryBinDir(directory);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}

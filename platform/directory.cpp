@@ -1,0 +1,222 @@
+#include "platform/directory.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <optional>
+#include <string>
+
+#include "platform/change_mode.h"
+#include "platform/descriptor.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+constexpr mode_t FOR_ALL = 0777;
+
+// The entries of a directory in sorted order, given out one after the other.
+class Listing {
+ public:
+  Listing() = default;
+  ~Listing() {
+    for (int index = 0; index < m_nCount; ++index) {
+      free(m_pEntries[index]);
+    }
+    free(m_pEntries);
+  }
+  Listing(const Listing&) = delete;
+  Listing& operator=(const Listing&) = delete;
+
+  // False, with errno set, when the directory cannot be listed. Once.
+  bool Read(const char* path) {
+    m_nCount = scandir(path, &m_pEntries, nullptr, alphasort);
+    return m_nCount >= 0;
+  }
+
+  // The next entry; null behind the last one.
+  const dirent* Next() { return m_nNext < m_nCount ? m_pEntries[m_nNext++] : nullptr; }
+
+ private:
+  dirent** m_pEntries = nullptr;
+  int m_nCount = 0;
+  int m_nNext = 0;
+};
+
+// Where the system finds an entry: by `name` in an open directory, or by its path as `name`.
+struct Place {
+  int directory;
+  const char* name;
+};
+
+// One removal. A tree may be deeper than the stack of the caller's thread, so the directories on
+// the way down are kept here and no function calls itself.
+class TreeRemoval {
+ public:
+  explicit TreeRemoval(const char* path) : m_strPath(path != nullptr ? path : "") {}
+
+  bool Run(bool removeTop);
+
+ private:
+  // A directory that is being emptied.
+  struct Level {
+    Listing listing;
+    size_t prefixLength;  // of its path and a "/" in m_strPath
+  };
+
+  bool EnterDirectory();
+  bool HandleNext(bool removeTop);
+  Place FindPlace(const dirent& entry);
+  bool RemoveEntry(const dirent& entry);
+  bool RemoveFile(const Place& place);
+  bool RemoveEmptied();
+  void LeaveDirectory();
+  void ReportWayUp();
+
+  std::string m_strPath;  // of the entry in work; as long as it is, it begins with its prefixes
+  std::deque<Level> m_oLevels;              // from the top of the tree down
+  std::optional<CDescriptor> m_oDirectory;  // the deepest one; opened when an entry needs it
+  int m_nError = 0;                         // errno of the failure that ended the removal
+};
+
+bool TreeRemoval::Run(bool removeTop) {
+  bool isFine = EnterDirectory();
+  while (isFine && !m_oLevels.empty()) {
+    isFine = HandleNext(removeTop);
+  }
+  if (!isFine) {
+    ReportWayUp();
+  }
+  return isFine;
+}
+
+// Begins with the directory m_strPath.
+bool TreeRemoval::EnterDirectory() {
+  DEBUG_TRACE(2, "\nCDirectory          : Remove directory \"%s\"", m_strPath.c_str());
+  if (m_strPath.empty()) {
+    return false;
+  }
+  Level& level = m_oLevels.emplace_back();
+  level.prefixLength = m_strPath.size() + 1;
+  if (!level.listing.Read(m_strPath.c_str())) {
+    m_nError = errno;
+    // Shows "" deliberately: no entry is in work yet.
+    DEBUG_TRACE(3, "\nCDirectory          : scandir for directory \"%s\" failed; ## ERROR: %s", "",
+                strerror(m_nError));
+    return false;
+  }
+  m_strPath += '/';
+  m_oDirectory.reset();
+  return true;
+}
+
+// Handles the next entry of the deepest directory, or ends with that directory.
+bool TreeRemoval::HandleNext(bool removeTop) {
+  Level& level = m_oLevels.back();
+  m_strPath.resize(level.prefixLength);
+  if (const dirent* entry = level.listing.Next()) {
+    // Hidden entries are deliberately kept, which also keeps "." and ".." out.
+    return entry->d_name[0] == '.' || RemoveEntry(*entry);
+  }
+  const bool isTop = m_oLevels.size() == 1;
+  if ((removeTop || !isTop) && !RemoveEmptied()) {
+    return false;
+  }
+  LeaveDirectory();
+  return true;
+}
+
+// By its name in the directory, a file is found without the walk along the path for each call. All
+// else is found by the path, so that the system's limits for paths and links keep it out of reach.
+Place TreeRemoval::FindPlace(const dirent& entry) {
+  if (entry.d_type != DT_REG || m_strPath.size() >= PATH_MAX) {
+    return {AT_FDCWD, m_strPath.c_str()};
+  }
+  if (!m_oDirectory) {
+    const std::string prefix = m_strPath.substr(0, m_oLevels.back().prefixLength);
+    m_oDirectory.emplace(open(prefix.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  const int directory = m_oDirectory->Get();
+  return directory >= 0 ? Place{directory, entry.d_name} : Place{AT_FDCWD, m_strPath.c_str()};
+}
+
+bool TreeRemoval::RemoveEntry(const dirent& entry) {
+  m_strPath += entry.d_name;
+  const Place place = FindPlace(entry);
+  struct stat status = {};
+  if (fstatat(place.directory, place.name, &status, 0) != 0) {
+    return true;
+  }
+  // Deliberately takes links as well, though they are followed and never reported.
+  if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
+    return RemoveFile(place);
+  }
+  if (S_ISDIR(status.st_mode)) {
+    DEBUG_TRACE(2, "\nCDirectory          : Found dir: \"%s\"", m_strPath.c_str());
+    return EnterDirectory();
+  }
+  return true;
+}
+
+bool TreeRemoval::RemoveFile(const Place& place) {
+  const char* path = m_strPath.c_str();
+  DEBUG_TRACE(2, "\nCDirectory          : Found file: \"%s\"", path);
+  if (!ChangeModeUnlessLink(place.directory, place.name, FOR_ALL)) {
+    const int error = errno;
+    DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot change mode of file \"%s\": %s", path,
+                strerror(error));
+  }
+  if (unlinkat(place.directory, place.name, 0) != 0) {
+    m_nError = errno;
+    DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot remove file \"%s\": %s", path,
+                strerror(m_nError));
+    return false;
+  }
+  DEBUG_TRACE(3, "\nCDirectory          : Remove file \"%s\" OK!", path);
+  return true;
+}
+
+// Removes the deepest directory, whose path m_strPath is, with the "/".
+bool TreeRemoval::RemoveEmptied() {
+  const char* prefix = m_strPath.c_str();
+  DEBUG_TRACE(3, "\nCDirectory          : Remove directory parent \"%s\"", prefix);
+  if (rmdir(prefix) != 0) {
+    m_nError = errno;
+    DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot remove parent directory \"%s\": %s\n",
+                prefix, strerror(m_nError));
+    return false;
+  }
+  DEBUG_TRACE(3, "\nCDirectory          : Remove directory parent \"%s\" OK!", prefix);
+  return true;
+}
+
+// Goes on with the directory above the deepest one.
+void TreeRemoval::LeaveDirectory() {
+  m_oLevels.pop_back();
+  m_oDirectory.reset();
+  if (!m_oLevels.empty()) {
+    m_strPath.pop_back();
+    DEBUG_TRACE(3, "\nCDirectory          : Remove directory \"%s\" OK!", m_strPath.c_str());
+  }
+}
+
+// A failure also fails each directory above it, but for the top of the tree, whose result it is.
+void TreeRemoval::ReportWayUp() {
+  for (; m_oLevels.size() > 1; m_oLevels.pop_back()) {
+    m_strPath.resize(m_oLevels.back().prefixLength - 1);
+    DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot remove directory \"%s\": %s",
+                m_strPath.c_str(), strerror(m_nError));
+  }
+}
+
+}  // namespace
+
+int32_t CDirectory::RemoveDirectory(const char* path, bool removeParent) {
+  return TreeRemoval(path).Run(removeParent) ? 1 : 0;
+}

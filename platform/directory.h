@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+class CDirectory {
+ public:
+  // Empties the directory `path` with all below it and, with `removeParent`, removes it as well.
+  // Goes depth-first, the entries of a directory in the order of alphasort(), and stops at the
+  // first file or directory that cannot be removed; what is gone stays gone. Each step is traced.
+  //
+  // Deliberately left in place: everything whose name begins with ".", which also keeps the
+  // directories above it; entries that are neither file nor directory; and entries that cannot be
+  // looked at, as those whose path is longer than the system allows.
+  //
+  // A symbolic link to a file is removed and its target left alone. A symbolic link to a directory
+  // is deliberately taken for that directory: its target is emptied, and the removal then fails at
+  // the link. So `path` must lie where only its owner can write.
+  //
+  // Returns 1, or 0 when it stopped or `path` is null, empty or no directory that can be listed.
+  // Any thread may call. Needs memory for the listings of the directories on the way down, and no
+  // stack for them, however deep the tree is.
+  static int32_t RemoveDirectory(const char* path, bool removeParent);
+};

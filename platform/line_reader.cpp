@@ -1,0 +1,31 @@
+#include "platform/line_reader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+CLineReader::CLineReader(const char* path) : m_oFile(open(path, O_RDONLY | O_CLOEXEC)) {}
+
+bool CLineReader::Read(std::string& line) {
+  line.clear();
+  for (;;) {
+    const size_t lineEnd = m_strRest.find('\n');
+    line.append(m_strRest.substr(0, lineEnd));
+    if (lineEnd != std::string_view::npos) {
+      m_strRest.remove_prefix(lineEnd + 1);
+      return true;
+    }
+    m_strRest = {};
+    const ssize_t length =
+        TEMP_FAILURE_RETRY(read(m_oFile.Get(), m_aBuffer.data(), m_aBuffer.size()));
+    if (length < 0) {
+      line.clear();
+      return false;
+    }
+    if (length == 0) {
+      return !line.empty();
+    }
+    m_strRest = {m_aBuffer.data(), static_cast<size_t>(length)};
+  }
+}

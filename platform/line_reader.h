@@ -1,0 +1,26 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "platform/descriptor.h"
+
+// Reads a file line by line, as std::getline() on an input stream does, and takes no memory of its
+// own: a short file costs an open, a read and a close.
+//
+// Thread safety: one thread at a time uses a reader.
+class CLineReader {
+ public:
+  // Opens the file. When that fails, there are no lines.
+  explicit CLineReader(const char* path);
+
+  // Stores the next line without its line end, which the last one may lack. False, and `line`
+  // empty, at the end of the file or when it cannot be read.
+  bool Read(std::string& line);
+
+ private:
+  const CDescriptor m_oFile;
+  std::array<char, 4096> m_aBuffer;
+  std::string_view m_strRest;  // of what was read into m_aBuffer
+};

@@ -1,0 +1,27 @@
+#pragma once
+
+// A regular file that a profile call works on, closed with the object. Links are followed. A pipe,
+// device or directory of that name cannot be opened, and no attempt blocks on one.
+class CProfileFile {
+ public:
+  enum class Mode {
+    READ,
+    UPDATE,  // reading and writing
+    APPEND,  // writing at the end only; makes a missing file
+    CREATE   // writing; the file must not exist
+  };
+
+  // When the file cannot be opened, the object is not open and errno says why (0: no regular file).
+  CProfileFile(const char* fileName, Mode mode);
+  ~CProfileFile();
+  CProfileFile(const CProfileFile&) = delete;
+  CProfileFile& operator=(const CProfileFile&) = delete;
+
+  bool IsOpen() const { return m_nDescriptor >= 0; }
+
+  // The descriptor, owned by the object; -1 when it is not open.
+  int GetDescriptor() const { return m_nDescriptor; }
+
+ private:
+  int m_nDescriptor;
+};

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
+// The lines of an open file as fgets() with a buffer of 1024 bytes gives them: each ends with its
+// line end, and a longer line comes in pieces of 1023 characters that count as lines of their own.
+// Files that were written line by line keep their meaning that way, also where a line is too long.
+//
+// Reads in blocks from the descriptor's position on and needs the same memory for any size of file.
+class CProfileLines {
+ public:
+  static constexpr size_t LINE_SIZE =
+      1024;  // bytes, with the NUL that ends a line in such a buffer
+
+  // The descriptor stays the caller's. Its position when the object is made is offset 0.
+  explicit CProfileLines(int descriptor);
+
+  // Gives the next line, cut at its first NUL byte; it is valid until the next call. False at the
+  // end of the file, and when the file cannot be read any further.
+  bool Next(std::string_view& line);
+
+  // The offset just behind the last line that was given.
+  off_t GetOffset() const { return m_nBlockOffset + static_cast<off_t>(m_nBegin); }
+
+  // True when the lines ended before the file did: it cannot be read, or memory is short.
+  bool HasFailed() const { return m_bFailed; }
+
+ private:
+  void ReadOn();
+
+  const int m_nDescriptor;
+  const std::unique_ptr<char[]> m_pBlock;
+  size_t m_nBegin = 0;  // of what was not given yet, in the block
+  size_t m_nEnd = 0;
+  off_t m_nBlockOffset = 0;  // of the block's first byte in the file
+  bool m_bHasNul = false;    // a NUL byte was seen in this or an earlier block
+  bool m_bAtEnd = false;     // nothing is left to read
+  bool m_bFailed = false;
+};
+
+// True when the line is the header of that section: "[", exactly its name (case counts), "]".
+// Anything may follow.
+bool IsProfileHeader(std::string_view line, std::string_view section);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+// What a profile file holds for one question: the value of a key, the names of the keys of a
+// section, or the names of the sections.
+//
+// The answer goes to a buffer of the caller. A value is one NUL-terminated text; a list is its
+// names one after the other, each with a NUL, and a final NUL. What does not fit is cut off.
+class CProfileReader {
+ public:
+  // The memory of the buffer, at least 1 byte, and of the texts stays the caller's and must outlive
+  // the object. A null section asks for the sections, a null key for the keys of the section.
+  CProfileReader(const char* section, const char* key, char* buffer, uint32_t size);
+
+  // Takes the next line of the file. False when no further line can change the answer.
+  bool TakeLine(std::string_view line);
+
+  // Ends the answer in the buffer and returns the number of characters stored: of a value without
+  // its NUL, of a list with the NUL of each name but without the final one. Nothing when no line
+  // answered the question; the buffer is untouched then.
+  std::optional<uint32_t> Finish();
+
+ private:
+  bool IsList() const { return m_bListSections || m_bListKeys; }
+  bool TakeHeader(std::string_view line);
+  bool TakeEntry(std::string_view line);
+  bool AppendName(std::string_view name);
+  void Store(std::string_view text);
+
+  const bool m_bListSections;
+  const bool m_bListKeys;
+  const std::string_view m_oSection;
+  const std::string_view m_oKey;
+  char* const m_pBuffer;
+  const uint64_t m_nSize;
+  uint64_t m_nCount = 0;  // characters of the answer, also those that did not fit
+  bool m_bInSection = false;
+  bool m_bFound = false;
+};

@@ -1,0 +1,101 @@
+#include "platform/profile_string.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <string_view>
+
+#include "platform/profile_file.h"
+#include "platform/profile_lines.h"
+#include "platform/profile_reader.h"
+#include "platform/profile_writer.h"
+#include "trace/debug_client.h"
+#include "trace/trace_shield.h"
+
+namespace {
+
+// Keeps the readers of this process from seeing a file while it is rewritten. No line is traced
+// under it: the sink may call back.
+std::shared_mutex& FileLock() {
+  static constinit std::shared_mutex lock;
+  return lock;
+}
+
+const char* Shown(const char* text) { return text != nullptr ? text : "<nil>"; }
+
+// False when the file cannot be read. `length` is set when the question was answered.
+bool ReadAnswer(CProfileReader reader, const char* fileName, std::optional<uint32_t>& length) {
+  const CTraceShield noCancellation;
+  const std::shared_lock guard(FileLock());
+  const CProfileFile file(fileName, CProfileFile::Mode::READ);
+  if (!file.IsOpen()) {
+    return false;
+  }
+  CProfileLines lines(file.GetDescriptor());
+  std::string_view line;
+  while (lines.Next(line) && reader.TakeLine(line)) {
+  }
+  if (lines.HasFailed()) {
+    return false;
+  }
+  length = reader.Finish();
+  return true;
+}
+
+uint32_t StoreDefault(std::string_view text, char* buffer, uint32_t size) {
+  const size_t length = std::min<size_t>(text.size(), size - 1);
+  std::memmove(buffer, text.data(), length);
+  buffer[length] = '\0';
+  return static_cast<uint32_t>(length);
+}
+
+ProfileUpdate Update(const char* section, const char* key, const char* value,
+                     const char* fileName) {
+  const CTraceShield noCancellation;
+  const std::unique_lock guard(FileLock());
+  return UpdateProfileFile(section, key, value, fileName);
+}
+
+}  // namespace
+
+uint32_t GetPrivateProfileString(const char* section, const char* key, const char* defaultValue,
+                                 char* buffer, uint32_t size, const char* fileName) {
+  if (buffer == nullptr || size == 0) {
+    return 0;
+  }
+  buffer[0] = '\0';
+  std::optional<uint32_t> length;
+  if (fileName == nullptr ||
+      !ReadAnswer(CProfileReader(section, key, buffer, size), fileName, length)) {
+    buffer[0] = '\0';
+    DEBUG_TRACE(4, "GetPrivateProfileString: Cannot open %s\n", Shown(fileName));
+  }
+  if (length) {
+    return *length;
+  }
+  const bool hasDefault = section != nullptr && key != nullptr && defaultValue != nullptr;
+  return hasDefault ? StoreDefault(defaultValue, buffer, size) : 0;
+}
+
+uint32_t WritePrivateProfileString(const char* section, const char* key, const char* value,
+                                   const char* fileName) {
+  if (section == nullptr) {
+    DEBUG_TRACE(4, "WritePrivateProfileString: ## WARNING: invalid pointer to AppName\n");
+    return 0;
+  }
+  if (fileName == nullptr) {
+    DEBUG_TRACE(4, "WritePrivateProfileString: ## WARNING: invalid pointer to FileName\n");
+    return 0;
+  }
+  DEBUG_TRACE(4, "WritePrivateProfileString(%s, %s, %s, %s)\n", section, Shown(key), Shown(value),
+              fileName);
+  const ProfileUpdate update = Update(section, key, value, fileName);
+  if (update == ProfileUpdate::CANNOT_OPEN) {
+    DEBUG_TRACE(1, "WritePrivateProfileString: ## WARNING: append open error: %s\n", fileName);
+  }
+  const uint32_t result = update == ProfileUpdate::DONE ? 1 : 0;
+  DEBUG_TRACE(4, "WritePrivateProfileString rc=0x%04x\n", result);
+  return result;
+}

@@ -1,0 +1,105 @@
+#include "platform/change_mode.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <string>
+
+#include "platform/descriptor.h"
+#include "tests/support/scratch_directory.h"
+
+namespace {
+
+int g_nErrno = 0;  // what fchmodat2() fails with; 0: it works
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
+extern "C" {
+
+long __real_syscall(long number, ...);
+long __wrap_syscall(long number, ...) {
+  va_list arguments;
+  va_start(arguments, number);
+  const int directory = va_arg(arguments, int);
+  const char* path = va_arg(arguments, const char*);
+  const mode_t mode = va_arg(arguments, mode_t);
+  const int flags = va_arg(arguments, int);
+  va_end(arguments);
+  if (g_nErrno != 0) {
+    errno = g_nErrno;
+    return -1;
+  }
+  return __real_syscall(number, directory, path, mode, flags);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
+namespace {
+
+// With the kernel's call (0) and without it (ENOSYS).
+class ChangeModeTest : public testing::TestWithParam<int> {
+ protected:
+  ChangeModeTest() {
+    g_nErrno = GetParam();
+    m_oScratch.Write("file", "");
+    EXPECT_EQ(chmod(m_oScratch.Path("file").c_str(), 0400), 0);
+  }
+
+  bool Change(const std::string& name) const {
+    return ChangeModeUnlessLink(AT_FDCWD, m_oScratch.Path(name).c_str(), 0751);
+  }
+
+  mode_t ModeOf(const std::string& name) const {
+    struct stat status = {};
+    EXPECT_EQ(stat(m_oScratch.Path(name).c_str(), &status), 0);
+    return status.st_mode & 07777;
+  }
+
+  const ScratchDirectory m_oScratch;
+};
+
+INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS),
+                         [](const testing::TestParamInfo<int>& parameter) {
+                           return parameter.param == 0 ? "Kernel" : "OldKernel";
+                         });
+
+}  // namespace
+
+TEST_P(ChangeModeTest, ChangesTheModeOfAFile) {
+  EXPECT_TRUE(Change("file"));
+  EXPECT_EQ(ModeOf("file"), 0751U);
+}
+
+TEST_P(ChangeModeTest, TakesAPathInAnOpenDirectory) {
+  const CDescriptor directory(open(m_oScratch.Path().c_str(), O_PATH | O_CLOEXEC));
+  std::filesystem::create_symlink("file", m_oScratch.Path("link"));
+  EXPECT_TRUE(ChangeModeUnlessLink(directory.Get(), "file", 0700));
+  EXPECT_EQ(ModeOf("file"), 0700U);
+  EXPECT_TRUE(ChangeModeUnlessLink(directory.Get(), "link", 0751));
+  EXPECT_EQ(ModeOf("file"), 0700U);
+}
+
+TEST_P(ChangeModeTest, LeavesALinkAndItsTargetAlone) {
+  std::filesystem::create_symlink("file", m_oScratch.Path("link"));
+  EXPECT_TRUE(Change("link"));
+  EXPECT_EQ(ModeOf("file"), 0400U);
+}
+
+TEST_P(ChangeModeTest, ReportsAFailureWithItsError) {
+  EXPECT_FALSE(Change("missing"));
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_P(ChangeModeTest, ReportsAFileSystemThatKnowsNoModes) {
+  g_nErrno = EOPNOTSUPP;
+  EXPECT_FALSE(Change("file"));
+  EXPECT_EQ(errno, EOPNOTSUPP);
+  EXPECT_FALSE(Change("missing"));
+  EXPECT_EQ(errno, EOPNOTSUPP);
+}

@@ -1,0 +1,175 @@
+#include "platform/child_program.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tests/support/scratch_directory.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+long g_nLimit = 0;  // of descriptors, as sysconf() says; 0: the truth
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
+extern "C" {
+
+long __real_sysconf(int name);
+long __wrap_sysconf(int name) {
+  return name == _SC_OPEN_MAX && g_nLimit != 0 ? g_nLimit : __real_sysconf(name);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
+namespace {
+
+constexpr bool KEEP = true;
+constexpr bool CLOSE = false;
+
+// The exit status of a child that executes the program; -1 when it ends otherwise.
+int Execute(const CChildProgram& program) {
+  const pid_t child = fork();
+  if (child == 0) {
+    program.Execute();
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+class ChildProgramTest : public testing::Test {
+ protected:
+  // Which of the descriptors a child has: "299 300 ".
+  std::string Inherited(bool keep, const std::vector<int>& descriptors) const {
+    std::string commands;
+    for (const int descriptor : descriptors) {
+      EXPECT_EQ(dup2(STDIN_FILENO, descriptor), descriptor);
+      const std::string number = std::to_string(descriptor);
+      commands += "[ ! -e /proc/self/fd/" + number + " ] || printf '" + number + " ' >>$D/out\n";
+    }
+    EXPECT_EQ(Execute({{m_oScratch.WriteScript("list", commands + "exit 0")}, keep}), 0);
+    return m_oScratch.Read("out");
+  }
+
+  const ScratchDirectory m_oScratch;
+};
+
+}  // namespace
+
+TEST_F(ChildProgramTest, SplitsAtWhiteSpaceOfAnyKindAndLength) {
+  EXPECT_THAT(SplitIntoWords(" a\tbc \n\v\f\r d "), ElementsAre("a", "bc", "d"));
+  EXPECT_THAT(SplitIntoWords("a"), ElementsAre("a"));
+}
+
+TEST_F(ChildProgramTest, KnowsNoQuotesAndNoEscapes) {
+  EXPECT_THAT(SplitIntoWords(R"(p "a b" 'c d' e\ f)"),
+              ElementsAre("p", "\"a", "b\"", "'c", "d'", "e\\", "f"));
+}
+
+TEST_F(ChildProgramTest, FindsNoWordsInWhiteSpaceAndNull) {
+  EXPECT_THAT(SplitIntoWords(""), IsEmpty());
+  EXPECT_THAT(SplitIntoWords(" \t"), IsEmpty());
+  EXPECT_THAT(SplitIntoWords(nullptr), IsEmpty());
+}
+
+TEST_F(ChildProgramTest, PassesTheProgramAndEveryArgumentOn) {
+  const std::string script = m_oScratch.WriteScript("a b", R"(printf '[%s]' "$0" "$@" >$D/out)");
+  EXPECT_EQ(Execute({{script, "c d", "", "\"e"}, CLOSE}), 0);
+  EXPECT_EQ(m_oScratch.Read("out"), "[" + script + "][c d][][\"e]");
+}
+
+TEST_F(ChildProgramTest, ManyArgumentsAllArrive) {
+  std::vector<std::string> words(5000, "x");
+  words.front() = m_oScratch.WriteScript("count", "echo $# >$D/out");
+  EXPECT_EQ(Execute({words, CLOSE}), 0);
+  EXPECT_EQ(m_oScratch.Read("out"), "4999\n");
+}
+
+TEST_F(ChildProgramTest, LooksTheProgramUpThroughPath) {
+  m_oScratch.WriteScript("only-here", "exit 3");
+  setenv("PATH", ("/nowhere:" + m_oScratch.Path() + ":/bin").c_str(), 1);
+  EXPECT_EQ(Execute({{"only-here"}, CLOSE}), 3);
+}
+
+TEST_F(ChildProgramTest, EndsWith255WhenItCannotBeExecuted) {
+  EXPECT_EQ(Execute({{m_oScratch.Path("missing")}, CLOSE}), 255);
+  EXPECT_EQ(Execute({{m_oScratch.Write("no-program", "")}, CLOSE}), 255);
+  EXPECT_EQ(Execute({{m_oScratch.Path()}, CLOSE}), 255);
+  EXPECT_EQ(Execute({{""}, CLOSE}), 255);
+  EXPECT_EQ(Execute({{}, CLOSE}), 255);
+}
+
+TEST_F(ChildProgramTest, RunsNoExitHandlerAndFlushesNothingWhenItCannotBeExecuted) {
+  static std::string marker;
+  marker = m_oScratch.Path("marker");
+  ASSERT_EQ(atexit([] { fclose(fopen(marker.c_str(), "w")); }), 0);
+  FILE* buffered = fopen(m_oScratch.Path("buffered").c_str(), "w");
+  ASSERT_NE(buffered, nullptr);
+  fputs("once", buffered);
+  EXPECT_EQ(Execute({{"/missing"}, KEEP}), 255);
+  EXPECT_EQ(Execute({{}, KEEP}), 255);
+  EXPECT_FALSE(std::filesystem::exists(marker));
+  EXPECT_EQ(m_oScratch.Read("buffered"), "");
+  fclose(buffered);
+  EXPECT_EQ(m_oScratch.Read("buffered"), "once");
+  marker = "/dev/null";
+}
+
+TEST_F(ChildProgramTest, KeepsTheStandardDescriptorsOnly) {
+  const std::string script = m_oScratch.WriteScript(
+      "list", "for i in 0 1 2 3 4 5; do [ ! -e /proc/self/fd/$i ] || printf $i; done >&2");
+  const int saved = dup(STDERR_FILENO);
+  const int out = open(m_oScratch.Path("out").c_str(), O_CREAT | O_WRONLY, 0600);
+  ASSERT_EQ(dup2(out, STDERR_FILENO), STDERR_FILENO);
+  EXPECT_EQ(Execute({{script}, CLOSE}), 0);
+  dup2(saved, STDERR_FILENO);
+  EXPECT_EQ(m_oScratch.Read("out"), "012");
+  close(out);
+  close(saved);
+}
+
+TEST_F(ChildProgramTest, ClosesDescriptorsUpToTheLimit) {
+  g_nLimit = 300;
+  EXPECT_EQ(Inherited(CLOSE, {20, 299, 300, 301}), "300 301 ");
+}
+
+TEST_F(ChildProgramTest, ClosesDescriptorsUpTo1024WhenTheLimitIsBelow256) {
+  g_nLimit = 255;
+  EXPECT_EQ(Inherited(CLOSE, {20, 255, 1023, 1024}), "1024 ");
+}
+
+TEST_F(ChildProgramTest, KeepsDescriptorsWhenAsked) {
+  EXPECT_EQ(Inherited(KEEP, {20, 299, 300}), "20 299 300 ");
+}
+
+TEST_F(ChildProgramTest, UnblocksFourSignalsAndNoOther) {
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM, SIGUSR1}) {
+    sigaddset(&blocked, signal);
+  }
+  const std::string script = m_oScratch.WriteScript(
+      "mask",
+      "while read -r key value; do [ $key != SigBlk: ] || echo $value >$D/out; done "
+      "</proc/self/status");
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &blocked, &before), 0);
+  EXPECT_EQ(Execute({{script}, CLOSE}), 0);
+  sigset_t after;
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, &after), 0);
+  EXPECT_EQ(m_oScratch.Read("out"), "0000000000000200\n");  // SIGUSR1
+  EXPECT_TRUE(sigismember(&after, SIGTERM)) << "unblocked in the parent";
+}

@@ -1,0 +1,350 @@
+// LaunchProcess() and its forms.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "platform/process_control.h"
+#include "tests/support/scratch_directory.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+std::atomic<int> g_nForks = 0;
+std::atomic<int> g_nWaits = 0;
+std::atomic<int> g_nWaitOptions = -1;
+bool g_bForkFails = false;
+bool g_bCannotReturn = false;
+std::function<void()> g_fnBeforeFork;
+// Stands in for waitpid(); may call __real_waitpid().
+std::function<pid_t(pid_t, int*)> g_fnWait;
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
+extern "C" {
+
+pid_t __real_fork();
+pid_t __wrap_fork() {
+  ++g_nForks;
+  if (g_fnBeforeFork) {
+    g_fnBeforeFork();
+  }
+  if (g_bForkFails) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return __real_fork();
+}
+
+pid_t __real_waitpid(pid_t pid, int* status, int options);
+pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
+  ++g_nWaits;
+  g_nWaitOptions = options;
+  return g_fnWait ? g_fnWait(pid, status) : __real_waitpid(pid, status, options);
+}
+
+int __real_fchdir(int descriptor);
+int __wrap_fchdir(int descriptor) {
+  if (g_bCannotReturn) {
+    errno = EACCES;
+    return -1;
+  }
+  return __real_fchdir(descriptor);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
+namespace {
+
+std::string Current() { return std::filesystem::read_symlink("/proc/self/cwd"); }
+
+class LaunchProcessTest : public testing::Test {
+ protected:
+  LaunchProcessTest() { std::filesystem::current_path(m_oScratch.Path()); }
+  ~LaunchProcessTest() override { std::filesystem::current_path("/"); }
+
+  // Launches and waits. Stores pid and exit code in the members.
+  bool Launch(const std::string& commandLine, const char* workingDirectory = nullptr) {
+    return LaunchProcess(commandLine.c_str(), m_nPid, m_nExitCode, workingDirectory, false, false,
+                         false);
+  }
+
+  // As Launch(), without the wait.
+  bool LaunchDetached(const std::string& commandLine, const char* workingDirectory = nullptr) {
+    return LaunchProcess(commandLine.c_str(), m_nPid, m_nExitCode, workingDirectory, false, true,
+                         false);
+  }
+
+  std::string Script(const std::string& commands) const {
+    return m_oScratch.WriteScript("script", commands);
+  }
+
+  // A script that ends with exit status 4 as soon as Release() is called.
+  std::string BlockingScript() const {
+    std::filesystem::remove(m_oScratch.Path("gate"));
+    EXPECT_EQ(mkfifo(m_oScratch.Path("gate").c_str(), 0600), 0);
+    return Script("read -r line <$D/gate\nexit 4");
+  }
+  void Release() const { m_oScratch.Write("gate", "go\n"); }
+
+  const ScratchDirectory m_oScratch;
+  std::atomic<int32_t> m_nPid = 77;
+  int32_t m_nExitCode = 77;
+};
+
+}  // namespace
+
+TEST_F(LaunchProcessTest, IsTrueForExitStatus0) {
+  EXPECT_TRUE(Launch("true"));
+  EXPECT_EQ(m_nExitCode, 0);
+  EXPECT_GT(m_nPid, 1);
+}
+
+TEST_F(LaunchProcessTest, IsFalseForAnyOtherExitStatus) {
+  for (const int status : {1, 2, 128, 255}) {
+    EXPECT_FALSE(Launch(Script("exit " + std::to_string(status))));
+    EXPECT_EQ(m_nExitCode, status);
+  }
+}
+
+TEST_F(LaunchProcessTest, PassesTheWordsOfTheCommandLine) {
+  EXPECT_TRUE(Launch(Script(R"(printf '[%s]' "$@" >$D/out)") + "  a \"b c\"\t'd'"));
+  EXPECT_EQ(m_oScratch.Read("out"), "[a][\"b][c\"]['d']");
+}
+
+TEST_F(LaunchProcessTest, GivesExitCode255ForAProgramThatDoesNotExist) {
+  EXPECT_FALSE(Launch("/missing/program"));
+  EXPECT_EQ(m_nExitCode, 255);
+  EXPECT_GT(m_nPid, 1);
+}
+
+TEST_F(LaunchProcessTest, GivesExitCode255ForAnEmptyCommandLine) {
+  for (const char* commandLine : {"", " \t", static_cast<const char*>(nullptr)}) {
+    g_nForks = 0;
+    EXPECT_FALSE(LaunchProcess(commandLine, m_nPid, m_nExitCode, nullptr, false, false, false));
+    EXPECT_EQ(m_nExitCode, 255);
+    EXPECT_GT(m_nPid, 1);
+    EXPECT_EQ(g_nForks, 1);
+  }
+}
+
+TEST_F(LaunchProcessTest, GivesNoExitCodeForAChildThatIsKilledMeanwhile) {
+  const std::string script = BlockingScript();
+  m_nPid = 0;
+  std::thread killer([this] {
+    EXPECT_TRUE(WaitUntil([this] { return m_nPid != 0; }));
+    EXPECT_TRUE(KillProcess(m_nPid, true));
+  });
+  EXPECT_FALSE(Launch(script));
+  EXPECT_EQ(m_nExitCode, -1);
+  killer.join();
+}
+
+TEST_F(LaunchProcessTest, PublishesThePidBeforeItWaits) {
+  int32_t seen = 0;
+  g_fnWait = [&](pid_t pid, int* status) {
+    seen = m_nPid;
+    return __real_waitpid(pid, status, 0);
+  };
+  EXPECT_TRUE(Launch("true"));
+  EXPECT_EQ(seen, m_nPid);
+  EXPECT_GT(seen, 1);
+}
+
+TEST_F(LaunchProcessTest, SetsTheExitCodeBeforeTheForkAndLeavesThePid) {
+  int32_t exitCode = 0;
+  int32_t pid = 0;
+  g_fnBeforeFork = [&] {
+    exitCode = m_nExitCode;
+    pid = m_nPid;
+  };
+  EXPECT_TRUE(Launch("true"));
+  EXPECT_EQ(exitCode, -1);
+  EXPECT_EQ(pid, 77);
+}
+
+TEST_F(LaunchProcessTest, DoesNotWaitForADetachedChild) {
+  EXPECT_TRUE(LaunchDetached(BlockingScript()));
+  EXPECT_EQ(m_nExitCode, -1);
+  EXPECT_EQ(g_nWaits, 0);
+  Release();
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 0));
+  EXPECT_EQ(m_nExitCode, 4);
+}
+
+TEST_F(LaunchProcessTest, IsTrueForADetachedChildThatCannotExecute) {
+  EXPECT_TRUE(LaunchDetached("/missing/program"));
+  EXPECT_EQ(m_nExitCode, -1);
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 0));
+  EXPECT_EQ(m_nExitCode, 255);
+}
+
+TEST_F(LaunchProcessTest, ReportsAFailedFork) {
+  g_bForkFails = true;
+  for (const bool detach : {false, true}) {
+    m_nPid = m_nExitCode = 77;
+    EXPECT_FALSE(LaunchProcess("true", m_nPid, m_nExitCode, "/", false, detach, false));
+    EXPECT_EQ(m_nPid, -1);
+    EXPECT_EQ(m_nExitCode, -1);
+    EXPECT_EQ(Current(), m_oScratch.Path());
+  }
+  EXPECT_EQ(g_nWaits, 0);
+}
+
+TEST_F(LaunchProcessTest, StartsTheChildInTheWorkingDirectory) {
+  std::filesystem::create_directories(m_oScratch.Path("there"));
+  std::string during;
+  g_fnWait = [&](pid_t pid, int* status) {
+    during = Current();
+    return __real_waitpid(pid, status, 0);
+  };
+  EXPECT_TRUE(Launch(Script("pwd >$D/out"), "there"));
+  EXPECT_EQ(m_oScratch.Read("out"), m_oScratch.Path("there") + "\n");
+  EXPECT_EQ(during, m_oScratch.Path("there")) << "until the launch is over";
+  EXPECT_EQ(Current(), m_oScratch.Path());
+}
+
+TEST_F(LaunchProcessTest, KeepsTheDirectoryWithoutAWorkingDirectory) {
+  for (const char* directory : {static_cast<const char*>(nullptr), ""}) {
+    EXPECT_TRUE(Launch(Script("pwd >$D/out"), directory));
+    EXPECT_EQ(m_oScratch.Read("out"), m_oScratch.Path() + "\n");
+  }
+}
+
+TEST_F(LaunchProcessTest, LaunchesNothingWhenTheWorkingDirectoryCannotBeEntered) {
+  EXPECT_FALSE(Launch("true", "missing"));
+  EXPECT_EQ(m_nPid, -1);
+  EXPECT_EQ(m_nExitCode, -1);
+  EXPECT_EQ(g_nForks, 0);
+  EXPECT_EQ(Current(), m_oScratch.Path());
+}
+
+TEST_F(LaunchProcessTest, IsFalseWhenTheProcessCannotReturnToItsDirectory) {
+  g_bCannotReturn = true;
+  EXPECT_FALSE(Launch("true", "/"));
+  EXPECT_EQ(m_nExitCode, 0);
+  EXPECT_EQ(Current(), "/");
+  EXPECT_FALSE(LaunchDetached("true", "/"));
+  EXPECT_GT(m_nPid, 1);
+  WaitProcess(m_nPid, m_nExitCode, 0);
+}
+
+TEST_F(LaunchProcessTest, ClosesOrKeepsDescriptorsAsAsked) {
+  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  const std::string script = Script("[ -e /proc/self/fd/50 ]");
+  EXPECT_FALSE(LaunchProcess(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false, false));
+  EXPECT_TRUE(LaunchProcess(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false, true));
+}
+
+TEST_F(LaunchProcessTest, GivesTheChildNoDescriptorOfItsOwn) {
+  const int next = dup(STDIN_FILENO);
+  ASSERT_GE(next, 0);
+  close(next);
+  const std::string script = Script("[ ! -e /proc/self/fd/" + std::to_string(next) + " ]");
+  EXPECT_TRUE(LaunchProcess(script.c_str(), m_nPid, m_nExitCode, "/", false, false, true));
+}
+
+TEST_F(LaunchProcessTest, DoesNotLookAtTheReservedArgument) {
+  EXPECT_TRUE(LaunchProcess("true", m_nPid, m_nExitCode, nullptr, true, false, false));
+  EXPECT_EQ(m_nExitCode, 0);
+}
+
+TEST_F(LaunchProcessTest, RepeatsAWaitThatASignalInterrupts) {
+  g_fnWait = [](pid_t pid, int* status) {
+    if (g_nWaits <= 2) {
+      errno = EINTR;
+      return -1;
+    }
+    return __real_waitpid(pid, status, 0);
+  };
+  EXPECT_TRUE(Launch("true"));
+  EXPECT_EQ(g_nWaits, 3);
+  EXPECT_EQ(g_nWaitOptions, 0);
+}
+
+TEST_F(LaunchProcessTest, GivesNoExitCodeWhenAnotherThreadHasWaitedForTheChild) {
+  g_fnWait = [](pid_t pid, int* status) {
+    EXPECT_EQ(__real_waitpid(pid, status, 0), pid);
+    return __real_waitpid(pid, status, 0);
+  };
+  EXPECT_FALSE(Launch("true"));
+  EXPECT_EQ(m_nExitCode, -1);
+}
+
+TEST_F(LaunchProcessTest, HasAFormThatRunsAndReturnsTheResultOnly) {
+  EXPECT_TRUE(RunProcess("true", nullptr, false, false));
+  EXPECT_FALSE(RunProcess("false", nullptr, false, false));
+  EXPECT_TRUE(RunProcess(Script("[ \"$PWD\" = / ]").c_str(), "/", true, false));
+  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  EXPECT_FALSE(RunProcess(Script("[ -e /proc/self/fd/50 ]").c_str(), nullptr, false, false));
+  EXPECT_TRUE(RunProcess(Script("[ -e /proc/self/fd/50 ]").c_str(), nullptr, false, true));
+  EXPECT_EQ(g_nWaits, 5);
+}
+
+TEST_F(LaunchProcessTest, HasAFormThatRunsAndReturnsPidAndExitCode) {
+  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  const std::string script =
+      Script("[ \"$PWD\" = / ] && [ -e /proc/self/fd/50 ] && echo $$ >$D/out");
+  EXPECT_TRUE(RunProcess(script.c_str(), m_nPid, m_nExitCode, "/", false, true));
+  EXPECT_EQ(m_nExitCode, 0);
+  EXPECT_EQ(m_oScratch.Read("out"), std::to_string(m_nPid) + "\n");
+  EXPECT_FALSE(RunProcess(script.c_str(), m_nPid, m_nExitCode, "/", false, false));
+  EXPECT_EQ(m_nExitCode, 1);
+}
+
+TEST_F(LaunchProcessTest, HasAFormThatStartsDetached) {
+  const std::string script = BlockingScript();
+  EXPECT_TRUE(StartProcess(script.c_str(), nullptr, false, false));
+  EXPECT_EQ(g_nWaits, 0);
+  Release();
+  int status = 0;
+  EXPECT_GT(__real_waitpid(-1, &status, 0), 1);
+  EXPECT_EQ(WEXITSTATUS(status), 4);
+}
+
+TEST_F(LaunchProcessTest, HasAFormThatStartsDetachedAndReturnsThePid) {
+  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  const std::string script = Script("[ \"$PWD\" = / ] && [ -e /proc/self/fd/50 ]");
+  EXPECT_TRUE(StartProcess(script.c_str(), m_nPid, "/", false, true));
+  EXPECT_EQ(g_nWaits, 0);
+  EXPECT_TRUE(WaitProcess(m_nPid, m_nExitCode, 0));
+  EXPECT_TRUE(StartProcess(script.c_str(), m_nPid, "/", false, false));
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 0));
+  EXPECT_EQ(m_nExitCode, 1);
+}
+
+TEST_F(LaunchProcessTest, HasAFormThatTakesTheProgramAsOneWord) {
+  const std::string program =
+      m_oScratch.WriteScript("a b\tc", "[ \"$PWD\" = / ] && echo \"$0 $#\" >$D/out");
+  EXPECT_TRUE(RunProgram(program.c_str(), m_nPid, m_nExitCode, "/", false, false));
+  EXPECT_EQ(m_nExitCode, 0);
+  EXPECT_GT(m_nPid, 1);
+  EXPECT_EQ(m_oScratch.Read("out"), program + " 0\n");
+  EXPECT_FALSE(RunProgram("true x", m_nPid, m_nExitCode, nullptr, false, false));
+  EXPECT_EQ(m_nExitCode, 255);
+}
+
+TEST_F(LaunchProcessTest, OneWordMayBeNullOrEmpty) {
+  for (const char* program : {"", static_cast<const char*>(nullptr)}) {
+    EXPECT_FALSE(RunProgram(program, m_nPid, m_nExitCode, nullptr, false, false));
+    EXPECT_EQ(m_nExitCode, 255);
+  }
+}
+
+TEST_F(LaunchProcessTest, OneWordKeepsDescriptorsAsAsked) {
+  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  const std::string script = Script("[ -e /proc/self/fd/50 ]");
+  EXPECT_FALSE(RunProgram(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false));
+  EXPECT_TRUE(RunProgram(script.c_str(), m_nPid, m_nExitCode, nullptr, false, true));
+}

@@ -1,0 +1,217 @@
+#include "platform/process_control.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "tests/support/scratch_directory.h"
+
+namespace {
+
+std::atomic<int> g_nKills = 0;
+std::atomic<int> g_nWaits = 0;
+std::atomic<int> g_nWaitOptions = -1;
+bool g_bNoDirectoryName = false;
+std::function<pid_t(int*)> g_fnWait;  // stands in for waitpid()
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
+extern "C" {
+
+pid_t __real_waitpid(pid_t pid, int* status, int options);
+pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
+  ++g_nWaits;
+  g_nWaitOptions = options;
+  return g_fnWait ? g_fnWait(status) : __real_waitpid(pid, status, options);
+}
+
+// Lets nothing through that names more than one process.
+int __real_kill(pid_t pid, int signal);
+int __wrap_kill(pid_t pid, int signal) {
+  ++g_nKills;
+  return pid < 1 ? 0 : __real_kill(pid, signal);
+}
+
+char* __real_getcwd(char* buffer, size_t size);
+char* __wrap_getcwd(char* buffer, size_t size) {
+  if (g_bNoDirectoryName) {
+    *buffer = '\0';
+    return buffer;
+  }
+  return __real_getcwd(buffer, size);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
+namespace {
+
+std::string Current() { return std::filesystem::read_symlink("/proc/self/cwd"); }
+
+class ProcessControlTest : public testing::Test {
+ protected:
+  ProcessControlTest() { std::filesystem::current_path(m_oScratch.Path()); }
+  ~ProcessControlTest() override { std::filesystem::current_path("/"); }
+
+  bool Start(const char* commandLine) {
+    return StartProcess(commandLine, m_nPid, nullptr, false, false);
+  }
+
+  bool StartScript(const std::string& commands) {
+    return Start(m_oScratch.WriteScript("script", commands).c_str());
+  }
+
+  const ScratchDirectory m_oScratch;
+  std::atomic<int32_t> m_nPid = 77;
+  int32_t m_nExitCode = 77;
+};
+
+using WaitProcessTest = ProcessControlTest;
+using KillProcessTest = ProcessControlTest;
+
+}  // namespace
+
+TEST_F(WaitProcessTest, TellsHowTheChildEnded) {
+  ASSERT_TRUE(Start("true"));
+  m_nExitCode = 77;
+  EXPECT_TRUE(WaitProcess(m_nPid, m_nExitCode, 2000));
+  EXPECT_EQ(m_nExitCode, 0);
+  EXPECT_EQ(g_nWaitOptions, 0);
+  ASSERT_TRUE(StartScript("exit 200"));
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
+  EXPECT_EQ(m_nExitCode, 200);
+  ASSERT_TRUE(StartScript("kill -TERM $$"));
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
+  EXPECT_EQ(m_nExitCode, -1);
+}
+
+TEST_F(WaitProcessTest, WaitsWithoutLimitWhateverTheTimeOut) {
+  ASSERT_TRUE(Start("sleep 2.3"));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_TRUE(WaitProcess(m_nPid, m_nExitCode, 2000));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2200));
+  EXPECT_EQ(g_nWaits, 1);
+}
+
+TEST_F(WaitProcessTest, IsFalseForAProcessThatIsNoChild) {
+  EXPECT_FALSE(WaitProcess(getppid(), m_nExitCode, 2000));
+  EXPECT_EQ(m_nExitCode, -1);
+}
+
+TEST_F(WaitProcessTest, RefusesPidsThatNameMoreThanOneProcess) {
+  for (const int32_t pid : {0, -1, -2, INT32_MIN}) {
+    m_nExitCode = 77;
+    EXPECT_FALSE(WaitProcess(pid, m_nExitCode, 2000));
+    EXPECT_EQ(m_nExitCode, -1);
+  }
+  EXPECT_EQ(g_nWaits, 0);
+}
+
+TEST_F(WaitProcessTest, IsFalseWhenTheWaitGivesAnotherPid) {
+  g_fnWait = [](int* status) {
+    *status = 0;
+    return 6;
+  };
+  EXPECT_FALSE(WaitProcess(5, m_nExitCode, 2000));
+  EXPECT_EQ(m_nExitCode, -1);
+}
+
+TEST_F(WaitProcessTest, RepeatsAWaitThatASignalInterruptsAndNoOtherFailure) {
+  g_fnWait = [](int*) {
+    errno = g_nWaits <= 2 ? EINTR : EINVAL;
+    return -1;
+  };
+  EXPECT_FALSE(WaitProcess(5, m_nExitCode, 2000));
+  EXPECT_EQ(g_nWaits, 3);
+}
+
+TEST_F(WaitProcessTest, GivesTheExitCodeToOneOfTwoThreads) {
+  ASSERT_TRUE(StartScript("exit 4"));
+  int32_t otherExitCode = 77;
+  std::thread other([&] { EXPECT_FALSE(WaitProcess(m_nPid, otherExitCode, 2000)); });
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
+  other.join();
+  EXPECT_EQ(m_nExitCode + otherExitCode, 4 - 1);
+}
+
+TEST_F(KillProcessTest, SendsSigkillWithAndWithoutForce) {
+  for (const bool force : {false, true}) {
+    ASSERT_TRUE(Start("sleep 60"));
+    EXPECT_TRUE(KillProcess(m_nPid, force));
+    int status = 0;
+    EXPECT_EQ(__real_waitpid(m_nPid, &status, 0), m_nPid);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  }
+}
+
+TEST_F(KillProcessTest, IsFalseForAProcessThatIsGone) {
+  ASSERT_TRUE(RunProcess("true", m_nPid, m_nExitCode, nullptr, false, false));
+  EXPECT_FALSE(KillProcess(m_nPid, true));
+}
+
+TEST_F(KillProcessTest, RefusesPidsThatNameMoreThanOneProcess) {
+  for (const int32_t pid : {0, -1, -2, INT32_MIN}) {
+    EXPECT_FALSE(KillProcess(pid, true));
+  }
+  EXPECT_EQ(g_nKills, 0);
+}
+
+TEST_F(ProcessControlTest, StoresTheCurrentDirectory) {
+  std::string path = "before";
+  EXPECT_TRUE(GetCurrentDirectory(path));
+  EXPECT_EQ(path, m_oScratch.Path());
+}
+
+TEST_F(ProcessControlTest, KeepsTheStringWhenThereIsNoCurrentDirectory) {
+  std::string path = "before";
+  g_bNoDirectoryName = true;
+  EXPECT_FALSE(GetCurrentDirectory(path));
+  g_bNoDirectoryName = false;
+  std::filesystem::create_directories(m_oScratch.Path("removed"));
+  ASSERT_TRUE(SetCurrentDirectory("removed"));
+  std::filesystem::remove(m_oScratch.Path("removed"));
+  EXPECT_FALSE(GetCurrentDirectory(path));
+  EXPECT_EQ(path, "before");
+}
+
+TEST_F(ProcessControlTest, StoresACurrentDirectoryOfUpTo4095Characters) {
+  const std::string name(200, 'x');
+  std::string path;
+  std::string expected = Current();
+  while (expected.size() + 1 + name.size() <= 4095) {
+    std::filesystem::create_directory(name);
+    ASSERT_TRUE(SetCurrentDirectory(name));
+    expected += "/" + name;
+    ASSERT_TRUE(GetCurrentDirectory(path));
+    EXPECT_EQ(path, expected);
+  }
+  const std::string last(4095 - expected.size() - 1, 'y');
+  std::filesystem::create_directory(last);
+  std::filesystem::create_directory(last + "y");
+  ASSERT_TRUE(SetCurrentDirectory(last));
+  EXPECT_TRUE(GetCurrentDirectory(path));
+  EXPECT_EQ(path, expected + "/" + last);
+  ASSERT_TRUE(SetCurrentDirectory("../" + last + "y"));
+  EXPECT_FALSE(GetCurrentDirectory(path));
+  EXPECT_EQ(path, expected + "/" + last);
+}
+
+TEST_F(ProcessControlTest, ChangesTheCurrentDirectory) {
+  std::filesystem::create_directories(m_oScratch.Path("there"));
+  EXPECT_TRUE(SetCurrentDirectory("there"));
+  EXPECT_EQ(Current(), m_oScratch.Path("there"));
+  EXPECT_FALSE(SetCurrentDirectory("missing"));
+  EXPECT_FALSE(SetCurrentDirectory(""));
+  EXPECT_EQ(Current(), m_oScratch.Path("there"));
+}

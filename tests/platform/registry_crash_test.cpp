@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+#include "platform/registry.h"
+#include "tests/support/fault_plan.h"
+#include "tests/support/registry_directory.h"
+#include "tests/support/registry_model.h"
+#include "tests/support/stepped_child.h"
+
+namespace {
+
+std::string TextOf(const std::string& text) {
+  return "[HKEY_LOCAL_MACHINE]\n[Key]\ntext=s=" + text + "\n\n\n\n";
+}
+
+// What a test begins with: the texts of the files, null where there is none.
+struct Files {
+  const char* name;
+  const char* current;
+  const char* backup;
+  const char* temporary;
+  const char* standard;
+  bool refusesExchange = false;
+};
+
+void PrintTo(const Files& files, std::ostream* stream) { *stream << files.name; }
+
+constexpr char NOT_A_REGISTRY[] = "nothing that can be read\n";
+
+void Make(const Files& files) {
+  RefuseExchange(files.refusesExchange);
+  ResetRegistryDirectory();
+  const auto write = [](const char* path, const char* text) {
+    if (text != nullptr) {
+      WriteFile(path, text == NOT_A_REGISTRY || *text == '\0' ? text : TextOf(text));
+    }
+  };
+  write(CURRENT, files.current);
+  write(BACKUP, files.backup);
+  write(TEMPORARY, files.temporary);
+  write(DEFAULT, files.standard);
+}
+
+std::string NameOf(const testing::TestParamInfo<Files>& info) { return info.param.name; }
+
+// Changes two keys at once, so that half a change would show.
+void Change(CRegistry& registry) {
+  EXPECT_EQ(registry.CreateKey(HKEY_LOCAL_MACHINE, "Key"), REGISTRY_OK);
+  EXPECT_EQ(registry.SetValue("text", "new"), REGISTRY_OK);
+  EXPECT_EQ(registry.CreateKey(HKEY_USERS, "Other\\Below"), REGISTRY_OK);
+  EXPECT_EQ(registry.SetValue("number", 7), REGISTRY_OK);
+}
+
+class RegistryCrashTest : public testing::TestWithParam<Files> {
+ protected:
+  // A process that has changed the tree and is about to save it.
+  static void SaveStepwise() {
+    CRegistry registry;
+    Change(registry);
+    SteppedChild::Begin();
+  }
+
+  static RegistryModel TreeBefore() {
+    Make(GetParam());
+    return LoadTree();
+  }
+
+  static RegistryModel TreeAfter() {
+    Make(GetParam());
+    LoadTree();
+    CRegistry registry;
+    Change(registry);
+    return ReadTree();
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Registry, RegistryCrashTest,
+    testing::Values(Files{"Nothing", nullptr, nullptr, nullptr, nullptr},
+                    Files{"Current", "old", nullptr, nullptr, nullptr},
+                    Files{"CurrentAndBackup", "old", "older", nullptr, nullptr},
+                    Files{"AllFour", "old", "older", "half", "default"},
+                    Files{"CurrentWithoutExchange", "old", nullptr, nullptr, nullptr, true},
+                    Files{"AllFourWithoutExchange", "old", "older", "half", "default", true},
+                    Files{"BackupAndTemporaryOfACrash", nullptr, "old", "half", nullptr},
+                    Files{"EmptyCurrentAndBackup", "", "old", nullptr, nullptr},
+                    Files{"BadCurrentAndBackup", NOT_A_REGISTRY, "old", nullptr, nullptr},
+                    Files{"BadCurrentAndDefault", NOT_A_REGISTRY, nullptr, nullptr, "old"},
+                    Files{"BadBackupAndDefault", nullptr, NOT_A_REGISTRY, nullptr, "old"},
+                    Files{"Default", nullptr, nullptr, nullptr, "old"}),
+    NameOf);
+
+TEST_P(RegistryCrashTest, KillAtAnySystemCallOfASaveLeavesTheOldOrTheNewTree) {
+  const RegistryModel before = TreeBefore();
+  const RegistryModel after = TreeAfter();
+  ASSERT_NE(before, after);
+
+  bool isAfter = false;
+  int count = 0;
+  for (bool isRunning = true; isRunning; ++count) {
+    TreeBefore();
+    SteppedChild child(SaveStepwise);
+    for (int step = 0; step <= count && isRunning; ++step) {
+      isRunning = child.Step();
+    }
+    child.Kill();
+    const RegistryModel tree = LoadTree();
+    ASSERT_TRUE(tree == after || (tree == before && !isAfter))
+        << "killed at step " << count << ", before system call " << child.GetSystemCall();
+    isAfter = tree == after;
+  }
+  EXPECT_TRUE(isAfter);
+  EXPECT_GT(count, 10);
+}
+
+TEST_P(RegistryCrashTest, NextSaveAfterAnyCrashWorks) {
+  const RegistryModel after = TreeAfter();
+  bool isRunning = true;
+  for (int count = 0; isRunning; ++count) {
+    TreeBefore();
+    {
+      SteppedChild child(SaveStepwise);
+      for (int step = 0; step <= count && isRunning; ++step) {
+        isRunning = child.Step();
+      }
+    }
+    LoadTree();
+    {
+      CRegistry registry;
+      Change(registry);
+    }
+    ASSERT_EQ(LoadTree(), after) << "killed at step " << count;
+    ASSERT_FALSE(Exists(TEMPORARY));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,283 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/registry.h"
+#include "platform/registry_file.h"
+#include "platform/registry_tree.h"
+#include "tests/support/fault_plan.h"
+#include "tests/support/registry_directory.h"
+#include "tests/support/registry_model.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+constexpr char OLD[] = "[HKEY_LOCAL_MACHINE]\nnumber=d=1\n\n\n";
+constexpr char OLDER[] = "[HKEY_LOCAL_MACHINE]\nnumber=d=0\n\n\n";
+
+// What a test begins with.
+struct Start {
+  const char* name;
+  const char* current;  // null: none
+  const char* backup;
+  bool refusesExchange = false;
+};
+
+void PrintTo(const Start& start, std::ostream* stream) { *stream << start.name; }
+
+constexpr Start STARTS[] = {{"Nothing", nullptr, nullptr},
+                            {"Current", OLD, nullptr},
+                            {"CurrentAndBackup", OLD, OLDER},
+                            {"CurrentWithoutExchange", OLD, nullptr, true},
+                            {"CurrentAndBackupWithoutExchange", OLD, OLDER, true},
+                            {"BadCurrentAndBackup", "bad", OLD},
+                            {"EmptyCurrentAndBackup", "", OLD},
+                            {"Backup", nullptr, OLD}};
+
+void Make(const Start& start) {
+  RefuseExchange(start.refusesExchange);
+  ResetRegistryDirectory();
+  if (start.current != nullptr) {
+    WriteFile(CURRENT, start.current);
+  }
+  if (start.backup != nullptr) {
+    WriteFile(BACKUP, start.backup);
+  }
+  LoadTree();
+}
+
+// Changes the tree. Its end saves.
+class Change {
+ public:
+  Change() { m_oRegistry.SetValue("number", 2); }
+
+ private:
+  CRegistry m_oRegistry{"", HKEY_LOCAL_MACHINE};
+};
+
+std::vector<std::string> CallsOfASave(const Start& start) {
+  Make(start);
+  const Change change;
+  FaultPlan plan(0, [](size_t, const std::string&) { return Outcome::DONE; });
+  CRegistryTree::Get().SaveTree();
+  return plan.GetCalls();
+}
+
+class RegistryFaultTest : public testing::TestWithParam<std::tuple<Start, int>> {
+ protected:
+  RegistryFaultTest() {
+    ResetRegistryDirectory();
+    std::tie(m_start, m_nError) = GetParam();
+    const std::vector<std::string> calls = CallsOfASave(m_start);
+    m_calls = calls;
+    m_after = LoadTree();
+    Make(m_start);
+    m_before = ReadTree();
+  }
+
+  // Whether the save can do without the call at that index: the directory is closed at the end.
+  bool IsHarmless(size_t index) const {
+    return index + 1 == m_calls.size() && m_calls[index] == "close";
+  }
+
+  Start m_start = {};
+  int m_nError = 0;
+  std::vector<std::string> m_calls;  // of a save in which nothing fails
+  RegistryModel m_before;
+  RegistryModel m_after;
+};
+
+std::string NameOf(const testing::TestParamInfo<std::tuple<Start, int>>& info) {
+  const int error = std::get<1>(info.param);
+  return std::string(std::get<0>(info.param).name) + strerrorname_np(error);
+}
+
+INSTANTIATE_TEST_SUITE_P(Registry, RegistryFaultTest,
+                         testing::Combine(testing::ValuesIn(STARTS),
+                                          testing::Values(ENOSPC, EIO, EACCES)),
+                         NameOf);
+
+TEST_P(RegistryFaultTest, SaveInWhichAnySystemCallFailsLosesNothing) {
+  for (size_t failing = 0; failing < m_calls.size(); ++failing) {
+    SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
+    Make(m_start);
+    {
+      const Change change;
+      const TraceSession session(1);
+      {
+        FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
+          return index == failing ? Outcome::FAILED : Outcome::DONE;
+        });
+        CRegistryTree::Get().SaveTree();
+      }
+      EXPECT_EQ(session.Lines().size(), IsHarmless(failing) ? 0U : 1U);
+      if (!IsHarmless(failing)) {
+        EXPECT_THAT(session.Texts(), Contains(StartsWith("CRegistry: ERROR: Cannot ")));
+      }
+      EXPECT_FALSE(Exists(TEMPORARY));
+      CRegistryTree::Get().SaveTree();
+      EXPECT_FALSE(Exists(TEMPORARY));
+    }
+    EXPECT_EQ(LoadTree(), m_after) << "what failed was not tried again";
+  }
+}
+
+TEST_P(RegistryFaultTest, ProcessThatEndsAfterAFailedSaveLeavesTheOldOrTheNewTree) {
+  for (const Outcome outcome : {Outcome::FAILED, Outcome::DONE_AND_FAILED}) {
+    for (size_t failing = 0; failing < m_calls.size(); ++failing) {
+      SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
+      Make(m_start);
+      const Change change;
+      {
+        FaultPlan plan(m_nError, [&](size_t index, const std::string&) {
+          return index == failing ? outcome : Outcome::DONE;
+        });
+        CRegistryTree::Get().SaveTree();
+      }
+      EXPECT_THAT(LoadTree(), testing::AnyOf(m_before, m_after));
+    }
+  }
+}
+
+TEST_P(RegistryFaultTest, SaveInWhichAllIsFailingFromAnyCallOnLeavesTheOldOrTheNewTree) {
+  for (size_t failing = 0; failing < m_calls.size(); ++failing) {
+    SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
+    Make(m_start);
+    const Change change;
+    {
+      FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
+        return index >= failing ? Outcome::FAILED : Outcome::DONE;
+      });
+      CRegistryTree::Get().SaveTree();
+    }
+    EXPECT_THAT(LoadTree(), testing::AnyOf(m_before, m_after));
+  }
+}
+
+TEST_P(RegistryFaultTest, FailureBeforeTheFlushOfTheDirectoryLeavesTheCurrentFile) {
+  const auto flush = std::find(m_calls.rbegin(), m_calls.rend(), "fsync");
+  ASSERT_NE(flush, m_calls.rend());
+  const auto end = static_cast<size_t>(m_calls.rend() - flush) - 1;
+  for (size_t failing = 0; failing < end; ++failing) {
+    SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
+    Make(m_start);
+    FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
+      return index == failing ? Outcome::FAILED : Outcome::DONE;
+    });
+    EXPECT_FALSE(SaveRegistryFile("new"));
+    EXPECT_EQ(ReadFile(CURRENT), m_start.current != nullptr ? m_start.current : "<missing>");
+  }
+}
+
+TEST(RegistryFaultTraceTest, LineNamesTheFileAndTheReason) {
+  const auto traced = [](const char* name, int error) {
+    Make(STARTS[1]);
+    const TraceSession session(1);
+    FaultPlan plan(error, [name](size_t, const std::string& call) {
+      return call == name ? Outcome::FAILED : Outcome::DONE;
+    });
+    EXPECT_FALSE(SaveRegistryFile("new"));
+    return session.Texts();
+  };
+  EXPECT_THAT(
+      traced("write", ENOSPC),
+      ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry.new\": No space left "
+                  "on device\n"));
+  EXPECT_THAT(
+      traced("stat", EIO),
+      ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": Input/output error\n"));
+  EXPECT_THAT(
+      traced("rename", EACCES),
+      ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": Permission denied\n"));
+}
+
+TEST(RegistryFaultTraceTest, DirectoryThatCannotBeFlushedIsNamed) {
+  Make(STARTS[1]);
+  const TraceSession session(1);
+  size_t flushes = 0;
+  FaultPlan plan(EIO, [&flushes](size_t, const std::string& call) {
+    return call == "fsync" && ++flushes == 2 ? Outcome::FAILED : Outcome::DONE;
+  });
+  EXPECT_FALSE(SaveRegistryFile("new"));
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel\": Input/output error\n"));
+  EXPECT_EQ(ReadFile(CURRENT), "new");
+}
+
+class RegistryWriteTest : public testing::Test {
+ protected:
+  RegistryWriteTest() { Make(STARTS[1]); }
+};
+
+TEST_F(RegistryWriteTest, PartialWritesAreContinued) {
+  FaultPlan plan(0, [](size_t, const std::string&) { return Outcome::DONE; });
+  plan.WriteByteByByte();
+  EXPECT_TRUE(SaveRegistryFile("new text"));
+  EXPECT_EQ(ReadFile(CURRENT), "new text");
+  EXPECT_THAT(plan.GetCalls(), Contains("write").Times(8));
+}
+
+TEST_F(RegistryWriteTest, InterruptedWritesAreRepeated) {
+  size_t writes = 0;
+  FaultPlan plan(EINTR, [&writes](size_t, const std::string& call) {
+    return call == "write" && ++writes % 3 != 0 ? Outcome::FAILED : Outcome::DONE;
+  });
+  plan.WriteByteByByte();
+  EXPECT_TRUE(SaveRegistryFile("new text"));
+  EXPECT_EQ(ReadFile(CURRENT), "new text");
+  EXPECT_EQ(writes, 24U);
+}
+
+TEST_F(RegistryWriteTest, FailureAfterAPartialWriteLeavesTheOldFile) {
+  size_t writes = 0;
+  FaultPlan plan(ENOSPC, [&writes](size_t, const std::string& call) {
+    return call == "write" && ++writes == 4 ? Outcome::FAILED : Outcome::DONE;
+  });
+  plan.WriteByteByByte();
+  EXPECT_FALSE(SaveRegistryFile("new text"));
+  EXPECT_EQ(ReadFile(CURRENT), OLD);
+  EXPECT_FALSE(Exists(BACKUP));
+  EXPECT_FALSE(Exists(TEMPORARY));
+}
+
+int CountInheritedDescriptors() {
+  int count = 0;
+  for (int descriptor = 0; descriptor < 100; ++descriptor) {
+    count += fcntl(descriptor, F_GETFD) == 0 ? 1 : 0;  // open, and without FD_CLOEXEC
+  }
+  return count;
+}
+
+TEST_F(RegistryWriteTest, ProgramsThatAreStartedMeanwhileInheritNoDescriptor) {
+  const int before = CountInheritedDescriptors();
+  FaultPlan plan(0, [before](size_t, const std::string&) {
+    EXPECT_EQ(CountInheritedDescriptors(), before);
+    return Outcome::DONE;
+  });
+  EXPECT_TRUE(SaveRegistryFile("new text"));
+}
+
+// A flush that comes after the rename would let a crash of the machine leave an empty file.
+TEST_F(RegistryWriteTest, TextIsFlushedBeforeItIsMovedAndTheDirectoryAfterwards) {
+  const std::vector<std::string> calls = CallsOfASave(STARTS[1]);
+  const auto isMove = [](const std::string& call) { return call.starts_with("rename"); };
+  const auto firstMove = std::find_if(calls.begin(), calls.end(), isMove);
+  const auto lastMove = std::find_if(calls.rbegin(), calls.rend(), isMove).base();
+  EXPECT_EQ(std::count(calls.begin(), firstMove, "fsync"), 1);
+  EXPECT_EQ(std::count(firstMove, lastMove, "fsync"), 0);
+  EXPECT_EQ(std::count(lastMove, calls.end(), "fsync"), 1);
+}
+
+}  // namespace

@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include "platform/registry.h"
+#include "platform/registry_tree.h"
+#include "platform/registry_writer.h"
+#include "tests/support/registry_directory.h"
+#include "tests/support/registry_model.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+// Runs another thread to its end before one of the locks that this thread takes: the moments at
+// which a thread can come in between two steps of an operation.
+class Interruption {
+ public:
+  // Before the lock of that number, from 0.
+  Interruption(int lock, std::function<void()> action)
+      : m_action(std::move(action)), m_nLocksLeft(lock) {
+    s_pCurrent = this;
+  }
+  ~Interruption() { s_pCurrent = nullptr; }
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+
+  bool HasHappened() const { return m_nLocksLeft < 0; }
+
+  static void BeforeLock() {
+    Interruption* current = s_pCurrent;
+    if (current != nullptr && current->m_nLocksLeft-- == 0) {
+      std::thread(current->m_action).join();
+    }
+  }
+
+ private:
+  static thread_local Interruption* s_pCurrent;
+
+  const std::function<void()> m_action;
+  int m_nLocksLeft;
+};
+
+thread_local Interruption* Interruption::s_pCurrent = nullptr;
+
+}  // namespace
+
+extern "C" {
+
+// NOLINTBEGIN(bugprone-reserved-identifier)
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  Interruption::BeforeLock();
+  return __real_pthread_mutex_lock(mutex);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+}  // extern "C"
+
+namespace {
+
+constexpr char BEFORE[] = "[HKEY_LOCAL_MACHINE]\n[Key]\ntext=s=old\n[Below]\nnumber=d=1\n\n\n\n\n";
+
+struct Change {
+  const char* name;
+  void (*run)(CRegistry& registry);  // has "Key" open
+};
+
+void PrintTo(const Change& change, std::ostream* stream) { *stream << change.name; }
+
+constexpr Change CHANGES[] = {
+    {"NewText", [](CRegistry& registry) { registry.SetValue("new", "text"); }},
+    {"TextStoredOver", [](CRegistry& registry) { registry.SetValue("text", "new"); }},
+    {"Number", [](CRegistry& registry) { registry.SetValue("number", 2); }},
+    {"Bytes", [](CRegistry& registry) { registry.SetValue("bytes", "ab", 2, REG_BINARY); }},
+    {"KeyStoredOver", [](CRegistry& registry) { registry.SetValue("Below", 2); }},
+    {"NewKey", [](CRegistry& registry) { registry.CreateKey(nullptr, "New"); }},
+    {"NewKeys", [](CRegistry& registry) { registry.CreateKey(nullptr, "New/Newer/Newest"); }},
+    {"NewKeyElsewhere", [](CRegistry& registry) { registry.CreateKey(HKEY_USERS, "New"); }},
+    {"DeletedKey", [](CRegistry& registry) { registry.DeleteKey("Below"); }},
+    {"DeletedValue", [](CRegistry& registry) { registry.DeleteValue("text"); }},
+    {"KeyDeletedAsValue", [](CRegistry& registry) { registry.DeleteValue("Below"); }}};
+
+std::string NameOf(const testing::TestParamInfo<Change>& info) { return info.param.name; }
+
+class RegistryInterleavingTest : public testing::TestWithParam<Change> {
+ protected:
+  RegistryInterleavingTest() {
+    ResetRegistryDirectory();
+    WriteFile(CURRENT, BEFORE);
+  }
+
+  // Runs the change, with `action` before its lock of that number. False when it takes fewer.
+  static bool Run(int lock, const std::function<void()>& action) {
+    CRegistry registry("Key", HKEY_LOCAL_MACHINE);
+    EXPECT_EQ(registry.GetStatus(), REGISTRY_OK);
+    const Interruption interruption(lock, action);
+    GetParam().run(registry);
+    return interruption.HasHappened();
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Registry, RegistryInterleavingTest, testing::ValuesIn(CHANGES), NameOf);
+
+TEST_P(RegistryInterleavingTest, SaveInTheMidstOfAChangeDoesNotKeepItFromTheFile) {
+  int lock = 0;
+  for (bool isInterrupted = true; isInterrupted; ++lock) {
+    SCOPED_TRACE("lock " + std::to_string(lock));
+    WriteFile(CURRENT, BEFORE);
+    LoadTree();
+    isInterrupted = Run(lock, [] { const CRegistry saver; });
+    EXPECT_EQ(ReadFile(CURRENT), WriteRegistryText(*CRegistryTree::Get().GetTop()));
+    EXPECT_NE(ReadFile(CURRENT), BEFORE);
+  }
+  EXPECT_GT(lock, 1);
+}
+
+TEST_P(RegistryInterleavingTest, KeyThatGoesInTheMidstOfAChangeStaysAway) {
+  for (const char* gone : {"Key", "Below"}) {
+    int lock = 0;
+    for (bool isInterrupted = true; isInterrupted; ++lock) {
+      SCOPED_TRACE(std::string(gone) + " at lock " + std::to_string(lock));
+      WriteFile(CURRENT, BEFORE);
+      LoadTree();
+      isInterrupted = Run(lock, [gone] {
+        CRegistry deleter(*gone == 'K' ? "" : "Key", HKEY_LOCAL_MACHINE);
+        deleter.DeleteValue(gone);
+      });
+      const std::string text = WriteRegistryText(*CRegistryTree::Get().GetTop());
+      EXPECT_EQ(ReadFile(CURRENT), text);
+      if (isInterrupted) {
+        EXPECT_EQ(text.find('[' + std::string(gone) + ']'), std::string::npos) << text;
+      }
+    }
+  }
+}
+
+TEST_P(RegistryInterleavingTest, ReloadInTheMidstOfAChangeLeavesAWholeTree) {
+  const RegistryModel before = LoadTree();
+  Run(-1, [] {});
+  const RegistryModel after = LoadTree();
+  int lock = 0;
+  for (bool isInterrupted = true; isInterrupted; ++lock) {
+    SCOPED_TRACE("lock " + std::to_string(lock));
+    WriteFile(CURRENT, BEFORE);
+    LoadTree();
+    isInterrupted = Run(lock, [] { CRegistryTree::Get().SetupTree(true); });
+    const RegistryModel tree = LoadTree();
+    EXPECT_TRUE(tree == before || tree == after) << testing::PrintToString(tree);
+  }
+}
+
+TEST(RegistryFirstUseTest, TreeThatAnotherThreadHasJustLoadedIsNotLoadedAgain) {
+  ResetRegistryDirectory();
+  WriteFile(CURRENT, BEFORE);
+  const TraceSession session(2);
+  const Interruption interruption(0, [] { const CRegistry loader; });
+  const CRegistry registry;
+  EXPECT_TRUE(interruption.HasHappened());
+  EXPECT_EQ(session.Count("CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n"), 1);
+}
+
+}  // namespace

@@ -1,0 +1,318 @@
+#include "platform/registry_node.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Stored = CRegistryNode::Stored;
+
+using Entries = std::vector<CRegistryEntry>;
+
+CRegistryEntry Text(std::string_view name, std::string_view text = "text") {
+  return CRegistryEntry::MakeText(name, REG_SZ, text);
+}
+
+Stored Put(CRegistryNode& node, CRegistryEntry entry) {
+  Entries replaced;
+  return node.Store(std::move(entry), replaced);
+}
+
+// The text of the value, "(none)" when it cannot be read.
+std::string Read(CRegistryNode& node, std::string_view name) {
+  RegistryValue value;
+  return node.ReadValue(name, value) ? std::string(value.bytes.c_str()) : "(none)";
+}
+
+std::vector<std::string> Names(CRegistryNode& node) {
+  std::vector<std::string> names;
+  node.ForEach([&](const CRegistryEntry& entry) { names.emplace_back(entry.GetName()); });
+  return names;
+}
+
+TEST(RegistryNodeTest, KeepsValuesAndSubkeysInByteOrder) {
+  CRegistryNode node;
+  for (const char* name : {"b", "a", "\xC3\xA4", "B", "ab", "", "a b", "1"}) {
+    EXPECT_EQ(Put(node, Text(name)), Stored::ADDED) << name;
+  }
+  node.CreateKey("aa");
+  node.CreateKey("Z");
+  EXPECT_THAT(Names(node), ElementsAre("", "1", "B", "Z", "a", "a b", "aa", "ab", "b", "\xC3\xA4"));
+}
+
+TEST(RegistryNodeTest, NamesAreCaseSensitive) {
+  CRegistryNode node;
+  Put(node, Text("name", "lower"));
+  Put(node, Text("NAME", "upper"));
+  EXPECT_EQ(Read(node, "name"), "lower");
+  EXPECT_EQ(Read(node, "NAME"), "upper");
+  EXPECT_EQ(Read(node, "Name"), "(none)");
+}
+
+TEST(RegistryNodeTest, FindsEachOfManyEntries) {
+  CRegistryNode node;
+  for (int index = 0; index < 100; ++index) {
+    Put(node, Text(std::to_string(index * 37 % 100), std::to_string(index * 37 % 100)));
+  }
+  for (int index = 0; index < 100; ++index) {
+    EXPECT_EQ(Read(node, std::to_string(index)), std::to_string(index));
+  }
+  EXPECT_THAT(Names(node), SizeIs(100));
+}
+
+TEST(RegistryNodeTest, ReadValueGivesTypeAndBytes) {
+  CRegistryNode node;
+  Put(node, Text("text", ""));
+  Put(node, CRegistryEntry::MakeBinary("bytes", "ab"));
+  Put(node, CRegistryEntry::MakeInteger("number", 0x01020304));
+  RegistryValue value;
+  EXPECT_TRUE(node.ReadValue("text", value));
+  EXPECT_EQ(value.type, REG_SZ);
+  EXPECT_EQ(value.bytes, std::string(1, '\0'));
+  EXPECT_TRUE(node.ReadValue("bytes", value));
+  EXPECT_EQ(value.type, REG_BINARY);
+  EXPECT_EQ(value.bytes, "ab");
+  EXPECT_TRUE(node.ReadValue("number", value));
+  EXPECT_EQ(value.type, REG_DWORD);
+  EXPECT_EQ(value.bytes.size(), 4U);
+  EXPECT_EQ(*reinterpret_cast<const int32_t*>(value.bytes.data()), 0x01020304);
+}
+
+TEST(RegistryNodeTest, ReadValueDoesNotReadSubkeys) {
+  CRegistryNode node;
+  node.CreateKey("key");
+  EXPECT_EQ(Read(node, "key"), "(none)");
+}
+
+TEST(RegistryNodeTest, StoreHandsTheReplacedEntryOut) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("name");
+  Entries replaced;
+  EXPECT_EQ(node.Store(Text("name"), replaced), Stored::REPLACED);
+  ASSERT_THAT(replaced, SizeIs(1));
+  EXPECT_EQ(replaced[0].GetKey(), key);
+  EXPECT_EQ(Read(node, "name"), "text");
+  EXPECT_THAT(Names(node), SizeIs(1));
+}
+
+TEST(RegistryNodeTest, CreateKeyOpensAnExistingKey) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("name");
+  ASSERT_NE(key, nullptr);
+  EXPECT_EQ(node.CreateKey("name"), key);
+  EXPECT_EQ(node.OpenKey("name"), key);
+}
+
+TEST(RegistryNodeTest, KeysAreNotOpenedUnderTheNameOfAValue) {
+  CRegistryNode node;
+  Put(node, Text("name"));
+  EXPECT_EQ(node.OpenKey("name"), nullptr);
+  EXPECT_EQ(node.CreateKey("name"), nullptr);
+  EXPECT_EQ(node.OpenKey("absent"), nullptr);
+  EXPECT_EQ(Read(node, "name"), "text");
+}
+
+TEST(RegistryNodeTest, AddKeyIfMissingLeavesWhatIsThere) {
+  CRegistryNode node;
+  EXPECT_TRUE(node.AddKeyIfMissing("key"));
+  const auto key = node.OpenKey("key");
+  ASSERT_NE(key, nullptr);
+  EXPECT_FALSE(node.AddKeyIfMissing("key"));
+  EXPECT_EQ(node.OpenKey("key"), key);
+  EXPECT_TRUE(node.AddKeyIfMissing("a"));
+  Put(node, Text("value"));
+  EXPECT_FALSE(node.AddKeyIfMissing("value"));
+  EXPECT_THAT(Names(node), ElementsAre("a", "key", "value"));
+}
+
+TEST(RegistryNodeTest, RemoveHandsTheEntryOut) {
+  CRegistryNode node;
+  Put(node, Text("a"));
+  Put(node, Text("b"));
+  Put(node, Text("c"));
+  Entries removed;
+  EXPECT_FALSE(node.Remove("absent", removed));
+  EXPECT_TRUE(node.Remove("b", removed));
+  ASSERT_THAT(removed, SizeIs(1));
+  EXPECT_EQ(removed[0].GetName(), "b");
+  EXPECT_FALSE(node.Remove("b", removed));
+  EXPECT_THAT(Names(node), ElementsAre("a", "c"));
+}
+
+TEST(RegistryNodeTest, DeleteKeyLeavesAnEntryThatOpensAsADeadKey) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("key");
+  std::shared_ptr<CRegistryNode> deleted;
+  EXPECT_TRUE(node.DeleteKey("key", deleted));
+  EXPECT_EQ(deleted, key);
+  EXPECT_THAT(Names(node), ElementsAre("key"));
+  const auto dead = node.OpenKey("key");
+  ASSERT_NE(dead, nullptr);
+  EXPECT_EQ(Put(*dead, Text("name")), Stored::REFUSED);
+  EXPECT_EQ(dead->CreateKey("name"), nullptr);
+  EXPECT_THAT(Names(*dead), IsEmpty());
+  EXPECT_TRUE(node.DeleteKey("key", deleted));
+  EXPECT_EQ(deleted, nullptr);
+}
+
+TEST(RegistryNodeTest, DeletedKeyComesBackThroughCreateKey) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("key");
+  std::shared_ptr<CRegistryNode> deleted;
+  node.DeleteKey("key", deleted);
+  const auto again = node.CreateKey("key");
+  ASSERT_NE(again, nullptr);
+  EXPECT_NE(again, key);
+  EXPECT_EQ(node.OpenKey("key"), again);
+  EXPECT_EQ(Put(*again, Text("name")), Stored::ADDED);
+}
+
+TEST(RegistryNodeTest, DeleteKeyDeletesSubkeysOnly) {
+  CRegistryNode node;
+  Put(node, Text("value"));
+  std::shared_ptr<CRegistryNode> deleted;
+  EXPECT_FALSE(node.DeleteKey("value", deleted));
+  EXPECT_FALSE(node.DeleteKey("absent", deleted));
+  EXPECT_EQ(Read(node, "value"), "text");
+}
+
+TEST(RegistryNodeTest, StoreAllSortsAndKeepsTheLastOfEachName) {
+  CRegistryNode node;
+  Entries entries;
+  for (const auto& [name, text] :
+       {std::pair{"c", "1"}, {"a", "2"}, {"c", "3"}, {"b", "4"}, {"a", "5"}, {"c", "6"}}) {
+    entries.push_back(Text(name, text));
+  }
+  Entries replaced;
+  node.StoreAll(std::move(entries), replaced);
+  EXPECT_THAT(Names(node), ElementsAre("a", "b", "c"));
+  EXPECT_EQ(Read(node, "a"), "5");
+  EXPECT_EQ(Read(node, "b"), "4");
+  EXPECT_EQ(Read(node, "c"), "6");
+  EXPECT_THAT(replaced, SizeIs(3));
+}
+
+TEST(RegistryNodeTest, StoreAllReplacesWhatIsThereAndKeepsTheRest) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("b");
+  Put(node, Text("c", "old"));
+  Put(node, Text("e", "old"));
+  Entries entries;
+  for (const char* name : {"d", "b", "e", "a"}) {
+    entries.push_back(Text(name, "new"));
+  }
+  Entries replaced;
+  node.StoreAll(std::move(entries), replaced);
+  EXPECT_THAT(Names(node), ElementsAre("a", "b", "c", "d", "e"));
+  for (const auto& [name, text] :
+       {std::pair{"a", "new"}, {"b", "new"}, {"c", "old"}, {"d", "new"}, {"e", "new"}}) {
+    EXPECT_EQ(Read(node, name), text) << name;
+  }
+  ASSERT_THAT(replaced, SizeIs(2));
+  EXPECT_EQ(replaced[0].GetKey(), key);
+}
+
+TEST(RegistryNodeTest, DeadKeyIsEmptyAndStoresNothing) {
+  CRegistryNode node;
+  Put(node, Text("name"));
+  node.CreateKey("key");
+  node.deleteNode();
+  EXPECT_THAT(Names(node), IsEmpty());
+  EXPECT_EQ(Read(node, "name"), "(none)");
+  EXPECT_EQ(node.OpenKey("key"), nullptr);
+  EXPECT_EQ(node.CreateKey("new"), nullptr);
+  EXPECT_EQ(Put(node, Text("new")), Stored::REFUSED);
+  Entries entries;
+  entries.push_back(Text("new"));
+  Entries others;
+  node.StoreAll(std::move(entries), others);
+  EXPECT_FALSE(node.Remove("name", others));
+  std::shared_ptr<CRegistryNode> deleted;
+  EXPECT_FALSE(node.DeleteKey("key", deleted));
+  EXPECT_THAT(Names(node), IsEmpty());
+}
+
+TEST(RegistryNodeTest, DeleteNodeKillsEverythingBelow) {
+  CRegistryNode node;
+  const auto outer = node.CreateKey("outer");
+  const auto inner = outer->CreateKey("inner");
+  Put(*inner, Text("name"));
+  node.deleteNode();
+  for (const auto& key : {outer, inner}) {
+    EXPECT_THAT(Names(*key), IsEmpty());
+    EXPECT_EQ(Put(*key, Text("name")), Stored::REFUSED);
+  }
+}
+
+TEST(RegistryNodeTest, DeleteNodeTracesInnerEntriesBeforeTheirKey) {
+  CRegistryNode node;
+  Put(*node.CreateKey("b")->CreateKey("c"), Text("d"));
+  Put(*node.OpenKey("b"), Text("e"));
+  Put(node, CRegistryEntry::MakeBinary("a", ""));
+  Put(node, CRegistryEntry::MakeInteger("number", 1));
+  std::shared_ptr<CRegistryNode> deleted;
+  node.CreateKey("gone");
+  node.DeleteKey("gone", deleted);
+  const TraceSession session(2);
+  node.deleteNode();
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("CRegistryNode::deleteNode \"a\"\n", "CRegistryNode::deleteNode \"d\"\n",
+                          "CRegistryNode::deleteNode \"c\"\n", "CRegistryNode::deleteNode \"e\"\n",
+                          "CRegistryNode::deleteNode \"b\"\n"));
+}
+
+TEST(RegistryNodeTest, ClearKillsEverythingBelowAndLeavesTheKeyAlive) {
+  CRegistryNode node;
+  const auto outer = node.CreateKey("outer");
+  const auto inner = outer->CreateKey("inner");
+  const TraceSession session(5);
+  node.Clear();
+  EXPECT_THAT(session.Lines(), IsEmpty());
+  EXPECT_THAT(Names(node), IsEmpty());
+  EXPECT_EQ(Put(node, Text("name")), Stored::ADDED);
+  EXPECT_EQ(Put(*outer, Text("name")), Stored::REFUSED);
+  EXPECT_EQ(Put(*inner, Text("name")), Stored::REFUSED);
+}
+
+TEST(RegistryNodeTest, EndOfAKeyKillsWhatIsBelow) {
+  auto outer = std::make_shared<CRegistryNode>();
+  const auto inner = outer->CreateKey("middle")->CreateKey("inner");
+  Put(*inner, Text("name"));
+  outer.reset();
+  EXPECT_EQ(Read(*inner, "name"), "(none)");
+  EXPECT_EQ(Put(*inner, Text("name")), Stored::REFUSED);
+}
+
+TEST(RegistryNodeTest, DeepTreesAreFreedWithoutRecursion) {
+  for (const bool isDeleted : {false, true}) {
+    CRegistryNode top;
+    std::shared_ptr<CRegistryNode> key = top.CreateKey("key");
+    for (int depth = 0; depth < 100'000; ++depth) {
+      key = key->CreateKey("key");
+    }
+    if (isDeleted) {
+      top.deleteNode();
+    }
+  }
+}
+
+TEST(RegistryNodeTest, KillRegistryKeysKillsTheKeysAmongTheEntries) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("key");
+  Put(node, Text("value"));
+  Entries removed;
+  node.Remove("key", removed);
+  node.Remove("value", removed);
+  KillRegistryKeys(removed);
+  EXPECT_EQ(Put(*key, Text("name")), Stored::REFUSED);
+}
+
+}  // namespace

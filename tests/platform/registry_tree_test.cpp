@@ -1,0 +1,288 @@
+#include "platform/registry_tree.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/registry.h"
+#include "platform/registry_writer.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/registry_files.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char SETUP_LINE[] = "CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n";
+constexpr char BACKUP_LINE[] =
+    "CRegistry: WARNING: Could not restore tree from \"%s\", trying backup\n";
+constexpr char DEFAULT_LINE[] =
+    "CRegistry: WARNING: Could not restore tree from \"%s\", trying default\n";
+constexpr char FAILED_LINE[] =
+    "CRegistry: ERROR: Could not restore tree from \"%s\", restoring failed\n";
+constexpr char OPEN_LINE[] = "CRegistry: WARNING: Could not open \"%s\"\n";
+constexpr char LENGTH_LINE[] = "CRegistry: WARNING: The length of \"%s\" is not sufficient\n";
+constexpr char CONTENT_LINE[] =
+    "CRegistry: WARNING: Node restoring from \"%s\" failed - check the content of this file\n";
+constexpr char PATH_LINE[] = "CRegistry: ERROR: Empty file path";
+constexpr char ERROR_LINE[] = "CRegistry: SetupTree(): ## ERROR during Setup\n";
+constexpr char SAVE_LINE[] = "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]";
+
+class RegistryTreeTest : public RegistryFilesTest {
+ protected:
+  static std::string Loaded() {
+    m_oTree.SetupTree(false);
+    return Content();
+  }
+
+  static std::string Content() { return WriteRegistryText(*m_oTree.GetTop()); }
+
+  // Sets the tree up as a new process does.
+  static void SetUpAnew() {
+    m_oTree.Release();
+    m_oTree.SetupTree(false);
+  }
+
+  static void Change(int32_t value) { CRegistry(HKEY_LOCAL_MACHINE).SetValue("Name", value); }
+
+  static inline CRegistryTree& m_oTree = CRegistryTree::Get();
+};
+
+TEST_F(RegistryTreeTest, LoadsTheCurrentFileAndNoOther) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n\n");
+  WriteFile(REGISTRY_BACKUP_FILE, "b=d=1\n\n");
+  WriteFile(REGISTRY_DEFAULT_FILE, "c=d=1\n\n");
+  const TraceSession session(5);
+  EXPECT_EQ(Loaded(), "a=d=1\n\n");
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("CRegistry: SetupTree(): ForceSetup=0, MIsSetup=0, MIsDirty=0\n"));
+}
+
+TEST_F(RegistryTreeTest, LoadsTheBackupWhenTheCurrentFileIsMissing) {
+  WriteFile(REGISTRY_BACKUP_FILE, "b=d=1\n\n");
+  WriteFile(REGISTRY_DEFAULT_FILE, "c=d=1\n\n");
+  const TraceSession session(1);
+  EXPECT_EQ(Loaded(), "b=d=1\n\n");
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("CRegistry: WARNING: Could not open \"/etc/qamrel/registry\"\n",
+                          "CRegistry: WARNING: Could not restore tree from "
+                          "\"/etc/qamrel/registry\", trying backup\n"));
+}
+
+TEST_F(RegistryTreeTest, LoadsTheBackupWhenTheCurrentFileIsEmpty) {
+  WriteFile(REGISTRY_FILE, "");
+  WriteFile(REGISTRY_BACKUP_FILE, "b=d=1\n\n");
+  const TraceSession session(1);
+  EXPECT_EQ(Loaded(), "b=d=1\n\n");
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("CRegistry: WARNING: The length of \"/etc/qamrel/registry\" is not "
+                          "sufficient\n",
+                          "CRegistry: WARNING: Could not restore tree from "
+                          "\"/etc/qamrel/registry\", trying backup\n"));
+}
+
+TEST_F(RegistryTreeTest, LoadsTheDefaultWhenNothingIsReadFromTheOthers) {
+  WriteFile(REGISTRY_FILE, "ignored\n");
+  WriteFile(REGISTRY_BACKUP_FILE, "\n");
+  WriteFile(REGISTRY_DEFAULT_FILE, "c=d=1\n\n");
+  const TraceSession session(1);
+  EXPECT_EQ(Loaded(), "c=d=1\n\n");
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("CRegistry: WARNING: Node restoring from \"/etc/qamrel/registry\" failed "
+                          "- check the content of this file\n",
+                          "CRegistry: WARNING: Could not restore tree from "
+                          "\"/etc/qamrel/registry\", trying backup\n",
+                          "CRegistry: WARNING: Node restoring from \"/etc/qamrel/registry.old\" "
+                          "failed - check the content of this file\n",
+                          "CRegistry: WARNING: Could not restore tree from "
+                          "\"/etc/qamrel/registry.old\", trying default\n"));
+}
+
+TEST_F(RegistryTreeTest, GoesOnWithAnEmptyTreeWithoutAnyFile) {
+  const TraceSession session(1);
+  EXPECT_EQ(Loaded(), "\n");
+  EXPECT_THAT(session.Formats(),
+              ElementsAre(OPEN_LINE, BACKUP_LINE, OPEN_LINE, DEFAULT_LINE, OPEN_LINE, FAILED_LINE));
+  EXPECT_EQ(session.Texts().back(),
+            "CRegistry: ERROR: Could not restore tree from \"/etc/qamrel/registry.default\", "
+            "restoring failed\n");
+  m_oTree.SetupTree(false);
+  EXPECT_EQ(session.Lines().size(), 6U);
+}
+
+TEST_F(RegistryTreeTest, FileOfEmptyKeysLoads) {
+  WriteFile(REGISTRY_FILE, "[HKEY_USERS]\n\n\n");
+  WriteFile(REGISTRY_BACKUP_FILE, "b=d=1\n\n");
+  EXPECT_EQ(Loaded(), "[HKEY_USERS]\n\n\n");
+}
+
+TEST_F(RegistryTreeTest, IntegerLineWithoutDigitsKeepsTheBackupFromLoading) {
+  WriteFile(REGISTRY_FILE, "a=d=x\n");
+  WriteFile(REGISTRY_BACKUP_FILE, "b=d=1\n\n");
+  EXPECT_EQ(Loaded(), "\n");
+}
+
+TEST_F(RegistryTreeTest, EveryLoadFailureIsTracedAtLevel1) {
+  for (const char* line : {OPEN_LINE, BACKUP_LINE, DEFAULT_LINE, FAILED_LINE}) {
+    EXPECT_EQ(LevelOf(line, SetUpAnew), 1U) << line;
+  }
+  WriteFile(REGISTRY_FILE, "");
+  EXPECT_EQ(LevelOf(LENGTH_LINE, SetUpAnew), 1U);
+  WriteFile(REGISTRY_FILE, "ignored\n");
+  EXPECT_EQ(LevelOf(CONTENT_LINE, SetUpAnew), 1U);
+}
+
+TEST_F(RegistryTreeTest, SetupIsTracedAtLevel2) { EXPECT_EQ(LevelOf(SETUP_LINE, SetUpAnew), 2U); }
+
+TEST_F(RegistryTreeTest, SecondSetupDoesNothing) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n\n");
+  Loaded();
+  WriteFile(REGISTRY_FILE, "a=d=2\n\n");
+  const TraceSession session(5);
+  m_oTree.SetupTree(false);
+  EXPECT_THAT(session.Lines(), IsEmpty());
+  EXPECT_EQ(Content(), "a=d=1\n\n");
+}
+
+TEST_F(RegistryTreeTest, ForcedSetupReplacesWhatTheFileHoldsAndKeepsTheRest) {
+  WriteFile(REGISTRY_FILE, "a=d=1\nb=d=1\n[c]\nd=d=1\n\n\n");
+  Loaded();
+  m_oTree.MarkDirty();
+  WriteFile(REGISTRY_FILE, "a=d=2\n[c]\n\n\n");
+  const TraceSession session(2);
+  m_oTree.SetupTree(true);
+  EXPECT_EQ(session.Texts()[0], "CRegistry: SetupTree(): ForceSetup=1, MIsSetup=1, MIsDirty=1\n");
+  EXPECT_EQ(Content(), "a=d=2\nb=d=1\n[c]\n\n\n");
+}
+
+TEST_F(RegistryTreeTest, ForcedSetupKeepsTheTreeWithoutAReadableFile) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n\n");
+  Loaded();
+  std::filesystem::remove(REGISTRY_FILE);
+  m_oTree.SetupTree(true);
+  EXPECT_EQ(Content(), "a=d=1\n\n");
+}
+
+TEST_F(RegistryTreeTest, RootHandlesFollowAReload) {
+  WriteTree("Name=s=before\n");
+  CRegistry stale(HKEY_LOCAL_MACHINE);
+  WriteTree("Name=s=after\n");
+  m_oTree.SetupTree(true);
+  std::string text;
+  EXPECT_EQ(CRegistry().QueryValue(text, "Name", HKEY_LOCAL_MACHINE), REGISTRY_OK);
+  EXPECT_EQ(text, "after");
+  EXPECT_EQ(stale.GetValue("Name"), nullptr);
+  EXPECT_EQ(stale.SetValue("Name", 1), REGISTRY_INVALID);
+}
+
+TEST_F(RegistryTreeTest, ExceptionDuringSetupIsTracedAtLevel1AndSetupRunsAgain) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n\n");
+  EXPECT_EQ(LevelOf(ERROR_LINE,
+                    [] {
+                      const FailingNew failing(0, 1);
+                      m_oTree.SetupTree(false);
+                    }),
+            1U);
+  EXPECT_EQ(Content(), "\n");
+  m_oTree.MarkDirty();
+  m_oTree.SaveTree();
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "a=d=1\n\n");
+  EXPECT_EQ(Loaded(), "a=d=1\n\n");
+}
+
+TEST_F(RegistryTreeTest, RestoreNodeWithoutAPathIsTracedAtLevel1) {
+  CRegistryNode node;
+  EXPECT_FALSE(CRegistryTree::RestoreNode(nullptr, node));
+  EXPECT_EQ(LevelOf(PATH_LINE, [&] { CRegistryTree::RestoreNode(nullptr, node); }), 1U);
+}
+
+TEST_F(RegistryTreeTest, RestoreNodeLoadsAnyFileIntoAnyNode) {
+  constexpr char PATH[] = "/etc/qamrel/other";
+  WriteFile(PATH, "[a]\nb=s=text");
+  CRegistryNode node;
+  EXPECT_TRUE(CRegistryTree::RestoreNode(PATH, node));
+  EXPECT_EQ(WriteRegistryText(node), "[a]\nb=s=text\n\n\n");
+  EXPECT_FALSE(CRegistryTree::RestoreNode("/etc/qamrel/missing", node));
+}
+
+TEST_F(RegistryTreeTest, SaveDoesNothingUnlessDirty) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n\n");
+  Loaded();
+  std::filesystem::remove(REGISTRY_FILE);
+  const TraceSession session(5);
+  m_oTree.SaveTree();
+  EXPECT_THAT(session.Lines(), IsEmpty());
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "(missing)");
+  m_oTree.MarkDirty();
+  m_oTree.SaveTree();
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "a=d=1\n\n");
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("\nCRegistry::SaveTree MPRegistryTemp[/etc/qamrel/registry.new] \t "
+                          "MPRegistry[/etc/qamrel/registry]"));
+  m_oTree.SaveTree();
+  EXPECT_EQ(session.Lines().size(), 1U);
+}
+
+TEST_F(RegistryTreeTest, SavingIsTracedAtLevel2) {
+  Loaded();
+  EXPECT_EQ(LevelOf(SAVE_LINE,
+                    [] {
+                      m_oTree.MarkDirty();
+                      m_oTree.SaveTree();
+                    }),
+            2U);
+}
+
+TEST_F(RegistryTreeTest, SecondSaveKeepsTheTreeFromBeforeAsBackup) {
+  Change(1);
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), "(missing)");
+  Change(2);
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TreeText("Name=d=1\n"));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=2\n"));
+}
+
+TEST_F(RegistryTreeTest, ChangeDuringASaveIsSavedByTheNextOne) {
+  CRegistry registry(HKEY_LOCAL_MACHINE);
+  registry.SetValue("Name", 1);
+  {
+    TraceSession session(2);
+    session.CallAt(SAVE_LINE, [&registry] { registry.SetValue("Name", 2); });
+    m_oTree.SaveTree();
+  }
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=1\n"));
+  m_oTree.SaveTree();
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=2\n"));
+}
+
+TEST_F(RegistryTreeTest, TreeThatWasNeverLoadedIsNotSaved) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n\n");
+  m_oTree.MarkDirty();
+  m_oTree.SaveTree();
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "a=d=1\n\n");
+}
+
+TEST_F(RegistryTreeTest, ReleaseFreesTheTreeAndForgetsWhatIsNotSaved) {
+  WriteTree("Name=d=1\n");
+  CRegistry registry(HKEY_LOCAL_MACHINE);
+  registry.SetValue("Name", 2);
+  m_oTree.Release();
+  EXPECT_EQ(registry.GetValue("Name"), nullptr);
+  EXPECT_EQ(Content(), "\n");
+  m_oTree.SaveTree();
+  EXPECT_EQ(Loaded(), TreeText("Name=d=1\n"));
+}
+
+TEST_F(RegistryTreeTest, AddMissingRootKeysTellsWhetherNoneWasMissing) {
+  WriteFile(REGISTRY_FILE, "[HKEY_USERS]\nName=d=1\n\n\n");
+  Loaded();
+  EXPECT_FALSE(m_oTree.AddMissingRootKeys());
+  EXPECT_EQ(Content(),
+            "[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\n\n[HKEY_CURRENT_USER]\n\n"
+            "[HKEY_LOCAL_MACHINE]\n\n[HKEY_USERS]\nName=d=1\n\n\n");
+  EXPECT_TRUE(m_oTree.AddMissingRootKeys());
+}
+
+}  // namespace

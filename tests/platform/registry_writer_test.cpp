@@ -1,0 +1,117 @@
+#include "platform/registry_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/registry_node.h"
+#include "platform/registry_parser.h"
+
+namespace {
+
+class RegistryWriterTest : public ::testing::Test {
+ protected:
+  static void Put(CRegistryNode& node, CRegistryEntry entry) {
+    std::vector<CRegistryEntry> replaced;
+    node.Store(std::move(entry), replaced);
+  }
+
+  static std::string Written(CRegistryEntry entry) {
+    CRegistryNode node;
+    Put(node, std::move(entry));
+    return WriteRegistryText(node);
+  }
+
+  CRegistryNode m_oTop;
+};
+
+TEST_F(RegistryWriterTest, EmptyNodeIsAnEmptyLine) { EXPECT_EQ(WriteRegistryText(m_oTop), "\n"); }
+
+TEST_F(RegistryWriterTest, WritesTexts) {
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_SZ, "a b")), "name=s=a b\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_SZ, "")), "name=s=\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("a b", REG_EXPAND_SZ, "%PATH%")), "a b=es=%PATH%\n\n");
+}
+
+TEST_F(RegistryWriterTest, WritesIntegersInSignedDecimal) {
+  EXPECT_EQ(Written(CRegistryEntry::MakeInteger("n", 0)), "n=d=0\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeInteger("n", -1)), "n=d=-1\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeInteger("n", INT32_MIN)), "n=d=-2147483648\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeInteger("n", INT32_MAX)), "n=d=2147483647\n\n");
+}
+
+TEST_F(RegistryWriterTest, WritesBytesAsLowerCaseDigitsEachWithABlank) {
+  EXPECT_EQ(Written(CRegistryEntry::MakeBinary("ab", "\x01\xff")), "ab=b=01 ff \n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeBinary("ab", "")), "ab=b=\n\n");
+  std::string bytes;
+  std::string text;
+  for (int byte = 0; byte < 256; ++byte) {
+    constexpr char DIGITS[] = "0123456789abcdef";
+    bytes += static_cast<char>(byte);
+    text += {DIGITS[byte / 16], DIGITS[byte % 16], ' '};
+  }
+  EXPECT_EQ(Written(CRegistryEntry::MakeBinary("all", bytes)), "all=b=" + text + "\n\n");
+}
+
+TEST_F(RegistryWriterTest, WritesValuesBeforeSubkeysEachInOrder) {
+  m_oTop.CreateKey("b");
+  m_oTop.CreateKey("a");
+  Put(m_oTop, CRegistryEntry::MakeInteger("d", 1));
+  Put(m_oTop, CRegistryEntry::MakeInteger("c", 2));
+  Put(m_oTop, CRegistryEntry::MakeInteger("aa", 3));
+  EXPECT_EQ(WriteRegistryText(m_oTop), "aa=d=3\nc=d=2\nd=d=1\n[a]\n\n[b]\n\n\n");
+}
+
+TEST_F(RegistryWriterTest, HeadersHoldTheirOwnNameAndEmptyLinesCloseNodes) {
+  const auto outer = m_oTop.CreateKey("outer");
+  Put(*outer, CRegistryEntry::MakeInteger("n", 1));
+  Put(*outer->CreateKey("inner"), CRegistryEntry::MakeInteger("n", 2));
+  outer->CreateKey("last");
+  m_oTop.CreateKey("sibling");
+  EXPECT_EQ(WriteRegistryText(m_oTop),
+            "[outer]\nn=d=1\n[inner]\nn=d=2\n\n[last]\n\n\n[sibling]\n\n\n");
+}
+
+TEST_F(RegistryWriterTest, LeavesDeletedKeysOut) {
+  m_oTop.CreateKey("a");
+  m_oTop.CreateKey("b")->CreateKey("c");
+  std::shared_ptr<CRegistryNode> deleted;
+  m_oTop.DeleteKey("b", deleted);
+  EXPECT_EQ(WriteRegistryText(m_oTop), "[a]\n\n\n");
+}
+
+TEST_F(RegistryWriterTest, LeavesTheNodeAsItIs) {
+  ParseRegistryText("v=d=1\n[a]\n[b]\n\n\n", m_oTop);
+  const std::string text = WriteRegistryText(m_oTop);
+  EXPECT_EQ(WriteRegistryText(m_oTop), text);
+}
+
+// Lines are read back as they stand, so what would need quoting is lost.
+TEST_F(RegistryWriterTest, LineEndInATextDoesNotSurvive) {
+  Put(m_oTop, CRegistryEntry::MakeText("name", REG_SZ, "first\nsecond"));
+  const std::string text = WriteRegistryText(m_oTop);
+  EXPECT_EQ(text, "name=s=first\nsecond\n\n");
+  CRegistryNode loaded;
+  ParseRegistryText(text, loaded);
+  EXPECT_EQ(WriteRegistryText(loaded), "name=s=first\n\n");
+}
+
+TEST_F(RegistryWriterTest, NameWithAnEqualsSignIsCutWhenReadBack) {
+  Put(m_oTop, CRegistryEntry::MakeText("a=d=1", REG_SZ, "text"));
+  const std::string text = WriteRegistryText(m_oTop);
+  EXPECT_EQ(text, "a=d=1=s=text\n\n");
+  CRegistryNode loaded;
+  ParseRegistryText(text, loaded);
+  EXPECT_EQ(WriteRegistryText(loaded), "a=d=1\n\n");
+}
+
+TEST_F(RegistryWriterTest, WhatIsWrittenReadsBackTheSame) {
+  const std::string text =
+      "a b=s= text \nbytes=b=00 ff \nempty=s=\nexpand=es=%A%%\nnone=b=\nnumber=d=-7\n"
+      "[key one]\nx=d=1\n[inner]\ny=s=[z]\n\n\n[key two]\n\n\n";
+  ParseRegistryText(text, m_oTop);
+  EXPECT_EQ(WriteRegistryText(m_oTop), text);
+}
+
+}  // namespace
