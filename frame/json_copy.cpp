@@ -81,7 +81,6 @@ class Copier {
     } else if (!source.IsObject() && !source.IsArray()) {
       target.CopyFrom(source, m_oAllocator);
     } else if (depth == RECURSION_LIMIT) {
-      target.SetNull();
       m_oPending.emplace_back(&source, &target);
     } else if (source.IsObject()) {
       CopyObject(source, target, depth);

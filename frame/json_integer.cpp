@@ -7,26 +7,24 @@ namespace {
 constexpr double BEYOND_UINT64 = 18446744073709551616.0;
 constexpr double LEAST_INT64 = -9223372036854775808.0;
 
-JsonInteger FromSigned(int64_t value) { return {static_cast<uint64_t>(value), value < 0}; }
-
 }  // namespace
 
-std::optional<JsonInteger> ToJsonInteger(const rapidjson::Value& value) {
+std::optional<uint64_t> ToJsonInteger(const rapidjson::Value& value) {
   if (value.IsUint64()) {
-    return JsonInteger{value.GetUint64(), false};
+    return value.GetUint64();
   }
   if (value.IsInt64()) {
-    return FromSigned(value.GetInt64());
+    return static_cast<uint64_t>(value.GetInt64());
   }
   if (!value.IsDouble()) {
     return std::nullopt;
   }
   const double whole = std::trunc(value.GetDouble());
   if (whole >= 0 && whole < BEYOND_UINT64) {
-    return JsonInteger{static_cast<uint64_t>(whole), false};
+    return static_cast<uint64_t>(whole);
   }
   if (whole < 0 && whole >= LEAST_INT64) {
-    return FromSigned(static_cast<int64_t>(whole));
+    return static_cast<uint64_t>(static_cast<int64_t>(whole));
   }
   return std::nullopt;
 }

@@ -118,7 +118,7 @@ uint32_t SipJson::GetCmdUInt(uint32_t index, const char* key, uint32_t defaultVa
     return ParseNumber({member->GetString(), member->GetStringLength()});
   }
   const auto integer = member != nullptr ? ToJsonInteger(*member) : std::nullopt;
-  return integer ? static_cast<uint32_t>(integer->bits) : defaultValue;
+  return integer ? static_cast<uint32_t>(*integer) : defaultValue;
 }
 
 void SipJson::SetCmdUInt(const char* key, uint32_t value) {

@@ -21,22 +21,22 @@ const Value* FindRaw(const Value& data) {
 }
 
 // The bytes that an element of a packed array takes; 0 for one that is no number.
-uint32_t PackedWidth(const std::optional<JsonInteger>& integer) {
+uint32_t PackedWidth(const std::optional<uint64_t>& integer) {
   if (!integer) {
     return 0;
   }
-  if (integer->bits < 0x100) {
+  if (*integer < 0x100) {
     return 1;
   }
-  if (integer->bits < 0x10000) {
+  if (*integer < 0x10000) {
     return 2;
   }
-  return integer->bits <= 0xFFFFFFFF ? 4 : 8;
+  return *integer <= 0xFFFFFFFF ? 4 : 8;
 }
 
-void AppendPacked(const std::optional<JsonInteger>& integer, std::vector<uint8_t>& bytes) {
+void AppendPacked(const std::optional<uint64_t>& integer, std::vector<uint8_t>& bytes) {
   for (uint32_t index = 0; index < PackedWidth(integer); ++index) {
-    bytes.push_back(static_cast<uint8_t>(integer->bits >> (8 * index)));
+    bytes.push_back(static_cast<uint8_t>(*integer >> (8 * index)));
   }
 }
 
@@ -48,7 +48,7 @@ void AppendText(const Value& text, std::vector<uint8_t>& bytes) {
 // An element of "RAW" as a byte: the low 8 bits of a number, 0 for anything else.
 uint8_t RawByte(const Value& element) {
   const auto integer = ToJsonInteger(element);
-  return integer ? static_cast<uint8_t>(integer->bits) : uint8_t{0};
+  return integer ? static_cast<uint8_t>(*integer) : uint8_t{0};
 }
 
 uint64_t LengthOfTexts(const Value& array) {

@@ -29,6 +29,17 @@ SipJson MakeBigRecord() {
   return record;
 }
 
+// A record without a text that is short enough to be kept within its value: it needs all of the
+// memory that is taken for its copy.
+SipJson MakeRecordOfLongTexts() {
+  SipJson record;
+  record.m_oDocument.SetArray();
+  for (int index = 0; index < 5000; ++index) {
+    record.m_oDocument.PushBack("a text of considerable length", record.m_oDocument.GetAllocator());
+  }
+  return record;
+}
+
 }  // namespace
 
 extern "C" {
@@ -143,7 +154,8 @@ TEST(SipJsonCopyTest, ThrowsBadAllocWhenMemoryIsExhausted) {
 }
 
 TEST(SipJsonCopyTest, NeedsNoMemoryBeyondItsFirst) {
-  for (const SipJson& record : {SipJson(), MakeCommands(R"({"OC":1})"), MakeBigRecord()}) {
+  for (const SipJson& record :
+       {SipJson(), MakeCommands(R"({"OC":1})"), MakeBigRecord(), MakeRecordOfLongTexts()}) {
     g_nMallocs = 0;
     const SipJson copy(record);
     EXPECT_EQ(g_nMallocs, 1);
