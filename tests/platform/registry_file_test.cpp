@@ -20,7 +20,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using testing::Contains;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr char CANNOT_OPEN[] = "CRegistry: ERROR: Cannot open \"%s\" for writing\n";

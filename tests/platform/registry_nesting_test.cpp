@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int DEEP = 100'000;
+constexpr size_t DEEP = 100'000;
 
 std::string Repeated(const std::string& text, size_t count) {
   std::string repeated;
@@ -22,7 +22,7 @@ std::string Repeated(const std::string& text, size_t count) {
 }
 
 // A recursion on this stack would not come far.
-constexpr size_t SMALL_STACK = 256 * 1024;
+constexpr size_t SMALL_STACK = size_t{256} * 1024;
 
 void RunOnSmallStack(const std::function<void()>& action) {
   pthread_attr_t attributes;

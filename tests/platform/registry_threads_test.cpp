@@ -245,9 +245,9 @@ TEST_P(RegistryThreadsTest, EveryFileThatAThreadSavesCanBeLoaded) {
 
 TEST_F(RegistryThreadsTest, FirstUseByManyThreadsLoadsTheTree) {
   WriteFile(CURRENT, BEFORE);
-  std::vector<std::thread> threads;
-  for (int index = 0; index < 8; ++index) {
-    threads.emplace_back([] {
+  std::vector<std::thread> threads(8);
+  for (std::thread& thread : threads) {
+    thread = std::thread([] {
       CRegistry registry("Above/Key", HKEY_LOCAL_MACHINE);
       std::string text;
       EXPECT_EQ(registry.QueryValue(text, "text"), REGISTRY_OK);
