@@ -81,7 +81,7 @@ bool CProfileReader::TakeEntry(std::string_view line) {
 // Returns true while the buffer is not full.
 bool CProfileReader::AppendName(std::string_view name) {
   Store(name);
-  Store({"", 1});
+  Store(std::string_view("\0", 1));
   return m_nCount < m_nSize;
 }
 

@@ -29,7 +29,7 @@ Stored Put(CRegistryNode& node, CRegistryEntry entry) {
 // The text of the value, "(none)" when it cannot be read.
 std::string Read(CRegistryNode& node, std::string_view name) {
   RegistryValue value;
-  return node.ReadValue(name, value) ? std::string(value.bytes.c_str()) : "(none)";
+  return node.ReadValue(name, value) ? value.bytes.c_str() : "(none)";
 }
 
 std::vector<std::string> Names(CRegistryNode& node) {
