@@ -9,8 +9,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "trace/descriptor.h"
 #include "tests/support/scratch_directory.h"
+#include "trace/descriptor.h"
 
 namespace {
 
