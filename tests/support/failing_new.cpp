@@ -37,5 +37,19 @@ void* operator new(size_t size) {
   return memory;
 }
 
+// The sanitizer's own forms of these do not call the one above.
+
+void* operator new[](size_t size) { return operator new(size); }
+
+void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
