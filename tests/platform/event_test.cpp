@@ -6,6 +6,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +22,11 @@ constexpr char OPENING[] = "refCount for event %p <%s> incremented (IsSignaled=%
 constexpr char DROPPING[] = "decr refcount on event %p <%s> (IsSignaled=%d)\n";
 constexpr char DELETING[] = "deleting event %p <%s> (IsSignaled=%d)\n";
 constexpr char MISMATCH[] = "WARNING: manual setting mismatch for event %p <%s>\n";
+
+// Destroyed after what events share, if that were destroyed at all.
+std::optional<CEvent> g_oLast;
+// Made before main().
+const CEvent g_oFirst(true, true, "first");
 
 bool IsSame(CEvent& one, CEvent& other) {
   one.Reset();
@@ -202,6 +208,16 @@ TEST(EventNameTest, TheLastHandleTakesTheNameAway) {
   EXPECT_TRUE(IsAutoReset(fresh));
 }
 
+TEST(EventNameTest, AnEventMayBeMadeBeforeMain) {
+  EXPECT_TRUE(CEvent(false, true, "first").Check());
+}
+
+// What may fail comes after the test: in the program's end, and with the address sanitizer.
+TEST(EventNameTest, AnEventMayOutliveMain) {
+  g_oLast.emplace(true, true, "last");
+  EXPECT_TRUE(g_oLast->Check());
+}
+
 TEST(EventNameTest, ThreadsThatCreateOneNameGetOneEvent) {
   const TraceSession session(5);
   std::atomic<int> created = 0;
@@ -220,8 +236,8 @@ TEST(EventNameTest, ThreadsMayOpenAndDropOneNameAllTheTime) {
   const TraceSession session(5);
   InManyThreads([&] {
     for (int turn = 0; turn < 100; ++turn) {
-      CEvent event(false, false, "bell");
-      EXPECT_TRUE(event.Set());
+      const CEvent event(true, false, "bell");
+      EXPECT_TRUE(event.Check());
     }
   });
   EXPECT_EQ(session.Count(CREATING), session.Count(DELETING));
