@@ -22,11 +22,15 @@ struct ProfileChange {
 // Finds the place of an update: of a key with a value, of a key to be removed (null value), or of a
 // section to be removed (null key).
 //
-// An entry or header begins at the end of the significant line before it: comments and empty lines
-// belong to the line that follows them, and are replaced and removed with it. Only a line without
-// leading blanks is a header, and the last character of each line counts as its line end, whatever
-// it is. So a file that does not end with a line end loses the last character of its last line when
-// that is rewritten. All that is deliberate: files keep the shape that their writers know.
+// Deliberate, because programs that keep such files depend on their shape:
+// - An entry or header begins at the end of the significant line before it. Comments and empty
+//   lines belong to the line that follows them, and are replaced and removed with it.
+// - Only a line without leading blanks is a header or the entry of a key.
+// - The last character of each line counts as its line end, whatever it is. Where a file does not
+//   end with a line end, its last character is not seen and goes when its line is rewritten; what
+//   is appended follows it on the same line.
+// - The first entry of a section leaves an empty line behind the header when it is replaced or
+//   removed.
 class CProfilePlace {
  public:
   // The texts stay the caller's and must outlive the object.

@@ -35,7 +35,7 @@ std::string_view OrEmpty(const char* text) { return text != nullptr ? text : "";
 
 CProfileReader::CProfileReader(const char* section, const char* key, char* buffer, uint32_t size)
     : m_bListSections(section == nullptr),
-      m_bListKeys(section != nullptr && key == nullptr),
+      m_bListKeys(key == nullptr),
       m_oSection(OrEmpty(section)),
       m_oKey(OrEmpty(key)),
       m_pBuffer(buffer),
@@ -86,11 +86,9 @@ bool CProfileReader::AppendName(std::string_view name) {
 }
 
 void CProfileReader::Store(std::string_view text) {
-  if (m_nCount < m_nSize) {
-    const size_t length = std::min<uint64_t>(text.size(), m_nSize - m_nCount);
-    std::memcpy(m_pBuffer + m_nCount, text.data(), length);
-  }
-  m_nCount += text.size();
+  const size_t length = std::min<size_t>(text.size(), m_nSize - m_nCount);
+  std::memcpy(m_pBuffer + m_nCount, text.data(), length);
+  m_nCount += static_cast<uint32_t>(length);
   m_bFound = true;
 }
 
@@ -98,14 +96,14 @@ std::optional<uint32_t> CProfileReader::Finish() {
   if (!m_bFound) {
     return std::nullopt;
   }
-  if (m_nCount >= m_nSize) {
+  if (m_nCount == m_nSize) {
     m_nCount = m_nSize - 1;
     if (IsList()) {
       // A list that was cut keeps two NULs at its end, and its length counts neither of them.
       m_pBuffer[m_nCount] = '\0';
-      m_nCount -= std::min<uint64_t>(m_nCount, 1);
+      m_nCount -= std::min(m_nCount, 1U);
     }
   }
   m_pBuffer[m_nCount] = '\0';
-  return static_cast<uint32_t>(m_nCount);
+  return m_nCount;
 }

@@ -35,8 +35,8 @@ class CProfileReader {
   const std::string_view m_oSection;
   const std::string_view m_oKey;
   char* const m_pBuffer;
-  const uint64_t m_nSize;
-  uint64_t m_nCount = 0;  // characters of the answer, also those that did not fit
+  const uint32_t m_nSize;
+  uint32_t m_nCount = 0;  // characters stored; m_nSize: full
   bool m_bInSection = false;
   bool m_bFound = false;
 };

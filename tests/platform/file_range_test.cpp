@@ -250,6 +250,11 @@ TEST_F(FileRangeTest, ATruncationThatFailsIsTakenBack) {
   EXPECT_EQ(Text(), TEXT);
 }
 
+TEST_F(FileRangeTest, OnlyAFileThatGetsShorterIsTruncated) {
+  g_onTruncate = FailAlways(EIO);
+  EXPECT_TRUE(Grow());
+}
+
 TEST_F(FileRangeTest, AFullDiskNeverTouchesWhatIsThere) {
   for (off_t limit = 10; limit < 20; ++limit) {
     g_nFileLimit = limit;

@@ -28,6 +28,7 @@ extern "C" int __real_fstat(int descriptor, struct stat* status);
 
 extern "C" int __wrap_fstat(int descriptor, struct stat* status) {
   if (g_bFstatFails) {
+    status->st_mode = S_IFREG;
     errno = EIO;
     return -1;
   }
@@ -160,5 +161,6 @@ TEST(ProfileFileTest, RefusesAFileWhoseKindIsUnknown) {
     EXPECT_EQ(errno, 0);
     EXPECT_FALSE(file.IsOpen());
   }
+  EXPECT_TRUE(CProfileFile(name.NameOf("new").c_str(), Mode::CREATE).IsOpen());
   g_bFstatFails = false;
 }

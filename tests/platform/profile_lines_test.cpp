@@ -110,6 +110,12 @@ TEST_F(ProfileLinesTest, LinesMayLieAnywhereInALargeFile) {
     expected.push_back(std::string(i % 1023, 'x') + "\n");
     text += expected.back();
   }
+  for (int i = 0; i < 100; ++i) {
+    expected.emplace_back(1023, 'y');
+    text += expected.back();
+  }
+  expected.emplace_back("z");
+  text += "z";
   EXPECT_EQ(LinesOf(text), expected);
   g_nReadLimit = 700;
   EXPECT_EQ(LinesOf(text), expected);
@@ -118,10 +124,9 @@ TEST_F(ProfileLinesTest, LinesMayLieAnywhereInALargeFile) {
 }
 
 TEST_F(ProfileLinesTest, ANulInAnEarlierBlockStillEndsItsLine) {
-  std::string text = std::string(32767, '\n') + "a\0b\n"s;
-  EXPECT_EQ(LinesOf(text).back(), "a");
-  text = "a\0b\n"s + text;
-  EXPECT_EQ(LinesOf(text).front(), "a");
+  const std::string block = std::string(32765, '\n') + "a\0b"s;
+  ASSERT_EQ(block.size(), 32768U);
+  EXPECT_EQ(LinesOf(block + "c\n").back(), "a");
 }
 
 TEST_F(ProfileLinesTest, TellsTheOffsetBehindEachLine) {
@@ -165,6 +170,7 @@ TEST_F(ProfileLinesTest, MissingMemoryIsAFailure) {
   g_bMemoryIsShort = true;
   CProfileLines lines(file.Descriptor());
   g_bMemoryIsShort = false;
+  EXPECT_TRUE(lines.HasFailed());
   std::string_view line;
   EXPECT_FALSE(lines.Next(line));
   EXPECT_TRUE(lines.HasFailed());

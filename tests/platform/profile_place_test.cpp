@@ -137,6 +137,11 @@ TEST(ProfilePlaceTest, NothingToRemoveIsAFailure) {
   EXPECT_TRUE(IsUnchangedBy("", nullptr, nullptr));
 }
 
+TEST(ProfilePlaceTest, ANullKeyNeverMakesASection) {
+  const ProfileChange change = CProfilePlace("s", nullptr, "value").TakeEndOfFile(0);
+  EXPECT_EQ(change.kind, ProfileChange::Kind::NOTHING);
+}
+
 TEST(ProfilePlaceTest, TheLastCharacterOfTheFileCountsAsALineEnd) {
   EXPECT_EQ(Written("[s]\na=1\nkey=old"), "[s]\na=1\nkey=new\n");
   EXPECT_EQ(Written("[s]\na=1\nkey="), "[s]\na=1\nkey=key=new\n");

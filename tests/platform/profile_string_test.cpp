@@ -201,6 +201,18 @@ TEST_F(ProfileStringTest, AFileThatCannotBeReadToItsEndCountsAsNotOpened) {
   EXPECT_EQ(ReadProfile(file.Name(), "b", "key", "x").text, "x");
 }
 
+TEST_F(ProfileStringTest, NothingIsReadBehindTheAnswer) {
+  const ProfileTestFile file("[a]\nkey=1\n[b]\n" + std::string(40000, '\n'));
+  int reads = 0;
+  g_onRead = [&reads] { g_bReadFails = ++reads > 1; };
+  EXPECT_EQ(ReadProfile(file.Name(), "a", "key", "x").text, "1");
+  reads = 0;
+  EXPECT_EQ(ReadProfile(file.Name(), "a", "other", "x").text, "x");
+  EXPECT_EQ(reads, 1);
+  reads = 0;
+  EXPECT_EQ(ReadProfile(file.Name(), nullptr, nullptr, "x", 4).text, "a\0"s);
+}
+
 TEST_F(ProfileStringTest, ASuccessfulReadTracesNothing) {
   const ProfileTestFile file("[s]\nkey=1\n");
   EXPECT_TRUE(TracesOf([&] { ReadProfile(file.Name(), "s", "key", "x"); }).empty());
