@@ -20,6 +20,12 @@ bool IsKnownToSystem(pthread_t handle) {
   return pthread_getschedparam(handle, &policy, &parameter) == 0;
 }
 
+// A thread that would join itself gets the answer of the system without the call, because the
+// thread sanitizer loses track of a thread after a failed one.
+int Join(pthread_t handle, void*& exitValue) {
+  return pthread_equal(handle, pthread_self()) != 0 ? EDEADLK : pthread_join(handle, &exitValue);
+}
+
 class ThreadAttribute {
  public:
   ThreadAttribute() : m_nResult(pthread_attr_init(&m_oAttribute)) {}
@@ -78,7 +84,8 @@ struct CThread::Control {
   const Function function;
   void* const argument;
 
-  std::mutex lock;  // held while the id of a detached thread is used
+  std::mutex
+      lock;  // held until the handle is stored, and while the id of a detached thread is used
   bool hasEnded = false;
 };
 
@@ -115,15 +122,17 @@ bool CThread::Start(Function function, void* argument, int32_t priority, bool su
 }
 
 bool CThread::Create(const pthread_attr_t& attribute, Function function, void* argument) {
-  std::shared_ptr<Control> control;
-  pthread_t handle = 0;
   int error = ENOMEM;
   try {
-    control = std::make_shared<Control>(function, argument);
+    const auto control = std::make_shared<Control>(function, argument);
     auto forThread = std::make_unique<std::shared_ptr<Control>>(control);
+    const std::lock_guard guard(control->lock);  // the function begins when the handle is stored
+    pthread_t handle = 0;
     error = pthread_create(&handle, &attribute, &CThread::Run, forThread.get());
     if (error == 0) {
       static_cast<void>(forThread.release());  // now owned by Run()
+      m_pControl = control;
+      m_nHandle = handle;
     }
   } catch (const std::bad_alloc&) {
     // Reported as an error of pthread_create().
@@ -131,16 +140,14 @@ bool CThread::Create(const pthread_attr_t& attribute, Function function, void* a
   if (error != 0) {
     m_nHandle = 0;
     DEBUG_TRACE(2, "\npthread_create failed: %d", error);
-    return false;
   }
-  m_pControl = std::move(control);
-  m_nHandle = handle;
-  return true;
+  return error == 0;
 }
 
 void* CThread::Run(void* control) {
   const std::unique_ptr<std::shared_ptr<Control>> owned(
       static_cast<std::shared_ptr<Control>*>(control));
+  { const std::lock_guard guard((*owned)->lock); }
 
   // Also runs when the thread is cancelled.
   struct EndMark {
@@ -173,7 +180,7 @@ bool CThread::WaitForTermination(int32_t milliseconds) {
     return false;
   }
   void* exitValue = nullptr;
-  const int error = pthread_join(handle, &exitValue);
+  const int error = Join(handle, exitValue);
   if (error != 0) {
     DEBUG_TRACE(
         1,
@@ -201,7 +208,7 @@ bool CThread::Kill() {
 bool CThread::KillJoinable(pthread_t handle) {
   DEBUG_TRACE(1, "\nCThread::Kill: Try to join a joinable Thread = 0x%08X", Shown(handle));
   void* exitValue = nullptr;
-  const int error = pthread_join(handle, &exitValue);
+  const int error = Join(handle, exitValue);
   if (error != 0) {
     DEBUG_TRACE(1, "\nCThread::Kill: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x",
                 Shown(handle), static_cast<uint32_t>(error));
