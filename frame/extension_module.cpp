@@ -1,12 +1,11 @@
 #include "frame/extension_module.h"
 
 #include "frame/request_trace.h"
+#include "frame/status.h"
 #include "trace/debug_client.h"
 
 namespace {
 
-constexpr uint32_t STATUS_DEFAULT_ANSWER = 1;
-constexpr uint32_t STATUS_FAILED = 6;
 constexpr uint32_t ALL_ONES = 0xFFFFFFFF;
 
 }  // namespace
@@ -45,7 +44,7 @@ void CExtensionModule::Placeholder6() {}
 void CExtensionModule::Placeholder7() {}
 
 uint32_t CExtensionModule::ModuleRequest(SipJson& request) {
-  SetCmdStatus(request, STATUS_DEFAULT_ANSWER);
+  SetCmdStatus(request, STATUS_UNHANDLED);
   return 0;
 }
 

@@ -12,12 +12,10 @@
 
 #include "frame/extension_module_interface.h"
 #include "frame/sip_json.h"
+#include "frame/status.h"
 #include "trace/debug_client.h"
 
 namespace {
-
-// What "ST" counts as when a command has none: pending.
-constexpr uint32_t STATUS_PENDING = 22;
 
 // Deeper structures are shown by their length: writing them out would exhaust the stack.
 constexpr int DEEPEST_SHOWN = 1000;

@@ -140,3 +140,22 @@ void SipJson::SetCmdUInt(const char* key, uint32_t value) {
     command.AddMember(Value(key, allocator), Value(value), allocator);
   }
 }
+
+void SipJson::RemoveCmdMember(const char* key) {
+  if (auto* command = const_cast<Value*>(FindCommand(m_nCmdIndex))) {
+    command->RemoveMember(key);
+  }
+}
+
+void SipJson::SetSipBool(const char* key, bool value) {
+  auto* sip = const_cast<Value*>(FindMember(m_oDocument, "SIP"));
+  if (sip == nullptr || !sip->IsObject()) {
+    return;
+  }
+  if (auto* member = const_cast<Value*>(FindMember(*sip, key))) {
+    member->SetBool(value);
+  } else {
+    Allocator& allocator = m_oDocument.GetAllocator();
+    sip->AddMember(Value(key, allocator), Value(value), allocator);
+  }
+}

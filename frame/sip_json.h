@@ -80,6 +80,12 @@ class SipJson {
   // element that is no object, or when the index is above 65,535.
   void SetCmdUInt(const char* key, uint32_t value);
 
+  // Removes the member `key` of the current command, when there is one.
+  void RemoveCmdMember(const char* key);
+
+  // Sets the member `key` of "SIP" to a boolean. Changes nothing without "SIP".
+  void SetSipBool(const char* key, bool value);
+
   rapidjson::Document m_oDocument;
   uint32_t m_nCmdIndex = 0;  // the current command
 };

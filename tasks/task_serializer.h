@@ -69,6 +69,8 @@ class CTaskSerializer {
   virtual void OnThreadStart() {}
   virtual void OnThreadExit() {}
 
+  bool IsWorkerAlive() const { return m_oWorker.IsAlive(); }
+
  private:
   struct TaskRecord {
     CEvent* externalEvent;

@@ -1,0 +1,141 @@
+// The job that creates the archive: EM_TALVOR runs the collector once, on the worker.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "archive_module/archive_file.h"
+#include "archive_module/em_talvor.h"
+#include "frame/status.h"
+#include "platform/process_control.h"
+#include "platform/process_table.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+constexpr char COLLECTOR_PROCESS[] = "Talvor";
+
+// An exit code with this bit stands for a child that a signal ended, its number in the other bits.
+constexpr int32_t SIGNAL_FLAG = 0x80;
+
+class FlagGuard {
+ public:
+  explicit FlagGuard(std::atomic<bool>& flag) : m_bFlag(flag) { m_bFlag = true; }
+  ~FlagGuard() { m_bFlag = false; }
+  FlagGuard(const FlagGuard&) = delete;
+  FlagGuard& operator=(const FlagGuard&) = delete;
+
+ private:
+  std::atomic<bool>& m_bFlag;
+};
+
+}  // namespace
+
+bool EM_TALVOR::CreateArchive(SipJson& request) {
+  DEBUG_TRACE(3, "\n");
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : Task serializer job - create Talvor archive...");
+  return FinishJob(request, RunCreation(request, std::time(nullptr)));
+}
+
+// Returns the final status.
+uint32_t EM_TALVOR::RunCreation(const SipJson& request, int64_t startTime) {
+  if (IsSwitchShutdown()) {
+    DEBUG_TRACE(
+        2,
+        "\n\nEM_TALVOR (Create)  : ## NOTE: SWITCH shutdown in progress - do not create archive");
+    return STATUS_FAILED;
+  }
+  // The time-out is only traced: the collector is waited for without a limit, deliberately; only
+  // Stop() cuts it short.
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Archive creation request, timeout=%d sec.",
+              static_cast<int32_t>(request.GetCmdUInt(request.m_nCmdIndex, "TO", 0) & 0xFFFF));
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : Start Talvor archive creation...");
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  :   archive path: \"%s\"", m_strArchivePath.c_str());
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Checking whether another Talvor is already running...");
+  DEBUG_TRACE(4, "\n");
+  int32_t foreignPid = 0;
+  if (FindProcessByName(foreignPid, COLLECTOR_PROCESS)) {
+    DEBUG_TRACE(
+        1,
+        "\n\nEM_TALVOR (Create)  : ## ERROR! Foreign Talvor process already running - cannot start another Talvor instance!");
+    return STATUS_FOREIGN_RUNS;
+  }
+  DEBUG_TRACE(4, "\n");
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : No other Talvor process is running; can run Talvor...");
+  DeletePreviousArchive();
+  return RunCollector(startTime);
+}
+
+uint32_t EM_TALVOR::RunCollector(int64_t startTime) {
+  m_pidCollector = 0;
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Create Talvor process; command line: %s",
+              m_strCommandLine.c_str());
+  int32_t exitCode = 0;
+  bool isDone = false;
+  {
+    const FlagGuard running(m_bCollectorRuns);
+    isDone = RunProgram(m_strCommandLine.c_str(), m_pidCollector, exitCode, nullptr, false, false);
+  }
+  if (!isDone) {
+    return STATUS_FAILED;  // m_pidCollector deliberately keeps the id
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Talvor process exit");
+  m_pidCollector = 0;
+  return JudgeCollector(exitCode, startTime);
+}
+
+// The first two outcomes are for a launcher that reports success with an exit code other than 0.
+uint32_t EM_TALVOR::JudgeCollector(int32_t exitCode, int64_t startTime) const {
+  if (exitCode != 0 && (exitCode & SIGNAL_FLAG) != 0) {
+    DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : ## Talvor archive process was killed by signal %d!",
+                exitCode - SIGNAL_FLAG);
+    return STATUS_FAILED;
+  }
+  if (exitCode != 0) {
+    DEBUG_TRACE(
+        2,
+        "\nEM_TALVOR (Create)  : ## ERROR! Talvor archive process was terminated unsuccessfully; process exit code = %d (0x%02X)!",
+        exitCode, static_cast<uint32_t>(exitCode));
+    return STATUS_FAILED;
+  }
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : -> Talvor archive creation finished");
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file path: \"%s\"", m_strArchivePath.c_str());
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     duration:  %d seconds",
+              static_cast<int32_t>(std::time(nullptr) - startTime));
+  if (!FileExists(m_strArchivePath)) {
+    DEBUG_TRACE(
+        1,
+        "\n\nEM_TALVOR (Create)  : ## FATAL ERROR! Talvor archive process finished successfully, but archive not created!\n");
+    DEBUG_TRACE(2, "\n");
+    return STATUS_FAILED;
+  }
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file size: %d kBytes", KilobytesOf(m_strArchivePath));
+  DEBUG_TRACE(2, "\n");
+  return STATUS_DONE;
+}
+
+// Writes the final status and marks the request as completed.
+bool EM_TALVOR::FinishJob(SipJson& request, uint32_t status) {
+  SetCmdStatus(request, status);
+  request.SetSipBool("C", true);
+  return status == STATUS_DONE;
+}
+
+bool EM_TALVOR::DeletePreviousArchive() const {
+  if (m_strArchivePath.empty() || !FileExists(m_strArchivePath)) {
+    DEBUG_TRACE(4, "\nEM_TALVOR           :   Talvor archive file not existing");
+    return false;
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR           :   delete previous Talvor archive %s",
+              m_strArchivePath.c_str());
+  if (unlink(m_strArchivePath.c_str()) != 0) {
+    const auto error = static_cast<uint32_t>(errno);
+    DEBUG_TRACE(
+        1, "\nEM_TALVOR           : ## ERROR! Old Talvor archive file cannot be deleted (0x%08X)!",
+        error);
+    return false;
+  }
+  DEBUG_TRACE(4, "\nEM_TALVOR           :   previous Talvor archive deleted");
+  return true;
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "frame/extension_module.h"
+#include "platform/event.h"
+#include "tasks/task_serializer.h"
+
+// The name of the module, for the host and for trace lines.
+constexpr char MODULE_NAME[] = "EM_TALVOR";
+
+// The module that answers the requests about the diagnostic-data collector Talvor: is it available,
+// create an archive, transfer the archive to the BMC. The two jobs are answered "pending" at once;
+// the worker runs them one after the other and hands each request back to the switch with its final
+// status, possibly before the "pending" answer has reached the switch.
+//
+// The host calls Start() once, then requests and notifications from any thread, then Stop() once,
+// and destroys the module from one thread. Destruction without Stop() ends the worker and a running
+// collector as well.
+class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson> {
+ public:
+  EM_TALVOR();
+  ~EM_TALVOR() noexcept override;
+
+  // Writes the identification record of 246 bytes. Returns 0, and writes nothing, when the record
+  // is smaller.
+  uint32_t GetModuleInfo(void* record) override;
+
+  // Finds the collector and starts the worker. Returns 0 when the collector is not installed;
+  // requests for jobs are then answered with status 3.
+  uint32_t Start(CISwitch* pSwitch, uint32_t moduleId) override;
+
+  // Ends the worker. A job that is running gets 2.1 seconds; then a collector is killed, while a
+  // transfer is waited for. Returns 1, with the worker gone unless this was called on the worker
+  // itself.
+  uint32_t Stop() override;
+
+  // Answers the current command. Returns 1, or 0 for a command that is unknown or for another
+  // cabinet. What is thrown meanwhile becomes status 13.
+  uint32_t ModuleRequest(SipJson& request) override;
+
+  const char* GetModuleName() override;
+
+ private:
+  // Lifecycle.
+  bool InitModule();
+  bool FindExecutable();
+  bool FindArchivePath();
+  void EndWorker();
+  void TerminateCollector();
+
+  // Requests.
+  void OnTaskExecution(SipJson& request, int32_t level) override;
+  bool AnswerCommand(SipJson& request, uint32_t opcode);
+  void AnswerQuery(SipJson& request);
+  void QueueCreation(SipJson& request);
+  void QueueTransfer(SipJson& request);
+  static void TraceException(const SipJson& request);
+
+  // The jobs; true when the final status is 0.
+  bool CreateArchive(SipJson& request);
+  uint32_t RunCreation(const SipJson& request, int64_t startTime);
+  uint32_t RunCollector(int64_t startTime);
+  uint32_t JudgeCollector(int32_t exitCode, int64_t startTime) const;
+  static bool FinishJob(SipJson& request, uint32_t status);
+  bool DeletePreviousArchive() const;
+  bool TransferArchive(SipJson& request);
+  uint32_t RunTransfer(SipJson& request);
+  uint32_t SendToHti(const std::string& bmcName, uint32_t timeout);
+
+  std::atomic<bool> m_bTalvorAvailable = false;
+  std::string m_strCommandLine;  // the collector's executable; written by Start() only
+  std::string m_strArchivePath;  // written by Start() only
+  // The collector's process id: 0 before a run and after a successful one. A failed run
+  // deliberately leaves the id of the child that ended, and Stop() then sends SIGKILL to that id
+  // all the same.
+  std::atomic<int32_t> m_pidCollector = 0;
+  std::atomic<uint32_t> m_nHtiFileType = 0;  // the number by which HTI knows the archive
+  CEvent m_hStopEvent;  // set by Stop(), for others: nothing in the module waits
+  std::atomic<bool> m_bCollectorRuns = false;
+};

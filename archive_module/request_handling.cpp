@@ -1,0 +1,137 @@
+// How EM_TALVOR answers requests: at once, or with a job for the worker.
+
+#include <cxxabi.h>
+
+#include "archive_module/em_talvor.h"
+#include "frame/status.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+constexpr uint32_t OC_QUERY_TALVOR = 0x3400;
+constexpr uint32_t OC_CREATE_ARCHIVE = 0x3401;
+constexpr uint32_t OC_TRANSFER_ARCHIVE = 0x3402;
+
+constexpr uint32_t REQUEST_TRACE_LEVEL = 2;
+constexpr int32_t TASK_LEVEL = 0;
+
+// The family of opcodes whose requests and answers are traced.
+bool IsInFamily(uint32_t opcode) { return (opcode & ~0xFU) == OC_QUERY_TALVOR; }
+
+uint32_t ReadOpcode(const SipJson& request) {
+  return request.GetCmdUInt(request.m_nCmdIndex, "OC", 0);
+}
+
+}  // namespace
+
+uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
+  const uint32_t opcode = ReadOpcode(request);
+  uint32_t exceptionResult = 0;  // becomes 1 behind the cabinet test
+  try {
+    if (IsInFamily(opcode)) {
+      TraceRequest(request, REQUEST_TRACE_LEVEL);
+    }
+    if (!IsForServerCabinet(request)) {
+      SetCmdStatus(request, STATUS_OTHER_CABINET);
+      DEBUG_TRACE(4, "\nEM_TALVOR (Request) : Request not for server cabinet -> refused");
+      return 0;  // deliberately without the trace of an answer
+    }
+    exceptionResult = 1;
+    const bool isKnown = AnswerCommand(request, opcode);
+    if (IsInFamily(opcode)) {
+      TraceReply(request, REQUEST_TRACE_LEVEL);
+    }
+    return isKnown ? 1 : 0;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    SetCmdStatus(request, STATUS_EXCEPTION);
+    TraceException(request);
+    return exceptionResult;
+  }
+}
+
+// False for an unknown command, which gets no status.
+bool EM_TALVOR::AnswerCommand(SipJson& request, uint32_t opcode) {
+  switch (opcode) {
+    case OC_QUERY_TALVOR:
+      AnswerQuery(request);
+      return true;
+    case OC_CREATE_ARCHIVE:
+      QueueCreation(request);
+      return true;
+    case OC_TRANSFER_ARCHIVE:
+      QueueTransfer(request);
+      return true;
+    default:
+      return false;
+  }
+}
+
+void EM_TALVOR::AnswerQuery(SipJson& request) {
+  const bool isAvailable = m_bTalvorAvailable;
+  DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Talvor is%s available", isAvailable ? "" : " NOT");
+  request.SetCmdUInt("DA", isAvailable ? 1 : 0);
+  SetCmdStatus(request, STATUS_DONE);
+}
+
+// A job is answered "pending" whatever the serializer did with it: a task that it refused gets no
+// final answer, deliberately; the serializer traces the refusal.
+
+void EM_TALVOR::QueueCreation(SipJson& request) {
+  if (!m_bTalvorAvailable) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot generate Talvor archive");
+    SetCmdStatus(request, STATUS_NOT_AVAILABLE);
+    return;
+  }
+  DEBUG_TRACE(
+      2,
+      "\nEM_TALVOR (Request) : -> Initiate Talvor archive creation task, may take several minutes (queue this request)");
+  InsertTask(request, TASK_LEVEL, nullptr);
+  SetCmdStatus(request, STATUS_PENDING);
+}
+
+void EM_TALVOR::QueueTransfer(SipJson& request) {
+  if (!m_bTalvorAvailable) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot transfer archive to BMC");
+    SetCmdStatus(request, STATUS_NOT_AVAILABLE);
+    return;
+  }
+  DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Initiate Talvor archive transfer to BMC task");
+  InsertTask(request, TASK_LEVEL, nullptr);
+  SetCmdStatus(request, STATUS_PENDING);
+}
+
+void EM_TALVOR::TraceException(const SipJson& request) {
+  const uint32_t index = request.m_nCmdIndex;
+  DEBUG_TRACE_NOTHROW(
+      1,
+      "\nEM_TALVOR (Request) : ## EXCEPTION in ModuleRequest()! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
+      static_cast<int32_t>(request.GetCmdUInt(index, "CA", 0)), request.GetCmdUInt(index, "OC", 0),
+      request.GetCmdUInt(index, "OE", 0), request.GetCmdUInt(index, "OI", 0),
+      request.GetCmdUInt(index, "ST", STATUS_PENDING));
+}
+
+void EM_TALVOR::OnTaskExecution(SipJson& request, int32_t /*level*/) {
+  const uint32_t opcode = ReadOpcode(request);
+  switch (opcode) {
+    case OC_CREATE_ARCHIVE:
+      CreateArchive(request);
+      break;
+    case OC_TRANSFER_ARCHIVE:
+      TransferArchive(request);
+      break;
+    default:
+      DEBUG_TRACE(
+          1,
+          "\nEM_TALVOR           : ## ERROR! Unhandled OpCode 0x%04X to be executed in task - fix this!",
+          opcode);
+      return;
+  }
+  TraceReturn(request, REQUEST_TRACE_LEVEL);
+  ReturnRequest(request);
+}

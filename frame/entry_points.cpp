@@ -1,0 +1,111 @@
+// The four functions that the host looks up by name. The only file that knows the host's side and
+// the module's side.
+
+#include <cxxabi.h>
+
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "archive_module/em_talvor.h"
+#include "archive_module/setup_actions.h"
+#include "trace/debug_client.h"
+
+#define EM_EXPORT extern "C" [[gnu::visibility("default")]]
+
+namespace {
+
+// The one instance of the process; null while there is none. The host creates and deletes from one
+// thread, so nothing is locked.
+CIExtensionModule* g_pModule = nullptr;
+
+// Configures tracing on the first use of an entry point.
+void LoadTraceConfigOnce() {
+  static const bool isLoaded = g_oDebugClient.Load(MODULE_NAME);
+  static_cast<void>(isLoaded);
+}
+
+// Makes the instance. A failure to allocate goes to the host; any other leaves the pointer null.
+void CreateInstance() {
+  try {
+    g_oDebugClient.Load(MODULE_NAME);
+    g_pModule = std::make_unique<EM_TALVOR>().release();
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (...) {
+    g_pModule = nullptr;
+  }
+}
+
+// Returns false when there was nothing to destroy.
+bool DestroyInstance() {
+  if (g_pModule == nullptr) {
+    return false;
+  }
+  delete g_pModule;
+  return true;
+}
+
+}  // namespace
+
+// Stores the one instance through `module` (which may be null), made by the first call. `unused`
+// comes from the host and is not looked at. Returns 1 when there is an instance. A second call
+// deliberately counts as a success although it traces an error: it hands the instance out again.
+// Throws std::bad_alloc.
+EM_EXPORT uint32_t EM_Create(CIExtensionModule** module, void* /*unused*/) {
+  LoadTraceConfigOnce();
+  const CTraceShield shield;
+  if (g_pModule != nullptr) {
+    DEBUG_TRACE(1, "\nEM DLL (%-10s) : ## ERROR: Module already existing!\n", MODULE_NAME);
+  } else {
+    DEBUG_TRACE(2, "\nEM DLL (%-10s) : Create module", MODULE_NAME);
+    CreateInstance();
+    if (g_pModule == nullptr) {
+      DEBUG_TRACE(1, "\nEM DLL (%-10s) : ## ERROR: Module could not be created!\n", MODULE_NAME);
+    }
+  }
+  if (module != nullptr) {
+    *module = g_pModule;
+  }
+  return g_pModule != nullptr ? 1 : 0;
+}
+
+// Destroys the instance. Returns 1 when this call did; no exception leaves. After an exception of
+// the destructor the instance counts as still there.
+EM_EXPORT uint32_t EM_Delete() {
+  LoadTraceConfigOnce();
+  try {
+    if (g_pModule == nullptr) {
+      DEBUG_TRACE(1, "\nEM DLL (%-10s) : Module already destroyed!", MODULE_NAME);
+      return 0;
+    }
+    DEBUG_TRACE(1, "\nEM DLL (%-10s) : Destroy module...", MODULE_NAME);
+    if (!DestroyInstance()) {
+      DEBUG_TRACE(1, "\nEM DLL (%-10s) : ## ERROR! Module could not be destroyed!", MODULE_NAME);
+      return 0;
+    }
+    g_pModule = nullptr;
+    DEBUG_TRACE(1, "\nEM DLL (%-10s) : .. Module destroyed successfully!", MODULE_NAME);
+    return 1;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    DEBUG_TRACE_NOTHROW(1, "\nEM DLL (%-10s) : ## ERROR! Exception while destroying module!",
+                        MODULE_NAME);
+    return 0;
+  }
+}
+
+// Returns the module's name, a constant. Needs no instance.
+EM_EXPORT const char* EM_GetModuleName() {
+  LoadTraceConfigOnce();
+  return MODULE_NAME;
+}
+
+// Runs an installer's action and returns its result. Needs no instance.
+EM_EXPORT uint32_t EM_SetupAction(uint32_t action) {
+  LoadTraceConfigOnce();
+  return SetupAction(action);
+}

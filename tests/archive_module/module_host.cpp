@@ -1,0 +1,142 @@
+#include "tests/archive_module/module_host.h"
+
+#include <dlfcn.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/trace_session.h"
+
+namespace {
+
+constexpr uint32_t NO_ANSWER = 999;
+
+std::string TextOf(const SipJson& record) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  record.m_oDocument.Accept(writer);
+  return buffer.GetString();
+}
+
+}  // namespace
+
+uintptr_t TestSwitch::ForwardRequest(CIExtensionModule* /*module*/, SipJson* request) {
+  {
+    const std::lock_guard guard(m_oLock);
+    m_oHtiRequests.push_back(TextOf(*request));
+  }
+  if (onHtiRequest) {
+    onHtiRequest(*request);
+  }
+  return 1;
+}
+
+uintptr_t TestSwitch::ForwardFlag(CIExtensionModule* /*module*/, bool /*flag*/) { return 0; }
+
+uintptr_t TestSwitch::Forward(CIExtensionModule* /*module*/) { return 0; }
+
+uintptr_t TestSwitch::ReturnRequest(CIExtensionModule* /*module*/, SipJson* request,
+                                    uint32_t messageIdHigh, uint32_t messageIdLow) {
+  if (onAnswer) {
+    onAnswer(*request);
+  }
+  EXPECT_EQ(messageIdHigh << 16 | messageIdLow, request->GetCmdUInt(request->m_nCmdIndex, "MI", 0));
+  const std::lock_guard guard(m_oLock);
+  m_oAnswers.push_back(TextOf(*request));
+  m_oStatuses.push_back(request->GetCmdUInt(request->m_nCmdIndex, "ST", NO_ANSWER));
+  return 1;
+}
+
+std::vector<std::string> TestSwitch::HtiRequests() {
+  const std::lock_guard guard(m_oLock);
+  return m_oHtiRequests;
+}
+
+std::vector<std::string> TestSwitch::Answers() {
+  const std::lock_guard guard(m_oLock);
+  return m_oAnswers;
+}
+
+uint32_t TestSwitch::StatusOf(size_t index) {
+  WaitUntil([&] { return Answers().size() > index; });
+  const std::lock_guard guard(m_oLock);
+  return index < m_oStatuses.size() ? m_oStatuses[index] : NO_ANSWER;
+}
+
+ModuleHost::ModuleHost() {
+  std::string pattern = std::filesystem::temp_directory_path() / "em_talvor.XXXXXX";
+  m_directory = std::string(mkdtemp(pattern.data())) + "/";
+  m_archive = m_directory + "Talvor_Data.zip";
+}
+
+ModuleHost::~ModuleHost() {
+  UnloadModule();
+  std::filesystem::remove_all(m_directory);
+  std::filesystem::remove_all("/etc/qamrel");
+}
+
+void ModuleHost::InstallCollector(const std::string& script) {
+  WriteRegistry(m_directory, m_directory);
+  std::ofstream(m_directory + "Talvor") << "#!/bin/sh\narchive='" << m_archive << "'\n" << script;
+  chmod((m_directory + "Talvor").c_str(), 0755);
+}
+
+void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
+  std::filesystem::create_directories("/etc/qamrel");
+  std::ofstream("/etc/qamrel/registry")
+      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" << dataRoot
+      << "\nFileRoot=s=" << fileRoot
+      << "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
+         "Talvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
+}
+
+void ModuleHost::LoadModule() {
+  m_library = dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(m_library, nullptr) << dlerror();
+  Create = reinterpret_cast<decltype(Create)>(dlsym(m_library, "EM_Create"));
+  Delete = reinterpret_cast<decltype(Delete)>(dlsym(m_library, "EM_Delete"));
+  GetModuleName = reinterpret_cast<decltype(GetModuleName)>(dlsym(m_library, "EM_GetModuleName"));
+  SetupAction = reinterpret_cast<decltype(SetupAction)>(dlsym(m_library, "EM_SetupAction"));
+}
+
+void ModuleHost::UnloadModule() {
+  if (m_library == nullptr) {
+    return;
+  }
+  if (m_module != nullptr) {
+    Delete();
+    m_module = nullptr;
+  }
+  dlclose(m_library);
+  m_library = nullptr;
+}
+
+bool ModuleHost::IsLoaded() const {
+  void* library = dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+  if (library != nullptr) {
+    dlclose(library);
+  }
+  return library != nullptr;
+}
+
+uint32_t ModuleHost::CreateAndStart() {
+  if (m_library == nullptr) {
+    LoadModule();
+  }
+  EXPECT_EQ(Create(&m_module, nullptr), 1U);
+  return m_module->Start(&m_switch, 0x00120034);
+}
+
+SipJson ModuleHost::MakeRequest(const std::string& command) {
+  SipJson request;
+  request.m_oDocument.Parse((R"({"SIP":{"V":1,"CMD":[)" + command + "]}}").c_str());
+  return request;
+}
+
+uint32_t ModuleHost::StatusOf(const SipJson& request) {
+  return request.GetCmdUInt(request.m_nCmdIndex, "ST", NO_ANSWER);
+}

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "frame/extension_module_interface.h"
+#include "frame/sip_json.h"
+#include "frame/switch_interface.h"
+
+// The host's switch: keeps what the module hands to it.
+class TestSwitch : public CISwitch {
+ public:
+  void Placeholder0() override {}
+  void Placeholder1() override {}
+  void Placeholder2() override {}
+  void Placeholder3() override {}
+  void Placeholder4() override {}
+  void Placeholder5() override {}
+  void Placeholder6() override {}
+  void Placeholder7() override {}
+  void Placeholder8() override {}
+  void Placeholder9() override {}
+  uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) override;
+  uintptr_t ForwardFlag(CIExtensionModule* module, bool flag) override;
+  uintptr_t Forward(CIExtensionModule* module) override;
+  void Placeholder13() override {}
+  void Placeholder14() override {}
+  void Placeholder15() override {}
+  void Placeholder16() override {}
+  void Placeholder17() override {}
+  void Placeholder18() override {}
+  void Placeholder19() override {}
+  void Placeholder20() override {}
+  void Placeholder21() override {}
+  void Placeholder22() override {}
+  void Placeholder23() override {}
+  void Placeholder24() override {}
+  void Placeholder25() override {}
+  uintptr_t ReturnRequest(CIExtensionModule* module, SipJson* request, uint32_t messageIdHigh,
+                          uint32_t messageIdLow) override;
+  uint32_t GetAgentType() override { return 0; }
+
+  // Plays HTI: called with each request for it, on the module's worker. May be empty.
+  std::function<void(SipJson&)> onHtiRequest;
+  // Called with each final answer, on the module's worker. May be empty.
+  std::function<void(SipJson&)> onAnswer;
+
+  // The requests for HTI and the final answers so far, as JSON texts.
+  std::vector<std::string> HtiRequests();
+  std::vector<std::string> Answers();
+  // The status of the final answer at `index`; waits for it, ten seconds at most, and gives 999
+  // then.
+  uint32_t StatusOf(size_t index);
+
+ private:
+  std::mutex m_oLock;
+  std::vector<std::string> m_oHtiRequests;
+  std::vector<std::string> m_oAnswers;
+  std::vector<uint32_t> m_oStatuses;
+};
+
+// A host that loads the built module and drives it through its entry points and its operations. The
+// collector is a shell script of the test. Everything lies in a temporary directory, but for the
+// registry, which the sandbox keeps apart.
+class ModuleHost : public testing::Test {
+ protected:
+  ModuleHost();
+  ~ModuleHost() override;
+
+  // Makes the registry name the directories of the test, and the script the collector.
+  void InstallCollector(const std::string& script);
+  void WriteRegistry(const std::string& fileRoot, const std::string& dataRoot);
+
+  void LoadModule();
+  void UnloadModule();
+  bool IsLoaded() const;
+
+  // Loads the module if need be, creates the instance and starts it.
+  uint32_t CreateAndStart();
+
+  // A request with that one command, a JSON object.
+  static SipJson MakeRequest(const std::string& command);
+  static uint32_t StatusOf(const SipJson& request);
+
+  uint32_t (*Create)(CIExtensionModule**, void*) = nullptr;
+  uint32_t (*Delete)() = nullptr;
+  const char* (*GetModuleName)() = nullptr;
+  uint32_t (*SetupAction)(uint32_t) = nullptr;
+
+  TestSwitch m_switch;
+  CIExtensionModule* m_module = nullptr;
+  std::string m_directory;  // ends in "/"
+  std::string m_archive;    // where the collector is to leave it
+
+ private:
+  void* m_library = nullptr;
+};
