@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <future>
 #include <string>
 #include <thread>
@@ -101,14 +100,13 @@ TEST_F(TaskHandlerTest, ATaskIsTracedWithItsRecordAndLevel) {
   serializer.InsertMany(1, 1, 2);
   serializer.StartSerialization();
   ASSERT_TRUE(m_session.WaitFor(line::COMPLETED));
-  unsigned int record = 0;
   const std::string process = TextsOf(m_session, line::PROCESS).at(0);
-  ASSERT_EQ(sscanf(process.c_str(), "\nCTaskSerializer     : Process Task (Record 0x%X)", &record),
-            1);
+  const std::string begin = "\nCTaskSerializer     : Process Task (Record ";
+  ASSERT_TRUE(process.starts_with(begin));
+  const auto record = static_cast<uint32_t>(std::stoul(process.substr(begin.size()), nullptr, 16));
   const auto shownCopy = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(copy.load()));
   EXPECT_LT(shownCopy - record, 64U) << "the message is a part of the record";
-  EXPECT_EQ(process,
-            "\nCTaskSerializer     : Process Task (Record " + Hex(record) + ") at level 2");
+  EXPECT_EQ(process, begin + Hex(record) + ") at level 2");
   EXPECT_THAT(TextsOf(m_session, line::COMPLETED),
               ElementsAre("\nCTaskSerializer     : Task (Record " + Hex(record) +
                           ") at level 2 completed"));
