@@ -149,13 +149,33 @@ TEST_F(MadeProcTest, SkipsEntriesThatAreNoProcesses) {
   EXPECT_EQ(pid, -1);
 }
 
-TEST_F(MadeProcTest, FindsTheHighestPid) {
+TEST_F(MadeProcTest, FindsTheLowestAndTheHighestPid) {
+  Make("1/comm", "first\n");
   Make("2147483647/comm", "last\n");
-  Make("2147483648/comm", "beyond\n");
   int32_t pid = 0;
+  EXPECT_TRUE(FindProcessByName(pid, "first"));
+  EXPECT_EQ(pid, 1);
   EXPECT_TRUE(FindProcessByName(pid, "last"));
   EXPECT_EQ(pid, 2147483647);
+}
+
+TEST_F(MadeProcTest, DoesNotTakeANumberBeyondForAPid) {
+  // What the number would be in 32 bits.
+  Make("-2147483648/comm", "beyond\n");
+  Make("2147483648/comm", "beyond\n");
+  int32_t pid = 0;
   EXPECT_FALSE(FindProcessByName(pid, "beyond"));
+  EXPECT_EQ(pid, -1);
+}
+
+TEST_F(MadeProcTest, KeepsTheExecutableOfAProcessWithoutName) {
+  std::filesystem::create_directories("/proc/1");
+  std::filesystem::create_symlink("/usr/bin/program", "/proc/1/exe");
+  std::string name = "before";
+  std::string executable;
+  EXPECT_FALSE(GetProcessNameAndExecutable(1, name, executable));
+  EXPECT_EQ(name, "");
+  EXPECT_EQ(executable, "/usr/bin/program");
 }
 
 TEST_F(MadeProcTest, SkipsAProcessThatVanishesDuringTheWalk) {
