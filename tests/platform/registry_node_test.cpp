@@ -269,6 +269,32 @@ TEST(RegistryNodeTest, DeleteNodeTracesInnerEntriesBeforeTheirKey) {
                           "CRegistryNode::deleteNode \"b\"\n"));
 }
 
+TEST(RegistryNodeTest, KeyIsDeadBeforeItsEntriesAreFreed) {
+  CRegistryNode node;
+  Put(node, Text("a"));
+  Put(node, Text("b"));
+  node.CreateKey("c");
+  TraceSession session(2);
+  int lines = 0;
+  session.CallAt("CRegistryNode::deleteNode \"%s\"\n", [&] {
+    ++lines;
+    EXPECT_THAT(Names(node), IsEmpty());
+    EXPECT_EQ(Read(node, "b"), "(none)");
+    EXPECT_EQ(node.OpenKey("c"), nullptr);
+    Entries entries;
+    entries.push_back(Text("d"));
+    Entries others;
+    node.StoreAll(std::move(entries), others);
+    EXPECT_EQ(Put(node, Text("e")), Stored::REFUSED);
+    EXPECT_FALSE(node.Remove("b", others));
+    std::shared_ptr<CRegistryNode> deleted;
+    EXPECT_FALSE(node.DeleteKey("c", deleted));
+    node.deleteNode();
+  });
+  node.deleteNode();
+  EXPECT_EQ(lines, 3);
+}
+
 TEST(RegistryNodeTest, ClearKillsEverythingBelowAndLeavesTheKeyAlive) {
   CRegistryNode node;
   const auto outer = node.CreateKey("outer");

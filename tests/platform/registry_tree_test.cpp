@@ -150,11 +150,10 @@ TEST_F(RegistryTreeTest, SecondSetupDoesNothing) {
 TEST_F(RegistryTreeTest, ForcedSetupReplacesWhatTheFileHoldsAndKeepsTheRest) {
   WriteFile(REGISTRY_FILE, "a=d=1\nb=d=1\n[c]\nd=d=1\n\n\n");
   Loaded();
-  m_oTree.MarkDirty();
   WriteFile(REGISTRY_FILE, "a=d=2\n[c]\n\n\n");
   const TraceSession session(2);
   m_oTree.SetupTree(true);
-  EXPECT_EQ(session.Texts()[0], "CRegistry: SetupTree(): ForceSetup=1, MIsSetup=1, MIsDirty=1\n");
+  EXPECT_EQ(session.Texts()[0], "CRegistry: SetupTree(): ForceSetup=1, MIsSetup=1, MIsDirty=0\n");
   EXPECT_EQ(Content(), "a=d=2\nb=d=1\n[c]\n\n\n");
 }
 
@@ -262,6 +261,9 @@ TEST_F(RegistryTreeTest, TreeThatWasNeverLoadedIsNotSaved) {
   m_oTree.MarkDirty();
   m_oTree.SaveTree();
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "a=d=1\n\n");
+  const TraceSession session(2);
+  EXPECT_EQ(Loaded(), "a=d=1\n\n");
+  EXPECT_EQ(session.Texts()[0], "CRegistry: SetupTree(): ForceSetup=0, MIsSetup=0, MIsDirty=1\n");
 }
 
 TEST_F(RegistryTreeTest, ReleaseFreesTheTreeAndForgetsWhatIsNotSaved) {
@@ -273,15 +275,18 @@ TEST_F(RegistryTreeTest, ReleaseFreesTheTreeAndForgetsWhatIsNotSaved) {
   EXPECT_EQ(Content(), "\n");
   m_oTree.SaveTree();
   EXPECT_EQ(Loaded(), TreeText("Name=d=1\n"));
+  std::filesystem::remove(REGISTRY_FILE);
+  m_oTree.SaveTree();
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "(missing)");
 }
 
 TEST_F(RegistryTreeTest, AddMissingRootKeysTellsWhetherNoneWasMissing) {
-  WriteFile(REGISTRY_FILE, "[HKEY_USERS]\nName=d=1\n\n\n");
+  WriteFile(REGISTRY_FILE, "[HKEY_CURRENT_CONFIG]\nName=d=1\n\n\n");
   Loaded();
   EXPECT_FALSE(m_oTree.AddMissingRootKeys());
   EXPECT_EQ(Content(),
-            "[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\n\n[HKEY_CURRENT_USER]\n\n"
-            "[HKEY_LOCAL_MACHINE]\n\n[HKEY_USERS]\nName=d=1\n\n\n");
+            "[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\nName=d=1\n\n[HKEY_CURRENT_USER]\n\n"
+            "[HKEY_LOCAL_MACHINE]\n\n[HKEY_USERS]\n\n\n");
   EXPECT_TRUE(m_oTree.AddMissingRootKeys());
 }
 
