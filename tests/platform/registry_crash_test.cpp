@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <ostream>
 
 #include "platform/registry.h"
@@ -22,7 +23,7 @@ struct Files {
   const char* backup;
   const char* temporary;
   const char* standard;
-  bool refusesExchange = false;
+  int exchangeError = 0;
 };
 
 void PrintTo(const Files& files, std::ostream* stream) { *stream << files.name; }
@@ -30,7 +31,7 @@ void PrintTo(const Files& files, std::ostream* stream) { *stream << files.name; 
 constexpr char NOT_A_REGISTRY[] = "nothing that can be read\n";
 
 void Make(const Files& files) {
-  RefuseExchange(files.refusesExchange);
+  RefuseExchange(files.exchangeError);
   ResetRegistryDirectory();
   const auto write = [](const char* path, const char* text) {
     if (text != nullptr) {
@@ -82,8 +83,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Files{"Current", "old", nullptr, nullptr, nullptr},
                     Files{"CurrentAndBackup", "old", "older", nullptr, nullptr},
                     Files{"AllFour", "old", "older", "half", "default"},
-                    Files{"CurrentWithoutExchange", "old", nullptr, nullptr, nullptr, true},
-                    Files{"AllFourWithoutExchange", "old", "older", "half", "default", true},
+                    Files{"CurrentWithoutExchange", "old", nullptr, nullptr, nullptr, ENOSYS},
+                    Files{"AllFourWithoutExchange", "old", "older", "half", "default", EINVAL},
                     Files{"BackupAndTemporaryOfACrash", nullptr, "old", "half", nullptr},
                     Files{"EmptyCurrentAndBackup", "", "old", nullptr, nullptr},
                     Files{"BadCurrentAndBackup", NOT_A_REGISTRY, "old", nullptr, nullptr},

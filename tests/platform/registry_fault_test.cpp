@@ -32,7 +32,7 @@ struct Start {
   const char* name;
   const char* current;  // null: none
   const char* backup;
-  bool refusesExchange = false;
+  int exchangeError = 0;  // EINVAL: the file system has no exchange; ENOSYS: the kernel
 };
 
 void PrintTo(const Start& start, std::ostream* stream) { *stream << start.name; }
@@ -40,14 +40,14 @@ void PrintTo(const Start& start, std::ostream* stream) { *stream << start.name; 
 constexpr Start STARTS[] = {{"Nothing", nullptr, nullptr},
                             {"Current", OLD, nullptr},
                             {"CurrentAndBackup", OLD, OLDER},
-                            {"CurrentWithoutExchange", OLD, nullptr, true},
-                            {"CurrentAndBackupWithoutExchange", OLD, OLDER, true},
+                            {"CurrentWithoutExchange", OLD, nullptr, ENOSYS},
+                            {"CurrentAndBackupWithoutExchange", OLD, OLDER, EINVAL},
                             {"BadCurrentAndBackup", "bad", OLD},
                             {"EmptyCurrentAndBackup", "", OLD},
                             {"Backup", nullptr, OLD}};
 
 void Make(const Start& start) {
-  RefuseExchange(start.refusesExchange);
+  RefuseExchange(start.exchangeError);
   ResetRegistryDirectory();
   if (start.current != nullptr) {
     WriteFile(CURRENT, start.current);

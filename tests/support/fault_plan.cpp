@@ -12,7 +12,7 @@
 namespace {
 
 FaultPlan* g_pPlan = nullptr;
-bool g_bRefuseExchange = false;
+int g_nExchangeError = 0;
 
 template <typename Call>
 auto Watched(const char* name, const Call& call) -> decltype(call()) {
@@ -49,7 +49,7 @@ size_t FaultPlan::GetWriteLength(size_t length) const {
   return m_bByteByByte ? std::min<size_t>(length, 1) : length;
 }
 
-void RefuseExchange(bool refuse) { g_bRefuseExchange = refuse; }
+void RefuseExchange(int error) { g_nExchangeError = error; }
 
 extern "C" {
 
@@ -105,8 +105,8 @@ int __wrap_rename(const char* from, const char* to) {
 
 int __wrap_renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
                      unsigned int flags) {
-  if (g_bRefuseExchange) {
-    errno = EINVAL;
+  if (g_nExchangeError != 0) {
+    errno = g_nExchangeError;
     return -1;
   }
   return Watched("renameat2",

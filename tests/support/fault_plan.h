@@ -43,5 +43,5 @@ class FaultPlan {
   std::vector<std::string> m_calls;
 };
 
-// As file systems do that cannot exchange files. Needs no plan.
-void RefuseExchange(bool refuse);
+// From now on no two files can be exchanged, for that reason (0: they can). Needs no plan.
+void RefuseExchange(int error);
