@@ -20,17 +20,6 @@ bool IsRootKeyName(const std::string& name) {
   return std::find(ROOT_KEY_NAMES.begin(), ROOT_KEY_NAMES.end(), name) != ROOT_KEY_NAMES.end();
 }
 
-int32_t OpenSetupKey(CRegistry& registry, const std::string& path) {
-  const std::string_view first = CRegistryPath(path).Next();
-  const std::string root = ToUpperRegistryName(first);
-  if (!IsRootKeyName(root)) {
-    return registry.Open(path.c_str(), HKEY_LOCAL_MACHINE);
-  }
-  std::string canonical = path;
-  canonical.replace(static_cast<size_t>(first.data() - path.data()), first.size(), root);
-  return registry.Open(canonical.c_str(), nullptr);
-}
-
 // Reads "DataRoot". False, with the reason traced, when there is none.
 bool QueryDataDir(std::string& directory) {
   std::string rootKey;
@@ -44,7 +33,7 @@ bool QueryDataDir(std::string& directory) {
   const std::string path = rootKey + "\\" + SETUP_KEY;
   CRegistry registry;
   DEBUG_TRACE(4, "\nEM_TALVOR (DataDir) :   open Talvor setup key: \"%s\"...", path.c_str());
-  if (OpenSetupKey(registry, path) != REGISTRY_OK) {
+  if (OpenCollectorSetupKey(registry, path) != REGISTRY_OK) {
     DEBUG_TRACE(1, "\nEM_TALVOR (DataDir) : ## ERROR 0x%08X! Could not open registry key \"%s\"!",
                 static_cast<uint32_t>(registry.GetStatus()), path.c_str());
     return false;
@@ -79,7 +68,7 @@ bool QueryBinDir(std::string& directory) {
   const std::string path = rootKey + "\\" + SETUP_KEY;
   CRegistry registry;
   DEBUG_TRACE(4, "\nEM_TALVOR (BinDir)  :   open Talvor setup key: \"%s\"...", path.c_str());
-  if (OpenSetupKey(registry, path) != REGISTRY_OK) {
+  if (OpenCollectorSetupKey(registry, path) != REGISTRY_OK) {
     DEBUG_TRACE(1, "\nEM_TALVOR (BinDir)  : ## ERROR 0x%08X! Could not open registry key \"%s\"!",
                 static_cast<uint32_t>(registry.GetStatus()), path.c_str());
     return false;
@@ -100,6 +89,17 @@ bool QueryBinDir(std::string& directory) {
 }
 
 }  // namespace
+
+int32_t OpenCollectorSetupKey(CRegistry& registry, const std::string& path) {
+  const std::string_view first = CRegistryPath(path).Next();
+  const std::string root = ToUpperRegistryName(first);
+  if (!IsRootKeyName(root)) {
+    return registry.Open(path.c_str(), HKEY_LOCAL_MACHINE);
+  }
+  std::string canonical = path;
+  canonical.replace(static_cast<size_t>(first.data() - path.data()), first.size(), root);
+  return registry.Open(canonical.c_str(), nullptr);
+}
 
 bool GetBinDir(std::string& directory) {
   try {

@@ -1,5 +1,6 @@
 #include "archive_module/collector_watch.h"
 
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -13,9 +14,7 @@ constexpr std::chrono::milliseconds LOOK_INTERVAL(10);
 CCollectorWatch::CCollectorWatch(std::chrono::milliseconds grace, std::function<bool()> isRunning,
                                  std::function<void()> terminate)
     : m_oGrace(grace), m_oIsRunning(std::move(isRunning)), m_oTerminate(std::move(terminate)) {
-  try {
-    m_oThread = std::thread([this] { Run(); });
-  } catch (const std::system_error&) {
+  if (!StartThread()) {
     for (auto waited = LOOK_INTERVAL; waited < m_oGrace && m_oIsRunning();
          waited += LOOK_INTERVAL) {
       std::this_thread::sleep_for(LOOK_INTERVAL);
@@ -39,6 +38,18 @@ bool CCollectorWatch::End() {
     m_oThread.join();
   }
   return m_bTerminated;
+}
+
+// False when the system gives no thread, or no memory for it.
+bool CCollectorWatch::StartThread() {
+  try {
+    m_oThread = std::thread([this] { Run(); });
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 // True when the watch was ended within the time.

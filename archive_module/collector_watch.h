@@ -24,6 +24,7 @@ class CCollectorWatch {
   bool End();
 
  private:
+  bool StartThread();
   bool WaitForEnd(std::chrono::milliseconds time);
   void Run();
 

@@ -9,7 +9,7 @@
 #include "tasks/task_serializer.h"
 
 // The name of the module, for the host and for trace lines.
-constexpr char MODULE_NAME[] = "EM_TALVOR";
+inline constexpr char MODULE_NAME[] = "EM_TALVOR";
 
 // The module that answers the requests about the diagnostic-data collector Talvor: is it available,
 // create an archive, transfer the archive to the BMC. The two jobs are answered "pending" at once;
@@ -58,6 +58,8 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   void QueueCreation(SipJson& request);
   void QueueTransfer(SipJson& request);
   static void TraceException(const SipJson& request);
+
+  bool RunJob(SipJson& request, uint32_t opcode);
 
   // The jobs; true when the final status is 0.
   bool CreateArchive(SipJson& request);

@@ -1,12 +1,14 @@
 #include "archive_module/hti_request.h"
 
 #include "frame/json_integer.h"
+#include "frame/opcode.h"
 
 namespace {
 
 using Value = SipJson::Value;
 
-constexpr uint32_t OC_HTI_FILE_TRANSFER = 0xF052;
+// Bytes for the values of the request, but for its paths: each object takes 512.
+constexpr size_t ROOM = 4096;
 
 // The record may outlive this library's literals, so names are copied too.
 void Add(Value& object, const char* name, Value value, SipJson::Allocator& allocator) {
@@ -26,7 +28,7 @@ Value FileType(uint32_t fileType) {
 }  // namespace
 
 SipJson BuildHtiRequest(const HtiTransfer& transfer) {
-  SipJson request;
+  SipJson request(ROOM + transfer.localPath.size() + transfer.bmcPath.size());
   SipJson::Allocator& allocator = request.m_oDocument.GetAllocator();
 
   Value data(rapidjson::kObjectType);

@@ -2,15 +2,14 @@
 
 #include <cxxabi.h>
 
+#include <new>
+
 #include "archive_module/em_talvor.h"
+#include "frame/opcode.h"
 #include "frame/status.h"
 #include "trace/debug_client.h"
 
 namespace {
-
-constexpr uint32_t OC_QUERY_TALVOR = 0x3400;
-constexpr uint32_t OC_CREATE_ARCHIVE = 0x3401;
-constexpr uint32_t OC_TRANSFER_ARCHIVE = 0x3402;
 
 constexpr uint32_t REQUEST_TRACE_LEVEL = 2;
 constexpr int32_t TASK_LEVEL = 0;
@@ -22,6 +21,9 @@ uint32_t ReadOpcode(const SipJson& request) {
   return request.GetCmdUInt(request.m_nCmdIndex, "OC", 0);
 }
 
+// An exception meanwhile ends the process: there is no other answer left.
+void AnswerException(SipJson& request) noexcept { request.SetCmdUInt("ST", STATUS_EXCEPTION); }
+
 }  // namespace
 
 uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
@@ -31,21 +33,22 @@ uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
     if (IsInFamily(opcode)) {
       TraceRequest(request, REQUEST_TRACE_LEVEL);
     }
-    if (!IsForServerCabinet(request)) {
+    const bool isForServerCabinet = IsForServerCabinet(request);
+    exceptionResult = 1;
+    if (!isForServerCabinet) {
       SetCmdStatus(request, STATUS_OTHER_CABINET);
       DEBUG_TRACE(4, "\nEM_TALVOR (Request) : Request not for server cabinet -> refused");
       return 0;  // deliberately without the trace of an answer
     }
-    exceptionResult = 1;
     const bool isKnown = AnswerCommand(request, opcode);
     if (IsInFamily(opcode)) {
-      TraceReply(request, REQUEST_TRACE_LEVEL);
+      TraceReturn(request, REQUEST_TRACE_LEVEL);
     }
     return isKnown ? 1 : 0;
   } catch (const abi::__forced_unwind&) {
     throw;
   } catch (...) {
-    SetCmdStatus(request, STATUS_EXCEPTION);
+    AnswerException(request);
     TraceException(request);
     return exceptionResult;
   }
@@ -118,20 +121,33 @@ void EM_TALVOR::TraceException(const SipJson& request) {
 
 void EM_TALVOR::OnTaskExecution(SipJson& request, int32_t /*level*/) {
   const uint32_t opcode = ReadOpcode(request);
-  switch (opcode) {
-    case OC_CREATE_ARCHIVE:
-      CreateArchive(request);
-      break;
-    case OC_TRANSFER_ARCHIVE:
-      TransferArchive(request);
-      break;
-    default:
-      DEBUG_TRACE(
-          1,
-          "\nEM_TALVOR           : ## ERROR! Unhandled OpCode 0x%04X to be executed in task - fix this!",
-          opcode);
-      return;
+  if (!RunJob(request, opcode)) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR           : ## ERROR! Unhandled OpCode 0x%04X to be executed in task - fix this!",
+        opcode);
+    return;
   }
   TraceReturn(request, REQUEST_TRACE_LEVEL);
   ReturnRequest(request);
+}
+
+// False when there is no such job. One that runs out of memory has failed: it is answered all the
+// same.
+bool EM_TALVOR::RunJob(SipJson& request, uint32_t opcode) {
+  try {
+    switch (opcode) {
+      case OC_CREATE_ARCHIVE:
+        CreateArchive(request);
+        return true;
+      case OC_TRANSFER_ARCHIVE:
+        TransferArchive(request);
+        return true;
+      default:
+        return false;
+    }
+  } catch (const std::bad_alloc&) {
+    FinishJob(request, STATUS_FAILED);
+    return true;
+  }
 }

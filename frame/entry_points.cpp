@@ -19,10 +19,14 @@ namespace {
 // thread, so nothing is locked.
 CIExtensionModule* g_pModule = nullptr;
 
-// Configures tracing on the first use of an entry point.
+// Configures tracing on the first use of an entry point. Without memory the use goes on untraced,
+// and the next one tries again.
 void LoadTraceConfigOnce() {
-  static const bool isLoaded = g_oDebugClient.Load(MODULE_NAME);
-  static_cast<void>(isLoaded);
+  try {
+    static const bool isLoaded = g_oDebugClient.Load(MODULE_NAME);
+    static_cast<void>(isLoaded);
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 // Makes the instance. A failure to allocate goes to the host; any other leaves the pointer null.

@@ -80,7 +80,14 @@ class Copier {
       target.SetString(source.GetString(), source.GetStringLength(), m_oAllocator);
     } else if (!source.IsObject() && !source.IsArray()) {
       target.CopyFrom(source, m_oAllocator);
-    } else if (depth == RECURSION_LIMIT) {
+    } else {
+      CopyNested(source, target, depth);
+    }
+  }
+
+  // Apart from the rest, which most values need: it is called for each of them.
+  [[gnu::noinline]] void CopyNested(const Value& source, Value& target, int depth) {
+    if (depth == RECURSION_LIMIT) {
       m_oPending.emplace_back(&source, &target);
     } else if (source.IsObject()) {
       CopyObject(source, target, depth);

@@ -81,9 +81,9 @@ void ReserveAtOnce(SipJson::Allocator& allocator, size_t size) {
 
 }  // namespace
 
-// The library does not survive memory that runs out within a copy: all of it is taken before.
-SipJson::SipJson(const SipJson& other) {
-  ReserveAtOnce(m_oDocument.GetAllocator(), MeasureJsonCopy(other.m_oDocument));
+SipJson::SipJson(size_t room) { ReserveAtOnce(m_oDocument.GetAllocator(), room); }
+
+SipJson::SipJson(const SipJson& other) : SipJson(MeasureJsonCopy(other.m_oDocument)) {
   CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator());
   m_nCmdIndex = other.m_nCmdIndex;
 }

@@ -28,6 +28,9 @@ class SipJson {
   using Allocator = rapidjson::Document::AllocatorType;
 
   SipJson() = default;
+  // An empty record with `room` bytes for the values of its document: the library does not survive
+  // memory that runs out while it adds one. Throws std::bad_alloc.
+  explicit SipJson(size_t room);
   // A deep copy. Throws std::bad_alloc.
   SipJson(const SipJson& other);
   // As the copy; changes nothing when it throws.

@@ -1,5 +1,6 @@
 #include "platform/child_program.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <string_view>
@@ -14,30 +15,92 @@ constexpr int CANNOT_EXECUTE = 255;       // exit status
 
 constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 
+// Keeps signal handlers and cancellation from the calling thread for the life of the object.
+class UndisturbedThread {
+ public:
+  UndisturbedThread() noexcept {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nCancelState);
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &m_oBlocked);
+  }
+  ~UndisturbedThread() {
+    pthread_sigmask(SIG_SETMASK, &m_oBlocked, nullptr);
+    pthread_setcancelstate(m_nCancelState, nullptr);
+  }
+  UndisturbedThread(const UndisturbedThread&) = delete;
+  UndisturbedThread& operator=(const UndisturbedThread&) = delete;
+
+  // The signals that the thread itself blocks.
+  const sigset_t& GetBlocked() const { return m_oBlocked; }
+
+ private:
+  sigset_t m_oBlocked = {};
+  int m_nCancelState = PTHREAD_CANCEL_ENABLE;
+};
+
+// The host blocks some for its worker threads, and the program would inherit that.
+sigset_t BlockedInChild(sigset_t blocked) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
+    sigdelset(&blocked, signal);
+  }
+  return blocked;
+}
+
+// Gives up every handler of the host, as the execution of the program does, but before a signal can
+// arrive: its handler would run on the host's memory.
+void ResetHandlers() {
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action = {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&
+        action.sa_handler != SIG_DFL) {
+      action = {};
+      sigaction(signal, &action, nullptr);
+    }
+  }
+}
+
 }  // namespace
 
 CChildProgram::CChildProgram(std::vector<std::string> words, bool keepDescriptors)
     : m_oWords(std::move(words)),
       m_pProgram(m_oWords.empty() ? "" : m_oWords.front().c_str()),
       m_bKeepDescriptors(keepDescriptors),
-      m_nDescriptorLimit(GetDescriptorLimit()),
-      m_oUnblocked() {
+      m_nDescriptorLimit(GetDescriptorLimit()) {
   for (std::string& word : m_oWords) {
     m_oArguments.push_back(word.data());
   }
   m_oArguments.push_back(nullptr);
-  sigemptyset(&m_oUnblocked);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
-    sigaddset(&m_oUnblocked, signal);
-  }
 }
 
-void CChildProgram::Execute() const noexcept {
+pid_t CChildProgram::Start() const noexcept {
+  const UndisturbedThread undisturbed;
+  const sigset_t blocked = BlockedInChild(undisturbed.GetBlocked());
+  // Not posix_spawn(): it leaves no child of a program that cannot be executed.
+  // NOLINTBEGIN(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
+  pid_t child = vfork();
+  if (child == 0) {
+    Execute(blocked);
+  }
+  // NOLINTEND(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
+  if (child < 0) {
+    // Where the system refuses to share memory.
+    child = fork();
+    if (child == 0) {
+      Execute(blocked);
+    }
+  }
+  return child;
+}
+
+// The child's side, in the memory of the parent: only makes calls that are safe in a signal
+// handler, on data of this object that it does not change.
+void CChildProgram::Execute(const sigset_t& blocked) const noexcept {
+  ResetHandlers();
   if (!m_bKeepDescriptors) {
     CloseDescriptors(FIRST_DESCRIPTOR, m_nDescriptorLimit);
   }
-  // The host blocks them for its worker threads, and the program would inherit that.
-  sigprocmask(SIG_UNBLOCK, &m_oUnblocked, nullptr);
+  sigprocmask(SIG_SETMASK, &blocked, nullptr);
   // The C library's search of PATH takes no memory and no lock.
   execvp(m_pProgram, m_oArguments.data());
   _exit(CANNOT_EXECUTE);

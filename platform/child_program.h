@@ -1,12 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <csignal>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-// What a child process executes. The constructor prepares all that Execute() needs, which runs in
-// the child.
+// What a child process executes. The constructor prepares all that the child needs.
 class CChildProgram {
  public:
   // `words` are the program, looked up through PATH unless it contains a "/", and its arguments.
@@ -16,18 +17,23 @@ class CChildProgram {
   CChildProgram(const CChildProgram&) = delete;
   CChildProgram& operator=(const CChildProgram&) = delete;
 
-  // The child's side, after fork(). Only makes calls that are safe there in a process with threads,
-  // on data of this object that it does not change. A program that cannot be executed ends the
+  // Creates a child process that executes the program, and returns its process id, or -1 when none
+  // can be created. The caller waits for the child. A program that cannot be executed ends the
   // child with exit status 255, without the host's exit handlers.
-  [[noreturn]] void Execute() const noexcept;
+  //
+  // The cost does not grow with the memory of the process: the child borrows it instead of copying
+  // it, and the calling thread, and no other, stands still until the program begins. No handler of
+  // the host runs in the child.
+  pid_t Start() const noexcept;
 
  private:
+  [[noreturn]] void Execute(const sigset_t& blocked) const noexcept;
+
   std::vector<std::string> m_oWords;
   std::vector<char*> m_oArguments;  // into m_oWords, with a null at the end
   const char* m_pProgram;
   const bool m_bKeepDescriptors;
   const uint32_t m_nDescriptorLimit;
-  sigset_t m_oUnblocked;
 };
 
 // Splits at white space. Knows no quotes and no escapes.

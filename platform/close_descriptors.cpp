@@ -37,7 +37,7 @@ void CloseNamed(const dirent64& entry, uint32_t first, uint32_t limit, int listi
 }
 
 // Closes what "/proc/self/fd" lists. False when it cannot be listed. readdir() would not do: it
-// takes memory, which is not allowed after a fork().
+// takes memory, which a child must not do before exec().
 bool CloseListed(uint32_t first, uint32_t limit) {
   const CDescriptor listing(open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   alignas(dirent64) char block[4096];

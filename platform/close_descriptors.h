@@ -7,5 +7,6 @@
 uint32_t GetDescriptorLimit();
 
 // Closes all descriptors from `first` up to `limit`, exclusive, at a cost that does not depend on
-// the limit, except on old kernels without a proc file system. Safe between fork() and exec().
+// the limit, except on old kernels without a proc file system. Safe between fork() or vfork() and
+// exec().
 void CloseDescriptors(uint32_t first, uint32_t limit) noexcept;

@@ -218,18 +218,24 @@ bool CEvent::Create(bool isSignaled, bool isManualReset) {
 }
 
 bool CEvent::Set() {
+  if (GetOpenRecord() == nullptr) {
+    return false;
+  }
+  const bool isSet = SetWithoutYield();
+  sched_yield();
+  return isSet;
+}
+
+bool CEvent::SetWithoutYield() {
   EventRecord* record = GetOpenRecord();
   if (record == nullptr) {
     return false;
   }
-  EventRecordLock lock(*record);
+  const EventRecordLock lock(*record);
   DEBUG_TRACE(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record->GetAddress(),
               record->GetName(), record->signaled.load());
   record->signaled = true;
-  const int result = WakeWaiters(*record);
-  lock.Unlock();
-  sched_yield();
-  return result == 0;
+  return WakeWaiters(*record) == 0;
 }
 
 bool CEvent::Pulse() {

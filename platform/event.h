@@ -51,6 +51,9 @@ class CEvent {
   // the system could not wake the waiters.
   bool Set();
 
+  // As Set(), and leaves the yield to a caller who holds a lock that the woken thread needs.
+  bool SetWithoutYield();
+
   // Releases the threads that wait at this moment (an auto-reset event: one of them), leaves the
   // event not signalled and yields. Result as for Set().
   bool Pulse();
@@ -69,12 +72,12 @@ class CEvent {
   bool IsOpen() const { return !m_bClosed; }
 
   // Waits until the event is signalled or `milliseconds` have passed on the monotonic clock
-  // (EVENT_INFINITE: no limit). A wake-up counts as a signal even when the event is not signalled,
-  // so that Pulse() works; it is deliberately not checked again, and a thread that comes to wait
-  // while the signal of an auto-reset event is on its way to a waiter is released as well. With
-  // `trace` the wait writes its level-5 lines. Returns EVENT_SIGNALED, EVENT_TIMEOUT, or
-  // EVENT_FAILED when the system refused or an exception broke the wait off. Thread cancellation
-  // ends the wait and goes on.
+  // (EVENT_INFINITE: no limit; 0: looks once and does not block). A wake-up counts as a signal even
+  // when the event is not signalled, so that Pulse() works; it is deliberately not checked again,
+  // and a thread that comes to wait while the signal of an auto-reset event is on its way to a
+  // waiter is released as well. With `trace` the wait writes its level-5 lines. Returns
+  // EVENT_SIGNALED, EVENT_TIMEOUT, or EVENT_FAILED when the system refused or an exception broke
+  // the wait off. Thread cancellation ends the wait and goes on.
   uint32_t Wait(uint32_t milliseconds, bool trace = false);
 
  private:

@@ -24,12 +24,9 @@ bool WaitForEnd(int32_t pid, int32_t& exitCode) {
   return exitCode == 0;
 }
 
-bool ForkAndWait(const CChildProgram& program, std::atomic<int32_t>& pid, int32_t& exitCode,
-                 bool detach) {
-  const pid_t child = fork();
-  if (child == 0) {
-    program.Execute();
-  }
+bool StartAndWait(const CChildProgram& program, std::atomic<int32_t>& pid, int32_t& exitCode,
+                  bool detach) {
+  const pid_t child = program.Start();
   pid = child;
   if (child < 0) {
     return false;
@@ -45,7 +42,7 @@ bool Launch(const CChildProgram& program, std::atomic<int32_t>& pid, int32_t& ex
     pid = -1;
     return false;
   }
-  const bool result = ForkAndWait(program, pid, exitCode, detach);
+  const bool result = StartAndWait(program, pid, exitCode, detach);
   return directory.Leave() && result;
 }
 

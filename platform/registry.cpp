@@ -187,6 +187,36 @@ int32_t CRegistry::DeleteKey(const char* name) {
   });
 }
 
+// Stores the names of the entries that are wanted.
+template <typename Wanted>
+int32_t CRegistry::EnumNames(std::vector<std::string>& names, const Wanted& isWanted) {
+  return Finish(REGISTRY_INVALID, [&] {
+    if (m_pNode == nullptr) {
+      return REGISTRY_INVALID;
+    }
+    names.clear();
+    m_pNode->ForEach([&](const CRegistryEntry& entry) {
+      if (isWanted(entry)) {
+        names.emplace_back(entry.GetName());
+      }
+    });
+    return REGISTRY_OK;
+  });
+}
+
+int32_t CRegistry::EnumKeys(std::vector<std::string>& names) {
+  return EnumNames(names, [](const CRegistryEntry& entry) { return entry.GetKey() != nullptr; });
+}
+
+int32_t CRegistry::EnumValues(std::vector<std::string>& names) {
+  return EnumNames(names, [](const CRegistryEntry& entry) { return !entry.IsKey(); });
+}
+
+int32_t CRegistry::Flush() {
+  return Finish(REGISTRY_FAILED,
+                [] { return CRegistryTree::Get().SaveTree() ? REGISTRY_OK : REGISTRY_FAILED; });
+}
+
 std::shared_ptr<CRegistryNode> CRegistry::NodeOf(const HKEY& key) const {
   return key.IsNull() ? m_pNode : key.GetNode();
 }

@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/registry_entry.h"
 #include "platform/registry_key.h"
@@ -69,6 +70,15 @@ class CRegistry {
   int32_t DeleteKey(const char* name);
 
   void Close();
+
+  // Store the names of the subkeys, or of the values, of the current key in their order. Deleted
+  // keys are left out. Return REGISTRY_OK, or REGISTRY_INVALID when no key is open.
+  int32_t EnumKeys(std::vector<std::string>& names);
+  int32_t EnumValues(std::vector<std::string>& names);
+
+  // Saves the tree now when it is dirty. Returns REGISTRY_OK, or REGISTRY_FAILED when it is not
+  // saved: the end of the next object tries again.
+  int32_t Flush();
 
   // Reads a value of `key` (null: the current key). Returns its bytes (texts with their terminator
   // and expanded when SetExpand() says so, an integer as 4 bytes), valid until the next read or the
@@ -144,6 +154,8 @@ class CRegistry {
   int32_t FindValue(const char* name, const HKEY& key);
   int32_t FindText(const char* name, const HKEY& key);
   int32_t CopyText(char* buffer, uint32_t& count) const;
+  template <typename Wanted>
+  int32_t EnumNames(std::vector<std::string>& names, const Wanted& isWanted);
 
   int32_t m_nStatus = 0;
   uint32_t m_nValueLength = 0;

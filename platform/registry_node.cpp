@@ -16,6 +16,14 @@ bool HaveOneName(const CRegistryEntry& left, const CRegistryEntry& right) {
   return left.GetName() == right.GetName();
 }
 
+// Sorted, with each name once, as the registry writes them.
+bool IsInOrder(const std::vector<CRegistryEntry>& entries) {
+  return std::adjacent_find(entries.begin(), entries.end(),
+                            [](const CRegistryEntry& left, const CRegistryEntry& right) {
+                              return !ComesBefore(left, right);
+                            }) == entries.end();
+}
+
 size_t CountRepeatedNames(const std::vector<CRegistryEntry>& entries) {
   size_t count = 0;
   for (size_t index = 1; index < entries.size(); ++index) {
@@ -150,10 +158,10 @@ void CRegistryNode::StoreAll(std::vector<CRegistryEntry> entries,
   if (m_bDead) {
     return;
   }
-  if (!std::is_sorted(entries.begin(), entries.end(), ComesBefore)) {
+  if (!IsInOrder(entries)) {
     std::stable_sort(entries.begin(), entries.end(), ComesBefore);
+    KeepLastOfEachName(entries, replaced);
   }
-  KeepLastOfEachName(entries, replaced);
   if (m_oEntries.empty()) {
     m_oEntries = std::move(entries);
     return;

@@ -13,8 +13,7 @@ namespace {
 // The longest piece of a line that is read at once, in bytes.
 constexpr size_t PIECE_SIZE = 1023;
 
-// Cuts the next piece of a line off `text`. What is returned ends before the piece's line end or
-// NUL.
+// Cuts the next piece of a line off `text`. What is returned ends before the piece's line end.
 std::string_view TakePiece(std::string_view& text) {
   std::string_view piece = text.substr(0, PIECE_SIZE);
   const size_t lineEnd = piece.find('\n');
@@ -24,7 +23,7 @@ std::string_view TakePiece(std::string_view& text) {
   } else {
     text.remove_prefix(piece.size());
   }
-  return piece.substr(0, piece.find('\0'));
+  return piece;
 }
 
 // The bytes of a run of hexadecimal numbers.
@@ -50,12 +49,13 @@ struct OpenNode {
 
 class Parser {
  public:
-  explicit Parser(std::string_view text) : m_rest(text) {}
+  explicit Parser(std::string_view text)
+      : m_rest(text), m_bHasNul(text.find('\0') != std::string_view::npos) {}
 
   bool Run(CRegistryNode& node) {
     m_oNodes.emplace_back();
     while (!m_rest.empty()) {
-      const std::string_view line = TakePiece(m_rest);
+      const std::string_view line = TakeLine();
       if (!line.empty()) {
         ParseLine(line);
       } else if (m_oNodes.size() > 1) {
@@ -72,9 +72,14 @@ class Parser {
   }
 
  private:
+  std::string_view TakeLine() {
+    const std::string_view piece = TakePiece(m_rest);
+    return m_bHasNul ? piece.substr(0, piece.find('\0')) : piece;
+  }
+
   void ParseLine(std::string_view line) {
-    const size_t nameEnd = line.find(']');
-    if (line.front() == '[' && nameEnd != std::string_view::npos) {
+    const size_t nameEnd = line.front() == '[' ? line.find(']') : std::string_view::npos;
+    if (nameEnd != std::string_view::npos) {
       m_oNodes.push_back({std::string(line.substr(1, nameEnd - 1)), {}});
       m_bReadAny = true;
     } else {
@@ -130,6 +135,7 @@ class Parser {
   }
 
   std::string_view m_rest;
+  const bool m_bHasNul;  // in all of the text: most texts hold none, and no line is searched then
   std::vector<OpenNode> m_oNodes;  // from the outermost to the innermost
   bool m_bReadAny = false;
 };

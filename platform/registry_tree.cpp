@@ -110,13 +110,16 @@ bool CRegistryTree::AddMissingRootKeys() {
   return isComplete;
 }
 
-void CRegistryTree::SaveTree() {
+bool CRegistryTree::SaveTree() {
   if (!MIsDirty) {
-    return;
+    return true;
   }
   const CCriticalSectionGuard guard(m_oLock);
-  if (!MIsSetup || !MIsDirty.exchange(false)) {
-    return;
+  if (!MIsSetup) {
+    return false;
+  }
+  if (!MIsDirty.exchange(false)) {
+    return true;
   }
   // Cleared before the tree is read: a change that comes meanwhile marks it again.
   bool isSaved = false;
@@ -128,8 +131,9 @@ void CRegistryTree::SaveTree() {
   }
   if (!isSaved) {
     MIsDirty = true;
-    return;
+    return false;
   }
   DEBUG_TRACE(2, "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]",
               REGISTRY_TEMPORARY_FILE, REGISTRY_FILE);
+  return true;
 }

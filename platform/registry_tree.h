@@ -31,9 +31,9 @@ class CRegistryTree {
   // when none was missing.
   bool AddMissingRootKeys();
 
-  // Saves the tree when it is dirty. It stays dirty when that fails, with the reason traced. A tree
-  // that could not be loaded is never saved.
-  void SaveTree();
+  // Saves the tree when it is dirty. False when that fails, with the reason traced, and it stays
+  // dirty. A tree that could not be loaded is never saved.
+  bool SaveTree();
 
   // Makes the next save write the tree. Operations that change it hold a CRegistryChange instead.
   void MarkDirty() { MIsDirty = true; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -177,17 +178,21 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
     return 0;
   }
   std::unique_ptr<TaskRecord> record(new TaskRecord{externalEvent, message, nullptr});
-  const CCriticalSectionGuard guard(m_oLock);
-  CByteRing& queue = GetLevel(level).queue;
-  if (!queue.HasRoomForAddress()) {
-    DEBUG_TRACE(1, "\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full", level);
-    OnQueueFull(message, level);
-    return 0;
+  {
+    const CCriticalSectionGuard guard(m_oLock);
+    CByteRing& queue = GetLevel(level).queue;
+    if (!queue.HasRoomForAddress()) {
+      DEBUG_TRACE(1, "\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full", level);
+      OnQueueFull(message, level);
+      return 0;
+    }
+    queue.WriteAddress(record.release());
+    const CTraceShield shield;  // the task is queued: the caller must not see a failure any more
+    DEBUG_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!",
+                level);
+    m_oWakeUp.SetWithoutYield();
   }
-  queue.WriteAddress(record.release());
-  const CTraceShield shield;  // the task is queued: the caller must not see a failure any more
-  DEBUG_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!", level);
-  m_oWakeUp.Set();
+  sched_yield();  // not under the lock, which the woken worker needs
   return 1;
 }
 

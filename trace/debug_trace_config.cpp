@@ -1,40 +1,21 @@
 #include "trace/debug_trace_config.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <filesystem>
 #include <forward_list>
 #include <memory>
 #include <optional>
 #include <string_view>
 
+#include "trace/config_files.h"
 #include "trace/config_section.h"
 #include "trace/regular_file.h"
 
 namespace {
 
-constexpr char CONFIG_DIRECTORY[] = "/etc/orvane/CorvistaSuite/TraceConfig";
-constexpr char GLOBAL_FILE[] = "/etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini";
-constexpr char GLOBAL_SECTION[] = "GlobalDebugSettings";
-
 // Marks a setting that no file and no environment variable has given.
 constexpr uint32_t UNSET = static_cast<uint32_t>(-1);
-
-// The configuration files in alphabetical order; empty when the directory cannot be read.
-std::vector<std::string> ListConfigFiles() {
-  std::vector<std::string> paths;
-  std::error_code error;
-  for (std::filesystem::directory_iterator entry(CONFIG_DIRECTORY, error), end;
-       !error && entry != end; entry.increment(error)) {
-    if (entry->path().filename().string().find(".ini") != std::string::npos) {
-      paths.push_back(entry->path().string());
-    }
-  }
-  std::sort(paths.begin(), paths.end());
-  return paths;
-}
 
 std::optional<uint32_t> ReadEnvironment(const char* name) {
   const char* value = std::getenv(name);
@@ -76,7 +57,7 @@ const char* CDebugTraceConfig::GetModuleName() const {
 bool CDebugTraceConfig::Load(const char* moduleName) {
   const std::lock_guard guard(m_oSourcesLock);
   SetModuleName(moduleName != nullptr ? moduleName : "");
-  const std::vector<std::string> paths = ListConfigFiles();
+  const std::vector<std::string> paths = ListTraceConfigFiles();
   LoadInterval(!paths.empty());
   LoadLevel(paths);
   m_bEnabled = m_nDebugLevel != 0;
@@ -111,11 +92,11 @@ void CDebugTraceConfig::LoadInterval(bool filesExist) {
   if (filesExist) {
     interval = UNSET;
     Sources::File& file = GetSources().globalFile;
-    file = {GLOBAL_FILE, {}};
+    file = {TRACE_GLOBAL_FILE, {}};
     StatRegularFile(file.path, file.stamp);
     std::string text;
     if (ReadRegularFile(file.path, text)) {
-      if (const auto section = CConfigSection::Find(text, GLOBAL_SECTION)) {
+      if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
         interval = section->ReadNumber("DynamicUpdate", UNSET);
       }
     }
@@ -188,7 +169,7 @@ void CDebugTraceConfig::UpdateFromGlobalFile() {
   if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
     return;
   }
-  if (const auto section = CConfigSection::Find(text, GLOBAL_SECTION)) {
+  if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
     const uint32_t interval = section->ReadNumber("DynamicUpdate", m_nDynamicUpdate);
     m_nDynamicUpdate = interval == UNSET ? 0 : interval;
   }

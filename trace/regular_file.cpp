@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <utility>
@@ -14,9 +15,16 @@ namespace {
 
 constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 
-bool IsRegularFile(int descriptor) {
+// Memory is taken at once for a file up to this size; a sparse one may claim any.
+constexpr size_t LARGEST_RESERVE = size_t{16} << 20;
+
+bool IsRegularFile(int descriptor, size_t& size) {
   struct stat status = {};
-  return descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    return false;
+  }
+  size = static_cast<size_t>(status.st_size);
+  return true;
 }
 
 }  // namespace
@@ -34,11 +42,13 @@ bool StatRegularFile(const std::string& path, FileStamp& stamp) {
 bool ReadRegularFile(const std::string& path, std::string& text) {
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
   const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!IsRegularFile(file.Get())) {
+  size_t size = 0;
+  if (!IsRegularFile(file.Get(), size)) {
     return false;
   }
   std::string content;
-  std::array<char, 4096> block = {};
+  content.reserve(std::min(size, LARGEST_RESERVE));
+  std::array<char, 16'384> block;
   for (;;) {
     const ssize_t length = read(file.Get(), block.data(), block.size());
     if (length < 0 && errno == EINTR) {

@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-thread_local int32_t CTraceShield::s_nDepth = 0;
+constinit thread_local int32_t CTraceShield::s_nDepth = 0;
 
 CTraceShield::CTraceShield() noexcept {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nCancelState);

@@ -17,7 +17,9 @@ class CTraceShield {
   static bool IsUp() noexcept { return s_nDepth > 0; }
 
  private:
-  static thread_local int32_t s_nDepth;
+  // `constinit` here too: otherwise each use asks for a function that initialises it, by a name
+  // that the host may have.
+  static constinit thread_local int32_t s_nDepth;
 
   int m_nCancelState = 0;  // the thread's state before this shield
 };

@@ -4,10 +4,14 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "tests/support/trace_session.h"
 
@@ -20,6 +24,21 @@ std::string TextOf(const SipJson& record) {
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   record.m_oDocument.Accept(writer);
   return buffer.GetString();
+}
+
+size_t CountEntries(const char* directory) {
+  const std::filesystem::directory_iterator entries(directory);
+  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// The thread sanitizer starts a thread of its own with the first one.
+void StartThreadOnce() {
+  static const bool isStarted = [] {
+    std::string task;
+    std::thread([&task] { task = "/proc/self/task/" + std::to_string(gettid()); }).join();
+    return WaitUntil([&task] { return !std::filesystem::exists(task); });
+  }();
+  EXPECT_TRUE(isStarted);
 }
 
 }  // namespace
@@ -45,9 +64,14 @@ uintptr_t TestSwitch::ReturnRequest(CIExtensionModule* /*module*/, SipJson* requ
     onAnswer(*request);
   }
   EXPECT_EQ(messageIdHigh << 16 | messageIdLow, request->GetCmdUInt(request->m_nCmdIndex, "MI", 0));
-  const std::lock_guard guard(m_oLock);
-  m_oAnswers.push_back(TextOf(*request));
-  m_oStatuses.push_back(request->GetCmdUInt(request->m_nCmdIndex, "ST", NO_ANSWER));
+  {
+    const std::lock_guard guard(m_oLock);
+    m_oAnswers.push_back(TextOf(*request));
+    m_oStatuses.push_back(request->GetCmdUInt(request->m_nCmdIndex, "ST", NO_ANSWER));
+  }
+  if (onAnswered) {
+    onAnswered();
+  }
   return 1;
 }
 
@@ -67,6 +91,13 @@ uint32_t TestSwitch::StatusOf(size_t index) {
   return index < m_oStatuses.size() ? m_oStatuses[index] : NO_ANSWER;
 }
 
+void TestSwitch::Forget() {
+  const std::lock_guard guard(m_oLock);
+  m_oHtiRequests = {};
+  m_oAnswers = {};
+  m_oStatuses = {};
+}
+
 ModuleHost::ModuleHost() {
   std::string pattern = std::filesystem::temp_directory_path() / "em_talvor.XXXXXX";
   m_directory = std::string(mkdtemp(pattern.data())) + "/";
@@ -81,17 +112,28 @@ ModuleHost::~ModuleHost() {
 
 void ModuleHost::InstallCollector(const std::string& script) {
   WriteRegistry(m_directory, m_directory);
-  std::ofstream(m_directory + "Talvor") << "#!/bin/sh\narchive='" << m_archive << "'\n" << script;
+  std::ofstream(m_directory + "Talvor")
+      << "#!/bin/sh\nD='" << m_directory << "'\narchive='" << m_archive << "'\n"
+      << script << "\n";
   chmod((m_directory + "Talvor").c_str(), 0755);
 }
 
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
+  WriteRegistryText("DataRoot=s=" + dataRoot + "\nFileRoot=s=" + fileRoot + "\n",
+                    "Talvor=s=SOFTWARE\\Talvor\n");
+}
+
+void ModuleHost::WriteRegistryText(const std::string& setup, const std::string& pointer) {
   std::filesystem::create_directories("/etc/qamrel");
   std::ofstream("/etc/qamrel/registry")
-      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" << dataRoot
-      << "\nFileRoot=s=" << fileRoot
-      << "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
-         "Talvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
+      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\n"
+      << setup << "\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
+      << "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
+      << pointer << "\n\n\n\n\n\n\n";
+}
+
+bool ModuleHost::WaitForCollector() const {
+  return WaitUntil([this] { return std::filesystem::exists(m_directory + "runs"); });
 }
 
 void ModuleHost::LoadModule() {
@@ -130,6 +172,44 @@ uint32_t ModuleHost::CreateAndStart() {
   EXPECT_EQ(Create(&m_module, nullptr), 1U);
   return m_module->Start(&m_switch, 0x00120034);
 }
+
+uint32_t ModuleHost::StartAfresh() {
+  UnloadModule();
+  return CreateAndStart();
+}
+
+uint32_t ModuleHost::DeleteModule() {
+  m_module = nullptr;
+  return Delete();
+}
+
+std::pair<uint32_t, uint32_t> ModuleHost::Send(const std::string& command) {
+  SipJson request = MakeRequest(command);
+  const uint32_t result = m_module->ModuleRequest(request);
+  return {result, StatusOf(request)};
+}
+
+uint32_t ModuleHost::Run(const std::string& command) {
+  const size_t answers = m_switch.Answers().size();
+  EXPECT_EQ(Send(command), std::make_pair(1U, 22U));
+  return m_switch.StatusOf(answers);
+}
+
+size_t ModuleHost::CountThreads() {
+  StartThreadOnce();
+  return CountEntries("/proc/self/task");
+}
+
+bool ModuleHost::HasOnlyThreads(size_t count) {
+  return WaitUntil([count] { return CountThreads() == count; });
+}
+
+size_t ModuleHost::CountDescriptors() {
+  StartThreadOnce();
+  return CountEntries("/proc/self/fd");
+}
+
+bool ModuleHost::HasChildren() { return waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
 
 SipJson ModuleHost::MakeRequest(const std::string& command) {
   SipJson request;

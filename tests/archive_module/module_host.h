@@ -6,11 +6,17 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frame/extension_module_interface.h"
 #include "frame/sip_json.h"
 #include "frame/switch_interface.h"
+
+// Commands for MakeRequest() and Send().
+constexpr char QUERY[] = R"({"OC":13312})";
+constexpr char CREATE[] = R"({"OC":13313,"MI":"0x00010002"})";
+constexpr char TRANSFER[] = R"({"OC":13314})";
 
 // The host's switch: keeps what the module hands to it.
 class TestSwitch : public CISwitch {
@@ -49,6 +55,8 @@ class TestSwitch : public CISwitch {
   std::function<void(SipJson&)> onHtiRequest;
   // Called with each final answer, on the module's worker. May be empty.
   std::function<void(SipJson&)> onAnswer;
+  // Called when the switch is done with a final answer, on the module's worker. May be empty.
+  std::function<void()> onAnswered;
 
   // The requests for HTI and the final answers so far, as JSON texts.
   std::vector<std::string> HtiRequests();
@@ -56,6 +64,8 @@ class TestSwitch : public CISwitch {
   // The status of the final answer at `index`; waits for it, ten seconds at most, and gives 999
   // then.
   uint32_t StatusOf(size_t index);
+  // Forgets them all.
+  void Forget();
 
  private:
   std::mutex m_oLock;
@@ -72,19 +82,43 @@ class ModuleHost : public testing::Test {
   ModuleHost();
   ~ModuleHost() override;
 
-  // Makes the registry name the directories of the test, and the script the collector.
+  // Makes the registry name the directories of the test, and the script the collector. In the
+  // script "$D" is the directory and "$archive" the archive.
   void InstallCollector(const std::string& script);
   void WriteRegistry(const std::string& fileRoot, const std::string& dataRoot);
+  // The text of the setup key, and of the value that names its parent.
+  void WriteRegistryText(const std::string& setup, const std::string& pointer);
+
+  // Waits for a collector whose script has made the file "$D/runs".
+  bool WaitForCollector() const;
 
   void LoadModule();
-  void UnloadModule();
+  void UnloadModule();  // deletes the instance before, if there is one
   bool IsLoaded() const;
 
   // Loads the module if need be, creates the instance and starts it.
   uint32_t CreateAndStart();
+  // As a host that starts afresh: the library too is loaded again.
+  uint32_t StartAfresh();
+  uint32_t DeleteModule();
+
+  // Sends one command. Returns the module's result and the status that it left.
+  std::pair<uint32_t, uint32_t> Send(const std::string& command);
+  // Sends a command that is answered twice. Returns the final status, or 999 when there is none
+  // after ten seconds.
+  uint32_t Run(const std::string& command);
+
+  // Of this process. What a sanitizer starts or opens with the first thread counts from the start.
+  static size_t CountThreads();
+  static size_t CountDescriptors();
+  // Waits for the system to forget threads that have ended. False after ten seconds.
+  static bool HasOnlyThreads(size_t count);
+  // Also true for a child that has ended and was not waited for.
+  static bool HasChildren();
 
   // A request with that one command, a JSON object.
   static SipJson MakeRequest(const std::string& command);
+  // The status of the current command, or 999.
   static uint32_t StatusOf(const SipJson& request);
 
   uint32_t (*Create)(CIExtensionModule**, void*) = nullptr;
@@ -97,6 +131,5 @@ class ModuleHost : public testing::Test {
   std::string m_directory;  // ends in "/"
   std::string m_archive;    // where the collector is to leave it
 
- private:
   void* m_library = nullptr;
 };

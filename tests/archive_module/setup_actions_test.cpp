@@ -1,3 +1,5 @@
+// What an installer asks of the module. Needs no instance.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -5,25 +7,59 @@
 #include <fstream>
 
 #include "tests/archive_module/module_host.h"
+#include "tests/archive_module/module_trace.h"
 #include "tests/support/trace_session.h"
 
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
+using Lines = std::vector<LevelLine>;
 
+constexpr uint32_t CLEANUP = 4;
 constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
 
 class SetupActionsTest : public ModuleHost {
  protected:
   void SetUp() override {
     LoadModule();
-    std::filesystem::create_directories(COLLECTOR_DIRECTORY);
-    std::ofstream(std::string(COLLECTOR_DIRECTORY) + "/log") << "x";
+    MakeCollectorDirectory();
   }
   void TearDown() override { std::filesystem::remove_all(COLLECTOR_DIRECTORY); }
 
+  static void MakeCollectorDirectory() {
+    const std::string directory = std::string(COLLECTOR_DIRECTORY) + "/logs/old";
+    std::filesystem::create_directories(directory);
+    std::ofstream(directory + "/log") << "x";
+  }
   static bool HasCollectorDirectory() { return std::filesystem::exists(COLLECTOR_DIRECTORY); }
+
+  // Expects an action to have that result, and those lines of its own.
+  void ExpectAction(
+      uint32_t action, uint32_t result, const Lines& lines,
+      const std::function<void()>& prepare = [] {}) {
+    ExpectLines(LinesOfThisThread(), lines, [&](TraceSession& /*session*/) {
+      UnloadModule();
+      LoadModule();
+      prepare();
+      EXPECT_EQ(SetupAction(action), result);
+    });
+  }
+
+  static Lines Enclosed(const std::string& header, const Lines& work) {
+    Lines lines = {{1, header}, {5, "\nEM_TALVOR           : -> SetupAction"}};
+    lines.insert(lines.end(), work.begin(), work.end());
+    lines.push_back({5, "\nEM_TALVOR           : <- SetupAction"});
+    return lines;
+  }
+
+  static std::string Known(const std::string& name) {
+    return "\n\nEM_TALVOR           : ## Setup action \"" + name +
+           "\" - call module specific action function\n";
+  }
+
+  static std::string Unknown(const std::string& code) {
+    return "\n\nEM_TALVOR           : ## ERROR! Setup action call with unknown action type (" +
+           code + ") - call module specific action!\n";
+  }
 };
 
 }  // namespace
@@ -31,79 +67,109 @@ class SetupActionsTest : public ModuleHost {
 TEST_F(SetupActionsTest, AllButCleanupDoNothing) {
   InstallCollector("");
   std::ofstream(m_archive) << "data";
-  const TraceSession session(1);
-  for (const uint32_t action : {0U, 1U, 2U, 3U, 5U, 0xFFFFFFFFU}) {
-    EXPECT_EQ(SetupAction(action), 0U);
+  const std::pair<uint32_t, std::string> cases[] = {
+      {0, Unknown("0")},     {1, Known("BACKUP")}, {2, Known("RESTORE")},
+      {3, Known("CONVERT")}, {5, Unknown("5")},    {0xFFFFFFFF, Unknown("-1")},
+  };
+  for (const auto& [action, header] : cases) {
+    ExpectAction(action, 0, Enclosed(header, {}));
   }
   EXPECT_TRUE(HasCollectorDirectory());
   EXPECT_TRUE(std::filesystem::exists(m_archive));
-  EXPECT_THAT(
-      session.Texts(),
-      ElementsAre(
-          "\n\nEM_TALVOR           : ## ERROR! Setup action call with unknown action type (0) - call module specific action!\n",
-          "\n\nEM_TALVOR           : ## Setup action \"BACKUP\" - call module specific action function\n",
-          "\n\nEM_TALVOR           : ## Setup action \"RESTORE\" - call module specific action function\n",
-          "\n\nEM_TALVOR           : ## Setup action \"CONVERT\" - call module specific action function\n",
-          "\n\nEM_TALVOR           : ## ERROR! Setup action call with unknown action type (5) - call module specific action!\n",
-          "\n\nEM_TALVOR           : ## ERROR! Setup action call with unknown action type (-1) - call module specific action!\n"));
 }
 
 TEST_F(SetupActionsTest, CleanupRemovesTheArchiveAndTheCollectorsDirectory) {
   InstallCollector("");
-  std::ofstream(m_archive) << "data";
-  const TraceSession session(5);
-  EXPECT_NE(SetupAction(4), 0U);
+  ExpectAction(
+      CLEANUP, 1,
+      Enclosed(
+          Known("CLEANUP"),
+          {{1, "\nEM_TALVOR (SetupAct): ## Cleanup existing Talvor archive file(s)"},
+           {3, "\nEM_TALVOR (DataDir) : Found Talvor root registry key: \"SOFTWARE\\Talvor\""},
+           {4, "\nEM_TALVOR (DataDir) :   open Talvor setup key: \"SOFTWARE\\Talvor\\Setup\"..."},
+           {4, "\nEM_TALVOR (DataDir) :   query Talvor file root value: \"DataRoot\"..."},
+           {3, "\nEM_TALVOR (DataDir) : Talvor data dir:   \"" + m_directory + "\""},
+           {3, "\nEM_TALVOR (SetupAct): Talvor archive path: \"" + m_archive + "\"\n"},
+           {2,
+            "\nEM_TALVOR (SetupAct): Remove complete Talvor archive data dir \"/var/log/Talvor\"..."}}),
+      [this] {
+        MakeCollectorDirectory();
+        std::ofstream(m_archive) << "data";
+      });
   EXPECT_FALSE(HasCollectorDirectory());
   EXPECT_FALSE(std::filesystem::exists(m_archive));
-  EXPECT_THAT(
-      session.Texts(),
-      testing::IsSupersetOf(
-          {std::string(
-               "\n\nEM_TALVOR           : ## Setup action \"CLEANUP\" - call module specific action function\n"),
-           std::string("\nEM_TALVOR           : -> SetupAction"),
-           std::string("\nEM_TALVOR (SetupAct): ## Cleanup existing Talvor archive file(s)"),
-           "\nEM_TALVOR (SetupAct): Talvor archive path: \"" + m_archive + "\"\n",
-           std::string(
-               "\nEM_TALVOR (SetupAct): Remove complete Talvor archive data dir \"/var/log/Talvor\"..."),
-           std::string("\nEM_TALVOR           : <- SetupAction")}));
+  EXPECT_TRUE(std::filesystem::exists(m_directory + "Talvor"));
 }
 
 TEST_F(SetupActionsTest, CleanupWithoutTheCollectorsDirectorySucceeds) {
   InstallCollector("");
+  std::ofstream(m_archive) << "data";
   std::filesystem::remove_all(COLLECTOR_DIRECTORY);
-  EXPECT_NE(SetupAction(4), 0U);
+  EXPECT_EQ(SetupAction(CLEANUP), 1U);
+  EXPECT_FALSE(std::filesystem::exists(m_archive));
+  EXPECT_EQ(SetupAction(CLEANUP), 1U);  // nothing is left
+}
+
+TEST_F(SetupActionsTest, CleanupLeavesAFileInPlaceOfTheCollectorsDirectoryAlone) {
+  InstallCollector("");
+  std::filesystem::remove_all(COLLECTOR_DIRECTORY);
+  std::ofstream(COLLECTOR_DIRECTORY) << "x";
+  EXPECT_EQ(SetupAction(CLEANUP), 1U);
+  EXPECT_TRUE(std::filesystem::exists(COLLECTOR_DIRECTORY));
 }
 
 TEST_F(SetupActionsTest, CleanupWithoutTheRegistryFailsAndRemovesNothing) {
-  const TraceSession session(1);
-  EXPECT_EQ(SetupAction(4), 0U);
+  ExpectAction(
+      CLEANUP, 0,
+      Enclosed(
+          Known("CLEANUP"),
+          {{1, "\nEM_TALVOR (SetupAct): ## Cleanup existing Talvor archive file(s)"},
+           {2,
+            "\nEM_TALVOR (DataDir) : ## Talvor pointer key not existing - no Corvista component installed."},
+           {4,
+            "\nEM_TALVOR (DataDir) :   no Talvor data root directory available, take file root..."},
+           {2,
+            "\nEM_TALVOR (BinDir)  : ## Talvor pointer key not existing - no Corvista component installed."},
+           {1, "\nEM_TALVOR (SetupAct): ## ERROR! Talvor path could not be evaluated!"}}));
   EXPECT_TRUE(HasCollectorDirectory());
-  EXPECT_THAT(session.Texts(),
-              Contains("\nEM_TALVOR (SetupAct): ## ERROR! Talvor path could not be evaluated!"));
+}
+
+TEST_F(SetupActionsTest, CleanupWithoutTheSetupKeyFailsAndRemovesNothing) {
+  WriteRegistryText("FileRoot=s=" + m_directory + "\n", "Talvor=s=SOFTWARE\\Other\n");
+  ExpectAction(
+      CLEANUP, 0,
+      Enclosed(
+          Known("CLEANUP"),
+          {{1, "\nEM_TALVOR (SetupAct): ## Cleanup existing Talvor archive file(s)"},
+           {3, "\nEM_TALVOR (DataDir) : Found Talvor root registry key: \"SOFTWARE\\Other\""},
+           {4, "\nEM_TALVOR (DataDir) :   open Talvor setup key: \"SOFTWARE\\Other\\Setup\"..."},
+           {1,
+            "\nEM_TALVOR (DataDir) : ## ERROR 0xFFFFFFFF! Could not open registry key \"SOFTWARE\\Other\\Setup\"!"},
+           {4,
+            "\nEM_TALVOR (DataDir) :   no Talvor data root directory available, take file root..."},
+           {3, "\nEM_TALVOR (BinDir)  : Found Talvor root registry key: \"SOFTWARE\\Other\""},
+           {4, "\nEM_TALVOR (BinDir)  :   open Talvor setup key: \"SOFTWARE\\Other\\Setup\"..."},
+           {1,
+            "\nEM_TALVOR (BinDir)  : ## ERROR 0xFFFFFFFF! Could not open registry key \"SOFTWARE\\Other\\Setup\"!"},
+           {1, "\nEM_TALVOR (SetupAct): ## ERROR! Talvor path could not be evaluated!"}}));
+  EXPECT_TRUE(HasCollectorDirectory());
 }
 
 TEST_F(SetupActionsTest, CleanupFailsWhenTheDirectoryCannotBeRemoved) {
   InstallCollector("");
   std::ofstream(std::string(COLLECTOR_DIRECTORY) + "/.hidden") << "x";
-  EXPECT_EQ(SetupAction(4), 0U);
+  EXPECT_EQ(SetupAction(CLEANUP), 0U);
 }
 
-TEST_F(SetupActionsTest, LinesHaveTheirLevels) {
+TEST_F(SetupActionsTest, ASinkThatThrowsAtEveryLineChangesNoResult) {
   InstallCollector("");
-  const auto cleanup = [this] {
-    UnloadModule();  // tracing is configured on the first use
-    LoadModule();
-    std::filesystem::create_directories(COLLECTOR_DIRECTORY);
-    SetupAction(4);
-  };
-  EXPECT_EQ(LevelOf("\n\n%-20s: ## Setup action \"%s\" - call module specific action function\n",
-                    cleanup),
-            1U);
-  EXPECT_EQ(LevelOf("\nEM_TALVOR (SetupAct): ## Cleanup existing Talvor archive file(s)", cleanup),
-            1U);
-  EXPECT_EQ(
-      LevelOf("\nEM_TALVOR (SetupAct): Remove complete Talvor archive data dir \"%s\"...", cleanup),
-      2U);
-  EXPECT_EQ(LevelOf("\nEM_TALVOR (SetupAct): Talvor archive path: \"%s\"\n", cleanup), 3U);
-  EXPECT_EQ(LevelOf("\nEM_TALVOR           : -> SetupAction", cleanup), 5U);
+  TraceSession session(5);
+  session.CallAtEachLine([](const std::string& /*format*/) { throw std::runtime_error("sink"); });
+  EXPECT_EQ(SetupAction(0), 0U);
+  EXPECT_EQ(SetupAction(CLEANUP), 1U);
+  EXPECT_FALSE(HasCollectorDirectory());
+  std::filesystem::remove_all("/etc/qamrel");
+  UnloadModule();
+  LoadModule();
+  EXPECT_EQ(SetupAction(CLEANUP), 0U);
 }

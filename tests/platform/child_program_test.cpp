@@ -4,12 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/scratch_directory.h"
@@ -20,6 +25,11 @@ using testing::IsEmpty;
 namespace {
 
 long g_nLimit = 0;  // of descriptors, as sysconf() says; 0: the truth
+bool g_bNoCloseRange = false;
+
+// What the child does first, in its own process and on the memory of the test. May be null.
+void (*g_fnInChild)() = nullptr;
+const pid_t g_nParent = getpid();
 
 }  // namespace
 
@@ -29,6 +39,25 @@ extern "C" {
 long __real_sysconf(int name);
 long __wrap_sysconf(int name) {
   return name == _SC_OPEN_MAX && g_nLimit != 0 ? g_nLimit : __real_sysconf(name);
+}
+
+int __real_close_range(unsigned first, unsigned last, int flags);
+int __wrap_close_range(unsigned first, unsigned last, int flags) {
+  if (g_bNoCloseRange) {
+    errno = ENOSYS;
+    return -1;
+  }
+  return __real_close_range(first, last, flags);
+}
+
+int __real_sigaction(int signal, const struct sigaction* action, struct sigaction* old);
+int __wrap_sigaction(int signal, const struct sigaction* action, struct sigaction* old) {
+  if (g_fnInChild != nullptr && getpid() != g_nParent) {
+    void (*inChild)() = g_fnInChild;
+    g_fnInChild = nullptr;
+    inChild();
+  }
+  return __real_sigaction(signal, action, old);
 }
 
 }  // extern "C"
@@ -41,13 +70,18 @@ constexpr bool CLOSE = false;
 
 // The exit status of a child that executes the program; -1 when it ends otherwise.
 int Execute(const CChildProgram& program) {
-  const pid_t child = fork();
-  if (child == 0) {
-    program.Execute();
-  }
+  const pid_t child = program.Start();
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Makes room for descriptors beyond the 1024 that an ordinary user begins with.
+void RaiseDescriptorLimit() {
+  rlimit limit = {};
+  EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = limit.rlim_max;
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 class ChildProgramTest : public testing::Test {
@@ -147,6 +181,7 @@ TEST_F(ChildProgramTest, ClosesDescriptorsUpToTheLimit) {
 }
 
 TEST_F(ChildProgramTest, ClosesDescriptorsUpTo1024WhenTheLimitIsBelow256) {
+  RaiseDescriptorLimit();
   g_nLimit = 255;
   EXPECT_EQ(Inherited(CLOSE, {20, 255, 1023, 1024}), "1024 ");
 }
@@ -172,4 +207,53 @@ TEST_F(ChildProgramTest, UnblocksFourSignalsAndNoOther) {
   ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, &after), 0);
   EXPECT_EQ(m_oScratch.Read("out"), "0000000000000200\n");  // SIGUSR1
   EXPECT_TRUE(sigismember(&after, SIGTERM)) << "unblocked in the parent";
+}
+
+TEST_F(ChildProgramTest, NoHandlerOfTheHostRunsInTheChild) {
+  static volatile sig_atomic_t handled = 0;
+  handled = 0;
+  signal(SIGUSR1, [](int) { handled = handled + 1; });
+  g_fnInChild = [] { kill(getpid(), SIGUSR1); };
+  EXPECT_EQ(Execute({{"true"}, CLOSE}), -1) << "the signal ends the child";
+  EXPECT_EQ(handled, 0);
+  raise(SIGUSR1);
+  EXPECT_EQ(handled, 1) << "the host has its handler still";
+  signal(SIGUSR1, SIG_DFL);
+}
+
+TEST_F(ChildProgramTest, AnIgnoredSignalStaysIgnored) {
+  signal(SIGUSR1, SIG_IGN);
+  EXPECT_EQ(Execute({{m_oScratch.WriteScript("signal", "kill -USR1 $$\nexit 4")}, CLOSE}), 4);
+  signal(SIGUSR1, SIG_DFL);
+}
+
+TEST_F(ChildProgramTest, ACancelledThreadStartsTheChildAllTheSame) {
+  g_bNoCloseRange = true;
+  const CChildProgram program({m_oScratch.WriteScript("end", "exit 5")}, CLOSE);
+  std::atomic<pid_t> child = 0;
+  bool isCancelled = true;
+  std::thread thread([&] {
+    pthread_cancel(pthread_self());
+    child = program.Start();
+    pthread_testcancel();
+    isCancelled = false;
+  });
+  thread.join();
+  g_bNoCloseRange = false;
+  int status = 0;
+  ASSERT_GT(child, 1);
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 5);
+  EXPECT_TRUE(isCancelled);
+}
+
+TEST_F(ChildProgramTest, TheChildCopiesNoMemory) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the thread sanitizer makes every vfork() a fork()";
+#endif
+  static volatile bool isSeen = false;
+  g_fnInChild = [] { isSeen = true; };
+  EXPECT_EQ(Execute({{"true"}, CLOSE}), 0);
+  EXPECT_TRUE(isSeen) << "what the child writes is not the memory of its parent";
 }

@@ -194,7 +194,7 @@ TEST_F(EventWaitCallsTest, TheDeadlineIsOnTheMonotonicClock) {
     const char* call;
   };
   const Case cases[] = {
-      {{10, 0}, 0, "cond_timedwait(10.000000000)"},
+      {{10, 0}, 1, "cond_timedwait(10.001000000)"},
       {{10, 300'000'000}, 1500, "cond_timedwait(11.800000000)"},
       {{10, 600'000'000}, 1500, "cond_timedwait(12.100000000)"},
       {{10, 500'000'000}, 500, "cond_timedwait(11.000000000)"},
@@ -208,6 +208,11 @@ TEST_F(EventWaitCallsTest, TheDeadlineIsOnTheMonotonicClock) {
     EXPECT_THAT(CallsOfWait(each.milliseconds, EVENT_TIMEOUT),
                 ElementsAre("mutex_lock", each.call, "mutex_unlock"));
   }
+}
+
+TEST_F(EventWaitCallsTest, OfNoTimeDoesNotBlock) {
+  EXPECT_THAT(CallsOfWait(0, EVENT_TIMEOUT), ElementsAre("mutex_lock", "mutex_unlock"));
+  EXPECT_TRUE(IsLeftAlone(m_oAutomatic));
 }
 
 TEST_F(EventWaitCallsTest, TracesTheTimesOfAWait) {

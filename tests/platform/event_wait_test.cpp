@@ -216,6 +216,20 @@ TEST(EventWaitTest, ACancelledThreadLeavesNothingBehind) {
   }
 }
 
+TEST(EventWaitTest, OfNoTimeEndsACancelledThread) {
+  CEvent event(false, true);
+  bool isCancelled = true;
+  std::thread thread([&] {
+    pthread_cancel(pthread_self());
+    event.Wait(0);
+    isCancelled = false;
+  });
+  thread.join();
+  EXPECT_TRUE(isCancelled);
+  EXPECT_TRUE(event.Create(true, false)) << "no waiter is left";
+  EXPECT_EQ(event.Wait(0), EVENT_SIGNALED);
+}
+
 // What Wait() writes at level 5.
 std::vector<std::string> TextsOfWait(CEvent& event, uint32_t limit, bool trace = true) {
   const TraceSession session(5);

@@ -19,12 +19,9 @@
 
 namespace {
 
-std::atomic<int> g_nForks = 0;
 std::atomic<int> g_nWaits = 0;
 std::atomic<int> g_nWaitOptions = -1;
-bool g_bForkFails = false;
 bool g_bCannotReturn = false;
-std::function<void()> g_fnBeforeFork;
 // Stands in for waitpid(); may call __real_waitpid().
 std::function<pid_t(pid_t, int*)> g_fnWait;
 
@@ -32,19 +29,6 @@ std::function<pid_t(pid_t, int*)> g_fnWait;
 
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
 extern "C" {
-
-pid_t __real_fork();
-pid_t __wrap_fork() {
-  ++g_nForks;
-  if (g_fnBeforeFork) {
-    g_fnBeforeFork();
-  }
-  if (g_bForkFails) {
-    errno = EAGAIN;
-    return -1;
-  }
-  return __real_fork();
-}
 
 pid_t __real_waitpid(pid_t pid, int* status, int options);
 pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
@@ -131,11 +115,9 @@ TEST_F(LaunchProcessTest, GivesExitCode255ForAProgramThatDoesNotExist) {
 
 TEST_F(LaunchProcessTest, GivesExitCode255ForAnEmptyCommandLine) {
   for (const char* commandLine : {"", " \t", static_cast<const char*>(nullptr)}) {
-    g_nForks = 0;
     EXPECT_FALSE(LaunchProcess(commandLine, m_nPid, m_nExitCode, nullptr, false, false, false));
     EXPECT_EQ(m_nExitCode, 255);
     EXPECT_GT(m_nPid, 1);
-    EXPECT_EQ(g_nForks, 1);
   }
 }
 
@@ -162,18 +144,6 @@ TEST_F(LaunchProcessTest, PublishesThePidBeforeItWaits) {
   EXPECT_GT(seen, 1);
 }
 
-TEST_F(LaunchProcessTest, SetsTheExitCodeBeforeTheForkAndLeavesThePid) {
-  int32_t exitCode = 0;
-  int32_t pid = 0;
-  g_fnBeforeFork = [&] {
-    exitCode = m_nExitCode;
-    pid = m_nPid;
-  };
-  EXPECT_TRUE(Launch("true"));
-  EXPECT_EQ(exitCode, -1);
-  EXPECT_EQ(pid, 77);
-}
-
 TEST_F(LaunchProcessTest, DoesNotWaitForADetachedChild) {
   EXPECT_TRUE(LaunchDetached(BlockingScript()));
   EXPECT_EQ(m_nExitCode, -1);
@@ -188,18 +158,6 @@ TEST_F(LaunchProcessTest, IsTrueForADetachedChildThatCannotExecute) {
   EXPECT_EQ(m_nExitCode, -1);
   EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 0));
   EXPECT_EQ(m_nExitCode, 255);
-}
-
-TEST_F(LaunchProcessTest, ReportsAFailedFork) {
-  g_bForkFails = true;
-  for (const bool detach : {false, true}) {
-    m_nPid = m_nExitCode = 77;
-    EXPECT_FALSE(LaunchProcess("true", m_nPid, m_nExitCode, "/", false, detach, false));
-    EXPECT_EQ(m_nPid, -1);
-    EXPECT_EQ(m_nExitCode, -1);
-    EXPECT_EQ(Current(), m_oScratch.Path());
-  }
-  EXPECT_EQ(g_nWaits, 0);
 }
 
 TEST_F(LaunchProcessTest, StartsTheChildInTheWorkingDirectory) {
@@ -226,7 +184,6 @@ TEST_F(LaunchProcessTest, LaunchesNothingWhenTheWorkingDirectoryCannotBeEntered)
   EXPECT_FALSE(Launch("true", "missing"));
   EXPECT_EQ(m_nPid, -1);
   EXPECT_EQ(m_nExitCode, -1);
-  EXPECT_EQ(g_nForks, 0);
   EXPECT_EQ(Current(), m_oScratch.Path());
 }
 

@@ -48,6 +48,7 @@ class ThreadTest : public testing::Test {
 
   // Runs until it may end; can be cancelled.
   bool Start(bool waitable, int32_t priority = 0) {
+    m_bRuns = m_bIsUnwound = false;
     return m_oThread.Start(&ThreadTest::Run, this, priority, false, 0, 0, waitable) &&
            WaitUntil([&] { return m_bRuns.load(); });
   }
@@ -132,7 +133,7 @@ TEST_F(ThreadTest, StartsWithAPriority) {
 
 TEST_F(ThreadTest, IsAliveUntilItEnds) {
   for (const bool waitable : {true, false}) {
-    m_bMayEnd = m_bRuns = false;
+    m_bMayEnd = false;
     ASSERT_TRUE(Start(waitable));
     EXPECT_TRUE(m_oThread.IsAlive());
     m_bMayEnd = true;
@@ -170,7 +171,7 @@ TEST_F(ThreadTest, WaitForTerminationWaitsUntilTheThreadHasEnded) {
 
 TEST_F(ThreadTest, WaitForTerminationDoesNotKeepATimeOut) {
   for (const int32_t limit : {2000, 0, 1, -2}) {
-    m_bMayEnd = m_bHasEnded = m_bRuns = false;
+    m_bMayEnd = m_bHasEnded = false;
     ASSERT_TRUE(Start(true));
     const TraceSession session(1);
     std::thread other([&] {

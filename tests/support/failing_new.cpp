@@ -9,13 +9,15 @@ thread_local bool t_isArmed = false;
 thread_local int64_t t_successes = 0;
 thread_local int64_t t_failures = 0;
 thread_local bool t_hasFailed = false;
+thread_local FailingNew::Raise t_raise = nullptr;
 
 }  // namespace
 
-FailingNew::FailingNew(int64_t successes, int64_t failures) {
+FailingNew::FailingNew(int64_t successes, int64_t failures, Raise raise) {
   t_successes = successes;
   t_failures = failures;
   t_hasFailed = false;
+  t_raise = raise;
   t_isArmed = true;
 }
 
@@ -28,6 +30,9 @@ bool FailingNew::HasFailed() const { return t_hasFailed; }
 void* operator new(size_t size) {
   if (t_isArmed && t_successes-- <= 0 && t_failures-- > 0) {
     t_hasFailed = true;
+    if (t_raise != nullptr) {
+      t_raise();
+    }
     throw std::bad_alloc();
   }
   void* memory = std::malloc(size > 0 ? size : 1);
@@ -44,7 +49,7 @@ void* operator new[](size_t size) { return operator new(size); }
 void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
   try {
     return operator new(size);
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     return nullptr;
   }
 }

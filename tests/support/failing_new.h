@@ -3,11 +3,14 @@
 #include <cstdint>
 
 // Makes the calling thread run out of memory: while the object lives, its `operator new` succeeds
-// `successes` times, then throws std::bad_alloc `failures` times, then succeeds again. A program
-// that uses this header gets the `operator new` that does so. One at a time for each thread.
+// `successes` times, then throws std::bad_alloc, or calls `raise` to throw something else,
+// `failures` times, then succeeds again. A program that uses this header gets the `operator new`
+// that does so. One at a time for each thread.
 class FailingNew {
  public:
-  explicit FailingNew(int64_t successes, int64_t failures = INT64_MAX);
+  using Raise = void (*)();
+
+  explicit FailingNew(int64_t successes, int64_t failures = INT64_MAX, Raise raise = nullptr);
   ~FailingNew();
   FailingNew(const FailingNew&) = delete;
   FailingNew& operator=(const FailingNew&) = delete;

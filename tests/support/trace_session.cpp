@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include "trace/debug_client.h"
@@ -50,17 +51,22 @@ class CollectingSink final : public ITraceSink {
 
   [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
                                             const char* moduleName) override {
+    std::function<void(const std::string&)> actionForEach;
     std::function<void()> action;
     {
       const std::lock_guard guard(m_lock);
-      if (const auto entry = m_actions.find(format); entry != m_actions.end()) {
+      actionForEach = m_actionForEach;
+      if (const auto entry = m_actions.find(std::string_view(format)); entry != m_actions.end()) {
         action = entry->second;
       }
+    }
+    if (actionForEach) {
+      actionForEach(format);
     }
     if (action) {
       action();
     }
-    TraceLine line = {format, Format(format, arguments), moduleName};
+    TraceLine line = {format, Format(format, arguments), moduleName, std::this_thread::get_id()};
     const std::lock_guard guard(m_lock);
     m_lines.push_back(std::move(line));
     m_changed.notify_all();
@@ -81,9 +87,15 @@ class CollectingSink final : public ITraceSink {
     m_actions[format] = std::move(action);
   }
 
+  void SetActionForEach(std::function<void(const std::string&)> action) {
+    const std::lock_guard guard(m_lock);
+    m_actionForEach = std::move(action);
+  }
+
   void ClearActions() {
     const std::lock_guard guard(m_lock);
     m_actions.clear();
+    m_actionForEach = nullptr;
   }
 
   bool WaitFor(const std::string& format, int count) {
@@ -98,7 +110,9 @@ class CollectingSink final : public ITraceSink {
   std::mutex m_lock;
   std::condition_variable m_changed;
   std::vector<TraceLine> m_lines;
-  std::map<std::string, std::function<void()>> m_actions;
+  // Searched without taking memory, so that an action may give some back.
+  std::map<std::string, std::function<void()>, std::less<>> m_actions;
+  std::function<void(const std::string&)> m_actionForEach;
 };
 
 // The object that the trace client looks up by this name.
@@ -151,6 +165,10 @@ void TraceSession::ThrowAt(const std::string& format) {
 
 void TraceSession::CallAt(const std::string& format, std::function<void()> action) {
   Debug.SetAction(format, std::move(action));
+}
+
+void TraceSession::CallAtEachLine(std::function<void(const std::string&)> action) {
+  Debug.SetActionForEach(std::move(action));
 }
 
 uint32_t LevelOf(const std::string& format, const std::function<void()>& action) {

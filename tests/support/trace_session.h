@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 // One line as the host's sink received it.
@@ -10,6 +11,7 @@ struct TraceLine {
   std::string format;
   std::string text;  // formatted
   std::string moduleName;
+  std::thread::id thread;  // the one that wrote it
 };
 
 // Switches tracing on at a level for the life of the object and collects the lines of all threads.
@@ -37,6 +39,9 @@ class TraceSession {
   void ThrowAt(const std::string& format);
   // Calls `action` on the tracing thread before a line with that format is taken.
   void CallAt(const std::string& format, std::function<void()> action);
+  // Calls `action` with the format on the tracing thread before any line is taken, and before the
+  // action for the format.
+  void CallAtEachLine(std::function<void(const std::string& format)> action);
 };
 
 // The lowest level, 1 to 5, at which `action` writes a line with that format; 0 when it never does.

@@ -120,7 +120,7 @@ class RegularFileTest : public testing::Test {
 }  // namespace
 
 TEST_F(RegularFileTest, ReadsTheWholeFileWhateverItsLength) {
-  for (const size_t length : {0U, 1U, 4095U, 4096U, 4097U, 100'000U}) {
+  for (const size_t length : {0U, 1U, 16'383U, 16'384U, 16'385U, 100'000U}) {
     std::string expected(length, '\0');
     for (size_t i = 0; i < length; ++i) {
       expected[i] = static_cast<char>(i * 7 + i / 256);
@@ -172,7 +172,7 @@ TEST_F(RegularFileTest, PassesOverAFileThatItCannotLookAt) {
 }
 
 TEST_F(RegularFileTest, GivesUpOnAReadErrorAndLeavesTheTextAlone) {
-  const std::string path = Write("file", std::string(5000, 'x'));
+  const std::string path = Write("file", std::string(20'000, 'x'));
   const ptrdiff_t descriptors = CountDescriptors();
   for (const int failing : {1, 2, 3}) {
     int reads = 0;
@@ -186,12 +186,12 @@ TEST_F(RegularFileTest, GivesUpOnAReadErrorAndLeavesTheTextAlone) {
 }
 
 TEST_F(RegularFileTest, GoesOnAfterASignal) {
-  const std::string path = Write("file", std::string(5000, 'x'));
+  const std::string path = Write("file", std::string(20'000, 'x'));
   int reads = 0;
   t_onRead = [&](int) { return ++reads % 2 == 1 ? FailWith(EINTR) : 0; };
   std::string text;
   EXPECT_TRUE(ReadRegularFile(path, text));
-  EXPECT_EQ(text, std::string(5000, 'x'));
+  EXPECT_EQ(text, std::string(20'000, 'x'));
 }
 
 TEST_F(RegularFileTest, ReadsThroughACloseOnExecDescriptorAndClosesIt) {

@@ -1,0 +1,56 @@
+// Looking for a process by its name among many, without finding one.
+
+#include <benchmark/benchmark.h>
+#include <dirent.h>
+#include <fcntl.h>
+
+#include "bench/child_processes.h"
+#include "platform/process_table.h"
+
+namespace {
+
+constexpr int PROCESSES = 500;
+constexpr char MISSING[] = "Talvor";
+
+void FindOurs(benchmark::State& state) {
+  const SleepingProcesses processes(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    int32_t pid = 0;
+    benchmark::DoNotOptimize(FindProcessByName(pid, MISSING));
+  }
+}
+BENCHMARK(FindOurs)->Name("process_find/ours")->Arg(PROCESSES)->UseRealTime();
+BENCHMARK(FindOurs)->Name("growth_process_find/ours")->Arg(20)->Arg(200)->Arg(2000)->UseRealTime();
+
+// The least that a search does: it opens, reads and closes a file of each.
+void ReadAll(benchmark::State& state) {
+  const SleepingProcesses processes(static_cast<int>(state.range(0)));
+  std::vector<std::string> paths;
+  DIR* directory = opendir("/proc");
+  while (const dirent* entry = readdir(directory)) {
+    if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9') {
+      paths.push_back(std::string("/proc/") + entry->d_name + "/comm");
+    }
+  }
+  closedir(directory);
+  for (auto _ : state) {
+    for (const std::string& path : paths) {
+      char name[32];
+      const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      benchmark::DoNotOptimize(read(file, name, sizeof name));
+      close(file);
+    }
+  }
+}
+BENCHMARK(ReadAll)->Name("process_find/limit")->Arg(PROCESSES)->UseRealTime();
+
+void FindByProgram(benchmark::State& state, const char* program) {
+  const SleepingProcesses processes(PROCESSES);
+  for (auto _ : state) {
+    WaitFor(Spawn(program, MISSING));
+  }
+}
+BENCHMARK_CAPTURE(FindByProgram, pidof, "pidof")->Name("process_find/pidof")->UseRealTime();
+BENCHMARK_CAPTURE(FindByProgram, pgrep, "pgrep")->Name("process_find/pgrep")->UseRealTime();
+
+}  // namespace

@@ -1,0 +1,151 @@
+// Requests: the availability request, through the built module's exported interface, and the deep
+// copy of a record.
+
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+
+#include <memory>
+
+#include "bench/memory.h"
+#include "bench/request_texts.h"
+#include "frame/extension_module_interface.h"
+#include "frame/sip_json.h"
+
+namespace {
+
+// The built module, created and not started: no collector is needed to say that there is none.
+class Module {
+ public:
+  Module() : m_pLibrary(dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+    Call<uint32_t (*)(CIExtensionModule**, void*)>("EM_Create")(&m_pModule, nullptr);
+  }
+  ~Module() {
+    Call<uint32_t (*)()>("EM_Delete")();
+    dlclose(m_pLibrary);
+  }
+  Module(const Module&) = delete;
+  Module& operator=(const Module&) = delete;
+
+  CIExtensionModule* operator->() const { return m_pModule; }
+
+ private:
+  template <typename Function>
+  Function Call(const char* name) const {
+    return reinterpret_cast<Function>(dlsym(m_pLibrary, name));
+  }
+
+  void* const m_pLibrary;
+  CIExtensionModule* m_pModule = nullptr;
+};
+
+void AvailabilityOurs(benchmark::State& state) {
+  const Module module;
+  SipJson request;
+  request.m_oDocument.Parse(REQUEST_TEXT);
+  for (auto _ : state) {
+    if (module->ModuleRequest(request) != 1) {
+      state.SkipWithError("refused");
+    }
+  }
+}
+BENCHMARK(AvailabilityOurs)->Name("availability/ours");
+
+void AvailabilityOursBySize(benchmark::State& state) {
+  const Module module;
+  SipJson request;
+  request.m_oDocument.Parse(RequestText(state.range(0)).c_str());
+  request.m_nCmdIndex = static_cast<uint32_t>(state.range(0)) - 1;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(module->ModuleRequest(request));
+  }
+}
+BENCHMARK(AvailabilityOursBySize)
+    ->Name("growth_availability/ours")
+    ->RangeMultiplier(10)
+    ->Range(1, 100);
+
+void AvailabilityRapidJson(benchmark::State& state) {
+  rapidjson::Document request;
+  request.Parse(REQUEST_TEXT);
+  for (auto _ : state) {
+    const unsigned opcode = request["SIP"]["CMD"][0]["OC"].GetUint();
+    const unsigned cabinet = request["SIP"]["CMD"][0]["CA"].GetUint();
+    if (opcode == REQUEST_OPCODE && cabinet == 0) {
+      request["SIP"]["CMD"][0]["DA"].SetUint(0);
+      request["SIP"]["CMD"][0]["ST"].SetUint(0);
+    }
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(AvailabilityRapidJson)->Name("availability/RapidJSON");
+
+// The least that finds the members: each is compared with the four names once.
+void AvailabilityOnePass(benchmark::State& state) {
+  rapidjson::Document request;
+  request.Parse(REQUEST_TEXT);
+  for (auto _ : state) {
+    rapidjson::Value& command = request.MemberBegin()->value.MemberBegin()[1].value[0];
+    for (auto& member : command.GetObject()) {
+      const char* name = member.name.GetString();
+      if (name[0] == 'D' || name[0] == 'S') {
+        member.value.SetUint(0);
+      } else if (name[0] == 'O' || name[0] == 'C') {
+        unsigned number = member.value.GetUint();
+        benchmark::DoNotOptimize(number);
+      }
+    }
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(AvailabilityOnePass)->Name("availability/limit");
+
+void CopyOurs(benchmark::State& state) {
+  SipJson request;
+  request.m_oDocument.Parse(REQUEST_TEXT);
+  for (auto _ : state) {
+    const SipJson copy(request);
+    benchmark::DoNotOptimize(&copy);
+  }
+}
+BENCHMARK(CopyOurs)->Name("copy/ours");
+
+void CopyOursBySize(benchmark::State& state) {
+  SipJson request;
+  request.m_oDocument.Parse(RequestText(state.range(0)).c_str());
+  for (auto _ : state) {
+    const SipJson copy(request);
+    benchmark::DoNotOptimize(&copy);
+  }
+}
+BENCHMARK(CopyOursBySize)->Name("growth_copy/ours")->RangeMultiplier(10)->Range(1, 100);
+
+void MemoryOurs(benchmark::State& state) {
+  SipJson request;
+  request.m_oDocument.Parse(REQUEST_TEXT);
+  MeasureMemory(state, 1, [&] { return std::make_unique<SipJson>(request); });
+}
+BENCHMARK(MemoryOurs)->Name("memory_queued_record/ours")->Iterations(1);
+
+void MemoryRapidJson(benchmark::State& state) {
+  rapidjson::Document request;
+  request.Parse(REQUEST_TEXT);
+  MeasureMemory(state, 1, [&] {
+    auto copy = std::make_unique<rapidjson::Document>();
+    copy->CopyFrom(request, copy->GetAllocator());
+    return copy;
+  });
+}
+BENCHMARK(MemoryRapidJson)->Name("memory_queued_record/RapidJSON")->Iterations(1);
+
+void CopyRapidJson(benchmark::State& state) {
+  rapidjson::Document request;
+  request.Parse(REQUEST_TEXT);
+  for (auto _ : state) {
+    rapidjson::Document copy;
+    copy.CopyFrom(request, copy.GetAllocator());
+    benchmark::DoNotOptimize(&copy);
+  }
+}
+BENCHMARK(CopyRapidJson)->Name("copy/RapidJSON");
+
+}  // namespace

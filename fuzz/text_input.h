@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// The input of the targets about lines. Its byte 1 stands for 250 letters, sixteen times at most:
+// lines that are too long for one piece come from inputs that stay short, and so quick to work on.
+inline std::string ReadText(const uint8_t* data, size_t size) {
+  constexpr size_t RUN_LENGTH = 250;
+  constexpr int MOST_RUNS = 16;
+  std::string text(reinterpret_cast<const char*>(data), size);
+  size_t position = text.find('\1');
+  for (int runs = 0; runs < MOST_RUNS && position != std::string::npos; ++runs) {
+    text.replace(position, 1, RUN_LENGTH, 'x');
+    position = text.find('\1', position + RUN_LENGTH);
+  }
+  return text;
+}
+
+// Cuts `text` at the first `separator` and returns what stands before it; all of it, and `text` is
+// empty then, when there is none.
+inline std::string_view TakePiece(std::string_view& text, std::string_view separator) {
+  const size_t end = text.find(separator);
+  const std::string_view piece = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + separator.size());
+  return piece;
+}

@@ -1,0 +1,153 @@
+#include "host/command_line.h"
+
+#include <sysexits.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char DESCRIPTION[] =
+    "Loads the extension module em_talvor, as a server-management agent does, and drives it.";
+
+constexpr char EXIT_CODES[] =
+    "Exit codes: of run the greatest final status of a request (63 for greater ones), and 128+N when\n"
+    "signal N ended it early and no request failed; 0 when all went well. From 64 on em_host itself\n"
+    "could not go on, and says why: 64 command line, 65 no record in a file, 66 file not readable,\n"
+    "69 doctor found something wrong, 70 not a working module, 71 refused by the system, 72 module\n"
+    "not found, 73 cannot write, 74 output lost, 75 no final answer in time, 77 rights missing,\n"
+    "125 no safe way to run the demo.";
+
+constexpr char INSTALLED_MODULE[] = "/usr/lib/qamrel/em_talvor";
+constexpr uint32_t HIGHEST_TRACE_LEVEL = 5;
+constexpr uint32_t LONGEST_TIME_LIMIT = 65'535;
+constexpr uint32_t LONGEST_INTERVAL = UINT32_MAX - 1;
+
+// A sentence for a mistake on the command line.
+std::string ExplainMistake(const CLI::App* app, const CLI::Error& mistake) {
+  const std::vector<CLI::App*> commands = app->get_subcommands();
+  const std::vector<std::string> words = app->remaining();
+  std::string help = app->get_name();
+  std::string what = mistake.what();
+  if (!commands.empty()) {
+    help += " " + commands.front()->get_name();
+  } else if (!words.empty()) {
+    what = "\"" + words.front() + "\" is no command";
+  }
+  return "em_host: " + what + ": see \"" + help + " --help\".\n";
+}
+
+// CLI11 has an own idea of numbers in options that may be absent.
+void AddNumber(CLI::App& command, const std::string& name, std::optional<uint32_t>& target,
+               const std::string& description, const CLI::Validator& range) {
+  command
+      .add_option_function<uint32_t>(
+          name, [&target](const uint32_t& value) { target = value; }, description)
+      ->check(range);
+}
+
+void AddModuleOptions(CLI::App& command, HostOptions& options) {
+  command
+      .add_option("--module", options.module,
+                  "The module; by default the installed one, /usr/lib/qamrel/em_talvor")
+      ->type_name("FILE");
+  AddNumber(
+      command, "--trace", options.traceLevel,
+      "Trace level of the module, 1 (errors) to 5 (everything), 0: none. Lines go to standard "
+      "error. Without it the files below /etc/orvane/CorvistaSuite/TraceConfig tell",
+      CLI::Range(0U, HIGHEST_TRACE_LEVEL));
+}
+
+void AddRun(CLI::App& app, HostOptions& options) {
+  CLI::App& run = *app.add_subcommand(
+      "run", "Starts the module, asks the requests one after the other, and stops it");
+  AddModuleOptions(run, options);
+  AddNumber(run, "--cabinet", options.cabinet, "Number of the server cabinet",
+            CLI::Range(0U, UINT32_MAX));
+  run.add_option("--agent-type", options.agentType, "Kind of agent to play; 5: agentless service");
+  run.add_option("--bmc", options.bmcDirectory, "Directory that stands for the BMC")
+      ->type_name("DIR");
+  AddNumber(run, "--timeout", options.timeLimit,
+            "Seconds to wait for each final answer, also told to the module; no limit by default",
+            CLI::Range(1U, LONGEST_TIME_LIMIT));
+  run.add_flag("--json", options.isJson, "Print each answer as a JSON object on one line");
+  run.add_option("REQUEST", options.requests,
+                 "query, create, transfer, transfer=NAME (the copy's name), or @FILE: each command "
+                 "of the JSON record in it")
+      ->required();
+}
+
+void AddInfo(CLI::App& app, HostOptions& options) {
+  CLI::App& info = *app.add_subcommand("info", "Shows the module's name and identification record");
+  AddModuleOptions(info, options);
+  info.add_flag("--json", options.isJson, "Print a JSON object");
+}
+
+void AddSetup(CLI::App& app, HostOptions& options) {
+  CLI::App& setup = *app.add_subcommand("setup", "Has the module run an installer's action");
+  AddModuleOptions(setup, options);
+  setup.add_flag("--json", options.isJson, "Print a JSON object");
+  setup
+      .add_option("ACTION", options.action,
+                  "backup, restore and convert do nothing; cleanup removes the archive and "
+                  "/var/log/Talvor")
+      ->required()
+      ->check(CLI::IsMember({"backup", "restore", "convert", "cleanup"}));
+}
+
+void AddDemo(CLI::App& app, HostOptions& options) {
+  CLI::App& demo = *app.add_subcommand(
+      "demo",
+      "Shows the whole road of an archive, with a sample collector and in a private file system");
+  AddModuleOptions(demo, options);
+  demo.add_option("--collector", options.collector, "Install this program as the collector")
+      ->type_name("FILE");
+}
+
+void AddTrace(CLI::App& app, HostOptions& options) {
+  CLI::App& trace =
+      *app.add_subcommand("trace", "Shows or changes the module's trace configuration");
+  trace.require_subcommand(1);
+  trace.add_subcommand("show", "Shows the settings and where they come from");
+  CLI::App& set = *trace.add_subcommand("set", "Sets the trace level");
+  set.add_option("LEVEL", options.number, "1 (errors) to 5 (everything), 0: none")
+      ->required()
+      ->check(CLI::Range(0U, HIGHEST_TRACE_LEVEL));
+  trace.add_subcommand("off", "Switches tracing off");
+  CLI::App& dynamic = *trace.add_subcommand("dynamic", "Sets how often agents look for changes");
+  dynamic.add_option("SECONDS", options.number, "0: never")
+      ->required()
+      ->check(CLI::Range(0U, LONGEST_INTERVAL));
+}
+
+}  // namespace
+
+std::optional<int> ReadCommandLine(int argumentCount, char** arguments, HostOptions& options) {
+  CLI::App app(DESCRIPTION, "em_host");
+  app.footer(EXIT_CODES);
+  app.set_version_flag("--version", EM_TALVOR_VERSION);
+  app.failure_message(ExplainMistake);
+  app.require_subcommand(1);
+  AddRun(app, options);
+  AddInfo(app, options);
+  AddSetup(app, options);
+  AddTrace(app, options);
+  app.add_subcommand("doctor", "Looks for what keeps this machine from creating an archive");
+  AddDemo(app, options);
+  try {
+    app.parse(argumentCount, arguments);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : EX_USAGE;
+  }
+  const CLI::App& command = *app.get_subcommands().front();
+  options.command = command.get_name();
+  if (options.command == "trace") {
+    options.action = command.get_subcommands().front()->get_name();
+  }
+  if (options.module.empty() && options.command != "demo") {
+    options.module = INSTALLED_MODULE;
+  }
+  return std::nullopt;
+}

@@ -1,0 +1,157 @@
+#include "host/demo_command.h"
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "archive_module/archive_file.h"
+#include "frame/status.h"
+#include "host/archive_contents.h"
+#include "host/host_error.h"
+#include "host/installation.h"
+#include "host/module_session.h"
+#include "host/output.h"
+#include "host/private_machine.h"
+#include "host/progress_line.h"
+#include "host/status_text.h"
+#include "platform/registry_paths.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char COPY_NAME[] = "demo_copy.zip";
+constexpr uint32_t MESSAGE_ID = 0x00010001;
+
+void Tell(const std::string& line) { WriteLine("          " + line); }
+
+void TellStep(const std::string& step) {
+  WriteLine("");
+  WriteLine("== " + step);
+}
+
+// With separators: 1,234,567 bytes.
+std::string Bytes(uintmax_t size) {
+  std::string digits = std::to_string(size);
+  for (size_t end = digits.size(); end > 3; end -= 3) {
+    digits.insert(end - 3, ",");
+  }
+  return digits + " bytes";
+}
+
+// Of all files in a directory; one that vanishes meanwhile counts nothing.
+uintmax_t SizeOfFiles(const char* directory) {
+  uintmax_t size = 0;
+  std::error_code error;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code vanished;
+    const uintmax_t fileSize = entry->file_size(vanished);
+    size += vanished ? 0 : fileSize;
+  }
+  return size;
+}
+
+class Demo {
+ public:
+  explicit Demo(const std::string& module)
+      : m_oSession({module, DEMO_BMC, std::nullopt, 0, std::nullopt},
+                   {[this](const HostAnswer& answer) { TellAnswer(answer); },
+                    [this](std::chrono::seconds waited) { TellProgress(waited); }}) {}
+
+  void Run() {
+    TellStep("The host loads the module and starts it");
+    Tell(m_oSession.GetLibrary().GetPath());
+    Check(m_oSession.Start(), "The module did not start");
+    Tell(std::string("is the module ") + m_oSession.GetLibrary().GetModuleName() + ", started");
+
+    TellStep("Is the collector available?");
+    Ask("query", "0x3400");
+    TellStep("Create an archive");
+    Ask("create", "0x3401");
+    const std::string archive = std::string(DEMO_DATA_ROOT) + "/" + ARCHIVE_FILE;
+    Tell("the archive is " + archive + ", " + Bytes(fs::file_size(archive)));
+    TellStep("Transfer the archive to the BMC");
+    Ask(std::string("transfer=") + COPY_NAME, "0x3402");
+    Compare(archive, m_oSession.GetFileTransfer().GetLastFile());
+    TellStep("What is in the copy");
+    List(m_oSession.GetFileTransfer().GetLastFile());
+
+    TellStep("The host lets the module go");
+    m_oSession.Stop();
+    Tell("stopped");
+    Check(m_oSession.Delete(), "The module could not be deleted");
+    Tell("deleted");
+    Check(m_oSession.Unload(), "The module is still in the process after it was unloaded");
+    Tell("unloaded: nothing of it is left in the process");
+  }
+
+ private:
+  static void Check(bool isRight, const std::string& otherwise) {
+    if (!isRight) {
+      throw CHostError(EX_SOFTWARE,
+                       "The demo went wrong. " + otherwise +
+                           ": run it again with --trace 3 and look at the last lines.");
+    }
+  }
+
+  void Ask(const std::string& word, const std::string& operationCode) {
+    const HostRequest request = MakeRequests(word, {}, MESSAGE_ID).front();
+    WriteLine("host   -> " + word + " (" + operationCode + ")");
+    m_nStatus = STATUS_PENDING;
+    const auto outcome = m_oSession.Ask(request);
+    if (outcome == CModuleSession::Outcome::INTERRUPTED) {
+      m_oProgress.End();
+      throw CHostError(SIGNAL_CODE + m_oSession.GetSignal(),
+                       "The demo was interrupted: start it again to see the rest of it.");
+    }
+    Check(m_nStatus == STATUS_DONE, "The answer to \"" + word + "\" was not \"done\"");
+  }
+
+  void TellAnswer(const HostAnswer& answer) {
+    m_oProgress.End();
+    m_nStatus = answer.GetStatus();
+    WriteLine("module <- " + AnswerSentence(answer));
+  }
+
+  void TellProgress(std::chrono::seconds waited) {
+    m_oProgress.Show("          " + std::to_string(waited.count()) + " s, " +
+                     Bytes(SizeOfFiles(DEMO_DATA_ROOT)));
+  }
+
+  static void Compare(const std::string& archive, const std::string& copy) {
+    Check(HaveSameContent(archive, copy), "The copy " + copy + " differs from the archive");
+    Tell("HTI copied it to " + copy + ", byte for byte");
+  }
+
+  static void List(const std::string& archive) {
+    const std::vector<ArchiveMember> members = ListArchive(archive);
+    Check(!members.empty(), "The archive is empty");
+    for (const ArchiveMember& member : members) {
+      Tell(member.name + ", " + Bytes(static_cast<uintmax_t>(member.size)));
+    }
+  }
+
+  CProgressLine m_oProgress;
+  uint32_t m_nStatus = STATUS_PENDING;  // of the last answer
+  CModuleSession m_oSession;
+};
+
+}  // namespace
+
+int ShowDemo(const HostOptions& options) {
+  WriteLine("The road of a diagnostic archive. Nothing of it stays on this machine.");
+  TellStep("Install the collector");
+  InstallDemoCollector(options.collector.empty() ? InstalledFile("lib/em-talvor/Talvor")
+                                                 : options.collector);
+  Tell(std::string("the program ") + DEMO_FILE_ROOT + "/Talvor");
+  WriteDemoRegistry();
+  Tell(std::string("the registry ") + REGISTRY_FILE + ", which names it and " + DEMO_DATA_ROOT);
+  Demo(options.module.empty() ? InstalledFile("lib/qamrel/em_talvor") : options.module).Run();
+  WriteLine("");
+  WriteLine("All went well.");
+  return EXIT_SUCCESS;
+}

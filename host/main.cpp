@@ -1,0 +1,66 @@
+// The development host: plays the server-management agent for an extension module.
+
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "host/command_line.h"
+#include "host/demo_command.h"
+#include "host/doctor_command.h"
+#include "host/host_error.h"
+#include "host/info_command.h"
+#include "host/installation.h"
+#include "host/output.h"
+#include "host/private_machine.h"
+#include "host/run_command.h"
+#include "host/setup_command.h"
+#include "host/trace_command.h"
+
+namespace {
+
+// Tracing is configured when a module is used first; the environment holds over the files.
+void SetTraceLevel(const HostOptions& options) {
+  if (options.traceLevel) {
+    setenv("CV_LOG_DEBUG_LEVEL", std::to_string(*options.traceLevel).c_str(), 1);
+  }
+}
+
+int RunCommand(const HostOptions& options, char** arguments) {
+  SetTraceLevel(options);
+  if (options.command == "run") {
+    return RunRequests(options);
+  }
+  if (options.command == "info") {
+    return ShowInfo(options);
+  }
+  if (options.command == "setup") {
+    return RunSetupAction(options);
+  }
+  if (options.command == "trace") {
+    return RunTraceAction(options);
+  }
+  if (options.command == "doctor") {
+    return RunDoctor();
+  }
+  EnterPrivateMachine(arguments);
+  return ShowDemo(options);
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  OccupyStandardFiles();
+  HostOptions options;
+  if (const auto exitCode = ReadCommandLine(argumentCount, arguments, options)) {
+    return *exitCode;
+  }
+  try {
+    return RunCommand(options, arguments);
+  } catch (const CHostError& error) {
+    WriteMessage(error.what());
+    return error.GetExitCode();
+  } catch (const std::exception& error) {
+    WriteMessage(std::string("This was not foreseen: ") + error.what() + ".");
+    return EX_SOFTWARE;
+  }
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "frame/extension_module_interface.h"
+
+// An extension module's library in this process, from its loading to the end of the object. What it
+// gives is usable until then.
+class CModuleLibrary {
+ public:
+  // Loads the file and looks its entry points up. Throws CHostError.
+  explicit CModuleLibrary(const std::string& path);
+  ~CModuleLibrary();
+  CModuleLibrary(const CModuleLibrary&) = delete;
+  CModuleLibrary& operator=(const CModuleLibrary&) = delete;
+
+  // The absolute path of the file.
+  const std::string& GetPath() const { return m_strPath; }
+
+  // Unloads the library now. False when it is in the process afterwards.
+  bool Unload();
+
+  // The entry points; null after Unload().
+  uint32_t (*Create)(CIExtensionModule** module, void* unused) = nullptr;
+  uint32_t (*Delete)() = nullptr;
+  const char* (*GetModuleName)() = nullptr;
+  uint32_t (*SetupAction)(uint32_t action) = nullptr;
+
+ private:
+  template <typename Function>
+  void Find(Function*& function, const char* name);
+
+  std::string m_strPath;
+  void* m_pLibrary = nullptr;  // null: not loaded
+};

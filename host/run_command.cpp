@@ -1,0 +1,96 @@
+#include "host/run_command.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "frame/opcode.h"
+#include "host/collector_check.h"
+#include "host/host_error.h"
+#include "host/module_session.h"
+#include "host/output.h"
+
+namespace {
+
+constexpr uint32_t FIRST_MESSAGE_ID = 0x00010001;
+constexpr uint32_t HIGHEST_STATUS_CODE = 63;  // as an exit code
+
+std::vector<HostRequest> ReadRequests(const HostOptions& options) {
+  std::vector<HostRequest> all;
+  for (const std::string& word : options.requests) {
+    std::vector<HostRequest> requests =
+        MakeRequests(word, {options.cabinet, options.timeLimit},
+                     FIRST_MESSAGE_ID + static_cast<uint32_t>(all.size()));
+    std::move(requests.begin(), requests.end(), std::back_inserter(all));
+  }
+  return all;
+}
+
+// Before minutes are spent on an archive that has nowhere to go.
+void CheckBmcDirectory(const HostOptions& options, const std::vector<HostRequest>& requests) {
+  if (!options.bmcDirectory.empty()) {
+    if (!std::filesystem::is_directory(options.bmcDirectory)) {
+      throw CHostError(EX_CANTCREAT, "There is no directory " + options.bmcDirectory +
+                                         " to stand for the BMC: make it, or name another with "
+                                         "--bmc DIR.");
+    }
+  } else if (std::any_of(requests.begin(), requests.end(), [](const HostRequest& request) {
+               return OperationCode(request.record) == OC_TRANSFER_ARCHIVE;
+             })) {
+    throw CHostError(EX_USAGE,
+                     "A transfer needs a directory that stands for the BMC: name one with --bmc "
+                     "DIR.");
+  }
+}
+
+int ExitCode(uint32_t worstStatus, int signal) {
+  if (worstStatus != 0 || signal == 0) {
+    return static_cast<int>(std::min(worstStatus, HIGHEST_STATUS_CODE));
+  }
+  return SIGNAL_CODE + signal;
+}
+
+}  // namespace
+
+int RunRequests(const HostOptions& options) {
+  const std::vector<HostRequest> requests = ReadRequests(options);
+  CheckBmcDirectory(options, requests);
+
+  uint32_t worstStatus = 0;
+  const auto print = [&](const HostAnswer& answer) {
+    WriteLine(options.isJson ? AnswerJson(answer) : AnswerSentence(answer));
+    if (answer.isFinal) {
+      worstStatus = std::max(worstStatus, answer.GetStatus());
+    }
+  };
+  CModuleSession session(
+      {options.module, options.bmcDirectory, options.cabinet, options.agentType, options.timeLimit},
+      {print, nullptr});
+  if (!session.Start()) {
+    WriteMessage(ExplainUnavailability());
+  }
+
+  using Outcome = CModuleSession::Outcome;
+  Outcome outcome = Outcome::ANSWERED;
+  auto request = requests.begin();
+  for (; request != requests.end(); ++request) {
+    outcome = session.Ask(*request);
+    if (outcome != Outcome::ANSWERED) {
+      break;
+    }
+  }
+  // A signal from the terminal reaches the collector too, and its end may be seen first.
+  const int signal = session.GetSignal();
+  if (signal != 0) {
+    WriteMessage("Stopping the module.");
+  }
+  session.Stop(signal != 0);
+  if (outcome == Outcome::TIMED_OUT) {
+    throw CHostError(EX_TEMPFAIL, "No final answer to \"" + request->name + "\" within " +
+                                      std::to_string(*options.timeLimit) +
+                                      " seconds: allow more with --timeout, or look at the trace "
+                                      "with --trace 3.");
+  }
+  return ExitCode(worstStatus, outcome == Outcome::INTERRUPTED ? signal : 0);
+}

@@ -1,0 +1,133 @@
+#include "host/trace_settings.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+
+#include "archive_module/em_talvor.h"
+#include "host/host_error.h"
+#include "platform/profile.h"
+#include "trace/config_files.h"
+#include "trace/config_section.h"
+#include "trace/regular_file.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char LEVEL_KEY[] = "FileDebugLevel";
+constexpr char INTERVAL_KEY[] = "DynamicUpdate";
+constexpr uint32_t UNSET = UINT32_MAX;
+
+struct Setting {
+  const char* section;
+  const char* key;
+};
+constexpr Setting LEVEL = {MODULE_NAME, LEVEL_KEY};
+constexpr Setting INTERVAL = {TRACE_GLOBAL_SECTION, INTERVAL_KEY};
+
+// A copy of a file on which a change is tried.
+class Rehearsal {
+ public:
+  explicit Rehearsal(const std::string& path) : m_strDirectory(fs::temp_directory_path()) {
+    m_strDirectory += "/em_host.XXXXXX";
+    if (mkdtemp(m_strDirectory.data()) == nullptr) {
+      throw CHostError(EX_CANTCREAT, std::string("No directory can be made in ") +
+                                         fs::temp_directory_path().string() + " (" +
+                                         strerror(errno) + "): make room there.");
+    }
+    m_strFile = m_strDirectory + "/copy";
+    std::error_code error;
+    fs::copy_file(path, m_strFile, error);  // of a file that is not there, there is no copy
+  }
+  ~Rehearsal() {
+    std::error_code ignored;
+    fs::remove_all(m_strDirectory, ignored);
+  }
+  Rehearsal(const Rehearsal&) = delete;
+  Rehearsal& operator=(const Rehearsal&) = delete;
+
+  const std::string& GetFile() const { return m_strFile; }
+
+ private:
+  std::string m_strDirectory;
+  std::string m_strFile;
+};
+
+// The number as the module reads it; nothing when the file or the section is missing.
+std::optional<uint32_t> ReadSetting(const std::string& path, const Setting& setting) {
+  std::string text;
+  if (!ReadRegularFile(path, text)) {
+    return std::nullopt;
+  }
+  const auto section = CConfigSection::Find(text, setting.section);
+  return section ? std::optional(section->ReadNumber(setting.key, UNSET)) : std::nullopt;
+}
+
+uint32_t ZeroIfUnset(uint32_t number) { return number == UNSET ? 0 : number; }
+
+// Writes as the profile calls do, for which case counts: into the section that the module reads,
+// however its name is written.
+bool Write(const std::string& path, const Setting& setting, uint32_t number) {
+  const CProfile profile(path);
+  std::string section = setting.section;
+  for (const std::string& name : profile.ReadSections()) {
+    if (strcasecmp(name.c_str(), setting.section) == 0) {
+      section = name;
+      break;
+    }
+  }
+  return profile.WriteUnsigned(section, setting.key, number);
+}
+
+void Rehearse(const std::string& path, const Setting& setting, uint32_t number) {
+  const Rehearsal rehearsal(path);
+  Write(rehearsal.GetFile(), setting, number);
+  if (ReadSetting(rehearsal.GetFile(), setting) != number) {
+    throw CHostError(EX_DATAERR, path + " was not changed: agents would not read the new value " +
+                                     "there. Remove the line \"EndOfFile\" from it, and lines of " +
+                                     "the section [" + setting.section + "] that contain \"" +
+                                     setting.key + "\" besides its own.");
+  }
+}
+
+void Store(const std::string& path, const Setting& setting, uint32_t number) {
+  Rehearse(path, setting, number);
+  std::error_code error;
+  fs::create_directories(fs::path(path).parent_path(), error);
+  errno = EIO;
+  if (error || !Write(path, setting, number)) {
+    const int reason = error ? error.value() : errno;
+    const bool isForbidden = reason == EACCES || reason == EPERM;
+    throw CHostError(isForbidden ? EX_NOPERM : EX_CANTCREAT,
+                     path + " cannot be written (" + strerror(reason) +
+                         "): " + (isForbidden ? "run em_host as root." : "check its directory."));
+  }
+}
+
+}  // namespace
+
+TraceSettings ReadTraceSettings() {
+  TraceSettings settings;
+  settings.interval = ZeroIfUnset(ReadSetting(TRACE_GLOBAL_FILE, INTERVAL).value_or(0));
+  for (const std::string& path : ListTraceConfigFiles()) {
+    if (const auto level = ReadSetting(path, LEVEL)) {
+      settings.level = ZeroIfUnset(*level);
+      settings.levelFile = path;
+      break;
+    }
+  }
+  return settings;
+}
+
+void StoreTraceLevel(uint32_t level) {
+  const std::string file = ReadTraceSettings().levelFile;
+  Store(file.empty() ? TRACE_GLOBAL_FILE : file, LEVEL, level);
+}
+
+void StoreTraceInterval(uint32_t seconds) { Store(TRACE_GLOBAL_FILE, INTERVAL, seconds); }

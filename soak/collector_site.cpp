@@ -1,0 +1,96 @@
+#include "soak/collector_site.h"
+
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+constexpr char REGISTRY[] = "/etc/qamrel/registry";
+
+// "$D" is the directory.
+constexpr char SCRIPT[] = R"(
+echo $$ > "$D/pid"
+chance=$(od -An -N1 -tu1 /dev/urandom)
+case $((chance % 12)) in
+  0) exit 2 ;;
+  1) kill -KILL $$ ;;
+  2) exit 0 ;;
+  3) exec sleep 60 ;;
+  4) sleep 0.3 ;;
+  5) sleep 0.05 ;;
+esac
+echo data > "$D/Talvor_Data.zip"
+)";
+
+std::string Read(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteScript(const std::string& path, const std::string& text) {
+  std::ofstream(path) << "#!/bin/sh\n" << text;
+  chmod(path.c_str(), 0755);
+}
+
+}  // namespace
+
+CCollectorSite::CCollectorSite() {
+  std::string pattern = std::filesystem::temp_directory_path() / "em_talvor_soak.XXXXXX";
+  m_strDirectory = std::string(mkdtemp(pattern.data())) + "/";
+  m_strRegistry =
+      "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" + m_strDirectory +
+      "\nFileRoot=s=" + m_strDirectory +
+      "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
+      "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
+      "Talvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
+  std::filesystem::create_directories("/etc/qamrel");
+  std::ofstream(REGISTRY) << m_strRegistry;
+  WriteScript(m_strDirectory + "Talvor", "D='" + m_strDirectory + "'" + SCRIPT);
+  std::filesystem::create_directory(m_strDirectory + "foreign");
+  WriteScript(m_strDirectory + "foreign/Talvor", "sleep 0.1\n");
+}
+
+CCollectorSite::~CCollectorSite() {
+  std::error_code ignored;
+  std::filesystem::remove_all(m_strDirectory, ignored);
+  std::filesystem::remove_all("/etc/qamrel", ignored);
+}
+
+// A collector that hangs has become "sleep", and is still a child of this process.
+bool CCollectorSite::KillHangingCollector() const {
+  pid_t pid = 0;
+  if (!(std::ifstream(m_strDirectory + "pid") >> pid) || pid <= 1) {
+    return false;
+  }
+  const std::string stat = Read("/proc/" + std::to_string(pid) + "/stat");
+  const size_t name = stat.find("(sleep) S ");
+  if (name == std::string::npos ||
+      std::strtol(stat.c_str() + name + sizeof("(sleep) S ") - 1, nullptr, 10) != getpid()) {
+    return false;
+  }
+  return kill(pid, SIGKILL) == 0;
+}
+
+void CCollectorSite::RunForeignCollector() const {
+  std::string program = m_strDirectory + "foreign/Talvor";
+  char* arguments[] = {program.data(), nullptr};
+  pid_t pid = 0;
+  if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, arguments, environ) == 0) {
+    waitpid(pid, nullptr, 0);
+  }
+}
+
+void CCollectorSite::Clear() const {
+  std::filesystem::remove(m_strDirectory + "pid");
+  std::filesystem::remove(m_strDirectory + "Talvor_Data.zip");
+}
+
+bool CCollectorSite::IsRegistryUntouched() const { return Read(REGISTRY) == m_strRegistry; }

@@ -1,0 +1,112 @@
+// Runs the module for minutes as a host does for months, and looks at what is left of it.
+//
+//   soak MINUTES MODULE
+//
+// Needs a machine of its own, see host/sandbox: it writes the registry.
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+
+#include "soak/process_levels.h"
+#include "soak/soak_round.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Minutes = std::chrono::duration<double, std::ratio<60>>;
+
+// What the process takes once and keeps, as the memory of its threads, is there behind these.
+constexpr uint32_t WARM_UP_ROUNDS = 5;
+
+constexpr Minutes REPORT_INTERVAL(1);
+
+class CSoak {
+ public:
+  explicit CSoak(const std::string& module) : m_strModule(module) {}
+
+  // True when all was well.
+  bool Run(Minutes time) {
+    const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
+    Clock::time_point nextReport = Clock::now();
+    while (m_isWell && (Clock::now() < end || m_nRounds <= WARM_UP_ROUNDS)) {
+      RunRound();
+      if (m_nRounds == WARM_UP_ROUNDS) {
+        m_oBefore = Measure();
+      }
+      if (Clock::now() >= nextReport) {
+        printf("round %u: %s\n", m_nRounds, Describe(Measure()).c_str());
+        fflush(stdout);
+        nextReport += std::chrono::duration_cast<Clock::duration>(REPORT_INTERVAL);
+      }
+    }
+    Check();
+    return m_isWell;
+  }
+
+  void PrintSummary(Minutes time) const {
+    printf("%.1f minutes, %u rounds, the longest end of the module took %lld ms\n%s", time.count(),
+           m_nRounds, static_cast<long long>(m_nLongestEnd), m_oBook.Summary().c_str());
+    if (m_oBefore) {
+      printf("  before: %s\n  after:  %s\n", Describe(*m_oBefore).c_str(),
+             Describe(m_oAfter).c_str());
+    }
+    printf(m_isWell ? "All was well.\n" : "Not all was well, see above.\n");
+  }
+
+ private:
+  void RunRound() {
+    CSoakRound round(m_nRounds++, m_strModule, m_oSite, m_oBook);
+    for (const std::string& complaint : round.Run()) {
+      Complain("Round " + std::to_string(m_nRounds) + ": " + complaint);
+    }
+    m_nLongestEnd = std::max(m_nLongestEnd, round.GetEndTime());
+  }
+
+  ProcessLevels Measure() const {
+    m_oSite.Clear();
+    return MeasureProcess(m_oSite.GetDirectory());
+  }
+
+  void Check() {
+    m_oAfter = Measure();
+    if (m_oBefore) {
+      for (const std::string& complaint : CompareLevels(*m_oBefore, m_oAfter)) {
+        Complain(complaint);
+      }
+    }
+    if (!m_oSite.IsRegistryUntouched()) {
+      Complain("The registry has been changed.");
+    }
+  }
+
+  void Complain(const std::string& sentence) {
+    printf("%s\n", sentence.c_str());
+    m_isWell = false;
+  }
+
+  const std::string m_strModule;
+  CCollectorSite m_oSite;
+  CRequestBook m_oBook;
+  uint32_t m_nRounds = 0;
+  int64_t m_nLongestEnd = 0;
+  std::optional<ProcessLevels> m_oBefore;
+  ProcessLevels m_oAfter = {};
+  bool m_isWell = true;
+};
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  if (argumentCount != 3) {
+    fprintf(stderr, "usage: soak MINUTES MODULE\n");
+    return 2;
+  }
+  const Clock::time_point begin = Clock::now();
+  CSoak soak(arguments[2]);
+  const bool isWell = soak.Run(Minutes(std::strtod(arguments[1], nullptr)));
+  soak.PrintSummary(Clock::now() - begin);
+  return isWell ? EXIT_SUCCESS : EXIT_FAILURE;
+}

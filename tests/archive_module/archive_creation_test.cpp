@@ -1,0 +1,330 @@
+// The job that creates the archive, as the host sees it: its final answer, its lines, the collector
+// and the archive.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/archive_module/module_host.h"
+#include "tests/archive_module/module_trace.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::SizeIs;
+using Lines = std::vector<LevelLine>;
+
+constexpr char SCRIPT[] = "echo data > \"$archive\"";
+
+class ArchiveCreationTest : public ModuleHost {
+ protected:
+  // Expects a creation to end with that status, in those lines between the first and the trace of
+  // the answer.
+  void ExpectCreation(
+      uint32_t status, const std::vector<Lines>& parts,
+      const std::function<void()>& prepare = [] {}) {
+    Lines lines = {{3, "\n"},
+                   {2, "\nEM_TALVOR (Create)  : Task serializer job - create Talvor archive..."}};
+    for (const Lines& part : parts) {
+      lines.insert(lines.end(), part.begin(), part.end());
+    }
+    lines.push_back(
+        {2, "\nEM_TALVOR (RET)     : OC 0x3401-0x0000 OID 0x0000 MID 0x00010002 Stat 0x0" +
+                std::to_string(status)});
+    ExpectLines(LinesOfTheWorker(), lines, [&](TraceSession& /*session*/) {
+      ASSERT_EQ(StartAfresh(), 1U);
+      prepare();
+      EXPECT_EQ(Run(CREATE), status);
+    });
+  }
+
+  // The lines of a creation, in their order.
+
+  Lines Begin() const {
+    return {{3, "\nEM_TALVOR (Create)  : Archive creation request, timeout=0 sec."},
+            {2, "\nEM_TALVOR (Create)  : Start Talvor archive creation..."},
+            {3, "\nEM_TALVOR (Create)  :   archive path: \"" + m_archive + "\""},
+            {3, "\nEM_TALVOR (Create)  : Checking whether another Talvor is already running..."},
+            {4, "\n"}};
+  }
+
+  static Lines NoOther() {
+    return {{4, "\n"},
+            {3, "\nEM_TALVOR (Create)  : No other Talvor process is running; can run Talvor..."}};
+  }
+
+  static Lines NoPrevious() {
+    return {{4, "\nEM_TALVOR           :   Talvor archive file not existing"}};
+  }
+
+  Lines Launch() const {
+    return {{3, "\nEM_TALVOR (Create)  : Create Talvor process; command line: " + m_directory +
+                    "Talvor"}};
+  }
+
+  Lines Finished() const {
+    return {{3, "\nEM_TALVOR (Create)  : Talvor process exit"},
+            {2, "\nEM_TALVOR (Create)  : -> Talvor archive creation finished"},
+            {2, "\nEM_TALVOR (Create)  :     file path: \"" + m_archive + "\""},
+            {2, "\nEM_TALVOR (Create)  :     duration:  <seconds> seconds"}};
+  }
+
+  static Lines Size(int kilobytes) {
+    return {{2, "\nEM_TALVOR (Create)  :     file size: " + std::to_string(kilobytes) + " kBytes"},
+            {2, "\n"}};
+  }
+};
+
+// From now on this thread, and what it starts, can have threads and no processes.
+void RefuseProcesses() {
+  constexpr auto NUMBER = static_cast<uint32_t>(offsetof(seccomp_data, nr));
+  constexpr auto FLAGS = static_cast<uint32_t>(offsetof(seccomp_data, args[0]));
+  std::array<sock_filter, 10> filter = {{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, NUMBER),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fork, 7, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_vfork, 6, 0),
+      // Its flags cannot be read here; the C library then takes the older call.
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 2),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, FLAGS),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, CLONE_THREAD, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+  }};
+  const sock_fprog program = {filter.size(), filter.data()};
+  ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0) << "no system call filters";
+}
+
+}  // namespace
+
+TEST_F(ArchiveCreationTest, RunsTheCollectorAndAnswersWithStatus0) {
+  InstallCollector("head -c 5000 /dev/zero > \"$archive\"");
+  ExpectCreation(0, {Begin(), NoOther(), NoPrevious(), Launch(), Finished(), Size(4)},
+                 [this] { std::filesystem::remove(m_archive); });
+}
+
+TEST_F(ArchiveCreationTest, RemovesThePreviousArchiveFirst) {
+  InstallCollector("test -e \"$archive\" || echo data > \"$archive\"");
+  ExpectCreation(0,
+                 {Begin(),
+                  NoOther(),
+                  {{3, "\nEM_TALVOR           :   delete previous Talvor archive " + m_archive},
+                   {4, "\nEM_TALVOR           :   previous Talvor archive deleted"}},
+                  Launch(),
+                  Finished(),
+                  Size(0)},
+                 [this] { std::ofstream(m_archive) << std::string(5000, 'x'); });
+}
+
+TEST_F(ArchiveCreationTest, GoesOnWithAnArchiveThatCannotBeRemoved) {
+  InstallCollector("exit 2");
+  std::filesystem::create_directory(m_archive);
+  ExpectCreation(
+      6,
+      {Begin(),
+       NoOther(),
+       {{3, "\nEM_TALVOR           :   delete previous Talvor archive " + m_archive},
+        {1,
+         "\nEM_TALVOR           : ## ERROR! Old Talvor archive file cannot be deleted (0x00000015)!"}},
+       Launch()});
+}
+
+TEST_F(ArchiveCreationTest, DoesNotCreateWhileTheSwitchShutsDown) {
+  InstallCollector(SCRIPT);
+  ExpectCreation(
+      6,
+      {{{2,
+         "\n\nEM_TALVOR (Create)  : ## NOTE: SWITCH shutdown in progress - do not create archive"}}},
+      [this] { m_module->ModuleNotification(0x20000, 0, 0); });
+  EXPECT_FALSE(std::filesystem::exists(m_archive));
+}
+
+TEST_F(ArchiveCreationTest, DoesNotCreateWhileAForeignCollectorRuns) {
+  InstallCollector(SCRIPT);
+  std::filesystem::create_directory(m_directory + "other");
+  std::ofstream(m_directory + "other/Talvor") << "#!/bin/sh\nread line\n";
+  std::filesystem::permissions(m_directory + "other/Talvor", std::filesystem::perms::all);
+  FILE* foreign = popen(("exec '" + m_directory + "other/Talvor'").c_str(), "w");
+  ASSERT_NE(foreign, nullptr);
+  ASSERT_TRUE(WaitUntil([] { return system("grep -qsx Talvor /proc/[0-9]*/comm") == 0; }));
+  ExpectCreation(
+      5,
+      {Begin(),
+       {{1,
+         "\n\nEM_TALVOR (Create)  : ## ERROR! Foreign Talvor process already running - cannot start another Talvor instance!"}}});
+  EXPECT_FALSE(std::filesystem::exists(m_archive));
+  pclose(foreign);
+  EXPECT_EQ(Run(CREATE), 0U);
+}
+
+TEST_F(ArchiveCreationTest, ACollectorThatFailsGivesStatus6WithoutALineOfItsOwn) {
+  InstallCollector("echo data > \"$archive\"; exit 2");
+  ExpectCreation(6, {Begin(), NoOther(), NoPrevious(), Launch()},
+                 [this] { std::filesystem::remove(m_archive); });
+}
+
+TEST_F(ArchiveCreationTest, ACollectorThatASignalEndsGivesStatus6WithoutALineOfItsOwn) {
+  InstallCollector("kill -TERM $$");
+  ExpectCreation(6, {Begin(), NoOther(), NoPrevious(), Launch()});
+}
+
+TEST_F(ArchiveCreationTest, ACollectorThatCannotBeStartedGivesStatus6WithoutALineOfItsOwn) {
+  InstallCollector(SCRIPT);
+  std::filesystem::permissions(m_directory + "Talvor", std::filesystem::perms::owner_read);
+  ExpectCreation(6, {Begin(), NoOther(), NoPrevious(), Launch()});
+}
+
+TEST_F(ArchiveCreationTest, WithoutAProcessForTheCollectorTheStatusIs6AndNothingIsKilled) {
+  InstallCollector(SCRIPT);
+  std::thread host([this] {
+    RefuseProcesses();
+    ExpectCreation(6, {Begin(), NoOther(), NoPrevious(), Launch()});
+    UnloadModule();
+    const TraceSession session(4);
+    ASSERT_EQ(CreateAndStart(), 1U);
+    EXPECT_EQ(Run(CREATE), 6U);
+    EXPECT_EQ(m_module->Stop(), 1U);
+    EXPECT_EQ(
+        session.Count(
+            "\nEM_TALVOR (Stop)    : Talvor process not running, can stop module immediately"),
+        1);
+    UnloadModule();
+  });
+  host.join();
+  EXPECT_FALSE(std::filesystem::exists(m_archive));
+}
+
+TEST_F(ArchiveCreationTest, ACollectorThatLeavesNoArchiveGivesStatus6) {
+  InstallCollector("exit 0");
+  ExpectCreation(
+      6,
+      {Begin(),
+       NoOther(),
+       NoPrevious(),
+       Launch(),
+       Finished(),
+       {{1,
+         "\n\nEM_TALVOR (Create)  : ## FATAL ERROR! Talvor archive process finished successfully, but archive not created!\n"},
+        {2, "\n"}}});
+}
+
+TEST_F(ArchiveCreationTest, TheFinalAnswerIsTheRequestWithItsStatusMarkedAsCompleted) {
+  InstallCollector(SCRIPT);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(R"({"OC":13313,"MI":"0x00010002","TO":"30","DA":"x","ST":9})"), 0U);
+  EXPECT_THAT(
+      m_switch.Answers(),
+      ElementsAre(
+          R"({"SIP":{"V":1,"CMD":[{"OC":13313,"MI":"0x00010002","TO":"30","DA":"x","ST":0}],"C":true}})"));
+}
+
+TEST_F(ArchiveCreationTest, TheMarkReplacesAnOlderOne) {
+  InstallCollector(SCRIPT);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  SipJson request;
+  request.m_oDocument.Parse(R"({"SIP":{"C":7,"CMD":[{"OC":1},{"OC":13313}]}})");
+  request.m_nCmdIndex = 1;
+  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+  EXPECT_THAT(m_switch.Answers(),
+              ElementsAre(R"({"SIP":{"C":true,"CMD":[{"OC":1},{"OC":13313,"ST":0}]}})"));
+}
+
+TEST_F(ArchiveCreationTest, ShowsTheLow16BitsOfTheTimeoutAndDoesNotKeepIt) {
+  InstallCollector("sleep 1.5; echo data > \"$archive\"");
+  const TraceSession session(3);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(R"({"OC":13313,"TO":"0x10001"})"), 0U);
+  EXPECT_THAT(
+      session.Texts(),
+      testing::Contains("\nEM_TALVOR (Create)  : Archive creation request, timeout=1 sec."));
+}
+
+TEST_F(ArchiveCreationTest, ShowsTheWholeSecondsThatTheCollectorTook) {
+  InstallCollector("sleep 2; echo data > \"$archive\"");
+  const TraceSession session(2);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 0U);
+  int seconds = 0;
+  for (const TraceLine& line : session.Lines()) {
+    if (line.format == "\nEM_TALVOR (Create)  :     duration:  %d seconds") {
+      seconds = std::stoi(line.text.substr(line.text.rfind(':') + 1));
+    }
+  }
+  EXPECT_GE(seconds, 2);
+  EXPECT_LT(seconds, 20);
+}
+
+TEST_F(ArchiveCreationTest, StartsACollectorWhosePathContainsBlanksWithoutArguments) {
+  m_directory += "two words/";
+  std::filesystem::create_directories(m_directory);
+  m_archive = m_directory + "Talvor_Data.zip";
+  InstallCollector("test $# = 0 && echo data > \"$archive\"");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 0U);
+}
+
+TEST_F(ArchiveCreationTest, ACollectorGetsNoDescriptorOfTheHost) {
+  InstallCollector("ls /proc/self/fd > \"$archive\"");
+  const std::ifstream hosts("/dev/null");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 0U);
+  std::ifstream list(m_archive);
+  // Standard input, output and error, and what lists them.
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(list), {}), "0\n1\n2\n3\n");
+}
+
+TEST_F(ArchiveCreationTest, AQueuedCreationRunsAfterTheFirst) {
+  InstallCollector("sleep 0.5; echo data >> \"$archive\"");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  Send(CREATE);
+  Send(CREATE);
+  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+  EXPECT_EQ(m_switch.StatusOf(1), 0U);
+  EXPECT_EQ(std::filesystem::file_size(m_archive), 5U);
+}
+
+TEST_F(ArchiveCreationTest, TheLastTaskMayStillBeAnsweredWhenTheHostThrows) {
+  InstallCollector(SCRIPT);
+  const TraceSession session(1);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  m_switch.onAnswer = [](SipJson& /*answer*/) { throw std::runtime_error("hand-back"); };
+  Send(CREATE);
+  EXPECT_TRUE(session.WaitFor("\n\nCTaskSerializer     : ## EXCEPTION in OnTaskExecution()! ##"));
+  m_switch.onAnswer = nullptr;
+  EXPECT_EQ(Run(CREATE), 0U);
+}
+
+// The worker gives no job to this operation that it does not know.
+TEST_F(ArchiveCreationTest, AnUnknownTaskIsAnErrorAndNotAnswered) {
+  InstallCollector(SCRIPT);
+  ExpectLines(
+      LinesOfThisThread(),
+      {{1,
+        "\nEM_TALVOR           : ## ERROR! Unhandled OpCode 0x3400 to be executed in task - fix this!"}},
+      [this](TraceSession& session) {
+        ASSERT_EQ(StartAfresh(), 1U);
+        session.Clear();
+        constexpr size_t ON_TASK_EXECUTION = 24;
+        using Operation = void (*)(CIExtensionModule*, SipJson&, int32_t);
+        const auto* operations = *reinterpret_cast<const Operation* const*>(m_module);
+        SipJson request = MakeRequest(QUERY);
+        operations[ON_TASK_EXECUTION](m_module, request, 0);
+        EXPECT_EQ(StatusOf(request), 999U);
+      });
+  EXPECT_TRUE(m_switch.Answers().empty());
+}

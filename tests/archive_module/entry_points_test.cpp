@@ -1,0 +1,274 @@
+// The four exports: what a host gets from them, and what it can do wrong.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+#include "tests/archive_module/module_host.h"
+#include "tests/archive_module/module_trace.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+class EntryPointsTest : public ModuleHost {};
+
+constexpr char DESTROY[] = "\nEM DLL (%-10s) : Destroy module...";
+
+// While it lives, the destructor of the instance throws: a copy of its table of operations stands
+// in for the original.
+class ThrowingDestructor {
+ public:
+  explicit ThrowingDestructor(CIExtensionModule* module)
+      : m_rTable(*reinterpret_cast<const uintptr_t**>(module)), m_pOriginal(m_rTable) {
+    std::memcpy(m_copy.data(), m_pOriginal - HEAD, sizeof(m_copy));
+    m_copy[HEAD + DELETING_DESTRUCTOR] = reinterpret_cast<uintptr_t>(&Throw);
+    m_rTable = &m_copy[HEAD];
+  }
+  ~ThrowingDestructor() { m_rTable = m_pOriginal; }
+  ThrowingDestructor(const ThrowingDestructor&) = delete;
+  ThrowingDestructor& operator=(const ThrowingDestructor&) = delete;
+
+ private:
+  static constexpr size_t HEAD = 2;  // offset and type, in front of the operations
+  static constexpr size_t DELETING_DESTRUCTOR = 1;
+  static constexpr size_t OPERATIONS = 25;
+
+  [[noreturn]] static void Throw(CIExtensionModule* /*module*/) {
+    throw std::runtime_error("destructor");
+  }
+
+  std::array<uintptr_t, HEAD + OPERATIONS> m_copy;
+  const uintptr_t*& m_rTable;
+  const uintptr_t* const m_pOriginal;
+};
+
+[[noreturn]] void ThrowHostError() { throw std::runtime_error("not a failed allocation"); }
+
+}  // namespace
+
+TEST_F(EntryPointsTest, NothingElseIsExported) {
+  FILE* symbols = popen("nm -D --defined-only --format=just-symbols " EM_TALVOR_LIBRARY, "r");
+  ASSERT_NE(symbols, nullptr);
+  std::string names;
+  for (int letter = fgetc(symbols); letter != EOF; letter = fgetc(symbols)) {
+    names += static_cast<char>(letter);
+  }
+  EXPECT_EQ(pclose(symbols), 0);
+  EXPECT_EQ(names, "EM_Create\nEM_Delete\nEM_GetModuleName\nEM_SetupAction\n");
+}
+
+TEST_F(EntryPointsTest, NameAndSetupActionsNeedNoInstance) {
+  LoadModule();
+  EXPECT_STREQ(GetModuleName(), "EM_TALVOR");
+  EXPECT_EQ(SetupAction(1), 0U);
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  EXPECT_EQ(GetModuleName(), m_module->GetModuleName());
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_STREQ(GetModuleName(), "EM_TALVOR");
+  EXPECT_EQ(SetupAction(1), 0U);
+}
+
+TEST_F(EntryPointsTest, NameAndSetupActionsMakeNoInstance) {
+  LoadModule();
+  GetModuleName();
+  SetupAction(1);
+  EXPECT_EQ(Delete(), 0U);
+}
+
+TEST_F(EntryPointsTest, CreationTracesTheConstruction) {
+  ExpectLines(LinesOfThisThread(),
+              {{2, "\nEM DLL (EM_TALVOR ) : Create module"},
+               {4, "\nCTaskSerializer     : Enable all Tasks"},
+               {3, "\nEM_TALVOR           : CLASS CREATED!"}},
+              [this](TraceSession& session) {
+                UnloadModule();
+                LoadModule();
+                session.Clear();
+                EXPECT_EQ(Create(&m_module, nullptr), 1U);
+              });
+}
+
+TEST_F(EntryPointsTest, ASecondCreationHandsTheInstanceOutAgainAndTracesAnError) {
+  ExpectLines(LinesOfThisThread(),
+              {{1, "\nEM DLL (EM_TALVOR ) : ## ERROR: Module already existing!\n"}},
+              [this](TraceSession& session) {
+                UnloadModule();
+                LoadModule();
+                ASSERT_EQ(Create(&m_module, nullptr), 1U);
+                session.Clear();
+                CIExtensionModule* again = nullptr;
+                EXPECT_EQ(Create(&again, this), 1U);
+                EXPECT_EQ(again, m_module);
+              });
+}
+
+TEST_F(EntryPointsTest, CreationTakesANullPointer) {
+  LoadModule();
+  EXPECT_EQ(Create(nullptr, nullptr), 1U);
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  EXPECT_NE(m_module, nullptr);
+}
+
+TEST_F(EntryPointsTest, DeletionTracesTheDestruction) {
+  ExpectLines(LinesOfThisThread(),
+              {{1, "\nEM DLL (EM_TALVOR ) : Destroy module..."},
+               {1, "\nEM_TALVOR           : CLASS DESTROYED!"},
+               {4, "\nCTaskSerializer     : TerminateSerialization!"},
+               {5, "\nCTaskSerializer     :   terminated"},
+               {4, "\n\nCTaskSerializer     : Class destroyed!"},
+               {1, "\nEM DLL (EM_TALVOR ) : .. Module destroyed successfully!"}},
+              [this](TraceSession& session) {
+                UnloadModule();
+                LoadModule();
+                ASSERT_EQ(Create(&m_module, nullptr), 1U);
+                session.Clear();
+                EXPECT_EQ(DeleteModule(), 1U);
+              });
+}
+
+TEST_F(EntryPointsTest, DeletionWithoutAnInstanceFails) {
+  const auto alreadyDestroyed = {LevelLine{1, "\nEM DLL (EM_TALVOR ) : Module already destroyed!"}};
+  ExpectLines(LinesOfThisThread(), alreadyDestroyed, [this](TraceSession& /*session*/) {
+    UnloadModule();
+    LoadModule();
+    EXPECT_EQ(Delete(), 0U);
+  });
+  ExpectLines(LinesOfThisThread(), alreadyDestroyed, [this](TraceSession& session) {
+    UnloadModule();
+    LoadModule();
+    ASSERT_EQ(Create(&m_module, nullptr), 1U);
+    EXPECT_EQ(DeleteModule(), 1U);
+    session.Clear();
+    EXPECT_EQ(Delete(), 0U);
+  });
+}
+
+TEST_F(EntryPointsTest, CreationAfterADeletionBuildsAFreshInstance) {
+  InstallCollector("");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
+  EXPECT_EQ(DeleteModule(), 1U);
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  EXPECT_EQ(Send(CREATE), std::make_pair(1U, 3U));  // not started yet
+  EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+  EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
+}
+
+TEST_F(EntryPointsTest, ADestructorThatThrowsMakesTheDeletionFailAndTheNextOneWork) {
+  ExpectLines(LinesOfThisThread(),
+              {{1, "\nEM DLL (EM_TALVOR ) : Destroy module..."},
+               {1, "\nEM DLL (EM_TALVOR ) : ## ERROR! Exception while destroying module!"}},
+              [this](TraceSession& session) {
+                UnloadModule();
+                LoadModule();
+                ASSERT_EQ(Create(&m_module, nullptr), 1U);
+                session.Clear();
+                const ThrowingDestructor destructor(m_module);
+                EXPECT_EQ(Delete(), 0U);
+              });
+  CIExtensionModule* again = nullptr;
+  EXPECT_EQ(Create(&again, nullptr), 1U);
+  EXPECT_EQ(again, m_module);
+  EXPECT_EQ(DeleteModule(), 1U);
+}
+
+TEST_F(EntryPointsTest, ASinkThatThrowsMakesTheDeletionFailAndTheNextOneWork) {
+  TraceSession session(1);
+  LoadModule();
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  session.ThrowAt(DESTROY);
+  EXPECT_EQ(Delete(), 0U);
+  EXPECT_THAT(session.Texts(),
+              ElementsAre("\nEM DLL (EM_TALVOR ) : ## ERROR! Exception while destroying module!"));
+  session.CallAt(DESTROY, [] {});
+  EXPECT_EQ(DeleteModule(), 1U);
+}
+
+TEST_F(EntryPointsTest, ASinkThatThrowsAtEveryLineOfADeletionIsSurvived) {
+  TraceSession session(1);
+  LoadModule();
+  session.CallAtEachLine([](const std::string& /*format*/) { throw std::runtime_error("sink"); });
+  EXPECT_EQ(Delete(), 0U);  // also where there is nothing to destroy
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  EXPECT_EQ(Delete(), 0U);
+  session.CallAtEachLine(nullptr);
+  EXPECT_EQ(DeleteModule(), 1U);
+}
+
+// The instance is gone when the last line of a deletion is written.
+TEST_F(EntryPointsTest, ASinkThatThrowsBehindADeletionDoesNotBringTheInstanceBack) {
+  TraceSession session(1);
+  LoadModule();
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  session.ThrowAt("\nEM DLL (%-10s) : .. Module destroyed successfully!");
+  EXPECT_EQ(DeleteModule(), 0U);
+  EXPECT_EQ(Delete(), 0U);
+  EXPECT_EQ(session.Texts().back(), "\nEM DLL (EM_TALVOR ) : Module already destroyed!");
+}
+
+TEST_F(EntryPointsTest, AFailedAllocationOfACreationReachesTheHost) {
+  int64_t successes = 0;
+  for (bool hasFailed = true; hasFailed; ++successes) {
+    UnloadModule();
+    LoadModule();
+    FailingNew memory(successes, 1);
+    uint32_t result = 0;
+    bool hasThrown = false;
+    try {
+      result = Create(&m_module, nullptr);
+    } catch (const std::bad_alloc&) {
+      hasThrown = true;
+    }
+    memory.Stop();
+    hasFailed = memory.HasFailed();
+    // Settings that could not be read are no reason to go without the module.
+    EXPECT_EQ(result, hasThrown ? 0U : 1U) << successes;
+    EXPECT_EQ(m_module == nullptr, hasThrown) << successes;
+    EXPECT_EQ(Create(&m_module, nullptr), 1U) << successes;
+    EXPECT_EQ(DeleteModule(), 1U) << successes;
+  }
+  EXPECT_GT(successes, 1);
+}
+
+TEST_F(EntryPointsTest, AFailedAllocationReachesTheHostFromNoOtherEntryPoint) {
+  bool hasFailed = true;
+  for (int64_t successes = 0; hasFailed; ++successes) {
+    hasFailed = false;
+    const auto call = [&](const auto& entryPoint) {
+      UnloadModule();
+      LoadModule();
+      FailingNew memory(successes, 1);
+      EXPECT_NO_THROW(entryPoint());
+      memory.Stop();
+      hasFailed = memory.HasFailed() || hasFailed;
+    };
+    call([this] { EXPECT_EQ(Delete(), 0U); });
+    call([this] { EXPECT_STREQ(GetModuleName(), "EM_TALVOR"); });
+    call([this] { EXPECT_EQ(SetupAction(4), 0U); });
+  }
+}
+
+TEST_F(EntryPointsTest, AnotherExceptionGivesTheErrorLineAndNull) {
+  const TraceSession session(1);
+  uint32_t result = 1;
+  for (int64_t successes = 0; result == 1; ++successes) {
+    ASSERT_LT(successes, 100);
+    UnloadModule();
+    LoadModule();
+    GetModuleName();
+    m_module = reinterpret_cast<CIExtensionModule*>(this);
+    FailingNew memory(successes, 1, &ThrowHostError);
+    result = Create(&m_module, nullptr);
+  }
+  EXPECT_EQ(m_module, nullptr);
+  EXPECT_EQ(session.Texts().back(),
+            "\nEM DLL (EM_TALVOR ) : ## ERROR: Module could not be created!\n");
+  EXPECT_EQ(Create(&m_module, nullptr), 1U);
+}

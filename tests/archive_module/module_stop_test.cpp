@@ -1,0 +1,322 @@
+// The end of the module: what becomes of the worker, of a running collector and of queued jobs when
+// the host stops the module, or deletes it without that.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/sched.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include "tests/archive_module/module_host.h"
+#include "tests/archive_module/module_trace.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::SizeIs;
+using Clock = std::chrono::steady_clock;
+
+constexpr char LONG_RUN[] = "echo $$ > \"$D/runs\"; exec sleep 60";
+constexpr char SHORT_RUN[] = "touch \"$D/runs\"; sleep 1; echo data > \"$archive\"";
+
+constexpr char NOT_RUNNING[] =
+    "\nEM_TALVOR (Stop)    : Talvor process not running, can stop module immediately";
+constexpr char TERMINATE[] =
+    "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#<pid>) and wait for exit...";
+constexpr char NOT_IN_TIME[] =
+    "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n";
+
+constexpr std::chrono::milliseconds GRACE(2100);
+// What a loaded machine may add to a wait.
+constexpr std::chrono::seconds DELAY(20);
+
+// Leaves a child of that id that has ended with exit code 0 and was not waited for. False, with
+// errno, when the system does not give the id.
+bool LeaveEndedChild(int32_t pid) {
+  clone_args arguments = {};
+  arguments.exit_signal = SIGCHLD;
+  arguments.set_tid = reinterpret_cast<uintptr_t>(&pid);
+  arguments.set_tid_size = 1;
+  const int64_t child = syscall(SYS_clone3, &arguments, sizeof(arguments));
+  if (child == 0) {
+    syscall(SYS_exit_group, 0);
+  }
+  siginfo_t info = {};
+  return child == pid && waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) == 0;
+}
+
+// Id 1 is taken wherever ids may be chosen.
+bool MayChooseIds() { return !LeaveEndedChild(1) && errno == EEXIST; }
+
+class ModuleStopTest : public ModuleHost {
+ protected:
+  // A module with a job whose collector runs.
+  void StartWithRunningCollector() {
+    std::filesystem::remove(m_directory + "runs");
+    ASSERT_EQ(StartAfresh(), 1U);
+    EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
+    ASSERT_TRUE(WaitForCollector());
+  }
+};
+
+}  // namespace
+
+TEST_F(ModuleStopTest, WithoutAJobTheWorkerEndsAndNothingIsTerminated) {
+  InstallCollector("");
+  ExpectLines(LinesOfThisThread(),
+              {{1, "\n\n" + SeparatorLine()},
+               {1, "\n### Stopping module EM_TALVOR ###\n"},
+               {4, "\nCTaskSerializer     : TerminateSerialization!"},
+               {4, "\nCTaskSerializer     : Disable all Tasks"},
+               {4, "\nCTaskSerializer     : All pending tasks removed from queues!"},
+               {5, "\nCTaskSerializer     :   terminated"},
+               {4, NOT_RUNNING},
+               {1, "\n\n### Stop of module EM_TALVOR completed successfully ###"},
+               {1, "\n" + SeparatorLine() + "\n"}},
+              [this](TraceSession& session) {
+                const size_t threads = CountThreads();
+                ASSERT_EQ(StartAfresh(), 1U);
+                session.Clear();
+                EXPECT_EQ(m_module->Stop(), 1U);
+                EXPECT_TRUE(HasOnlyThreads(threads));
+              });
+}
+
+TEST_F(ModuleStopTest, AModuleThatDidNotStartIsStopped) {
+  ExpectLines(LinesOfThisThread(),
+              {{1, "\n\n" + SeparatorLine()},
+               {1, "\n### Stopping module EM_TALVOR ###\n"},
+               {4, "\nCTaskSerializer     : TerminateSerialization!"},
+               {5, "\nCTaskSerializer     :   terminated"},
+               {4, NOT_RUNNING},
+               {1, "\n\n### Stop of module EM_TALVOR completed successfully ###"},
+               {1, "\n" + SeparatorLine() + "\n"}},
+              [this](TraceSession& session) {
+                ASSERT_EQ(StartAfresh(), 0U);
+                session.Clear();
+                EXPECT_EQ(m_module->Stop(), 1U);
+              });
+}
+
+TEST_F(ModuleStopTest, NothingIsTerminatedAfterASuccessfulRun) {
+  InstallCollector("echo data > \"$archive\"");
+  const TraceSession session(4);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 0U);
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(session.Count(NOT_RUNNING), 1);
+}
+
+TEST_F(ModuleStopTest, KillsACollectorThatOutlivesTheGrace) {
+  InstallCollector(LONG_RUN);
+  const TraceSession session(1);
+  StartWithRunningCollector();
+  const Clock::time_point begin = Clock::now();
+  EXPECT_EQ(m_module->Stop(), 1U);
+  const auto time = Clock::now() - begin;
+  EXPECT_GE(time, GRACE);
+  EXPECT_LT(time, GRACE + DELAY);
+  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_FALSE(HasChildren());
+  std::string pid;
+  std::ifstream(m_directory + "runs") >> pid;
+  EXPECT_THAT(
+      session.Texts(),
+      testing::Contains(
+          "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#" +
+          pid + ") and wait for exit..."));
+}
+
+TEST_F(ModuleStopTest, TheKillIsTracedOnceAndItsWaitFails) {
+  InstallCollector(LONG_RUN);
+  ExpectLines(LinesWith("(Stop)"), {{1, TERMINATE}, {1, NOT_IN_TIME}},
+              [this](TraceSession& /*session*/) {
+                StartWithRunningCollector();
+                EXPECT_EQ(m_module->Stop(), 1U);
+              });
+}
+
+TEST_F(ModuleStopTest, TheJobOfAKilledCollectorWritesNoLineOfItsOwn) {
+  InstallCollector(LONG_RUN);
+  const TraceSession session(5);
+  StartWithRunningCollector();
+  m_module->Stop();
+  std::vector<std::string> lines;
+  for (const TraceLine& line : session.Lines()) {
+    if (LinesOfTheWorker()(line) && (LinesWith("(Create)")(line) || LinesWith("(RET)")(line))) {
+      lines.push_back(line.text);
+    }
+  }
+  ASSERT_GE(lines.size(), 2U);
+  EXPECT_EQ(lines.end()[-2], "\nEM_TALVOR (Create)  : Create Talvor process; command line: " +
+                                 m_directory + "Talvor");
+  EXPECT_EQ(lines.back(),
+            "\nEM_TALVOR (RET)     : OC 0x3401-0x0000 OID 0x0000 MID 0x00010002 Stat 0x06");
+}
+
+TEST_F(ModuleStopTest, ACollectorMayEndWithinTheGrace) {
+  InstallCollector(SHORT_RUN);
+  const TraceSession session(4);
+  StartWithRunningCollector();
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+  EXPECT_EQ(session.Count(NOT_RUNNING), 1);
+  EXPECT_FALSE(HasChildren());
+}
+
+TEST_F(ModuleStopTest, ATransferThatWaitsInTheSwitchIsWaitedFor) {
+  InstallCollector("");
+  std::ofstream(m_archive) << "data";
+  std::promise<void> begun;
+  m_switch.onHtiRequest = [&](SipJson& request) {
+    begun.set_value();
+    std::this_thread::sleep_for(GRACE + std::chrono::milliseconds(500));
+    request.SetCmdUInt("ST", 0);
+  };
+  const TraceSession session(4);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  Send(TRANSFER);
+  begun.get_future().wait();
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+  EXPECT_EQ(session.Count(NOT_RUNNING), 1);
+}
+
+TEST_F(ModuleStopTest, JobsThatHaveNotBegunAreDropped) {
+  InstallCollector(SHORT_RUN);
+  StartWithRunningCollector();
+  Send(CREATE);
+  Send(TRANSFER);
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+}
+
+TEST_F(ModuleStopTest, AStoppedModuleQueuesNothingAndStillAnswersPending) {
+  InstallCollector("");
+  const TraceSession session(4);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  m_module->Stop();
+  EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
+  EXPECT_EQ(
+      session.Count("\nCTaskSerializer     : Manager locked for Tasks at level %d. Task ignored!"),
+      1);
+  EXPECT_EQ(Send(QUERY), std::make_pair(1U, 0U));
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_TRUE(m_switch.Answers().empty());
+}
+
+TEST_F(ModuleStopTest, KillsTheIdOfAFailedRunAllTheSame) {
+  InstallCollector("exit 2");
+  ExpectLines(
+      LinesWith("(Stop)"),
+      {{1, TERMINATE},
+       {1,
+        "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated (0x00000003)!\n"}},
+      [this](TraceSession& /*session*/) {
+        ASSERT_EQ(StartAfresh(), 1U);
+        EXPECT_EQ(Run(CREATE), 6U);
+        EXPECT_EQ(m_module->Stop(), 1U);
+      });
+}
+
+TEST_F(ModuleStopTest, WaitsForTheProcessThatHasTheIdOfAFailedRun) {
+  if (!MayChooseIds()) {
+    GTEST_SKIP() << "needs the right to choose process ids";
+  }
+  InstallCollector("echo $$ > \"$D/runs\"; exit 2");
+  ExpectLines(LinesWith("(Stop)"),
+              {{1, TERMINATE}, {1, "\nEM_TALVOR (Stop)    : Talvor process exit"}},
+              [this](TraceSession& /*session*/) {
+                ASSERT_EQ(StartAfresh(), 1U);
+                EXPECT_EQ(Run(CREATE), 6U);
+                int32_t pid = 0;
+                std::ifstream(m_directory + "runs") >> pid;
+                ASSERT_TRUE(LeaveEndedChild(pid)) << pid;
+                EXPECT_EQ(m_module->Stop(), 1U);
+                EXPECT_FALSE(HasChildren());
+              });
+}
+
+TEST_F(ModuleStopTest, TheIdOfAFailedRunIsForgottenByTheNextOne) {
+  InstallCollector("test -e \"$D/runs\" && exec touch \"$archive\"; touch \"$D/runs\"; exit 2");
+  const TraceSession session(4);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 6U);
+  EXPECT_EQ(Run(CREATE), 0U);
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(session.Count(NOT_RUNNING), 1);
+}
+
+TEST_F(ModuleStopTest, MayComeFromWithinTheHandBack) {
+  InstallCollector("echo data > \"$archive\"");
+  uint32_t stopped = 0;
+  m_switch.onAnswer = [&](SipJson& /*answer*/) { stopped = m_module->Stop(); };
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 0U);
+  EXPECT_EQ(stopped, 1U);
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(DeleteModule(), 1U);
+}
+
+TEST_F(ModuleStopTest, MayBeRepeated) {
+  InstallCollector("");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_module->Stop(), 1U);
+}
+
+TEST_F(ModuleStopTest, DeletionWithoutStopEndsARunningCollectorAndDropsWhatIsQueued) {
+  InstallCollector(LONG_RUN);
+  const TraceSession session(1);
+  const size_t threads = CountThreads();
+  StartWithRunningCollector();
+  Send(CREATE);
+  Send(TRANSFER);
+  const Clock::time_point begin = Clock::now();
+  EXPECT_EQ(DeleteModule(), 1U);
+  const auto time = Clock::now() - begin;
+  EXPECT_GE(time, GRACE);
+  EXPECT_LT(time, GRACE + DELAY);
+  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_TRUE(HasOnlyThreads(threads));
+  EXPECT_FALSE(HasChildren());
+  EXPECT_EQ(session.Count("\nEM DLL (%-10s) : .. Module destroyed successfully!"), 1);
+}
+
+TEST_F(ModuleStopTest, DeletionWithoutStopLetsACollectorEndWithinTheGrace) {
+  InstallCollector(SHORT_RUN);
+  StartWithRunningCollector();
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+}
+
+TEST_F(ModuleStopTest, DeletionWithoutStopEndsAnIdleWorker) {
+  InstallCollector("");
+  const size_t threads = CountThreads();
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_TRUE(HasOnlyThreads(threads));
+}
+
+TEST_F(ModuleStopTest, DeletionWithoutStopDropsJobsThatComeMeanwhile) {
+  InstallCollector("touch \"$archive\"");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  for (int count = 0; count < 19; ++count) {
+    Send(CREATE);
+  }
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_FALSE(HasChildren());
+  UnloadModule();
+  EXPECT_FALSE(IsLoaded());
+}

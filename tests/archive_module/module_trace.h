@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/trace_session.h"
+
+// A line that the module is to write, and the lowest level at which it does.
+struct LevelLine {
+  uint32_t level;
+  std::string text;
+};
+
+// 90 hyphens, as the module draws them around what it does when it starts and stops.
+std::string SeparatorLine();
+
+// Which lines of a session are looked at.
+using LineFilter = std::function<bool(const TraceLine&)>;
+
+// The lines of the entry points, the module and its serializer that the calling thread writes.
+LineFilter LinesOfThisThread();
+// The lines of the module that other threads write: the worker runs the jobs. Without those of the
+// serializer, whose order depends on when the next task comes.
+LineFilter LinesOfTheWorker();
+// The lines that contain the text, of all threads.
+LineFilter LinesWith(const std::string& text);
+
+// Runs `road` with tracing at each level from 1 to 5 and expects exactly the lines of the level, in
+// that order. In the texts "<pid>" and "<seconds>" stand for what differs from run to run. The road
+// must load the module itself, because tracing is configured on the first use, and may clear the
+// session where it begins in earnest.
+void ExpectLines(const LineFilter& filter, const std::vector<LevelLine>& lines,
+                 const std::function<void(TraceSession& session)>& road);

@@ -1,0 +1,230 @@
+// The text of a registry file, read and written, against the format's rules spelled out.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/registry_entry.h"
+#include "platform/registry_node.h"
+#include "platform/registry_parser.h"
+#include "platform/registry_writer.h"
+#include "tests/differential/plain_lines.h"
+#include "tests/differential/plain_number.h"
+#include "tests/differential/random_case.h"
+
+namespace {
+
+struct PlainEntry;
+using PlainNode = std::map<std::string, PlainEntry>;
+
+struct PlainEntry {
+  bool operator==(const PlainEntry& other) const = default;
+
+  uint32_t type = 0;
+  int32_t integer = 0;
+  std::string bytes;
+  PlainNode subkeys;  // of the key, with its values
+};
+
+// --- The reading
+
+class PlainReader {
+ public:
+  explicit PlainReader(const std::string& text) : m_oLines(text) {}
+
+  // True when anything was read.
+  bool ReadNode(PlainNode& node) {
+    bool hasRead = false;
+    std::string line;
+    while (m_oLines.Next(line)) {
+      if (line.empty() || line == "\n") {
+        break;
+      }
+      if (line.back() == '\n') {
+        line.pop_back();
+      }
+      hasRead = (IsHeader(line) ? ReadKey(line, node) : ReadValue(line, node)) || hasRead;
+    }
+    return hasRead;
+  }
+
+ private:
+  static bool IsHeader(const std::string& line) {
+    return line[0] == '[' && line.find(']') != std::string::npos;
+  }
+
+  bool ReadKey(const std::string& line, PlainNode& node) {
+    PlainEntry entry;
+    entry.type = REG_KEY;
+    ReadNode(entry.subkeys);
+    node[line.substr(1, line.find(']') - 1)] = entry;
+    return true;
+  }
+
+  static bool ReadValue(const std::string& line, PlainNode& node) {
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos) {
+      return false;
+    }
+    const std::string name = line.substr(0, equals);
+    const std::string marker = line.substr(equals, line.find('=', equals + 1) - equals + 1);
+    const std::string rest = line.substr(std::min(equals + marker.size(), line.size()));
+    PlainEntry entry;
+    if (marker == "=s=" || marker == "=es=") {
+      entry.type = marker == "=s=" ? REG_SZ : REG_EXPAND_SZ;
+      entry.bytes = rest;
+    } else if (marker == "=b=") {
+      entry.type = REG_BINARY;
+      entry.bytes = ReadBytes(rest);
+    } else if (marker == "=d=") {
+      const auto number = ReadPlainNumber(rest, 0, 10);
+      if (!number) {
+        return true;  // nothing is stored, yet something was read
+      }
+      entry.type = REG_DWORD;
+      entry.integer = static_cast<int32_t>(PlainSigned(*number));
+    } else {
+      return false;
+    }
+    node[name] = entry;
+    return true;
+  }
+
+  static std::string ReadBytes(const std::string& text) {
+    std::string bytes;
+    size_t position = 0;
+    while (const auto number = ReadPlainNumber(text, position, 16)) {
+      bytes.push_back(static_cast<char>(PlainSigned(*number)));
+      position = number->end;
+    }
+    return bytes;
+  }
+
+  PlainLines m_oLines;
+};
+
+// --- The writing
+
+std::string WriteBytes(const std::string& bytes) {
+  std::string text;
+  for (const char byte : bytes) {
+    char digits[4];
+    std::snprintf(digits, sizeof(digits), "%02x ", static_cast<unsigned char>(byte));
+    text += digits;
+  }
+  return text;
+}
+
+std::string WriteValue(const PlainEntry& entry) {
+  switch (entry.type) {
+    case REG_SZ:
+      return "=s=" + entry.bytes;
+    case REG_EXPAND_SZ:
+      return "=es=" + entry.bytes;
+    case REG_DWORD:
+      return "=d=" + std::to_string(entry.integer);
+    default:
+      return "=b=" + WriteBytes(entry.bytes);
+  }
+}
+
+std::string WritePlainly(const PlainNode& node) {
+  std::string values;
+  std::string keys;
+  for (const auto& [name, entry] : node) {
+    if (entry.type == REG_KEY) {
+      keys += "[" + name + "]\n" + WritePlainly(entry.subkeys);
+    } else {
+      values += name + WriteValue(entry) + "\n";
+    }
+  }
+  return values + keys + "\n";
+}
+
+// --- The product's tree
+
+PlainNode PlainNodeOf(CRegistryNode& node) {
+  PlainNode plain;
+  node.ForEach([&](const CRegistryEntry& entry) {
+    PlainEntry& copy = plain[std::string(entry.GetName())];
+    copy.type = entry.GetType();
+    copy.integer = entry.GetInteger();
+    copy.bytes = entry.GetData();
+    if (entry.GetKey() != nullptr) {
+      copy.subkeys = PlainNodeOf(*entry.GetKey());
+    }
+  });
+  return plain;
+}
+
+// --- The cases
+
+// Two lines of a thousand letters are just shorter and longer than what is read at once.
+std::string RandomLine(Random& random) {
+  static const std::vector<std::string> NAMES = {"a",  "a",  "b", "c",       "",
+                                                 "n]", "[n", " ", "\xC3\xA9"};
+  static const std::vector<std::string> MARKERS = {"=s=", "=es=", "=d=",  "=b=", "=",
+                                                   "==",  "=x=",  "=ss=", ""};
+  static const std::vector<std::string> VALUES = {
+      "",     "x",      "1",  "-17", "2147483648", "99999999999999999999",
+      "0x1F", "01 ff ", " 7", "zz",  "a=s=b",      "%A%",
+      "]",    "1 2 3 ", "\r", "\t",  "[k]",        std::string("\0", 1),
+      "-0x8", "+5"};
+  static const std::vector<std::string> KEYS = {"[a]",   "[b]",     "[]", "[a]x",
+                                                "[[b]]", "[a=s=1]", "[c"};
+  switch (random.Number(5)) {
+    case 0:
+      return "";
+    case 1:
+      return random.PickFrom(KEYS);
+    default: {
+      std::string line = random.PickFrom(NAMES);
+      if (random.Once(30)) {
+        line += std::string(1010 + random.Number(20), 'l');
+      }
+      line += random.PickFrom(MARKERS);
+      return line + random.Join(VALUES, 3);
+    }
+  }
+}
+
+std::string RandomText(Random& random) {
+  std::string text;
+  for (uint32_t count = random.Number(12); count > 0; --count) {
+    text += RandomLine(random) + "\n";
+  }
+  return random.Once(3) ? text + RandomLine(random) : text;
+}
+
+class RegistryTextDifferentialTest : public DifferentialTest {};
+
+TEST_P(RegistryTextDifferentialTest, MeansTheSameTree) {
+  ForEachSeed([](uint32_t seed) {
+    Random random(seed);
+    const std::string text = RandomText(random);
+    PlainNode plain;
+    const bool hasRead = PlainReader(text).ReadNode(plain);
+    CRegistryNode node;
+    EXPECT_EQ(ParseRegistryText(text, node), hasRead) << text;
+    EXPECT_TRUE(PlainNodeOf(node) == plain) << text << "\nread as\n" << WriteRegistryText(node);
+  });
+}
+
+TEST_P(RegistryTextDifferentialTest, IsTheSameForATree) {
+  ForEachSeed([](uint32_t seed) {
+    Random random(seed);
+    CRegistryNode node;
+    ParseRegistryText(RandomText(random), node);
+    ParseRegistryText(RandomText(random), node);
+    EXPECT_EQ(WriteRegistryText(node), WritePlainly(PlainNodeOf(node)));
+  });
+}
+
+INSTANTIATE_DIFFERENTIAL_TEST(RegistryTextDifferentialTest);
+
+}  // namespace

@@ -1,0 +1,189 @@
+#include "host/doctor_command.h"
+
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/registry_paths.h"
+#include "tests/host/host_program.h"
+#include "tests/support/trace_session.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+class DoctorCommandTest : public HostProgramTest {
+ protected:
+  ~DoctorCommandTest() override { std::filesystem::remove_all("/etc/orvane"); }
+
+  static HostResult Doctor() {
+    Program program({EM_HOST, "doctor"});
+    const int exitCode = program.Wait();
+    return {exitCode, program.Output(), program.Errors()};
+  }
+
+  // One line is wrong, no archive can be created.
+  static void ExpectWrong(const std::string& line) {
+    const HostResult result = Doctor();
+    EXPECT_EQ(result.exitCode, 69);
+    EXPECT_THAT(
+        result.output,
+        AllOf(HasSubstr("WRONG  " + line),
+              EndsWith("No archive could be created now; begin with the first WRONG line.\n")));
+  }
+
+  // A registry with these values in the Setup key.
+  static void WriteSetup(const std::string& values) {
+    WriteRegistry("@", "@");
+    std::ifstream in(REGISTRY_FILE);
+    std::string text((std::istreambuf_iterator<char>(in)), {});
+    const std::string old = "DataRoot=s=@\nFileRoot=s=@\n";
+    text.replace(text.find(old), old.size(), values);
+    std::ofstream(REGISTRY_FILE) << text;
+  }
+};
+
+}  // namespace
+
+TEST_F(DoctorCommandTest, EverythingIsRight) {
+  InstallCollector("");
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  const std::string directory = m_oFiles.Path() + "/";
+  EXPECT_THAT(
+      result.output,
+      testing::MatchesRegex("ok     registry        /etc/qamrel/registry can be read.\n"
+                            "ok     pointer         It names the key SOFTWARE.Talvor.\n"
+                            "ok     Setup key       The key SOFTWARE.Talvor.Setup is there.\n"
+                            "ok     FileRoot        It names " +
+                            directory +
+                            ".\n"
+                            "ok     DataRoot        It names " +
+                            directory +
+                            ".\n"
+                            "ok     program         " +
+                            directory +
+                            "Talvor can be executed.\n"
+                            "ok     data directory  " +
+                            directory +
+                            " can be written to.\n"
+                            "ok     free space      [0-9]+ MB are left.\n"
+                            "ok     other collector None is running.\n"
+                            "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
+                            "An archive could be created now.\n"));
+}
+
+TEST_F(DoctorCommandTest, NothingIsThere) {
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 69);
+  EXPECT_EQ(
+      result.output,
+      "WRONG  registry        There is no registry /etc/qamrel/registry: install the agent and "
+      "Talvor, or see the whole road with \"em_host demo\".\n"
+      "?      pointer         needs the registry\n"
+      "?      Setup key       needs the pointer\n"
+      "?      FileRoot        needs the Setup key\n"
+      "?      DataRoot        needs the Setup key\n"
+      "?      program         needs FileRoot\n"
+      "?      data directory  needs DataRoot\n"
+      "?      free space      needs DataRoot\n"
+      "ok     other collector None is running.\n"
+      "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
+      "No archive could be created now; begin with the first WRONG line.\n");
+}
+
+TEST_F(DoctorCommandTest, TheBackupOfTheRegistryIsRead) {
+  InstallCollector("");
+  std::filesystem::rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(result.output, HasSubstr("registry        /etc/qamrel/registry.old can be read.\n"));
+}
+
+TEST_F(DoctorCommandTest, RegistryEntriesAreMissing) {
+  std::filesystem::create_directories(REGISTRY_DIRECTORY);
+  std::ofstream(REGISTRY_FILE) << "[HKEY_LOCAL_MACHINE]\n\n";
+  ExpectWrong("pointer         Talvor is not installed: the registry has no value \"Talvor\"");
+  WriteSetup("");
+  ExpectWrong(
+      "FileRoot        Talvor is not installed completely: the registry key "
+      "SOFTWARE\\Talvor\\Setup has no text \"FileRoot\"");
+  WriteSetup("FileRoot=s=/\nDataRoot=s=\n");
+  ExpectWrong("DataRoot        It is empty");
+}
+
+TEST_F(DoctorCommandTest, SetupKeyIsMissing) {
+  WriteSetup("");
+  std::ofstream(REGISTRY_FILE)
+      << "[HKEY_LOCAL_MACHINE]\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
+         "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\nTalvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n";
+  ExpectWrong(
+      "Setup key       Talvor is not installed completely: the registry has no key "
+      "SOFTWARE\\Talvor\\Setup. Install Talvor again.\n");
+}
+
+TEST_F(DoctorCommandTest, FileRootStandsInForDataRoot) {
+  InstallCollector("");
+  WriteSetup("FileRoot=s=" + m_oFiles.Path() + "\n");
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_THAT(result.output,
+              HasSubstr("ok     DataRoot        It is not there; FileRoot stands in"));
+}
+
+TEST_F(DoctorCommandTest, ProgramIsMissingOrNone) {
+  WriteRegistry(m_oFiles.Path(), m_oFiles.Path());
+  ExpectWrong("program         Talvor is registered, but there is no program " + m_oFiles.Path() +
+              "/Talvor: ");
+  m_oFiles.Write("Talvor", "text");
+  ExpectWrong("program         " + m_oFiles.Path() + "/Talvor cannot be executed: ");
+}
+
+TEST_F(DoctorCommandTest, DataDirectoryIsMissing) {
+  InstallCollector("");
+  WriteRegistry(m_oFiles.Path(), "/none/data");
+  ExpectWrong("data directory  /none/data/ cannot be reached (No such file or directory): ");
+}
+
+// Root may write wherever the file system lets it.
+TEST_F(DoctorCommandTest, DataDirectoryCannotBeWritten) {
+  InstallCollector("");
+  WriteRegistry(m_oFiles.Path(), m_strBmc);
+  if (mount(m_strBmc.c_str(), m_strBmc.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+    GTEST_SKIP() << "this machine lets nobody mount";
+  }
+  mount(nullptr, m_strBmc.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
+  ExpectWrong("data directory  " + m_strBmc + "/ cannot be written to (Read-only file system): ");
+  umount(m_strBmc.c_str());
+}
+
+TEST_F(DoctorCommandTest, NoSpaceIsLeft) {
+  if (access("/proc", W_OK) != 0) {
+    GTEST_SKIP() << "only root finds a directory without space that it may write, which is /proc";
+  }
+  InstallCollector("");
+  WriteRegistry(m_oFiles.Path(), "/proc");
+  ExpectWrong("free space      Only 0 MB are left in /proc/: ");
+}
+
+TEST_F(DoctorCommandTest, AnotherCollectorRuns) {
+  InstallCollector("echo >\"$D/runs\"; sleep 1000 & wait");
+  const Program other({m_oFiles.Path("Talvor")});
+  ASSERT_TRUE(WaitUntil([&] { return std::filesystem::exists(m_oFiles.Path("runs")); }));
+  ExpectWrong("other collector A process named Talvor is running, number ");
+}
+
+TEST_F(DoctorCommandTest, TheTraceLevelIsShown) {
+  std::filesystem::create_directories("/etc/orvane/CorvistaSuite/TraceConfig");
+  std::ofstream("/etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini")
+      << "[EM_TALVOR]\nFileDebugLevel=3\n";
+  EXPECT_THAT(Doctor().output,
+              HasSubstr("ok     trace           Level 3 in "
+                        "/etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini.\n"));
+}

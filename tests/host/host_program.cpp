@@ -1,0 +1,41 @@
+#include "tests/host/host_program.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/registry_paths.h"
+
+HostProgramTest::HostProgramTest()
+    : m_strArchive(m_oFiles.Path("Talvor_Data.zip")), m_strBmc(m_oFiles.Path("bmc")) {
+  std::filesystem::create_directory(m_strBmc);
+}
+
+HostProgramTest::~HostProgramTest() { std::filesystem::remove_all(REGISTRY_DIRECTORY); }
+
+void HostProgramTest::InstallCollector(const std::string& commands) {
+  m_oFiles.WriteScript("Talvor", commands);
+  WriteRegistry(m_oFiles.Path(), m_oFiles.Path());
+}
+
+void HostProgramTest::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
+  std::filesystem::create_directories(REGISTRY_DIRECTORY);
+  std::ofstream(REGISTRY_FILE)
+      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" << dataRoot
+      << "\nFileRoot=s=" << fileRoot
+      << "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
+         "Talvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
+}
+
+std::vector<std::string> HostProgramTest::Command(const std::string& command,
+                                                  const std::vector<std::string>& arguments) {
+  std::vector<std::string> line = {EM_HOST, command, "--module", EM_TALVOR_LIBRARY};
+  line.insert(line.end(), arguments.begin(), arguments.end());
+  return line;
+}
+
+HostResult HostProgramTest::Host(const std::string& command,
+                                 const std::vector<std::string>& arguments) {
+  Program program(Command(command, arguments));
+  const int exitCode = program.Wait();
+  return {exitCode, program.Output(), program.Errors()};
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/registry.h"
+#include "tools/qamreg/key_path.h"
+#include "tools/qamreg/value_data.h"
+#include "trace/descriptor.h"
+
+struct NamedValue {
+  std::string name;
+  ValueData data;
+};
+
+// What is to be stored in one key.
+struct KeyContent {
+  std::string path;  // in full, separated by "\"
+  std::vector<NamedValue> values;
+};
+
+// Throws CFailure when there is a registry file that this user cannot read or that holds no entry:
+// the registry would be read from an older file.
+void CheckRegistryFile();
+
+// Opens a key. Throws CFailure when it is not there.
+void OpenExisting(CRegistry& registry, const CKeyPath& path);
+
+// One change of the registry. Between its loading and its saving no other change through this class
+// comes in, from whatever process; it is loaded when the lock is taken, so that it is the newest.
+class CRegistryEdit {
+ public:
+  // Waits for other changes to end. Throws CFailure.
+  CRegistryEdit();
+  CRegistryEdit(const CRegistryEdit&) = delete;
+  CRegistryEdit& operator=(const CRegistryEdit&) = delete;
+
+  CRegistry& Get() { return m_oRegistry; }
+
+  // Makes the keys and stores their values. Throws CFailure, and then stores nothing, when a value
+  // would come under the name of a key or a key under the name of a value.
+  void Store(const std::vector<KeyContent>& keys);
+
+  // Throws CFailure when the registry cannot be written.
+  void Save();
+
+ private:
+  void CheckNames(const std::vector<KeyContent>& keys);
+
+  CDescriptor m_oLock;  // released last
+  CRegistry m_oRegistry;
+};

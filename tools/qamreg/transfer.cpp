@@ -1,0 +1,73 @@
+// The commands that write and read files in the registry's format.
+
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "platform/registry_node.h"
+#include "platform/registry_path.h"
+#include "platform/registry_writer.h"
+#include "tools/qamreg/commands.h"
+#include "tools/qamreg/failure.h"
+#include "tools/qamreg/import_text.h"
+#include "tools/qamreg/key_path.h"
+#include "tools/qamreg/registry_edit.h"
+#include "trace/regular_file.h"
+
+namespace {
+
+constexpr char STANDARD_STREAM[] = "-";
+
+// The key with the keys around it, of which nothing else is written.
+std::string WriteKey(CRegistry& registry, const CKeyPath& path) {
+  OpenExisting(registry, path);
+  std::string text;
+  std::string ends = "\n";  // of the top
+  CRegistryPath components(path.Text());
+  for (std::string_view name = components.Next(); !name.empty(); name = components.Next()) {
+    text.append("[").append(name).append("]\n");
+    ends += '\n';
+  }
+  text += WriteRegistryText(*registry.GetKey().GetNode());
+  return text + ends.substr(1);  // the innermost key has written its own end
+}
+
+std::string WriteAll(CRegistry& registry) {
+  registry.Open("", nullptr);
+  return WriteRegistryText(*registry.GetKey().GetNode());
+}
+
+std::string ReadInput(const std::string& file) {
+  if (file == STANDARD_STREAM) {
+    return {std::istreambuf_iterator<char>(std::cin), {}};
+  }
+  std::string text;
+  if (!ReadRegularFile(file, text)) {
+    throw CFailure(EXIT_FAILED,
+                   file + " cannot be read. It must be a file that this user may read.");
+  }
+  return text;
+}
+
+}  // namespace
+
+void ExportKey(const std::optional<std::string>& key, const std::string& file) {
+  CheckRegistryFile();
+  CRegistry registry;
+  const std::string text = key ? WriteKey(registry, CKeyPath(*key)) : WriteAll(registry);
+  if (file == STANDARD_STREAM) {
+    std::cout << text;
+  } else if (!(std::ofstream(file, std::ios::binary) << text << std::flush)) {
+    throw CFailure(EXIT_FAILED, file + " cannot be written.");
+  }
+}
+
+void ImportFile(const std::string& file) {
+  const std::vector<KeyContent> keys = ParseImport(ReadInput(file));
+  if (keys.empty()) {
+    throw CFailure(EXIT_FAILED, "There is no key in the text to import.");
+  }
+  CRegistryEdit edit;
+  edit.Store(keys);
+  edit.Save();
+}

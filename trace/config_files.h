@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The directory of the trace configuration and the file in it that concerns all modules.
+constexpr char TRACE_CONFIG_DIRECTORY[] = "/etc/orvane/CorvistaSuite/TraceConfig";
+constexpr char TRACE_GLOBAL_FILE[] = "/etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini";
+
+// Its section for all modules.
+constexpr char TRACE_GLOBAL_SECTION[] = "GlobalDebugSettings";
+
+// The paths of the configuration files, in alphabetical order, in which they are looked through for
+// the section of a module. Empty when the directory cannot be read. Throws std::bad_alloc.
+std::vector<std::string> ListTraceConfigFiles();
