@@ -1,11 +1,11 @@
 #include "platform/line_reader.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-CLineReader::CLineReader(const char* path) : m_oFile(open(path, O_RDONLY | O_CLOEXEC)) {}
+CLineReader::CLineReader(const char* path, int directory)
+    : m_oFile(openat(directory, path, O_RDONLY | O_CLOEXEC)) {}
 
 bool CLineReader::Read(std::string& line) {
   line.clear();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fcntl.h>
+
 #include <array>
 #include <string>
 #include <string_view>
@@ -12,8 +14,9 @@
 // Thread safety: one thread at a time uses a reader.
 class CLineReader {
  public:
-  // Opens the file. When that fails, there are no lines.
-  explicit CLineReader(const char* path);
+  // Opens the file; a relative path begins at `directory`, a descriptor. When that fails, there are
+  // no lines.
+  explicit CLineReader(const char* path, int directory = AT_FDCWD);
 
   // Stores the next line without its line end, which the last one may lack. False, and `line`
   // empty, at the end of the file or when it cannot be read.

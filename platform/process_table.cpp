@@ -24,17 +24,10 @@ struct DirectoryCloser {
 };
 using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
-// Paths below "/proc/<pid>/". Keeps its memory from one path to the next.
-class ProcPath {
- public:
-  const char* Set(int32_t pid, std::string_view fileName) {
-    m_strPath.assign("/proc/").append(std::to_string(pid)).append("/").append(fileName);
-    return m_strPath.c_str();
-  }
-
- private:
-  std::string m_strPath;
-};
+// "/proc/<pid>/<fileName>".
+std::string ProcPath(int32_t pid, std::string_view fileName) {
+  return std::string("/proc/").append(std::to_string(pid)).append("/").append(fileName);
+}
 
 // The pid that a directory is named after; 0 when it belongs to no process.
 int32_t ParsePid(const char* name) {
@@ -45,8 +38,7 @@ int32_t ParsePid(const char* name) {
 }  // namespace
 
 bool ReadProcFile(int32_t pid, std::string_view fileName, std::string& line) {
-  ProcPath path;
-  return CLineReader(path.Set(pid, fileName)).Read(line);
+  return CLineReader(ProcPath(pid, fileName).c_str()).Read(line);
 }
 
 bool FindProcessByName(int32_t& pid, std::string_view name) {
@@ -58,14 +50,17 @@ bool FindProcessByName(int32_t& pid, std::string_view name) {
   if (!processes) {
     return false;
   }
-  ProcPath path;
+  // As ReadProcFile() does, but without a walk down from the root for each process.
+  std::string path;
   std::string commandName;
   while (const dirent* entry = readdir(processes.get())) {
     const int32_t candidate = ParsePid(entry->d_name);
-    if (candidate == 0 || !CLineReader(path.Set(candidate, "comm")).Read(commandName)) {
+    if (candidate == 0) {
       continue;
     }
-    if (commandName == name) {
+    path.assign(std::to_string(candidate)).append("/comm");
+    if (CLineReader(path.c_str(), dirfd(processes.get())).Read(commandName) &&
+        commandName == name) {
       pid = candidate;
       return true;
     }
@@ -76,9 +71,8 @@ bool FindProcessByName(int32_t& pid, std::string_view name) {
 bool GetProcessName(std::string& name, int32_t pid) { return ReadProcFile(pid, "comm", name); }
 
 bool GetProcessExecutable(std::string& executable, int32_t pid) {
-  ProcPath path;
   std::array<char, PATH_MAX> target;
-  const ssize_t length = readlink(path.Set(pid, "exe"), target.data(), target.size());
+  const ssize_t length = readlink(ProcPath(pid, "exe").c_str(), target.data(), target.size());
   const bool isWhole = length >= 0 && static_cast<size_t>(length) < target.size();
   executable.assign(target.data(), isWhole ? static_cast<size_t>(length) : 0);
   return isWhole;
@@ -91,8 +85,7 @@ bool GetProcessNameAndExecutable(int32_t pid, std::string& name, std::string& ex
 }
 
 bool ReadProcStatusField(int32_t pid, std::string& text, std::string_view key) {
-  ProcPath path;
-  CLineReader status(path.Set(pid, "status"));
+  CLineReader status(ProcPath(pid, "status").c_str());
   while (status.Read(text)) {
     if (text.starts_with(key)) {
       text.erase(0, key.size());

@@ -5,6 +5,8 @@
 #include <cxxabi.h>
 #include <pthread.h>
 
+#include <chrono>
+
 #include "tasks/task_serializer.h"
 
 namespace task_handler {
@@ -52,6 +54,8 @@ void CTaskSerializer<T>::RunWorker() {
     Task task = TakeTask();
     if (task.record != nullptr) {
       Execute(std::move(task));
+    } else {
+      LingerForTask();
     }
   } while (!m_bTerminate);
   task_handler::Survives([this] { OnThreadExit(); });
@@ -75,6 +79,15 @@ typename CTaskSerializer<T>::Task CTaskSerializer<T>::TakeTask() {
   }
   m_oWakeUp.Reset();
   return {};
+}
+
+// Tasks often come close together: looking for the next one for a moment costs less than falling
+// asleep and being woken.
+template <typename T>
+void CTaskSerializer<T>::LingerForTask() const {
+  const auto end = std::chrono::steady_clock::now() + LINGER_TIME;
+  while (!HoldsTask() && !m_bTerminate && std::chrono::steady_clock::now() < end) {
+  }
 }
 
 template <typename T>

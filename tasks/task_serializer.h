@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -95,6 +96,7 @@ class CTaskSerializer {
   static constexpr int32_t WORKER_PRIORITY = 83;
   static constexpr useconds_t SETTLE_TIME = 100'000;  // microseconds
   static constexpr int32_t TERMINATION_TIME = 2000;   // milliseconds
+  static constexpr std::chrono::microseconds LINGER_TIME{10};
 
   bool Accepts(int32_t level) const;
   Level& GetLevel(int32_t level) { return m_oLevels[static_cast<size_t>(level)]; }
@@ -106,6 +108,7 @@ class CTaskSerializer {
   static void* TaskHandler(void* serializer);
   void RunWorker();
   Task TakeTask();
+  void LingerForTask() const;
   void Execute(Task task);
   void ReportEmptyQueue(int32_t level);
   static void SignalExternalEvent(CEvent* event);
@@ -177,11 +180,14 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
                 level);
     return 0;
   }
-  std::unique_ptr<TaskRecord> record(new TaskRecord{externalEvent, message, nullptr});
+  CByteRing& queue = GetLevel(level).queue;
+  std::unique_ptr<TaskRecord> record;
+  if (queue.HasRoomForAddress()) {  // else a copy would be made in vain
+    record.reset(new TaskRecord{externalEvent, message, nullptr});
+  }
   {
     const CCriticalSectionGuard guard(m_oLock);
-    CByteRing& queue = GetLevel(level).queue;
-    if (!queue.HasRoomForAddress()) {
+    if (record == nullptr || !queue.HasRoomForAddress()) {
       DEBUG_TRACE(1, "\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full", level);
       OnQueueFull(message, level);
       return 0;

@@ -37,14 +37,14 @@ int g_nOpens = 0;
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
-int __wrap_open(const char* path, int flags, ...) {
+int __real_openat(int directory, const char* path, int flags, ...);
+int __wrap_openat(int directory, const char* path, int flags, ...) {
   ++g_nOpens;
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return __real_open(path, flags, mode);
+  return __real_openat(directory, path, flags, mode);
 }
 
 }  // extern "C"
