@@ -12,8 +12,11 @@
 #include "archive_module/collector_paths.h"
 #include "platform/process_table.h"
 #include "platform/registry.h"
+#include "platform/registry_node.h"
+#include "platform/registry_parser.h"
 #include "platform/registry_paths.h"
 #include "platform/registry_pointer.h"
+#include "trace/regular_file.h"
 
 namespace {
 
@@ -34,10 +37,21 @@ std::string WithSlash(const std::string& directory) {
 
 std::string ErrorText() { return strerror(errno); }
 
-// Why none of the registry files can be read, told by the first that is there.
+// As the registry is loaded. Throws std::bad_alloc.
+bool HoldsRegistry(const char* file) {
+  std::string text;
+  CRegistryNode node;
+  return ReadRegularFile(file, text) && ParseRegistryText(text, node);
+}
+
+// Why none of the registry files can be loaded, told by the first that is there.
 std::string ExplainRegistry() {
   for (const char* file : REGISTRY_FILES) {
-    if (access(file, R_OK) == 0 || errno == ENOENT) {
+    if (access(file, R_OK) == 0) {
+      return std::string("The file ") + file +
+             " holds no registry: repair it, or install the agent and Talvor again.";
+    }
+    if (errno == ENOENT) {
       continue;
     }
     if (errno == EACCES) {
@@ -89,9 +103,20 @@ void CCollectorCheck::CheckCreation() {
 }
 
 bool CCollectorCheck::CheckRegistry() {
+  std::string damaged;  // the first file that is passed over
   for (const char* file : REGISTRY_FILES) {
-    if (access(file, R_OK) == 0) {
-      return Add(true, "registry", std::string(file) + " can be read.");
+    if (HoldsRegistry(file)) {
+      return Add(true, "registry",
+                 damaged.empty() ? std::string(file) + " can be read."
+                                 : std::string(file) + " stands in for " + damaged +
+                                       ", which holds no registry: repair that one.");
+    }
+    const bool isThere = access(file, R_OK) == 0;
+    if (!isThere && errno == EACCES) {
+      break;  // root may read it, and will
+    }
+    if (isThere && damaged.empty()) {
+      damaged = file;
     }
   }
   return Add(false, "registry", ExplainRegistry());

@@ -3,9 +3,9 @@
 #include <sysexits.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <string>
-#include <vector>
+
+#include "tools/command_line/mistake.h"
 
 namespace {
 
@@ -24,20 +24,6 @@ constexpr char INSTALLED_MODULE[] = "/usr/lib/qamrel/em_talvor";
 constexpr uint32_t HIGHEST_TRACE_LEVEL = 5;
 constexpr uint32_t LONGEST_TIME_LIMIT = 65'535;
 constexpr uint32_t LONGEST_INTERVAL = UINT32_MAX - 1;
-
-// A sentence for a mistake on the command line.
-std::string ExplainMistake(const CLI::App* app, const CLI::Error& mistake) {
-  const std::vector<CLI::App*> commands = app->get_subcommands();
-  const std::vector<std::string> words = app->remaining();
-  std::string help = app->get_name();
-  std::string what = mistake.what();
-  if (!commands.empty()) {
-    help += " " + commands.front()->get_name();
-  } else if (!words.empty()) {
-    what = "\"" + words.front() + "\" is no command";
-  }
-  return "em_host: " + what + ": see \"" + help + " --help\".\n";
-}
 
 // CLI11 has an own idea of numbers in options that may be absent.
 void AddNumber(CLI::App& command, const std::string& name, std::optional<uint32_t>& target,

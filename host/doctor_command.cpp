@@ -39,10 +39,9 @@ void Print(const Finding& finding) {
 Finding CheckTrace() {
   for (const std::string& file : ListTraceConfigFiles()) {
     if (access(file.c_str(), R_OK) != 0) {
-      return {
-          Finding::Verdict::WRONG, "trace",
-          file + " cannot be read (" + strerror(errno) +
-              "), and the settings in it do not count: run em_host as root, or repair the file."};
+      return {Finding::Verdict::WRONG, "trace",
+              file + " cannot be read (" + strerror(errno) +
+                  "): run em_host as root, or repair the file."};
     }
   }
   const TraceSettings settings = ReadTraceSettings();

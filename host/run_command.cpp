@@ -6,10 +6,12 @@
 #include <vector>
 
 #include "frame/opcode.h"
+#include "frame/status.h"
 #include "host/collector_check.h"
 #include "host/host_error.h"
 #include "host/module_session.h"
 #include "host/output.h"
+#include "host/seconds_text.h"
 
 namespace {
 
@@ -51,6 +53,41 @@ int ExitCode(uint32_t worstStatus, int signal) {
   return SIGNAL_CODE + signal;
 }
 
+// What to do about the worst status of a run; empty when its text has said it.
+std::string Advice(uint32_t status, bool isAvailable) {
+  switch (status) {
+    case STATUS_UNHANDLED:
+      return "A request is none of this module's: correct its \"OC\".";
+    case STATUS_NOT_AVAILABLE:
+      return isAvailable ? "There is no archive to transfer: ask create first." : "";
+    case STATUS_FAILED:
+      return "See what is in the way with \"em_host doctor\", and what happened with --trace 3.";
+    case STATUS_EXCEPTION:
+      return "See what happened with --trace 3.";
+    case STATUS_OTHER_CABINET:
+      return "A request names another cabinet in \"CA\": give the server's number with --cabinet.";
+    default:
+      return "";
+  }
+}
+
+// False, and the user is told, when the module does not go as it should.
+bool LetGo(CModuleSession& session) {
+  const bool isDeleted = session.Delete();
+  if (!isDeleted) {
+    WriteMessage(
+        "The module could not be deleted (EM_Delete returned 0): look at its trace with "
+        "--trace 3.");
+  }
+  const bool isUnloaded = session.Unload();
+  if (!isUnloaded) {
+    WriteMessage(
+        "The module is still in the process after it was unloaded: look for threads that it leaves "
+        "behind, and for the linker option \"-z nodelete\".");
+  }
+  return isDeleted && isUnloaded;
+}
+
 }  // namespace
 
 int RunRequests(const HostOptions& options) {
@@ -67,7 +104,8 @@ int RunRequests(const HostOptions& options) {
   CModuleSession session(
       {options.module, options.bmcDirectory, options.cabinet, options.agentType, options.timeLimit},
       {print, nullptr});
-  if (!session.Start()) {
+  const bool isAvailable = session.Start();
+  if (!isAvailable) {
     WriteMessage(ExplainUnavailability());
   }
 
@@ -86,11 +124,18 @@ int RunRequests(const HostOptions& options) {
     WriteMessage("Stopping the module.");
   }
   session.Stop(signal != 0);
+  const bool isGone = LetGo(session);
   if (outcome == Outcome::TIMED_OUT) {
     throw CHostError(EX_TEMPFAIL, "No final answer to \"" + request->name + "\" within " +
-                                      std::to_string(*options.timeLimit) +
-                                      " seconds: allow more with --timeout, or look at the trace "
-                                      "with --trace 3.");
+                                      SecondsText(*options.timeLimit) +
+                                      ": allow more with --timeout, or look at the trace with "
+                                      "--trace 3.");
   }
-  return ExitCode(worstStatus, outcome == Outcome::INTERRUPTED ? signal : 0);
+  const bool isInterrupted = outcome == Outcome::INTERRUPTED;
+  if (const std::string advice = Advice(worstStatus, isAvailable);
+      !advice.empty() && !isInterrupted) {
+    WriteMessage(advice);
+  }
+  const int exitCode = ExitCode(worstStatus, isInterrupted ? signal : 0);
+  return exitCode == 0 && !isGone ? EX_SOFTWARE : exitCode;
 }

@@ -1,5 +1,7 @@
 #include "host/setup_command.h"
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <map>
@@ -28,8 +30,10 @@ std::string ExplainFailure() {
     return "Nothing was cleaned up: the data directory of Talvor is not known. " +
            ExplainUnavailability();
   }
-  return "The directory /var/log/Talvor could not be removed completely: remove what is left in it, "
-         "such as files whose names begin with a dot, as root.";
+  return std::string("The directory /var/log/Talvor could not be removed completely: ") +
+         (geteuid() != 0
+              ? "run em_host as root."
+              : "remove what is left in it, such as files whose names begin with a dot.");
 }
 
 }  // namespace

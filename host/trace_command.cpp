@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/output.h"
+#include "host/seconds_text.h"
 #include "host/trace_settings.h"
 #include "trace/config_files.h"
 
@@ -27,7 +28,7 @@ std::string LevelText(uint32_t level) {
 }
 
 std::string IntervalText(uint32_t seconds) {
-  return seconds == 0 ? "never" : "every " + std::to_string(seconds) + " seconds";
+  return seconds == 0 ? "never" : "every " + SecondsText(seconds);
 }
 
 void ShowEnvironment(const char* name) {
@@ -42,7 +43,10 @@ void Show() {
   WriteLine("level        " + std::to_string(settings.level) + ", " + LevelText(settings.level) +
             (settings.levelFile.empty() ? "; no file has a section [EM_TALVOR]"
                                         : "; set in " + settings.levelFile));
-  WriteLine("looks again  " + IntervalText(settings.interval) + "; set in " + TRACE_GLOBAL_FILE);
+  WriteLine("looks again  " + IntervalText(settings.interval) +
+            (settings.isIntervalSet ? std::string("; set in ") + TRACE_GLOBAL_FILE
+                                    : "; no file has a section [GlobalDebugSettings] with "
+                                      "DynamicUpdate"));
   ShowEnvironment("CV_LOG_DEBUG_LEVEL");
   ShowEnvironment("CV_LOG_DYNAMIC_UPDATE");
 }
@@ -51,8 +55,8 @@ void Show() {
 void TellWhenItHolds(const TraceSettings& settings) {
   WriteLine(settings.interval == 0
                 ? std::string("An agent takes it over when it starts.")
-                : "An agent that traces takes it over within " + std::to_string(settings.interval) +
-                      " seconds, one that does not when it starts.");
+                : "An agent that traces takes it over within " + SecondsText(settings.interval) +
+                      ", one that does not when it starts.");
 }
 
 void SetLevel(uint32_t level) {
@@ -64,9 +68,12 @@ void SetLevel(uint32_t level) {
 }
 
 void SetInterval(uint32_t seconds) {
+  const uint32_t before = ReadTraceSettings().interval;
   StoreTraceInterval(seconds);
   WriteLine("Agents that trace look for changes " + IntervalText(seconds) +
-            ", from their next start on.");
+            (before == 0 ? std::string(", from their next start on.")
+                         : "; those that look already take it over within " + SecondsText(before) +
+                               ", others when they start."));
 }
 
 }  // namespace

@@ -63,6 +63,9 @@ class Rehearsal {
 std::optional<uint32_t> ReadSetting(const std::string& path, const Setting& setting) {
   std::string text;
   if (!ReadRegularFile(path, text)) {
+    if (access(path.c_str(), R_OK) != 0 && errno == EACCES) {
+      throw CHostError(EX_NOPERM, path + " may not be read: run em_host as root.");
+    }
     return std::nullopt;
   }
   const auto section = CConfigSection::Find(text, setting.section);
@@ -114,7 +117,9 @@ void Store(const std::string& path, const Setting& setting, uint32_t number) {
 
 TraceSettings ReadTraceSettings() {
   TraceSettings settings;
-  settings.interval = ZeroIfUnset(ReadSetting(TRACE_GLOBAL_FILE, INTERVAL).value_or(0));
+  const uint32_t interval = ReadSetting(TRACE_GLOBAL_FILE, INTERVAL).value_or(UNSET);
+  settings.interval = ZeroIfUnset(interval);
+  settings.isIntervalSet = interval != UNSET;
   for (const std::string& path : ListTraceConfigFiles()) {
     if (const auto level = ReadSetting(path, LEVEL)) {
       settings.level = ZeroIfUnset(*level);

@@ -9,8 +9,10 @@ struct TraceSettings {
   uint32_t level = 0;
   std::string levelFile;  // where the module's section is; empty: nowhere
   uint32_t interval = 0;  // seconds after which changes are looked for; 0: never
+  bool isIntervalSet = false;
 };
 
+// Throws CHostError when a file may not be read.
 TraceSettings ReadTraceSettings();
 
 // Store a setting: the level where the module's section is, else in global_trace.ini; the interval

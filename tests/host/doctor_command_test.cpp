@@ -106,6 +106,35 @@ TEST_F(DoctorCommandTest, TheBackupOfTheRegistryIsRead) {
   EXPECT_THAT(result.output, HasSubstr("registry        /etc/qamrel/registry.old can be read.\n"));
 }
 
+TEST_F(DoctorCommandTest, ADamagedRegistryIsNamed) {
+  InstallCollector("");
+  std::filesystem::rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
+  std::ofstream(REGISTRY_FILE) << "no registry";
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(result.output,
+              HasSubstr("ok     registry        /etc/qamrel/registry.old stands in for "
+                        "/etc/qamrel/registry, which holds no registry: repair that one.\n"));
+  std::filesystem::remove(REGISTRY_BACKUP_FILE);
+  ExpectWrong(
+      "registry        The file /etc/qamrel/registry holds no registry: repair it, or install the "
+      "agent and Talvor again.\n");
+}
+
+// The backup that may be read is not what the agent reads.
+TEST_F(DoctorCommandTest, RegistryMayNotBeRead) {
+  InstallCollector("");
+  std::filesystem::copy_file(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
+  std::filesystem::permissions(REGISTRY_FILE, std::filesystem::perms::none);
+  // Without these, the permissions of files bind the administrator too.
+  Program program(
+      {"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search", EM_HOST, "doctor"});
+  EXPECT_EQ(program.Wait(), 69);
+  EXPECT_THAT(program.Output(),
+              HasSubstr("WRONG  registry        The registry /etc/qamrel/registry may not be read: "
+                        "run em_host as root.\n"));
+}
+
 TEST_F(DoctorCommandTest, RegistryEntriesAreMissing) {
   std::filesystem::create_directories(REGISTRY_DIRECTORY);
   std::ofstream(REGISTRY_FILE) << "[HKEY_LOCAL_MACHINE]\n\n";

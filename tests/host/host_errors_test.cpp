@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "tests/host/host_program.h"
 
@@ -74,13 +75,22 @@ TEST_F(HostErrorsTest, CommandLineIsWrong) {
 }
 
 TEST_F(HostErrorsTest, AMistakeOnTheCommandLineNamesTheHelpThatTells) {
-  ExpectError(Plain({}), 64, "A subcommand is required: see \"em_host --help\".");
-  ExpectError(Plain({"fly", "--high"}), 64, "\"fly\" is no command: see \"em_host --help\".");
-  ExpectError(Plain({"run"}), 64, "REQUEST is required: see \"em_host run --help\".");
-  ExpectError(Plain({"run", "--trace", "6", "query"}), 64,
-              "--trace: Value 6 not in range 0 to 5: see \"em_host run --help\".");
-  ExpectError(Plain({"setup", "backup", "--fast"}), 64,
-              "The following argument was not expected: --fast: see \"em_host setup --help\".");
+  const std::vector<std::pair<std::vector<std::string>, std::string>> mistakes = {
+      {{}, "a command is missing: see \"em_host --help\"."},
+      {{"fly", "--high"}, "\"fly\" is no command: see \"em_host --help\"."},
+      {{"--high"}, "\"--high\" is no option: see \"em_host --help\"."},
+      {{"run"}, "REQUEST is required: see \"em_host run --help\"."},
+      {{"run", "--trace", "6", "query"},
+       "--trace: Value 6 not in range 0 to 5: see \"em_host run --help\"."},
+      {{"run", "--trace"}, "--trace needs a value: see \"em_host run --help\"."},
+      {{"setup", "backup", "--fast"}, "\"--fast\" is no option: see \"em_host setup --help\"."},
+      {{"doctor", "now"}, "\"now\" is one word too many: see \"em_host doctor --help\"."},
+      {{"trace"}, "a command is missing: see \"em_host trace --help\"."},
+      {{"trace", "on"}, "\"on\" is no command: see \"em_host trace --help\"."},
+      {{"trace", "set"}, "LEVEL is required: see \"em_host trace set --help\"."}};
+  for (const auto& [arguments, sentence] : mistakes) {
+    ExpectError(Plain(arguments), 64, sentence);
+  }
 }
 
 TEST_F(HostErrorsTest, HelpAndVersionAreNoErrors) {
@@ -142,7 +152,9 @@ TEST_F(HostErrorsTest, CopyCannotBeWritten) {
   EXPECT_EQ(result.exitCode, 6);
   EXPECT_EQ(result.errors, "em_host: " + m_strArchive + " cannot be copied to " + m_strBmc +
                                "/copy (Is a directory): check the directory given with --bmc and "
-                               "the space left there.\n");
+                               "the space left there.\n"
+                               "em_host: See what is in the way with \"em_host doctor\", and what "
+                               "happened with --trace 3.\n");
 }
 
 TEST_F(HostErrorsTest, OutputIsLost) {
@@ -203,4 +215,34 @@ TEST_F(HostErrorsTest, CollectorIsNotThere) {
   ExpectUnavailable(
       "Talvor is registered, but there is no program /none/Talvor: install Talvor again, or correct "
       "\"FileRoot\" in the registry key SOFTWARE\\Talvor\\Setup.");
+}
+
+TEST_F(HostErrorsTest, AFailedRequestTellsWhatToDo) {
+  InstallCollector("exit 2");
+  const std::string record =
+      "@" + m_oFiles.Write("record", R"({"SIP":{"CMD":[{"OC":13312,"CA":7}]}})");
+  const std::string other = "@" + m_oFiles.Write("other", R"({"SIP":{"CMD":[{"OC":1}]}})");
+  EXPECT_THAT(
+      Host("run", {"create"}).errors,
+      HasSubstr("em_host: See what is in the way with \"em_host doctor\", and what happened "
+                "with --trace 3.\n"));
+  EXPECT_EQ(Host("run", {"--bmc", m_strBmc, "transfer"}).errors,
+            "em_host: There is no archive to transfer: ask create first.\n");
+  EXPECT_EQ(Host("run", {record}).errors,
+            "em_host: A request names another cabinet in \"CA\": give the server's number with "
+            "--cabinet.\n");
+  EXPECT_EQ(Host("run", {other}).errors,
+            "em_host: A request is none of this module's: correct its \"OC\".\n");
+}
+
+TEST_F(HostErrorsTest, AModuleThatDoesNotGoIsReported) {
+  Program program({EM_HOST, "run", "--module", STUBBORN_MODULE, "query"});
+  EXPECT_EQ(program.Wait(), 70);
+  EXPECT_THAT(program.Output(), HasSubstr("done (status 0)\n"));
+  EXPECT_EQ(
+      program.Errors(),
+      "em_host: The module could not be deleted (EM_Delete returned 0): look at its trace with "
+      "--trace 3.\n"
+      "em_host: The module is still in the process after it was unloaded: look for threads "
+      "that it leaves behind, and for the linker option \"-z nodelete\".\n");
 }

@@ -186,7 +186,7 @@ TEST_F(RunCommandTest, AFinalAnswerThatDoesNotComeInTimeEndsTheRun) {
   const HostResult result = Run({"--timeout", "1", "create", "query"});
   EXPECT_EQ(result.exitCode, 75);
   EXPECT_THAT(result.errors,
-              HasSubstr("em_host: No final answer to \"create\" within 1 seconds: allow more with "
+              HasSubstr("em_host: No final answer to \"create\" within 1 second: allow more with "
                         "--timeout, or look at the trace with --trace 3.\n"));
   EXPECT_EQ(result.output,
             "create: queued, the final answer follows (status 22)\n"

@@ -54,7 +54,7 @@ TEST_F(TraceCommandTest, WithoutFilesTracingIsOff) {
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.output,
             "level        0, nothing; no file has a section [EM_TALVOR]\n"
-            "looks again  never; set in /etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini\n");
+            "looks again  never; no file has a section [GlobalDebugSettings] with DynamicUpdate\n");
 }
 
 TEST_F(TraceCommandTest, SetMakesTheFileAndTheModuleTraces) {
@@ -76,6 +76,21 @@ TEST_F(TraceCommandTest, SetTellsWhenItHolds) {
   EXPECT_THAT(Trace({"set", "3"}).output,
               HasSubstr("An agent that traces takes it over within 10 seconds, one that does not "
                         "when it starts.\n"));
+  EXPECT_EQ(
+      Trace({"dynamic", "1"}).output,
+      "Agents that trace look for changes every 1 second; those that look already take it over "
+      "within 10 seconds, others when they start.\n");
+}
+
+TEST_F(TraceCommandTest, AFileThatMayNotBeReadIsAnError) {
+  Write("global_trace.ini", "[EM_TALVOR]\nFileDebugLevel=2\n");
+  std::filesystem::permissions(TRACE_GLOBAL_FILE, std::filesystem::perms::none);
+  // Without these, the permissions of files bind the administrator too.
+  Program program({"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search", EM_HOST,
+                   "trace", "show"});
+  EXPECT_EQ(program.Wait(), 77);
+  EXPECT_EQ(program.Errors(), std::string("em_host: ") + TRACE_GLOBAL_FILE +
+                                  " may not be read: run em_host as root.\n");
 }
 
 TEST_F(TraceCommandTest, ShowTellsWhatWasSet) {

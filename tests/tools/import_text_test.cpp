@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <string>
 
 #include "tools/qamreg/failure.h"
@@ -9,6 +10,9 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
+
+constexpr char ADVICE[] = " Nothing was imported: correct the line and try again.";
 
 // Each key with its values, as one text.
 std::vector<std::string> Parse(const std::string& text) {
@@ -29,7 +33,9 @@ std::string Refusal(const std::string& text) {
     return "taken";
   } catch (const CFailure& failure) {
     EXPECT_EQ(failure.GetCode(), EXIT_FAILED);
-    return failure.what();
+    const std::string sentences = failure.what();
+    EXPECT_THAT(sentences, EndsWith(ADVICE));
+    return sentences.substr(0, sentences.size() - strlen(ADVICE));
   }
 }
 

@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/tools/qamreg_program.h"
 
@@ -55,16 +57,22 @@ TEST_F(QamregTest, QueryPrintsOneValueWhereverItIs) {
             "\n"
             "HKEY_LOCAL_MACHINE\\A\\C\n    n    REG_SZ    4\n");
   EXPECT_EQ(Fail(1, {"query", "HKLM\\A", "-v", "x"}),
-            "qamreg: There is no value \"x\" in the key HKEY_LOCAL_MACHINE\\A.\n");
-  EXPECT_EQ(Fail(1, {"query", "HKLM\\A", "-v", "x", "-r"}),
-            "qamreg: There is no value \"x\" in the key HKEY_LOCAL_MACHINE\\A or below it.\n");
+            "qamreg: There is no value \"x\" in the key HKEY_LOCAL_MACHINE\\A: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE\\A'\" shows what is there.\n");
+  EXPECT_EQ(
+      Fail(1, {"query", "HKLM\\A", "-v", "x", "-r"}),
+      "qamreg: There is no value \"x\" in the key HKEY_LOCAL_MACHINE\\A or below it: \"qamreg "
+      "query 'HKEY_LOCAL_MACHINE\\A' -r\" shows what is there.\n");
   EXPECT_EQ(Fail(1, {"query", "HKLM\\X", "-r"}),
-            "qamreg: There is no key HKEY_LOCAL_MACHINE\\X.\n");
+            "qamreg: There is no key HKEY_LOCAL_MACHINE\\X: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE'\" shows what is there.\n");
 }
 
 TEST_F(QamregTest, ReadingNeedsNoRegistryAndMakesNone) {
   EXPECT_EQ(Print({"query", "HKU"}), "HKEY_USERS\n");
-  EXPECT_EQ(Fail(1, {"query", "HKU\\X"}), "qamreg: There is no key HKEY_USERS\\X.\n");
+  EXPECT_EQ(Fail(1, {"query", "HKU\\X"}),
+            "qamreg: There is no key HKEY_USERS\\X: \"qamreg query "
+            "'HKEY_USERS'\" shows what is there.\n");
   EXPECT_TRUE(fs::is_empty(REGISTRY_DIRECTORY));
 }
 
@@ -143,17 +151,19 @@ TEST_F(QamregTest, AddRefusesDataThatAreNotOfTheType) {
 }
 
 TEST_F(QamregTest, AddRefusesWhatTheFileCannotHold) {
-  EXPECT_EQ(Fail(2, {"add", "HKLM\\A", "-v", "n", "-d", "two\nlines"}),
-            "qamreg: The registry file cannot hold that: the text has a line end.\n");
+  EXPECT_EQ(
+      Fail(2, {"add", "HKLM\\A", "-v", "n", "-d", "two\nlines"}),
+      "qamreg: The registry file cannot hold that: the text has a line end. Give one line.\n");
   EXPECT_EQ(
       Fail(2, {"add", "HKLM\\A", "-v", "a=b", "-d", "x"}),
-      "qamreg: The registry file cannot hold that: the name of the value, \"a=b\", has a \"=\".\n");
+      "qamreg: The registry file cannot hold that: the name of the value, \"a=b\", has a \"=\". "
+      "Choose a name without it.\n");
   EXPECT_EQ(Fail(2, {"add", "HKLM\\A", "-v", "n", "-d", std::string(1020, 'x')}),
             "qamreg: The registry file cannot hold that: its line would have 1024 characters, and "
-            "1022 are the limit.\n");
-  EXPECT_EQ(
-      Fail(2, {"add", "HKLM\\A]\\B"}),
-      "qamreg: The registry file cannot hold that: the name of the key \"A]\" has a \"]\".\n");
+            "1022 are the limit. Shorten the name or the data.\n");
+  EXPECT_EQ(Fail(2, {"add", "HKLM\\A]\\B"}),
+            "qamreg: The registry file cannot hold that: the name of the key \"A]\" has a \"]\". "
+            "Choose a name without it.\n");
   EXPECT_THAT(Fail(2, {"add", "HKLM\\A\nB", "-v", "n"}),
               HasSubstr("the name of a key has a line end"));
 }
@@ -163,14 +173,16 @@ TEST_F(QamregTest, AValueAndAKeyDoNotDisplaceEachOther) {
   EXPECT_EQ(
       Fail(2, {"add", "HKLM\\A", "-v", "key", "-d", "x"}),
       "qamreg: There is a key HKEY_LOCAL_MACHINE\\A\\key, so that there can be no value of that "
-      "name.\n");
+      "name. Choose another name.\n");
   EXPECT_EQ(Fail(2, {"add", "HKLM\\A\\value\\below"}),
             "qamreg: There is a value of the name \"value\", so that there can be no key "
-            "HKEY_LOCAL_MACHINE\\A\\value.\n");
+            "HKEY_LOCAL_MACHINE\\A\\value. Choose another name.\n");
   EXPECT_EQ(Fail(1, {"delete", "HKLM\\A", "-v", "key"}),
-            "qamreg: There is no value \"key\" in the key HKEY_LOCAL_MACHINE\\A.\n");
+            "qamreg: There is no value \"key\" in the key HKEY_LOCAL_MACHINE\\A: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE\\A'\" shows what is there.\n");
   EXPECT_EQ(Fail(1, {"delete", "HKLM\\A\\value"}),
-            "qamreg: There is no key HKEY_LOCAL_MACHINE\\A\\value.\n");
+            "qamreg: There is no key HKEY_LOCAL_MACHINE\\A\\value: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE\\A'\" shows what is there.\n");
   Change({"add", "HKLM\\A", "-v", "key\\inner", "-d", "a name with a separator is none of a key"});
 }
 
@@ -180,17 +192,24 @@ TEST_F(QamregTest, DeleteTakesAValueOrAWholeKeyOut) {
   EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("[A]\no=s=2\n[B]\nm=s=3\n\n\n[C]\n\n"));
   Change({"delete", "HKLM\\A"});
   EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("[C]\n\n"));
-  EXPECT_EQ(Fail(1, {"delete", "HKLM\\A"}), "qamreg: There is no key HKEY_LOCAL_MACHINE\\A.\n");
+  EXPECT_EQ(Fail(1, {"delete", "HKLM\\A"}),
+            "qamreg: There is no key HKEY_LOCAL_MACHINE\\A: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE'\" shows what is there.\n");
   EXPECT_EQ(Fail(1, {"delete", "HKLM\\A", "-v", "n"}),
-            "qamreg: There is no key HKEY_LOCAL_MACHINE\\A.\n");
+            "qamreg: There is no key HKEY_LOCAL_MACHINE\\A: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE'\" shows what is there.\n");
   EXPECT_EQ(Fail(1, {"delete", "HKLM\\C", "-v", "n"}),
-            "qamreg: There is no value \"n\" in the key HKEY_LOCAL_MACHINE\\C.\n");
-  EXPECT_EQ(Fail(2, {"delete", "HKLM"}),
-            "qamreg: HKEY_LOCAL_MACHINE is a root key and cannot be deleted.\n");
+            "qamreg: There is no value \"n\" in the key HKEY_LOCAL_MACHINE\\C: \"qamreg query "
+            "'HKEY_LOCAL_MACHINE\\C'\" shows what is there.\n");
+  EXPECT_EQ(
+      Fail(2, {"delete", "HKLM"}),
+      "qamreg: HKEY_LOCAL_MACHINE is a root key and cannot be deleted: name a key below it.\n");
 }
 
 TEST_F(QamregTest, PointersNameKeysInFull) {
-  EXPECT_EQ(Fail(1, {"pointer", "Talvor"}), "qamreg: There is no pointer \"Talvor\".\n");
+  EXPECT_EQ(
+      Fail(1, {"pointer", "Talvor"}),
+      "qamreg: There is no pointer \"Talvor\": set it with \"qamreg pointer 'Talvor' KEY\".\n");
   Change({"pointer", "Talvor", "hklm/SOFTWARE/Talvor"});
   EXPECT_EQ(Print({"pointer", "Talvor"}), "HKEY_LOCAL_MACHINE\\SOFTWARE\\Talvor\n");
   EXPECT_EQ(Print({"query", POINTER_KEY, "-v", "Talvor"}),
@@ -200,16 +219,25 @@ TEST_F(QamregTest, PointersNameKeysInFull) {
               HasSubstr("not with \"SOFTWARE\""));
   EXPECT_THAT(Fail(2, {"pointer", "a=b", "HKLM\\A"}), HasSubstr("has a \"=\""));
   Change({"add", POINTER_KEY, "-v", "number", "-t", "REG_DWORD", "-d", "1"});
-  EXPECT_EQ(Fail(1, {"pointer", "number"}), "qamreg: There is no pointer \"number\".\n");
+  EXPECT_EQ(
+      Fail(1, {"pointer", "number"}),
+      "qamreg: There is no pointer \"number\": set it with \"qamreg pointer 'number' KEY\".\n");
 }
 
 TEST_F(QamregTest, AWrongCommandLineIsExplained) {
-  EXPECT_THAT(Fail(2, {}), HasSubstr("subcommand is required"));
-  EXPECT_THAT(Fail(2, {"remove", "HKLM\\A"}), HasSubstr("--help"));
-  EXPECT_THAT(Fail(2, {"query"}), HasSubstr("KEY is required"));
-  EXPECT_THAT(Fail(2, {"add", "HKLM\\A", "-d", "x"}), HasSubstr("-d requires -v"));
-  EXPECT_THAT(Fail(2, {"add", "HKLM\\A", "-t", "REG_SZ"}), HasSubstr("-t requires -v"));
-  EXPECT_THAT(Fail(2, {"delete", "HKLM\\A", "-r"}), HasSubstr("-r"));
+  const std::vector<std::pair<std::vector<std::string>, std::string>> mistakes = {
+      {{}, "a command is missing: see \"qamreg --help\""},
+      {{"remove", "HKLM\\A"}, "\"remove\" is no command: see \"qamreg --help\""},
+      {{"-x"}, "\"-x\" is no option: see \"qamreg --help\""},
+      {{"query"}, "KEY is required: see \"qamreg query --help\""},
+      {{"query", "HKLM", "-v"}, "-v needs a value: see \"qamreg query --help\""},
+      {{"query", "HKLM", "A"}, "\"A\" is one word too many: see \"qamreg query --help\""},
+      {{"add", "HKLM\\A", "-d", "x"}, "-d requires -v: see \"qamreg add --help\""},
+      {{"add", "HKLM\\A", "-t", "REG_SZ"}, "-t requires -v: see \"qamreg add --help\""},
+      {{"delete", "HKLM\\A", "-r"}, "\"-r\" is no option: see \"qamreg delete --help\""}};
+  for (const auto& [arguments, sentence] : mistakes) {
+    EXPECT_EQ(Fail(2, arguments), "qamreg: " + sentence + ".\n");
+  }
   EXPECT_THAT(Print({"--help"}), HasSubstr("Exit code: 0 done, 1 "));
   EXPECT_THAT(Print({"add", "--help"}), HasSubstr("REG_EXPAND_SZ"));
   EXPECT_THAT(Print({"--version"}), MatchesRegex("[0-9.]+\n"));
@@ -236,8 +264,8 @@ TEST_F(QamregTest, ADamagedRegistryIsNotReplaced) {
   const Result result = Run({"query", "HKLM\\A"});
   EXPECT_EQ(result.exitCode, 2);
   EXPECT_EQ(result.errors,
-            "qamreg: /etc/qamrel/registry cannot be read. It must be a file that this user may "
-            "read.\n");
+            "qamreg: /etc/qamrel/registry cannot be read (no regular file): repair it, or put "
+            "/etc/qamrel/registry.old in its place.\n");
 }
 
 TEST_F(QamregTest, TheFirstChangeMakesTheDirectory) {
@@ -264,7 +292,8 @@ TEST_F(QamregTest, AFailedSaveIsReported) {
 TEST_F(QamregTest, ALostOutputIsReported) {
   Program program({"/bin/sh", "-c", std::string("exec ") + QAMREG + " query HKLM >/dev/full"});
   EXPECT_EQ(program.Wait(), 2);
-  EXPECT_EQ(program.Errors(), "qamreg: The output could not be written.\n");
+  EXPECT_EQ(program.Errors(),
+            "qamreg: The output could not be written: check where standard output goes.\n");
 }
 
 TEST_F(QamregTest, MissingRightsAreReported) {
@@ -278,6 +307,23 @@ TEST_F(QamregTest, MissingRightsAreReported) {
             "qamreg: The registry cannot be changed: /etc/qamrel/registry.lock: Permission denied. "
             "Run the command as root.\n");
   EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText(""));
+}
+
+TEST_F(QamregTest, ARegistryThatMayNotBeReadIsReported) {
+  WriteTree("");
+  chmod(REGISTRY_FILE, 0);
+  Program program({"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search", QAMREG,
+                   "query", "HKLM"});
+  EXPECT_EQ(program.Wait(), 2);
+  EXPECT_EQ(
+      program.Errors(),
+      "qamreg: /etc/qamrel/registry cannot be read (Permission denied): run qamreg as root.\n");
+}
+
+TEST_F(QamregTest, AMissingKeyNamesTheClosestOneThatIsThere) {
+  WriteTree("[A]\n[B]\n\n\n");
+  EXPECT_THAT(Fail(1, {"query", "HKLM/A/X/Y"}),
+              HasSubstr("\"qamreg query 'HKEY_LOCAL_MACHINE\\A'\" shows what is there.\n"));
 }
 
 }  // namespace

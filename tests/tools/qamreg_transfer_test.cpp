@@ -66,33 +66,41 @@ TEST_F(QamregTransferTest, ImportStoresAllOrNothing) {
   const std::string keyInPlaceOfValue = "[HKEY_LOCAL_MACHINE]\n[New]\n\n[value]\n[below]\n";
   EXPECT_EQ(Fail(2, {"import", Import(keyInPlaceOfValue)}),
             "qamreg: There is a value of the name \"value\", so that there can be no key "
-            "HKEY_LOCAL_MACHINE\\value.\n");
+            "HKEY_LOCAL_MACHINE\\value. Choose another name.\n");
   const std::string valueInPlaceOfKey = "[HKEY_LOCAL_MACHINE]\n[New]\n\n[A]\nkey=s=x\n";
   EXPECT_EQ(
       Fail(2, {"import", Import(valueInPlaceOfKey)}),
       "qamreg: There is a key HKEY_LOCAL_MACHINE\\A\\key, so that there can be no value of that "
-      "name.\n");
+      "name. Choose another name.\n");
   const std::string both = "[HKEY_LOCAL_MACHINE]\n[New]\n\nboth=s=x\n[both]\n";
   EXPECT_EQ(
       Fail(2, {"import", Import(both)}),
       "qamreg: There is a key HKEY_LOCAL_MACHINE\\both, so that there can be no value of that "
-      "name.\n");
-  EXPECT_EQ(Fail(2, {"import", Import("[HKEY_LOCAL_MACHINE]\n[New]\nx\n")}),
-            "qamreg: Line 3: neither a key, a value nor empty.\n");
+      "name. Choose another name.\n");
+  EXPECT_EQ(
+      Fail(2, {"import", Import("[HKEY_LOCAL_MACHINE]\n[New]\nx\n")}),
+      "qamreg: Line 3: neither a key, a value nor empty. Nothing was imported: correct the line "
+      "and try again.\n");
 }
 
 TEST_F(QamregTransferTest, FilesThatCannotBeReadOrWrittenAreNamed) {
   WriteTree("");
   const std::string missing = m_oFiles.Path("no/such");
+  const std::string advice = "name a file that \"qamreg export\" wrote.\n";
   EXPECT_EQ(Fail(2, {"import", missing}),
-            "qamreg: " + missing + " cannot be read. It must be a file that this user may read.\n");
+            "qamreg: " + missing + " cannot be read (No such file or directory): " + advice);
   EXPECT_EQ(Fail(2, {"import", m_oFiles.Path()}),
-            "qamreg: " + m_oFiles.Path() +
-                " cannot be read. It must be a file that this user may read.\n");
-  EXPECT_EQ(Fail(2, {"import", Import("\n")}), "qamreg: There is no key in the text to import.\n");
-  EXPECT_EQ(Fail(2, {"export", "HKLM", missing}), "qamreg: " + missing + " cannot be written.\n");
-  EXPECT_EQ(Fail(2, {"export", "HKLM", "/dev/full"}), "qamreg: /dev/full cannot be written.\n");
-  EXPECT_EQ(Fail(1, {"export", "HKLM\\A"}), "qamreg: There is no key HKEY_LOCAL_MACHINE\\A.\n");
+            "qamreg: " + m_oFiles.Path() + " cannot be read (no regular file): " + advice);
+  EXPECT_EQ(Fail(2, {"import", Import("\n")}),
+            "qamreg: There is no key in the text to import: " + advice);
+  const std::string otherFile = "): name a file that can, or \"-\" for standard output.\n";
+  EXPECT_EQ(Fail(2, {"export", "HKLM", missing}),
+            "qamreg: " + missing + " cannot be written (No such file or directory" + otherFile);
+  EXPECT_EQ(Fail(2, {"export", "HKLM", "/dev/full"}),
+            "qamreg: /dev/full cannot be written (No space left on device" + otherFile);
+  EXPECT_EQ(Fail(1, {"export", "HKLM\\A"}),
+            "qamreg: There is no key HKEY_LOCAL_MACHINE\\A: \"qamreg query 'HKEY_LOCAL_MACHINE'\" "
+            "shows what is there.\n");
 }
 
 }  // namespace

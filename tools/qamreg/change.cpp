@@ -35,7 +35,8 @@ void AddValue(const std::string& key, const std::string& valueName, const std::s
 void DeleteKey(const std::string& key) {
   const CKeyPath path(key);
   if (path.IsRoot()) {
-    throw CFailure(EXIT_FAILED, path.Text() + " is a root key and cannot be deleted.");
+    throw CFailure(EXIT_FAILED,
+                   path.Text() + " is a root key and cannot be deleted: name a key below it.");
   }
   CRegistryEdit edit;
   OpenExisting(edit.Get(), path);
@@ -49,8 +50,7 @@ void DeleteValue(const std::string& key, const std::string& valueName) {
   CRegistryEdit edit;
   OpenExisting(edit.Get(), path);
   if (!ReadValue(edit.Get(), valueName)) {
-    throw CFailure(EXIT_NOT_THERE,
-                   "There is no value \"" + valueName + "\" in the key " + path.Text() + ".");
+    ThrowNoValue(valueName, path);
   }
   edit.Get().DeleteValue(valueName.c_str());
   edit.Save();

@@ -30,7 +30,8 @@ class Importer {
 
  private:
   [[noreturn]] void Refuse(const std::string& reason) const {
-    throw CFailure(EXIT_FAILED, "Line " + std::to_string(m_nLine) + ": " + reason);
+    throw CFailure(EXIT_FAILED, "Line " + std::to_string(m_nLine) + ": " + reason +
+                                    " Nothing was imported: correct the line and try again.");
   }
 
   void CheckLine(std::string_view line) const {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/command_line/mistake.h"
 #include "tools/qamreg/commands.h"
 #include "tools/qamreg/failure.h"
 
@@ -109,6 +110,7 @@ int Run(int argumentCount, char** arguments) {
   CLI::App app(DESCRIPTION, "qamreg");
   app.footer(EXIT_CODES);
   app.set_version_flag("--version", EM_TALVOR_VERSION);
+  app.failure_message(ExplainMistake);
   app.require_subcommand(1);
   DescribeReading(app, words);
   DescribeChanging(app, words);
@@ -118,7 +120,8 @@ int Run(int argumentCount, char** arguments) {
     return app.exit(error) == 0 ? EXIT_DONE : EXIT_FAILED;
   }
   if (!std::cout.flush()) {
-    throw CFailure(EXIT_FAILED, "The output could not be written.");
+    throw CFailure(EXIT_FAILED,
+                   "The output could not be written: check where standard output goes.");
   }
   return EXIT_DONE;
 }
@@ -133,7 +136,7 @@ int main(int argumentCount, char** arguments) {
     std::cerr << "qamreg: " << failure.what() << '\n';
     return failure.GetCode();
   } catch (const std::exception& failure) {
-    std::cerr << "qamreg: " << failure.what() << ".\n";
+    std::cerr << "qamreg: This was not foreseen: " << failure.what() << ".\n";
     return EXIT_FAILED;
   }
 }

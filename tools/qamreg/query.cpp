@@ -87,8 +87,7 @@ void QueryKey(const std::string& key, const std::optional<std::string>& valueNam
     }
   }
   if (!printer.HasPrinted()) {
-    throw CFailure(EXIT_NOT_THERE, "There is no value \"" + *valueName + "\" in the key " +
-                                       path.Text() + (recursive ? " or below it." : "."));
+    ThrowNoValue(*valueName, path, recursive);
   }
 }
 
@@ -96,7 +95,8 @@ void ShowPointer(const std::string& name, std::ostream& output) {
   CheckRegistryFile();
   std::string key;
   if (!ReadRegistryPointer(key, name.c_str())) {
-    throw CFailure(EXIT_NOT_THERE, "There is no pointer \"" + name + "\".");
+    throw CFailure(EXIT_NOT_THERE, "There is no pointer \"" + name +
+                                       "\": set it with \"qamreg pointer '" + name + "' KEY\".");
   }
   output << key << '\n';
 }

@@ -13,7 +13,7 @@
 #include "platform/registry_path.h"
 #include "platform/registry_paths.h"
 #include "tools/qamreg/failure.h"
-#include "trace/regular_file.h"
+#include "tools/qamreg/text_file.h"
 
 namespace {
 
@@ -26,7 +26,9 @@ constexpr mode_t LOCK_MODE = 0600;
   const bool isForbidden = error == EACCES || error == EPERM;
   throw CFailure(EXIT_FAILED, std::string("The registry cannot be changed: ") + LOCK_FILE + ": " +
                                   std::strerror(error) + "." +
-                                  (isForbidden ? " Run the command as root." : ""));
+                                  (isForbidden ? " Run the command as root."
+                                               : std::string(" Check the directory ") +
+                                                     REGISTRY_DIRECTORY + "."));
 }
 
 int TakeLock() {
@@ -55,6 +57,14 @@ bool IsKey(CRegistry& registry, const std::string& path) {
   return registry.Open(path.c_str(), nullptr) == REGISTRY_OK;
 }
 
+// Of the keys around a missing one the innermost that is there.
+CKeyPath ClosestKey(CRegistry& registry, CKeyPath path) {
+  while (!path.IsRoot() && !IsKey(registry, path.Text())) {
+    path = CKeyPath(path.ParentText());
+  }
+  return path;
+}
+
 // Values may have names that a key cannot have.
 bool CanBeKeyName(const std::string& name) {
   return !name.empty() && FindRegistrySeparator(name) == std::string::npos;
@@ -77,11 +87,8 @@ void CheckRegistryFile() {
   if (IsMissing(REGISTRY_FILE)) {
     return;
   }
-  std::string text;
-  if (!ReadRegularFile(REGISTRY_FILE, text)) {
-    throw CFailure(EXIT_FAILED, std::string(REGISTRY_FILE) +
-                                    " cannot be read. It must be a file that this user may read.");
-  }
+  const std::string text = ReadTextFile(
+      REGISTRY_FILE, std::string("repair it, or put ") + REGISTRY_BACKUP_FILE + " in its place");
   CRegistryNode node;
   if (!text.empty() && !ParseRegistryText(text, node)) {
     throw CFailure(EXIT_FAILED, std::string(REGISTRY_FILE) +
@@ -92,8 +99,17 @@ void CheckRegistryFile() {
 
 void OpenExisting(CRegistry& registry, const CKeyPath& path) {
   if (registry.Open(path.Text().c_str(), nullptr) != REGISTRY_OK) {
-    throw CFailure(EXIT_NOT_THERE, "There is no key " + path.Text() + ".");
+    throw CFailure(EXIT_NOT_THERE, "There is no key " + path.Text() + ": \"qamreg query '" +
+                                       ClosestKey(registry, path).Text() +
+                                       "'\" shows what is there.");
   }
+}
+
+void ThrowNoValue(const std::string& name, const CKeyPath& path, bool recursive) {
+  throw CFailure(EXIT_NOT_THERE, "There is no value \"" + name + "\" in the key " + path.Text() +
+                                     (recursive ? " or below it" : "") + ": \"qamreg query '" +
+                                     path.Text() + "'" + (recursive ? " -r" : "") +
+                                     "\" shows what is there.");
 }
 
 CRegistryEdit::CRegistryEdit() : m_oLock(TakeLock()) {}
@@ -105,7 +121,8 @@ void CRegistryEdit::CheckNames(const std::vector<KeyContent>& keys) {
     if (m_oRegistry.Open(path.ParentText().c_str(), nullptr) == REGISTRY_OK &&
         ReadValue(m_oRegistry, path.Name())) {
       throw CFailure(EXIT_FAILED, "There is a value of the name \"" + path.Name() +
-                                      "\", so that there can be no key " + text + ".");
+                                      "\", so that there can be no key " + text +
+                                      ". Choose another name.");
     }
   }
   for (const KeyContent& key : keys) {
@@ -113,7 +130,8 @@ void CRegistryEdit::CheckNames(const std::vector<KeyContent>& keys) {
       const std::string path = key.path + '\\' + value.name;
       if (CanBeKeyName(value.name) && (paths.contains(path) || IsKey(m_oRegistry, path))) {
         throw CFailure(EXIT_FAILED,
-                       "There is a key " + path + ", so that there can be no value of that name.");
+                       "There is a key " + path +
+                           ", so that there can be no value of that name. Choose another name.");
       }
     }
   }
@@ -130,7 +148,8 @@ void CRegistryEdit::Store(const std::vector<KeyContent>& keys) {
                                            static_cast<int32_t>(data.bytes.size()), data.type) != 0;
     }
     if (!isStored) {
-      throw CFailure(EXIT_FAILED, "The key " + key.path + " could not be stored.");
+      throw CFailure(EXIT_FAILED, "The key " + key.path +
+                                      " could not be stored: look for free memory, and try again.");
     }
   }
 }

@@ -26,6 +26,10 @@ void CheckRegistryFile();
 // Opens a key. Throws CFailure when it is not there.
 void OpenExisting(CRegistry& registry, const CKeyPath& path);
 
+// Throws CFailure: there is no such value in the key, or with `recursive` in nothing below it.
+[[noreturn]] void ThrowNoValue(const std::string& name, const CKeyPath& path,
+                               bool recursive = false);
+
 // One change of the registry. Between its loading and its saving no other change through this class
 // comes in, from whatever process; it is loaded when the lock is taken, so that it is the newest.
 class CRegistryEdit {

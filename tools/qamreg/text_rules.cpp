@@ -17,7 +17,7 @@ namespace {
 void CheckLength(size_t length) {
   if (length > MAX_LINE_LENGTH) {
     Refuse("its line would have " + std::to_string(length) + " characters, and " +
-           std::to_string(MAX_LINE_LENGTH) + " are the limit.");
+           std::to_string(MAX_LINE_LENGTH) + " are the limit. Shorten the name or the data.");
   }
 }
 
@@ -49,10 +49,11 @@ void CheckKeyPath(const CKeyPath& path) {
   CRegistryPath components(path.Text());
   for (std::string_view name = components.Next(); !name.empty(); name = components.Next()) {
     if (HasLineEnd(name)) {
-      Refuse("the name of a key has a line end.");
+      Refuse("the name of a key has a line end. Choose a name without it.");
     }
     if (name.find(']') != std::string_view::npos) {
-      Refuse("the name of the key \"" + std::string(name) + "\" has a \"]\".");
+      Refuse("the name of the key \"" + std::string(name) +
+             "\" has a \"]\". Choose a name without it.");
     }
     CheckLength(name.size() + 2);
   }
@@ -61,16 +62,17 @@ void CheckKeyPath(const CKeyPath& path) {
 void CheckValue(std::string_view name, const ValueData& value) {
   const bool isText = value.type == REG_SZ || value.type == REG_EXPAND_SZ;
   if (HasLineEnd(name)) {
-    Refuse("the name of the value has a line end.");
+    Refuse("the name of the value has a line end. Choose a name without it.");
   }
   if (name.find('=') != std::string_view::npos) {
-    Refuse("the name of the value, \"" + std::string(name) + "\", has a \"=\".");
+    Refuse("the name of the value, \"" + std::string(name) +
+           "\", has a \"=\". Choose a name without it.");
   }
   if (isText && HasLineEnd(value.bytes)) {
-    Refuse("the text has a line end.");
+    Refuse("the text has a line end. Give one line.");
   }
   if (isText && value.bytes.find('\0') != std::string::npos) {
-    Refuse("the text has a zero byte.");
+    Refuse("the text has a zero byte. Leave it out.");
   }
   const std::string line = LineOf(name, value);
   if (line.starts_with('[') && line.find(']') != std::string::npos) {

@@ -1,5 +1,7 @@
 // The commands that write and read files in the registry's format.
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -12,11 +14,12 @@
 #include "tools/qamreg/import_text.h"
 #include "tools/qamreg/key_path.h"
 #include "tools/qamreg/registry_edit.h"
-#include "trace/regular_file.h"
+#include "tools/qamreg/text_file.h"
 
 namespace {
 
 constexpr char STANDARD_STREAM[] = "-";
+constexpr char NAME_AN_EXPORT[] = "name a file that \"qamreg export\" wrote";
 
 // The key with the keys around it, of which nothing else is written.
 std::string WriteKey(CRegistry& registry, const CKeyPath& path) {
@@ -41,12 +44,7 @@ std::string ReadInput(const std::string& file) {
   if (file == STANDARD_STREAM) {
     return {std::istreambuf_iterator<char>(std::cin), {}};
   }
-  std::string text;
-  if (!ReadRegularFile(file, text)) {
-    throw CFailure(EXIT_FAILED,
-                   file + " cannot be read. It must be a file that this user may read.");
-  }
-  return text;
+  return ReadTextFile(file, NAME_AN_EXPORT);
 }
 
 }  // namespace
@@ -58,14 +56,16 @@ void ExportKey(const std::optional<std::string>& key, const std::string& file) {
   if (file == STANDARD_STREAM) {
     std::cout << text;
   } else if (!(std::ofstream(file, std::ios::binary) << text << std::flush)) {
-    throw CFailure(EXIT_FAILED, file + " cannot be written.");
+    throw CFailure(EXIT_FAILED, file + " cannot be written (" + strerror(errno) +
+                                    "): name a file that can, or \"-\" for standard output.");
   }
 }
 
 void ImportFile(const std::string& file) {
   const std::vector<KeyContent> keys = ParseImport(ReadInput(file));
   if (keys.empty()) {
-    throw CFailure(EXIT_FAILED, "There is no key in the text to import.");
+    throw CFailure(EXIT_FAILED,
+                   std::string("There is no key in the text to import: ") + NAME_AN_EXPORT + ".");
   }
   CRegistryEdit edit;
   edit.Store(keys);

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <string>
+
+// The whole content of a file. Throws CFailure with the reason when it cannot be read, and with
+// `advice`, what to do then ("name another file"), unless only rights are missing.
+std::string ReadTextFile(const std::string& path, const std::string& advice);
