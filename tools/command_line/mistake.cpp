@@ -21,7 +21,7 @@ std::string Explain(const CLI::App& command, const std::vector<std::string>& wor
   if (command.get_require_subcommand_min() > 0) {
     return words.empty() ? "a command is missing" : ExplainWord(words.front(), "command");
   }
-  const std::string what = mistake.what();
+  std::string what = mistake.what();
   const auto kind = static_cast<CLI::ExitCodes>(mistake.get_exit_code());
   if (kind == CLI::ExitCodes::ExtrasError && !words.empty()) {
     return words.front().starts_with('-') ? ExplainWord(words.front(), "")
