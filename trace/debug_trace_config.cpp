@@ -32,10 +32,12 @@ struct CDebugTraceConfig::Sources {
     std::string path;
     FileStamp stamp;
 
-    // True, and the new stamp is kept, when the file exists and is newer than the stamp.
-    bool TakeIfNewer() {
+    // Reads the file when it is newer than the stamp, and keeps its new one. False otherwise, also
+    // when it cannot be read: it is then still newer at the next check.
+    bool ReadIfNewer(std::string& text) {
       FileStamp current;
-      if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime) {
+      if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime ||
+          !ReadRegularFile(path, text)) {
         return false;
       }
       stamp = current;
@@ -166,7 +168,7 @@ void CDebugTraceConfig::UpdateWhenDue() {
 void CDebugTraceConfig::UpdateFromGlobalFile() {
   Sources::File& file = m_pSources->globalFile;
   std::string text;
-  if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
+  if (!file.ReadIfNewer(text)) {
     return;
   }
   if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
@@ -178,7 +180,7 @@ void CDebugTraceConfig::UpdateFromGlobalFile() {
 void CDebugTraceConfig::UpdateFromModuleFile() {
   Sources::File& file = m_pSources->moduleFile;
   std::string text;
-  if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
+  if (!file.ReadIfNewer(text)) {
     return;
   }
   if (const auto section = CConfigSection::Find(text, GetModuleName())) {
