@@ -18,13 +18,17 @@ constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 // Memory is taken at once for a file up to this size; a sparse one may claim any.
 constexpr size_t LARGEST_RESERVE = size_t{16} << 20;
 
-bool IsRegularFile(int descriptor, size_t& size) {
+// `size` stays as it is when the system does not tell it.
+bool IsReadable(int descriptor, size_t& size) {
   struct stat status = {};
-  if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (descriptor < 0) {
     return false;
   }
+  if (fstat(descriptor, &status) != 0) {
+    return true;
+  }
   size = static_cast<size_t>(status.st_size);
-  return true;
+  return S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -43,7 +47,7 @@ bool ReadRegularFile(const std::string& path, std::string& text) {
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
   const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   size_t size = 0;
-  if (!IsRegularFile(file.Get(), size)) {
+  if (!IsReadable(file.Get(), size)) {
     return false;
   }
   std::string content;

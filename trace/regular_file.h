@@ -15,5 +15,6 @@ struct FileStamp {
 // Stores the stamp of the file. False, and `stamp` untouched, when there is no such file.
 bool StatRegularFile(const std::string& path, FileStamp& stamp);
 
-// Stores the whole content of the file. False, and `text` untouched, when it cannot be read.
+// Stores the whole content of the file. False, and `text` untouched, when it cannot be read. What
+// the system does not tell the kind and size of is read all the same. Throws std::bad_alloc.
 bool ReadRegularFile(const std::string& path, std::string& text);
