@@ -37,7 +37,7 @@ struct CDebugTraceConfig::Sources {
     bool ReadIfNewer(std::string& text) {
       FileStamp current;
       if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime ||
-          !ReadRegularFile(path, text)) {
+          !ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
         return false;
       }
       stamp = current;
@@ -97,7 +97,7 @@ void CDebugTraceConfig::LoadInterval(bool filesExist) {
     file = {TRACE_GLOBAL_FILE, {}};
     StatRegularFile(file.path, file.stamp);
     std::string text;
-    if (ReadRegularFile(file.path, text)) {
+    if (ReadRegularFile(file.path, text, LONGEST_CONFIG_FILE)) {
       if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
         interval = section->ReadNumber("DynamicUpdate", UNSET);
       }
@@ -129,7 +129,7 @@ uint32_t CDebugTraceConfig::LoadModuleSection(const std::vector<std::string>& pa
     Sources::File candidate = {path, {}};
     StatRegularFile(candidate.path, candidate.stamp);
     std::string text;
-    if (!ReadRegularFile(path, text)) {
+    if (!ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
       continue;
     }
     if (const auto section = CConfigSection::Find(text, GetModuleName())) {

@@ -43,11 +43,11 @@ bool StatRegularFile(const std::string& path, FileStamp& stamp) {
   return true;
 }
 
-bool ReadRegularFile(const std::string& path, std::string& text) {
+bool ReadRegularFile(const std::string& path, std::string& text, size_t longest) {
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
   const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   size_t size = 0;
-  if (!IsReadable(file.Get(), size)) {
+  if (!IsReadable(file.Get(), size) || size > longest) {
     return false;
   }
   std::string content;
@@ -63,6 +63,9 @@ bool ReadRegularFile(const std::string& path, std::string& text) {
     }
     if (length == 0) {
       break;
+    }
+    if (static_cast<size_t>(length) > longest - content.size()) {
+      return false;
     }
     content.append(block.data(), static_cast<size_t>(length));
   }
