@@ -360,6 +360,22 @@ TEST_F(CallFaultsTest, AFailedAllocationOfARequestBecomesStatus13) {
   }
 }
 
+TEST_F(CallFaultsTest, ARequestThatHasNoMemoryForItsStatusIsSurvived) {
+  ASSERT_EQ(CreateAndStart(), 1U);
+  SipJson request = MakeRequest(QUERY);
+  auto& allocator = request.m_oDocument.GetAllocator();
+  while (allocator.Size() < allocator.Capacity()) {
+    allocator.Malloc(1);
+  }
+  CallFaults faults(m_library);
+  faults.Fail("malloc", 0);
+  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_TRUE(faults.Stop());
+  EXPECT_EQ(StatusOf(request), 999U);
+  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(StatusOf(request), 0U);
+}
+
 // The worker runs out of memory behind the answer to the job before.
 TEST_F(CallFaultsTest, AFailedAllocationOfAJobBecomesStatus6) {
   std::unique_ptr<FailingNew> memory;
