@@ -17,8 +17,9 @@
 
 namespace {
 
-// Deeper structures are shown by their length: writing them out would exhaust the stack.
-constexpr int DEEPEST_SHOWN = 1000;
+// Deeper structures are shown by their length: writing them out could exhaust the stack of a thread
+// that has read them well.
+constexpr int DEEPEST_SHOWN = 200;
 
 // The header fields of a line, in the order in which all of its forms print them.
 struct Header {

@@ -19,7 +19,8 @@
 //
 // Readers answer with their default (false or 0 unless the caller gives another) when the document
 // has not the shape above, the index is out of range, or a member is missing or of another type.
-// Readers and writers never throw; the writer changes nothing then.
+// Readers and writers never throw, but for the readers that say so; a writer changes nothing then,
+// nor when memory is exhausted.
 //
 // Thread safety: as for a plain structure, one thread at a time unless all only read.
 class SipJson {
@@ -75,12 +76,13 @@ class SipJson {
   bool GetByteData(uint32_t index, std::vector<uint8_t>& bytes) const;
 
   // Stores a deep copy of "DA" in `value` when it is an object or an array; `allocator` is that of
-  // the document of `value`.
+  // the document of `value`. Throws std::bad_alloc and then leaves `value` as it is.
   bool GetJsonData(uint32_t index, Value& value, Allocator& allocator) const;
 
   // Sets the member `key` of the current command to an unsigned number. The command array grows
-  // with empty objects up to the current index. Changes nothing without "SIP" or "CMD", on an
-  // element that is no object, or when the index is above 65,535.
+  // with empty objects up to the current index, and stays so when only the number finds no memory.
+  // Changes nothing without "SIP" or "CMD", on an element that is no object, or when the index is
+  // above 65,535.
   void SetCmdUInt(const char* key, uint32_t value);
 
   // Removes the member `key` of the current command, when there is one.

@@ -1,10 +1,12 @@
 // The readers of a command's data, the member "DA".
 
 #include <algorithm>
+#include <new>
 #include <optional>
 
 #include "frame/json_copy.h"
 #include "frame/json_integer.h"
+#include "frame/json_room.h"
 #include "frame/sip_json.h"
 
 namespace {
@@ -199,6 +201,9 @@ bool SipJson::GetJsonData(uint32_t index, Value& value, Allocator& allocator) co
   if (data == nullptr || (!data->IsObject() && !data->IsArray())) {
     return false;
   }
-  CopyJson(*data, value, allocator);
+  const auto copy = [&](Allocator& room) { CopyJson(*data, value, room); };
+  if (!WithJsonRoom(allocator, MeasureJsonCopy(*data), copy)) {
+    throw std::bad_alloc();
+  }
   return true;
 }

@@ -62,7 +62,7 @@ class Rehearsal {
 // The number as the module reads it; nothing when the file or the section is missing.
 std::optional<uint32_t> ReadSetting(const std::string& path, const Setting& setting) {
   std::string text;
-  if (!ReadRegularFile(path, text)) {
+  if (!ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
     if (access(path.c_str(), R_OK) != 0 && errno == EACCES) {
       throw CHostError(EX_NOPERM, path + " may not be read: run em_host as root.");
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,9 @@ constexpr char TRACE_GLOBAL_FILE[] = "/etc/orvane/CorvistaSuite/TraceConfig/glob
 
 // Its section for all modules.
 constexpr char TRACE_GLOBAL_SECTION[] = "GlobalDebugSettings";
+
+// Longer files, in bytes, are no configuration: they count as files that cannot be read.
+constexpr size_t LONGEST_CONFIG_FILE = size_t{16} << 20;
 
 // The paths of the configuration files, in alphabetical order, in which they are looked through for
 // the section of a module. Empty when the directory cannot be read. Throws std::bad_alloc.

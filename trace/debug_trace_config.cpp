@@ -32,10 +32,12 @@ struct CDebugTraceConfig::Sources {
     std::string path;
     FileStamp stamp;
 
-    // True, and the new stamp is kept, when the file exists and is newer than the stamp.
-    bool TakeIfNewer() {
+    // Reads the file when it is newer than the stamp, and keeps its new one. False otherwise, also
+    // when it cannot be read: it is then still newer at the next check.
+    bool ReadIfNewer(std::string& text) {
       FileStamp current;
-      if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime) {
+      if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime ||
+          !ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
         return false;
       }
       stamp = current;
@@ -95,7 +97,7 @@ void CDebugTraceConfig::LoadInterval(bool filesExist) {
     file = {TRACE_GLOBAL_FILE, {}};
     StatRegularFile(file.path, file.stamp);
     std::string text;
-    if (ReadRegularFile(file.path, text)) {
+    if (ReadRegularFile(file.path, text, LONGEST_CONFIG_FILE)) {
       if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
         interval = section->ReadNumber("DynamicUpdate", UNSET);
       }
@@ -127,7 +129,7 @@ uint32_t CDebugTraceConfig::LoadModuleSection(const std::vector<std::string>& pa
     Sources::File candidate = {path, {}};
     StatRegularFile(candidate.path, candidate.stamp);
     std::string text;
-    if (!ReadRegularFile(path, text)) {
+    if (!ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
       continue;
     }
     if (const auto section = CConfigSection::Find(text, GetModuleName())) {
@@ -166,7 +168,7 @@ void CDebugTraceConfig::UpdateWhenDue() {
 void CDebugTraceConfig::UpdateFromGlobalFile() {
   Sources::File& file = m_pSources->globalFile;
   std::string text;
-  if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
+  if (!file.ReadIfNewer(text)) {
     return;
   }
   if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
@@ -178,7 +180,7 @@ void CDebugTraceConfig::UpdateFromGlobalFile() {
 void CDebugTraceConfig::UpdateFromModuleFile() {
   Sources::File& file = m_pSources->moduleFile;
   std::string text;
-  if (!file.TakeIfNewer() || !ReadRegularFile(file.path, text)) {
+  if (!file.ReadIfNewer(text)) {
     return;
   }
   if (const auto section = CConfigSection::Find(text, GetModuleName())) {

@@ -10,8 +10,8 @@
 //
 // They come from the files below "/etc/orvane/CorvistaSuite/TraceConfig" whose name contains ".ini"
 // and from the environment variables CV_LOG_DEBUG_LEVEL and CV_LOG_DYNAMIC_UPDATE (decimal), which
-// hold over the files. Files that are missing or cannot be read leave tracing off; no error is
-// reported.
+// hold over the files. Files that are missing, cannot be read or are longer than 16 MiB leave
+// tracing off; no error is reported.
 //
 // Thread safety: every operation may be called from any thread. Built at compile time and without a
 // destructor, so that it is usable before the first and after the last static object of the

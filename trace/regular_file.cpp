@@ -18,13 +18,17 @@ constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 // Memory is taken at once for a file up to this size; a sparse one may claim any.
 constexpr size_t LARGEST_RESERVE = size_t{16} << 20;
 
-bool IsRegularFile(int descriptor, size_t& size) {
+// `size` stays as it is when the system does not tell it.
+bool IsReadable(int descriptor, size_t& size) {
   struct stat status = {};
-  if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (descriptor < 0) {
     return false;
   }
+  if (fstat(descriptor, &status) != 0) {
+    return true;
+  }
   size = static_cast<size_t>(status.st_size);
-  return true;
+  return S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -39,11 +43,11 @@ bool StatRegularFile(const std::string& path, FileStamp& stamp) {
   return true;
 }
 
-bool ReadRegularFile(const std::string& path, std::string& text) {
+bool ReadRegularFile(const std::string& path, std::string& text, size_t longest) {
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
   const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   size_t size = 0;
-  if (!IsRegularFile(file.Get(), size)) {
+  if (!IsReadable(file.Get(), size) || size > longest) {
     return false;
   }
   std::string content;
@@ -59,6 +63,9 @@ bool ReadRegularFile(const std::string& path, std::string& text) {
     }
     if (length == 0) {
       break;
+    }
+    if (static_cast<size_t>(length) > longest - content.size()) {
+      return false;
     }
     content.append(block.data(), static_cast<size_t>(length));
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -15,5 +16,7 @@ struct FileStamp {
 // Stores the stamp of the file. False, and `stamp` untouched, when there is no such file.
 bool StatRegularFile(const std::string& path, FileStamp& stamp);
 
-// Stores the whole content of the file. False, and `text` untouched, when it cannot be read.
-bool ReadRegularFile(const std::string& path, std::string& text);
+// Stores the whole content of the file. False, and `text` untouched, when it cannot be read or is
+// longer than `longest` bytes. What the system does not tell the kind and size of is read all the
+// same. Throws std::bad_alloc.
+bool ReadRegularFile(const std::string& path, std::string& text, size_t longest = SIZE_MAX);

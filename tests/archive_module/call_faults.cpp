@@ -14,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -177,6 +178,7 @@ std::vector<Entry>& Table() {
   using enum Failure;
   static std::vector<Entry> table = {
       Standing<"open", MINUS_ONE, int(const char*, int, mode_t)>(EMFILE),
+      Standing<"openat", MINUS_ONE, int(int, const char*, int, mode_t)>(EMFILE),
       Standing<"read", MINUS_ONE, ssize_t(int, void*, size_t)>(EIO),
       Standing<"write", MINUS_ONE, ssize_t(int, const void*, size_t)>(ENOSPC),
       Standing<"close", DONE_MINUS_ONE, int(int)>(EIO),
@@ -184,11 +186,17 @@ std::vector<Entry>& Table() {
       Standing<"stat", MINUS_ONE, int(const char*, struct stat*)>(EACCES),
       Standing<"fstat", MINUS_ONE, int(int, struct stat*)>(EIO),
       Standing<"fstatat", MINUS_ONE, int(int, const char*, struct stat*, int)>(EACCES),
+      Standing<"readlink", MINUS_ONE, ssize_t(const char*, char*, size_t)>(EACCES),
+      Standing<"getcwd", NULL_POINTER, char*(char*, size_t)>(ENOENT),
+      Standing<"chdir", MINUS_ONE, int(const char*)>(EACCES),
+      Standing<"fchdir", MINUS_ONE, int(int)>(EACCES),
       Standing<"unlink", MINUS_ONE, int(const char*)>(EACCES),
       Standing<"unlinkat", MINUS_ONE, int(int, const char*, int)>(EACCES),
       Standing<"rmdir", MINUS_ONE, int(const char*)>(EACCES),
       Standing<"fchmod", MINUS_ONE, int(int, mode_t)>(EPERM),
       Standing<"fchmodat", MINUS_ONE, int(int, const char*, mode_t, int)>(EPERM),
+      // The change of a mode that the C library does not know.
+      Standing<"syscall", MINUS_ONE, long(long, long, long, long, long, long, long)>(EPERM),
       Standing<"opendir", NULL_POINTER, DIR*(const char*)>(EMFILE),
       Standing<"readdir", NULL_POINTER, dirent*(DIR*)>(EIO),
       Standing<"getdents64", MINUS_ONE, ssize_t(int, void*, size_t)>(EIO),
@@ -200,6 +208,9 @@ std::vector<Entry>& Table() {
       Standing<"waitpid", MINUS_ONE, pid_t(pid_t, int*, int)>(EINTR),
       Standing<"kill", MINUS_ONE, int(pid_t, int)>(EPERM),
       Standing<"sigprocmask", MINUS_ONE, int(int, const sigset_t*, sigset_t*)>(EINVAL),
+      Standing<"sigaction", MINUS_ONE, int(int, const struct sigaction*, struct sigaction*)>(
+          EINVAL),
+      Standing<"pthread_sigmask", ERROR_NUMBER, int(int, const sigset_t*, sigset_t*)>(EINVAL),
       Standing<"pthread_create", ERROR_NUMBER,
                int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(EAGAIN),
       // std::thread's way to it, from within the standard library.
@@ -207,6 +218,9 @@ std::vector<Entry>& Table() {
           "_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE",
           SYSTEM_ERROR, void(void*, void*, void*)>(EAGAIN),
       Standing<"pthread_attr_init", ERROR_NUMBER, int(pthread_attr_t*)>(ENOMEM),
+      Standing<"pthread_attr_setdetachstate", ERROR_NUMBER, int(pthread_attr_t*, int)>(EINVAL),
+      Standing<"pthread_attr_getschedparam", ERROR_NUMBER,
+               int(const pthread_attr_t*, sched_param*)>(EINVAL),
       Standing<"pthread_attr_setschedpolicy", ERROR_NUMBER, int(pthread_attr_t*, int)>(ENOTSUP),
       Standing<"pthread_attr_setschedparam", ERROR_NUMBER,
                int(pthread_attr_t*, const sched_param*)>(EINVAL),
@@ -223,6 +237,9 @@ std::vector<Entry>& Table() {
       Standing<"_Znam", BAD_ALLOC, void*(size_t)>(0),
       Standing<"_ZnwmRKSt9nothrow_t", NULL_POINTER, void*(size_t, const std::nothrow_t&)>(0),
       Standing<"time", MINUS_ONE, time_t(time_t*)>(EFAULT),
+      Standing<"clock_gettime", MINUS_ONE, int(clockid_t, timespec*)>(EINVAL),
+      Standing<"usleep", MINUS_ONE, int(useconds_t)>(EINTR),
+      Standing<"nanosleep", MINUS_ONE, int(const timespec*, timespec*)>(EINTR),
   };
   return table;
 }

@@ -230,8 +230,9 @@ TEST_F(CallFaultsTest, TheFunctionsOfTheRoadAreAmongThoseThatFail) {
   LoadModule();
   const CallFaults faults(m_library);
   const std::vector<std::string> names = faults.ImportedNames();
-  EXPECT_THAT(names, IsSupersetOf({"open", "read", "write", "stat", "fstat", "unlink", "execvp",
-                                   "waitpid", "kill", "pthread_create", "malloc", "_Znwm"}));
+  EXPECT_THAT(names, IsSupersetOf({"open", "openat", "read", "write", "stat", "fstat", "unlink",
+                                   "opendir", "readdir", "unlinkat", "syscall", "execvp", "waitpid",
+                                   "kill", "pthread_create", "malloc", "_Znwm"}));
   EXPECT_THAT(names, AnyOf(Contains("fork"), Contains("vfork")));
 }
 
@@ -358,6 +359,22 @@ TEST_F(CallFaultsTest, AFailedAllocationOfARequestBecomesStatus13) {
       EXPECT_EQ(Run(CREATE), 0U);
     }
   }
+}
+
+TEST_F(CallFaultsTest, ARequestThatHasNoMemoryForItsStatusIsSurvived) {
+  ASSERT_EQ(CreateAndStart(), 1U);
+  SipJson request = MakeRequest(QUERY);
+  auto& allocator = request.m_oDocument.GetAllocator();
+  while (allocator.Size() < allocator.Capacity()) {
+    allocator.Malloc(1);
+  }
+  CallFaults faults(m_library);
+  faults.Fail("malloc", 0);
+  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_TRUE(faults.Stop());
+  EXPECT_EQ(StatusOf(request), 999U);
+  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(StatusOf(request), 0U);
 }
 
 // The worker runs out of memory behind the answer to the job before.

@@ -88,7 +88,8 @@ PlainJson RandomCommand(Random& random) {
   }
   PlainJson command = PlainObject({});
   for (const char* key : KEYS) {
-    if (!random.Once(3)) {
+    // A hostile sender may give a member twice.
+    for (bool isWanted = !random.Once(3); isWanted; isWanted = random.Once(8)) {
       command.members.push_back(
           {key, key == std::string("DA") ? RandomData(random) : RandomScalar(random)});
     }

@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -98,6 +100,36 @@ void* __wrap_realloc(void* memory, size_t size) {  // NOLINT(bugprone-reserved-i
   return size >= g_nFailingRealloc ? nullptr : __real_realloc(memory, size);
 }
 }
+
+namespace {
+
+// Data of that many levels, a scalar being one.
+std::string Nested(size_t levels) {
+  const size_t arrays = levels - 3;
+  return R"([{"a":)" + std::string(arrays, '[') + "1" + std::string(arrays, ']') + "}]";
+}
+
+// Runs `action` on a thread with no more stack than a careful host gives its own.
+void RunOnLittleStack(std::function<void()> action) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  constexpr size_t STACK_SIZE = 2 << 20;  // sanitizers make frames large
+#else
+  constexpr size_t STACK_SIZE = 160 << 10;
+#endif
+  pthread_attr_t attribute;
+  pthread_attr_init(&attribute);
+  pthread_attr_setstacksize(&attribute, STACK_SIZE);
+  const auto run = [](void* argument) -> void* {
+    (*static_cast<std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  pthread_t thread = 0;
+  ASSERT_EQ(pthread_create(&thread, &attribute, run, &action), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attribute);
+}
+
+}  // namespace
 
 TEST(RequestTraceTest, HasEightForms) {
   struct Form {
@@ -219,13 +251,21 @@ TEST(RequestTraceTest, ANumberThatJsonCannotExpressPrintsAsNull) {
                   "(JSON struct):\n{\n    \"a\": null,\n    \"b\": 1.5,\n    \"c\": null\n}")));
 }
 
-TEST(RequestTraceTest, AStructureOf1000LevelsIsTheLastToBePrinted) {
-  const auto nest = [](size_t levels, const std::string& innermost) {
-    return std::string(levels, '[').insert(0, R"([{"a":)") + innermost + std::string(levels, ']') +
-           "}]";
-  };
-  EXPECT_EQ(TraceData(nest(997, "1")).first, STRUCTURE);
-  EXPECT_EQ(TraceData(nest(998, "1")), std::pair(LENGTH, std::string(" Len 0")));
+TEST(RequestTraceTest, AStructureOf200LevelsIsTheLastToBePrinted) {
+  EXPECT_EQ(TraceData(Nested(200)).first, STRUCTURE);
+  EXPECT_EQ(TraceData(Nested(201)), std::pair(LENGTH, std::string(" Len 0")));
+}
+
+// The host has read the record on such a thread too.
+TEST(RequestTraceTest, ADeepStructureNeedsLittleStack) {
+  for (const size_t levels : {200U, 1000U}) {
+    RunOnLittleStack([request = MakeData(Nested(levels))] {
+      TestModule module;
+      const TraceSession session(2);
+      module.TraceRequest(request, 2);
+      EXPECT_EQ(session.Formats().size(), 1U);
+    });
+  }
 }
 
 TEST(RequestTraceTest, AVeryDeepStructurePrintsItsLength) {

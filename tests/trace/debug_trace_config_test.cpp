@@ -140,6 +140,18 @@ TEST_F(DebugTraceConfigTest, PassesOverPipesAndDirectoriesNamedLikeAFile) {
   alarm(0);
 }
 
+// A log beside the configuration, perhaps: reading it whole would take the memory of the host.
+TEST_F(DebugTraceConfigTest, PassesOverAFileThatIsTooLongForAConfiguration) {
+  Write("a.ini.log", "[EM_TALVOR]\nFileDebugLevel=5\n");
+  Write("b.ini", "[EM_TALVOR]\nFileDebugLevel=2\n");
+  std::filesystem::resize_file(Path("a.ini.log"), uintmax_t{1} << 40);
+  m_client.Load("EM_TALVOR");
+  EXPECT_EQ(m_client.GetDebugLevel(), 2U);
+  std::filesystem::resize_file(Path("a.ini.log"), 16 << 20);
+  m_client.Load("EM_TALVOR");
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+}
+
 TEST_F(DebugTraceConfigTest, IsNotTakenInByAFileInPlaceOfTheDirectory) {
   std::filesystem::create_directories("/etc/orvane/CorvistaSuite");
   std::filesystem::create_symlink("/dev/null", "/etc/orvane/CorvistaSuite/TraceConfig");

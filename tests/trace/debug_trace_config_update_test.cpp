@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
@@ -19,6 +20,7 @@ namespace {
 
 std::atomic<time_t> g_now = 5000;
 std::atomic<bool> g_outOfMemory = false;
+std::atomic<bool> g_cannotRead = false;
 std::atomic<int> g_stats = 0;
 
 }  // namespace
@@ -30,6 +32,10 @@ extern "C" int __real_stat(const char* path, struct stat* status);
 extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
   if (g_outOfMemory) {
     throw std::bad_alloc();
+  }
+  if (g_cannotRead) {
+    errno = EIO;
+    return -1;
   }
   return __real_read(descriptor, buffer, size);
 }
@@ -65,6 +71,7 @@ class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
 
   void TearDown() override {
     g_outOfMemory = false;
+    g_cannotRead = false;
     TraceConfigDirectory::TearDown();
   }
 
@@ -291,7 +298,22 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
   g_outOfMemory = false;
   EXPECT_EQ(m_client.GetDebugLevel(), 3U);
   EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-  EXPECT_TRUE(ChecksAt(5020)) << "and its lock is free";
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U) << "the next check takes them";
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ReadsAFileLaterThatCannotBeReadNow) {
+  Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  g_cannotRead = true;
+  TraceAt(5010);
+  g_cannotRead = false;
+  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, LoadsAndReleasesWhileOtherThreadsTrace) {

@@ -161,14 +161,40 @@ TEST_F(RegularFileTest, PassesOverWhatIsNoRegularFileWithoutBlocking) {
   }
 }
 
-TEST_F(RegularFileTest, PassesOverAFileThatItCannotLookAt) {
+TEST_F(RegularFileTest, ReadsAFileThatItCannotLookAt) {
   const std::string path = Write("file", "text");
   const ptrdiff_t descriptors = CountDescriptors();
-  std::string text = "untouched";
+  std::string text;
   t_failFstat = true;
-  EXPECT_FALSE(ReadRegularFile(path, text));
-  EXPECT_EQ(text, "untouched");
+  EXPECT_TRUE(ReadRegularFile(path, text));
+  EXPECT_EQ(text, "text");
   EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST_F(RegularFileTest, PassesOverAFileThatIsLongerThanAsked) {
+  const std::string path = Write("file", std::string(20'000, 'x'));
+  for (const bool isSizeUnknown : {false, true}) {
+    t_failFstat = isSizeUnknown;
+    std::string text = "untouched";
+    EXPECT_FALSE(ReadRegularFile(path, text, 19'999));
+    EXPECT_EQ(text, "untouched");
+    EXPECT_TRUE(ReadRegularFile(path, text, 20'000));
+    EXPECT_EQ(text.size(), 20'000U);
+  }
+}
+
+// Its blocks are not even on the disk, but its content would fill the memory.
+TEST_F(RegularFileTest, ReadsNothingOfAFileThatIsTooLong) {
+  const std::string path = Write("file", "text");
+  ASSERT_EQ(truncate(path.c_str(), off_t{1} << 40), 0);
+  int reads = 0;
+  t_onRead = [&reads](int /*descriptor*/) {
+    ++reads;
+    return FailWith(EIO);
+  };
+  std::string text;
+  EXPECT_FALSE(ReadRegularFile(path, text, 1000));
+  EXPECT_EQ(reads, 0);
 }
 
 TEST_F(RegularFileTest, GivesUpOnAReadErrorAndLeavesTheTextAlone) {
