@@ -1,25 +1,21 @@
 #include "frame/request_trace.h"
 
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
-
-#include <algorithm>
-#include <cmath>
-#include <exception>
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "frame/extension_module_interface.h"
+#include "frame/json_text.h"
 #include "frame/sip_json.h"
 #include "frame/status.h"
 #include "trace/debug_client.h"
 
 namespace {
 
-// Deeper structures are shown by their length: writing them out could exhaust the stack of a thread
-// that has read them well.
-constexpr int DEEPEST_SHOWN = 200;
+// Structures of more levels are shown by their length: the indents of their text would exhaust the
+// memory.
+constexpr size_t DEEPEST_SHOWN = 1000;
 
 // The header fields of a line, in the order in which all of its forms print them.
 struct Header {
@@ -102,51 +98,6 @@ void WriteHeaderOnly(uint32_t level, const Header& header) {
   }
 }
 
-bool IsDeeperThan(int levels, const SipJson::Value& value) {
-  if (levels == 0) {
-    return true;
-  }
-  if (value.IsObject()) {
-    return std::any_of(value.MemberBegin(), value.MemberEnd(), [levels](const auto& member) {
-      return IsDeeperThan(levels - 1, member.value);
-    });
-  }
-  return value.IsArray() && std::any_of(value.Begin(), value.End(), [levels](const auto& element) {
-           return IsDeeperThan(levels - 1, element);
-         });
-}
-
-// The library would write through the null pointer that it gets when memory is exhausted.
-class EndingAllocator : public rapidjson::CrtAllocator {
- public:
-  void* Realloc(void* memory, size_t oldSize, size_t size) noexcept {
-    void* moved = CrtAllocator::Realloc(memory, oldSize, size);
-    if (moved == nullptr && size > 0) {
-      std::terminate();
-    }
-    return moved;
-  }
-};
-
-using JsonText = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, EndingAllocator>;
-
-// The library stops at a number that JSON cannot express; such a number is shown as null instead.
-class JsonTextWriter : public rapidjson::PrettyWriter<JsonText, rapidjson::UTF8<>,
-                                                      rapidjson::UTF8<>, EndingAllocator> {
- public:
-  using PrettyWriter::PrettyWriter;
-
-  bool Double(double value) { return std::isfinite(value) ? PrettyWriter::Double(value) : Null(); }
-};
-
-std::string BuildJsonText(const SipJson::Value& data) noexcept {
-  JsonText buffer;
-  JsonTextWriter writer(buffer);
-  writer.SetIndent(' ', 4);
-  data.Accept(writer);
-  return {buffer.GetString(), buffer.GetSize()};
-}
-
 int32_t BuildByteLength(const SipJson& request) noexcept {
   std::vector<uint8_t> bytes;
   request.GetByteData(request.m_nCmdIndex, bytes);
@@ -171,10 +122,10 @@ void TraceRecord(CIExtensionModule& module, const char* tag, const SipJson& requ
   // A structure comes first: an empty one has no length, yet is printed.
   if (request.IsJsonStructure()) {
     const SipJson::Value& data = *request.FindCmdMember(request.m_nCmdIndex, "DA");
-    if (IsDeeperThan(DEEPEST_SHOWN, data)) {
-      WriteLength(level, header, 0);
+    if (const auto text = BuildJsonText(data, DEEPEST_SHOWN)) {
+      WriteStructure(level, header, *text);
     } else {
-      WriteStructure(level, header, BuildJsonText(data));
+      WriteLength(level, header, 0);
     }
   } else if (request.GetDataLength(request.m_nCmdIndex) == 0) {
     WriteHeaderOnly(level, header);

@@ -251,14 +251,14 @@ TEST(RequestTraceTest, ANumberThatJsonCannotExpressPrintsAsNull) {
                   "(JSON struct):\n{\n    \"a\": null,\n    \"b\": 1.5,\n    \"c\": null\n}")));
 }
 
-TEST(RequestTraceTest, AStructureOf200LevelsIsTheLastToBePrinted) {
-  EXPECT_EQ(TraceData(Nested(200)).first, STRUCTURE);
-  EXPECT_EQ(TraceData(Nested(201)), std::pair(LENGTH, std::string(" Len 0")));
+TEST(RequestTraceTest, AStructureOf1000LevelsIsTheLastToBePrinted) {
+  EXPECT_EQ(TraceData(Nested(1000)).first, STRUCTURE);
+  EXPECT_EQ(TraceData(Nested(1001)), std::pair(LENGTH, std::string(" Len 0")));
 }
 
 // The host has read the record on such a thread too.
 TEST(RequestTraceTest, ADeepStructureNeedsLittleStack) {
-  for (const size_t levels : {200U, 1000U}) {
+  for (const size_t levels : {1000U, 2000U}) {
     RunOnLittleStack([request = MakeData(Nested(levels))] {
       TestModule module;
       const TraceSession session(2);
