@@ -22,7 +22,7 @@ constexpr char OURS_NAME[] = "ours";
 constexpr char LIMIT_NAME[] = "limit";
 
 // What our time is held against.
-enum class Against { NANOSECONDS, LIMIT, BEST_PEER, SMALL_HOST };
+enum class Against { NANOSECONDS, NANOSECONDS_OR_LIMIT, LIMIT, BEST_PEER, SMALL_HOST };
 
 struct Row {
   const char* id;
@@ -31,6 +31,7 @@ struct Row {
   double allowed;  // nanoseconds, or a factor
   const char* target;
   const char* note = "";
+  double perLimit = 0;  // the factor of NANOSECONDS_OR_LIMIT
 };
 
 // What "as fast as" allows: two runs of the same thing differ by that on a busy machine.
@@ -50,8 +51,8 @@ constexpr Row ROWS[] = {
      "as fast as the best peer"},
     {"task_throughput", "tasks: 100,000 through the queue, a copied record each",
      Against::NANOSECONDS, 110e6, "110 ms",
-     "each task is followed by a yield, in which a busy machine runs other processes; no peer "
-     "yields."},
+     "a yield follows each task: little else than 100,000 times the limit of an event, and on a busy "
+     "machine other processes run in it. No peer yields."},
     {"registry_load_one_key", "registry: load 100,000 values in one key", Against::NANOSECONDS, 8e6,
      "8 ms"},
     {"registry_load_1000_keys", "registry: load 100,000 values in 1,000 keys", Against::NANOSECONDS,
@@ -67,12 +68,15 @@ constexpr Row ROWS[] = {
      "15 µs"},
     {"profile_write", "profile string: write a key into 1,000 lines", Against::NANOSECONDS, 30e3,
      "30 µs"},
-    {"process_find", "find a process by name among 500", Against::NANOSECONDS, 0.95e6, "0.95 ms"},
-    {"directory_remove", "remove 20,000 files in 200 directories", Against::NANOSECONDS, 70e6,
-     "70 ms",
+    {"process_find", "find a process by name among 500", Against::NANOSECONDS_OR_LIMIT, 0.95e6,
+     "0.95 ms, or 1.19 times the limit", "", 0.95 / 0.8},
+    {"directory_remove", "remove 20,000 files in 200 directories", Against::NANOSECONDS_OR_LIMIT,
+     70e6, "70 ms, or 1.30 times the limit",
      "the peers and the limit remove a file with one call. Ours asks what each entry is and makes it "
-     "writable before that."},
-    {"launch_small", "launch and wait, small host", Against::NANOSECONDS, 0.9e6, "0.9 ms"},
+     "writable before that.",
+     70.0 / 54},
+    {"launch_small", "launch and wait, small host", Against::NANOSECONDS_OR_LIMIT, 0.9e6,
+     "0.9 ms, or 1.36 times the limit", "", 0.9 / 0.66},
     {"launch_big", "the same, host with 1 GiB of touched memory", Against::SMALL_HOST, AS,
      "as fast as in a small host"},
     {"launch_descriptors", "the same, small host with a high descriptor limit", Against::SMALL_HOST,
@@ -242,6 +246,10 @@ std::optional<double> Allowed(const Row& row, const Results& results) {
   switch (row.against) {
     case Against::NANOSECONDS:
       return row.allowed;
+    case Against::NANOSECONDS_OR_LIMIT: {
+      const auto limit = Find(results.times.at(row.id), LIMIT_NAME);
+      return std::max(row.allowed, limit.value_or(0) * row.perLimit);
+    }
     case Against::LIMIT: {
       const auto limit = Find(results.times.at(row.id), LIMIT_NAME);
       return limit ? std::optional(*limit * row.allowed) : std::nullopt;
