@@ -3,18 +3,25 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
+#include <cstddef>
+#include <vector>
+
 // The bytes that the process has from the allocator.
 inline double UsedMemory() {
   const struct mallinfo2 info = mallinfo2();
   return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-// Counts the bytes of what `make` returns, for each of its `items`.
+// Counts the bytes of what `make` returns, for each of its `items`. It makes `count` of them, of
+// which memory that the allocator had at hand is a small part.
 template <typename Make>
-void MeasureMemory(benchmark::State& state, int items, const Make& make) {
+void MeasureMemory(benchmark::State& state, int items, int count, const Make& make) {
+  std::vector<decltype(make())> made(static_cast<size_t>(count));
   for (auto _ : state) {
     const double before = UsedMemory();
-    const auto made = make();
-    state.counters["bytes"] = (UsedMemory() - before) / items;
+    for (auto& one : made) {
+      one = make();
+    }
+    state.counters["bytes"] = (UsedMemory() - before) / items / count;
   }
 }

@@ -168,7 +168,7 @@ void SaveOursBySize(benchmark::State& state) { SaveOurs(state, ShapeOf(state)); 
 
 void MemoryOurs(benchmark::State& state) {
   const BenchFile file(RegistryText(ONE_KEY));
-  MeasureMemory(state, ONE_KEY.total, [&] {
+  MeasureMemory(state, ONE_KEY.total, 1, [&] {
     auto node = std::make_unique<CRegistryNode>();
     CRegistryTree::RestoreNode(file.GetPath().c_str(), *node);
     return node;
@@ -177,7 +177,7 @@ void MemoryOurs(benchmark::State& state) {
 
 void MemoryRapidJson(benchmark::State& state) {
   const std::string text = JsonText(ONE_KEY);
-  MeasureMemory(state, ONE_KEY.total, [&] {
+  MeasureMemory(state, ONE_KEY.total, 1, [&] {
     auto document = std::make_unique<rapidjson::Document>();
     document->Parse(text.c_str());
     return document;

@@ -68,7 +68,7 @@ void Save(benchmark::State& state, RegistryShape shape) {
 
 void Memory(benchmark::State& state) {
   const BenchFile file(KeyFileText(ONE_KEY));
-  MeasureMemory(state, ONE_KEY.total, [&] { return LoadFile(file.GetPath()); });
+  MeasureMemory(state, ONE_KEY.total, 1, [&] { return LoadFile(file.GetPath()); });
 }
 
 BENCHMARK_CAPTURE(Load, one, ONE_KEY)->Name("registry_load_one_key/GKeyFile");

@@ -46,7 +46,7 @@ void Load(benchmark::State& state, RegistryShape shape) {
 
 void Memory(benchmark::State& state) {
   const BenchFile file(IniText(ONE_KEY));
-  MeasureMemory(state, ONE_KEY.total, [&] { return LoadFile(file); });
+  MeasureMemory(state, ONE_KEY.total, 1, [&] { return LoadFile(file); });
 }
 
 BENCHMARK_CAPTURE(Load, one, ONE_KEY)->Name("registry_load_one_key/inih");

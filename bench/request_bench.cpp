@@ -122,14 +122,14 @@ BENCHMARK(CopyOursBySize)->Name("growth_copy/ours")->RangeMultiplier(10)->Range(
 void MemoryOurs(benchmark::State& state) {
   SipJson request;
   request.m_oDocument.Parse(REQUEST_TEXT);
-  MeasureMemory(state, 1, [&] { return std::make_unique<SipJson>(request); });
+  MeasureMemory(state, 1, 1000, [&] { return std::make_unique<SipJson>(request); });
 }
 BENCHMARK(MemoryOurs)->Name("memory_queued_record/ours")->Iterations(1);
 
 void MemoryRapidJson(benchmark::State& state) {
   rapidjson::Document request;
   request.Parse(REQUEST_TEXT);
-  MeasureMemory(state, 1, [&] {
+  MeasureMemory(state, 1, 1000, [&] {
     auto copy = std::make_unique<rapidjson::Document>();
     copy->CopyFrom(request, copy->GetAllocator());
     return copy;

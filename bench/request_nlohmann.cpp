@@ -33,7 +33,7 @@ BENCHMARK(Copy)->Name("copy/nlohmann");
 
 void Memory(benchmark::State& state) {
   const auto request = nlohmann::json::parse(REQUEST_TEXT);
-  MeasureMemory(state, 1, [&] { return std::make_unique<nlohmann::json>(request); });
+  MeasureMemory(state, 1, 1000, [&] { return std::make_unique<nlohmann::json>(request); });
 }
 BENCHMARK(Memory)->Name("memory_queued_record/nlohmann")->Iterations(1);
 
