@@ -25,6 +25,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -191,7 +192,8 @@ TEST_F(SampleCollectorTest, RemovesTheTemporaryFileWhenItBecomesTooBig) {
       {"/bin/sh", "-c",
        std::string("ulimit -f 1; ASAN_OPTIONS=detect_leaks=0 exec ") + SAMPLE_COLLECTOR});
   EXPECT_EQ(collector.Wait(), 1);
-  EXPECT_THAT(collector.Errors(), MatchesRegex("Talvor: cannot write \".*\\.part\": .*\\.\n"));
+  // The counters of a coverage build meet the same limit, and say so behind it.
+  EXPECT_THAT(collector.Errors(), ContainsRegex("^Talvor: cannot write \".*\\.part\": .*\\.\n"));
   EXPECT_THAT(Names(m_oData.Path()), IsEmpty());
 }
 
