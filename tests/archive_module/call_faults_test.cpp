@@ -17,22 +17,16 @@
 #include <new>
 
 #include "tests/archive_module/module_host.h"
-#include "tests/support/failing_new.h"
 #include "tests/support/trace_session.h"
 
 namespace {
 
 using testing::AnyOf;
 using testing::Contains;
-using testing::IsEmpty;
 using testing::IsSupersetOf;
-using testing::SizeIs;
 
 constexpr uint32_t CLEANUP = 4;
 constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
-
-// Data whose name for the BMC is built from bytes.
-constexpr char NAMED_TRANSFER[] = R"({"OC":13314,"TO":60,"DA":{"RAW":[98,109,99,46,122,105,112]}})";
 
 std::string ReadRegistry() {
   std::ifstream file("/etc/qamrel/registry");
@@ -336,75 +330,4 @@ TEST_F(CallFaultsTest, WithoutAThreadStopEndsTheCollectorAllTheSame) {
   EXPECT_EQ(m_switch.StatusOf(0), 6U);
   EXPECT_TRUE(HasOnlyThreads(threads));
   EXPECT_FALSE(HasChildren());
-}
-
-// Memory that the standard library takes for the module fails here too.
-
-TEST_F(CallFaultsTest, AFailedAllocationOfARequestBecomesStatus13) {
-  ASSERT_EQ(CreateAndStart(), 1U);
-  for (const char* command : {QUERY, CREATE, NAMED_TRANSFER}) {
-    bool hasFailed = true;
-    for (int64_t successes = 0; hasFailed; ++successes) {
-      const size_t answers = m_switch.Answers().size();
-      SipJson request = MakeRequest(command);
-      FailingNew memory(successes, 1);
-      m_module->ModuleRequest(request);
-      memory.Stop();
-      hasFailed = memory.HasFailed();
-      const uint32_t status = StatusOf(request);
-      EXPECT_THAT(status, AnyOf(command == QUERY ? 0U : 22U, 13U));
-      if (status == 22) {
-        EXPECT_EQ(m_switch.StatusOf(answers), 0U);
-      }
-      EXPECT_EQ(Run(CREATE), 0U);
-    }
-  }
-}
-
-TEST_F(CallFaultsTest, ARequestThatHasNoMemoryForItsStatusIsSurvived) {
-  ASSERT_EQ(CreateAndStart(), 1U);
-  SipJson request = MakeRequest(QUERY);
-  auto& allocator = request.m_oDocument.GetAllocator();
-  while (allocator.Size() < allocator.Capacity()) {
-    allocator.Malloc(1);
-  }
-  CallFaults faults(m_library);
-  faults.Fail("malloc", 0);
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
-  EXPECT_TRUE(faults.Stop());
-  EXPECT_EQ(StatusOf(request), 999U);
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
-  EXPECT_EQ(StatusOf(request), 0U);
-}
-
-// The worker runs out of memory behind the answer to the job before.
-TEST_F(CallFaultsTest, AFailedAllocationOfAJobBecomesStatus6) {
-  std::unique_ptr<FailingNew> memory;
-  std::atomic<bool> isToFail = false;
-  int64_t successes = 0;
-  bool hasFailed = false;
-  m_switch.onAnswered = [&] {
-    if (isToFail.exchange(false)) {
-      memory = std::make_unique<FailingNew>(successes, 1);
-    }
-  };
-  m_switch.onAnswer = [&](SipJson& /*answer*/) {
-    if (memory) {
-      hasFailed = memory->HasFailed();
-      memory.reset();
-    }
-  };
-  ASSERT_EQ(CreateAndStart(), 1U);
-  for (const char* command : {CREATE, NAMED_TRANSFER}) {
-    successes = 0;
-    do {
-      SCOPED_TRACE(command + std::to_string(successes));
-      isToFail = true;
-      EXPECT_EQ(Run(CREATE), 0U);
-      const uint32_t status = Run(command);
-      EXPECT_EQ(status, hasFailed ? 6U : 0U);
-      ++successes;
-    } while (hasFailed && !HasFailure());
-    EXPECT_GT(successes, 1);
-  }
 }

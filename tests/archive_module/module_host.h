@@ -17,6 +17,8 @@
 constexpr char QUERY[] = R"({"OC":13312})";
 constexpr char CREATE[] = R"({"OC":13313,"MI":"0x00010002"})";
 constexpr char TRANSFER[] = R"({"OC":13314})";
+// Data whose name for the BMC is built from bytes.
+constexpr char NAMED_TRANSFER[] = R"({"OC":13314,"TO":60,"DA":{"RAW":[98,109,99,46,122,105,112]}})";
 
 // The host's switch: keeps what the module hands to it.
 class TestSwitch : public CISwitch {
