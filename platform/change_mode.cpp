@@ -15,12 +15,14 @@ constexpr long FCHMODAT2 = 452;  // on every processor but the Alpha
 #endif
 
 // Looks at the entry and changes it in one step, so that nobody can put a link in its place between
-// the two. Older kernels lack the call; the C library's way around that is four times as slow.
+// the two. Older kernels lack the call, and filters of containers refuse what they do not know; the
+// C library's way around that is four times as slow.
 int ChangeModeNoFollow(int directory, const char* path, mode_t mode) {
   if (syscall(FCHMODAT2, directory, path, mode, AT_SYMLINK_NOFOLLOW) == 0) {
     return 0;
   }
-  return errno == ENOSYS ? fchmodat(directory, path, mode, AT_SYMLINK_NOFOLLOW) : -1;
+  const bool isLacking = errno == ENOSYS || errno == EPERM;
+  return isLacking ? fchmodat(directory, path, mode, AT_SYMLINK_NOFOLLOW) : -1;
 }
 
 bool IsLink(int directory, const char* path) {

@@ -291,6 +291,11 @@ bool CEvent::Check() const {
   return isSignaled;
 }
 
+bool CEvent::IsSignaled() const {
+  const EventRecord* record = GetOpenRecord();
+  return record != nullptr && record->signaled;
+}
+
 uint32_t CEvent::Wait(uint32_t milliseconds, bool trace) {
   EventRecord* record = GetOpenRecord();
   return record != nullptr ? WaitForEvent(*record, milliseconds, trace) : EVENT_FAILED;

@@ -68,6 +68,9 @@ class CEvent {
   // True when the event is signalled at this moment; consumes nothing.
   bool Check() const;
 
+  // The same without a trace line.
+  bool IsSignaled() const;
+
   // True until Close() was called on this handle.
   bool IsOpen() const { return !m_bClosed; }
 

@@ -1,13 +1,12 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 
 // A queue of bytes with room for 160, in which a level of the serializer keeps the addresses of its
 // task records, 8 bytes each.
 //
-// Not thread-safe: the serializer's lock guards it. Any thread may ask at any time how full it is.
+// Not thread-safe: the serializer's lock guards it.
 class CByteRing {
  public:
   static constexpr uint64_t CAPACITY = 160;
@@ -34,7 +33,7 @@ class CByteRing {
   void WriteByte(uint8_t byte);
   uint8_t ReadByte();
 
-  std::atomic<uint64_t> m_nStoredBytes = 0;
+  uint64_t m_nStoredBytes = 0;
   // Both run up to the capacity itself and wrap with the next byte.
   uint64_t m_nReadIndex = 0;
   uint64_t m_nWriteIndex = 0;

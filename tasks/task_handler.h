@@ -4,6 +4,7 @@
 
 #include <cxxabi.h>
 #include <pthread.h>
+#include <sched.h>
 
 #include <chrono>
 
@@ -82,11 +83,12 @@ typename CTaskSerializer<T>::Task CTaskSerializer<T>::TakeTask() {
 }
 
 // Tasks often come close together: looking for the next one for a moment costs less than falling
-// asleep and being woken.
+// asleep and being woken. Whoever queues it may need this processor for that.
 template <typename T>
 void CTaskSerializer<T>::LingerForTask() const {
   const auto end = std::chrono::steady_clock::now() + LINGER_TIME;
-  while (!HoldsTask() && !m_bTerminate && std::chrono::steady_clock::now() < end) {
+  while (!m_oWakeUp.IsSignaled() && std::chrono::steady_clock::now() < end) {
+    sched_yield();
   }
 }
 

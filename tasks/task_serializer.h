@@ -180,14 +180,11 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
                 level);
     return 0;
   }
-  CByteRing& queue = GetLevel(level).queue;
-  std::unique_ptr<TaskRecord> record;
-  if (queue.HasRoomForAddress()) {  // else a copy would be made in vain
-    record.reset(new TaskRecord{externalEvent, message, nullptr});
-  }
+  std::unique_ptr<TaskRecord> record(new TaskRecord{externalEvent, message, nullptr});
   {
     const CCriticalSectionGuard guard(m_oLock);
-    if (record == nullptr || !queue.HasRoomForAddress()) {
+    CByteRing& queue = GetLevel(level).queue;
+    if (!queue.HasRoomForAddress()) {
       DEBUG_TRACE(1, "\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full", level);
       OnQueueFull(message, level);
       return 0;

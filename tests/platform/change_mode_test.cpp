@@ -42,7 +42,7 @@ long __wrap_syscall(long number, ...) {
 
 namespace {
 
-// With the kernel's call (0) and without it (ENOSYS).
+// With the kernel's call (0), without it (ENOSYS) and with a filter that refuses it (EPERM).
 class ChangeModeTest : public testing::TestWithParam<int> {
  protected:
   ChangeModeTest() {
@@ -64,9 +64,11 @@ class ChangeModeTest : public testing::TestWithParam<int> {
   const ScratchDirectory m_oScratch;
 };
 
-INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS),
+INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS, EPERM),
                          [](const testing::TestParamInfo<int>& parameter) {
-                           return parameter.param == 0 ? "Kernel" : "OldKernel";
+                           return parameter.param == 0        ? "Kernel"
+                                  : parameter.param == ENOSYS ? "OldKernel"
+                                                              : "Filter";
                          });
 
 }  // namespace

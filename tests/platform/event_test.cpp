@@ -89,6 +89,16 @@ TEST(EventTest, CheckConsumesNothing) {
   EXPECT_TRUE(event.Check());
 }
 
+TEST(EventTest, IsSignaledIsACheckWithoutATraceLine) {
+  CEvent event(false, true);
+  const TraceSession session(5);
+  EXPECT_FALSE(event.IsSignaled());
+  EXPECT_TRUE(CEvent(true, false).IsSignaled());
+  event.Close();
+  EXPECT_FALSE(event.IsSignaled());
+  EXPECT_EQ(session.Count("Check event %p <%s> (IsSignaled=%d)\n"), 0);
+}
+
 TEST(EventTest, PulseWithoutAWaiterLeavesItNotSignalled) {
   CEvent event(true, true);
   EXPECT_TRUE(event.Pulse());

@@ -128,6 +128,27 @@ TEST_F(TaskSerializerTest, ABusyWorkerLeavesRoomForNineteenTasks) {
   EXPECT_THAT(serializer.Begun(), ElementsAreArray(Numbers(0, FULL_LEVEL + 1)));
 }
 
+// The worker makes room while the message is copied.
+TEST_F(TaskSerializerTest, ATaskIsRefusedOnlyWhenTheLevelIsFullAtTheTimeOfQueuing) {
+  TestSerializer serializer;
+  Gate gate;
+  serializer.onTask = [&](Message& message, int32_t) {
+    if (message.number == 0) {
+      gate.Pass();
+    }
+  };
+  serializer.StartSerialization();
+  serializer.Insert(0);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  serializer.InsertMany(1, FULL_LEVEL);
+  Message::s_onCopy = [&] {
+    gate.Open();
+    EXPECT_TRUE(serializer.WaitUntilBegun(2));
+  };
+  EXPECT_EQ(serializer.Insert(FULL_LEVEL + 1), 1U);
+  EXPECT_EQ(m_session.Count(line::FULL), 0);
+}
+
 TEST_F(TaskSerializerTest, EachLevelIsFullOnItsOwn) {
   TestSerializer serializer(2);
   serializer.InsertMany(1, FULL_LEVEL, 1);
