@@ -10,14 +10,18 @@ namespace {
 
 constexpr char PROGRAM[] = "/bin/true";
 
-void Ours(benchmark::State& state, Host host) {
-  const HostState hostState(host);
+void RunOurs(benchmark::State& state) {
   for (auto _ : state) {
     if (!RunProcess(PROGRAM, nullptr, false, false)) {
       state.SkipWithError("not launched");
     }
   }
-  state.counters["descriptors"] = HostState::GetDescriptorLimit();
+  state.counters["descriptors"] = DescriptorLimit::Get();
+}
+
+void Ours(benchmark::State& state, Host host) {
+  const HostState hostState(host);
+  RunOurs(state);
 }
 BENCHMARK_CAPTURE(Ours, small, Host::SMALL)->Name("launch_small/ours")->UseRealTime();
 BENCHMARK_CAPTURE(Ours, big, Host::BIG)->Name("launch_big/ours")->UseRealTime();
@@ -33,6 +37,16 @@ BENCHMARK(OursByMemory)
     ->Name("growth_launch/ours")
     ->RangeMultiplier(10)
     ->Range(10, 1000)
+    ->UseRealTime();
+
+void OursByDescriptors(benchmark::State& state) {
+  const DescriptorLimit limit(static_cast<rlim_t>(state.range(0)));
+  RunOurs(state);
+}
+BENCHMARK(OursByDescriptors)
+    ->Name("growth_launch_descriptors/ours")
+    ->RangeMultiplier(10)
+    ->Range(100, 10'000)
     ->UseRealTime();
 
 void PosixSpawn(benchmark::State& state, Host host) {

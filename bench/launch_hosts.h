@@ -3,6 +3,8 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 
+#include <algorithm>
+
 #include "bench/files.h"
 
 // What a host may look like in which a child is launched; for the life of the object.
@@ -36,32 +38,41 @@ class TouchedMemory {
   void* m_pMemory = nullptr;
 };
 
-class HostState {
+// The number of descriptors that a process may have.
+class DescriptorLimit {
  public:
-  explicit HostState(Host host) : m_oMemory(host == Host::BIG ? size_t{1} << 30 : 0) {
-    getrlimit(RLIMIT_NOFILE, &m_oLimit);
-    if (host == Host::MANY_DESCRIPTORS) {
-      // What lies above the hard limit needs a privilege that containers lack.
-      const rlimit most = {MANY, MANY};
-      const rlimit allowed = {m_oLimit.rlim_max, m_oLimit.rlim_max};
-      Require(setrlimit(RLIMIT_NOFILE, &most) == 0 || setrlimit(RLIMIT_NOFILE, &allowed) == 0,
-              "setrlimit");
-    }
+  // What lies above the hard limit needs a privilege that containers lack: that limit stands then.
+  explicit DescriptorLimit(rlim_t count) {
+    getrlimit(RLIMIT_NOFILE, &m_oBefore);
+    const rlimit asked = {count, std::max(count, m_oBefore.rlim_max)};
+    const rlimit allowed = {m_oBefore.rlim_max, m_oBefore.rlim_max};
+    Require(setrlimit(RLIMIT_NOFILE, &asked) == 0 || setrlimit(RLIMIT_NOFILE, &allowed) == 0,
+            "setrlimit");
   }
-  ~HostState() { setrlimit(RLIMIT_NOFILE, &m_oLimit); }
-  // The number of descriptors that a process may have here.
-  static double GetDescriptorLimit() {
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_oBefore); }
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+  static double Get() {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
     return static_cast<double>(limit.rlim_cur);
   }
 
-  HostState(const HostState&) = delete;
-  HostState& operator=(const HostState&) = delete;
+ private:
+  rlimit m_oBefore = {};
+};
+
+class HostState {
+ public:
+  explicit HostState(Host host)
+      : m_oMemory(host == Host::BIG ? size_t{1} << 30 : 0),
+        m_oLimit(host == Host::MANY_DESCRIPTORS ? MANY : USUAL) {}
 
  private:
+  static constexpr rlim_t USUAL = 1024;
   static constexpr rlim_t MANY = 1'048'576;
 
   const TouchedMemory m_oMemory;
-  rlimit m_oLimit = {};
+  const DescriptorLimit m_oLimit;
 };

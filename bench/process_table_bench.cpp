@@ -29,18 +29,18 @@ void ReadAll(benchmark::State& state) {
   DIR* directory = opendir("/proc");
   while (const dirent* entry = readdir(directory)) {
     if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9') {
-      paths.push_back(std::string("/proc/") + entry->d_name + "/comm");
+      paths.push_back(std::string(entry->d_name) + "/comm");
     }
   }
-  closedir(directory);
   for (auto _ : state) {
     for (const std::string& path : paths) {
       char name[32];
-      const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      const int file = openat(dirfd(directory), path.c_str(), O_RDONLY | O_CLOEXEC);
       benchmark::DoNotOptimize(read(file, name, sizeof name));
       close(file);
     }
   }
+  closedir(directory);
 }
 BENCHMARK(ReadAll)->Name("process_find/limit")->Arg(PROCESSES)->UseRealTime();
 

@@ -163,7 +163,10 @@ RegistryShape ShapeOf(const benchmark::State& state) {
 }
 void LoadOursBySize(benchmark::State& state) { LoadOurs(state, ShapeOf(state)); }
 void QueryOursBySize(benchmark::State& state) { QueryOurs(state, ShapeOf(state)); }
-void OpenAndQueryOursBySize(benchmark::State& state) { OpenAndQueryOurs(state, ShapeOf(state)); }
+void OpenAndQueryOursByKeys(benchmark::State& state) {
+  const auto keys = static_cast<int>(state.range(0));
+  OpenAndQueryOurs(state, {100 * keys, keys});
+}
 void SaveOursBySize(benchmark::State& state) { SaveOurs(state, ShapeOf(state)); }
 
 void MemoryOurs(benchmark::State& state) {
@@ -192,7 +195,9 @@ BENCHMARK_CAPTURE(LoadRapidJson, many, THOUSAND_KEYS)->Name("registry_load_1000_
 BENCHMARK_CAPTURE(LoadLines, many, THOUSAND_KEYS)->Name("registry_load_1000_keys/limit");
 BENCHMARK_CAPTURE(QueryOurs, one, ONE_KEY)->Name("registry_query_one_key/ours");
 BENCHMARK_CAPTURE(QueryOurs, many, THOUSAND_KEYS)->Name("registry_query_1000_keys/ours");
-BENCHMARK_CAPTURE(OpenAndQueryOurs, one, ONE_KEY)->Name("registry_open_query/ours");
+BENCHMARK_CAPTURE(OpenAndQueryOurs, one, ONE_KEY)->Name("registry_open_query_one_key/ours");
+BENCHMARK_CAPTURE(OpenAndQueryOurs, many, THOUSAND_KEYS)
+    ->Name("registry_open_query_1000_keys/ours");
 BENCHMARK_CAPTURE(SaveOurs, one, ONE_KEY)->Name("registry_save/ours")->UseRealTime();
 BENCHMARK_CAPTURE(SaveRapidJson, one, ONE_KEY)->Name("registry_save/RapidJSON")->UseRealTime();
 BENCHMARK_CAPTURE(SaveBytes, one, ONE_KEY)->Name("registry_save/limit")->UseRealTime();
@@ -204,10 +209,10 @@ BENCHMARK(QueryOursBySize)
     ->Name("growth_registry_query/ours")
     ->RangeMultiplier(10)
     ->Range(1000, 100'000);
-BENCHMARK(OpenAndQueryOursBySize)
+BENCHMARK(OpenAndQueryOursByKeys)
     ->Name("growth_registry_open_query/ours")
     ->RangeMultiplier(10)
-    ->Range(1000, 100'000);
+    ->Range(10, 1000);
 BENCHMARK(SaveOursBySize)
     ->Name("growth_registry_save/ours")
     ->RangeMultiplier(10)

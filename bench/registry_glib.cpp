@@ -73,6 +73,9 @@ void Memory(benchmark::State& state) {
 
 BENCHMARK_CAPTURE(Load, one, ONE_KEY)->Name("registry_load_one_key/GKeyFile");
 BENCHMARK_CAPTURE(Load, th, THOUSAND_KEYS)->Name("registry_load_1000_keys/GKeyFile");
+// A query finds the group as well.
+BENCHMARK_CAPTURE(Query, one, ONE_KEY)->Name("registry_open_query_one_key/GKeyFile");
+BENCHMARK_CAPTURE(Query, th, THOUSAND_KEYS)->Name("registry_open_query_1000_keys/GKeyFile");
 BENCHMARK_CAPTURE(Query, one, ONE_KEY)->Name("registry_query_one_key/GKeyFile");
 BENCHMARK_CAPTURE(Query, th, THOUSAND_KEYS)->Name("registry_query_1000_keys/GKeyFile");
 BENCHMARK_CAPTURE(Save, one, ONE_KEY)->Name("registry_save/GKeyFile")->UseRealTime();

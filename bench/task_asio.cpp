@@ -30,7 +30,7 @@ void Latency(benchmark::State& state) {
   Worker worker;
   MeasureLatency(state, [&](const std::function<void()>& task) { worker.Post(task); });
 }
-BENCHMARK(Latency)->Name("task_latency/Boost.Asio")->Iterations(LATENCY_TASKS)->UseManualTime();
+BENCHMARK(Latency)->Name("task_latency/Boost.Asio")->Iterations(1)->UseManualTime();
 
 void Throughput(benchmark::State& state) {
   Worker worker;

@@ -36,7 +36,7 @@ void LatencyOurs(benchmark::State& state) {
     serializer.InsertTask(record, 0, nullptr);
   });
 }
-BENCHMARK(LatencyOurs)->Name("task_latency/ours")->Iterations(LATENCY_TASKS)->UseManualTime();
+BENCHMARK(LatencyOurs)->Name("task_latency/ours")->Iterations(1)->UseManualTime();
 
 void ThroughputOurs(benchmark::State& state) {
   Serializer serializer;
@@ -59,7 +59,7 @@ BENCHMARK(ThroughputOurs)
     ->Name("growth_tasks/ours")
     ->RangeMultiplier(10)
     ->Range(100, 10'000)
-    ->Iterations(1)
+    ->Iterations(10)
     ->UseRealTime();
 
 class PlainQueue {
@@ -100,10 +100,7 @@ void LatencyPlain(benchmark::State& state) {
   PlainQueue queue;
   MeasureLatency(state, [&](const std::function<void()>& task) { queue.Push(task); });
 }
-BENCHMARK(LatencyPlain)
-    ->Name("task_latency/mutex and condition")
-    ->Iterations(LATENCY_TASKS)
-    ->UseManualTime();
+BENCHMARK(LatencyPlain)->Name("task_latency/mutex and condition")->Iterations(1)->UseManualTime();
 
 void ThroughputPlain(benchmark::State& state) {
   PlainQueue queue;
@@ -134,6 +131,7 @@ class FutexWorker {
   void Wake() {
     ++m_nTurn;
     syscall(SYS_futex, &m_nTurn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    sched_yield();
   }
 
   void Loop() {
@@ -158,6 +156,6 @@ void LatencyFutex(benchmark::State& state) {
   FutexWorker worker;
   MeasureLatency(state, [&](const std::function<void()>& task) { worker.Run(task); });
 }
-BENCHMARK(LatencyFutex)->Name("task_latency/limit")->Iterations(LATENCY_TASKS)->UseManualTime();
+BENCHMARK(LatencyFutex)->Name("task_latency/limit")->Iterations(1)->UseManualTime();
 
 }  // namespace

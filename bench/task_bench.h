@@ -4,9 +4,11 @@
 #include <sched.h>
 #include <time.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <vector>
 
 #include "bench/request_texts.h"
 #include "frame/sip_json.h"
@@ -24,21 +26,26 @@ inline SipJson MakeRecord() {
   return record;
 }
 
-// The time from queuing a job to its begin on a worker that sleeps. `queue` takes a function that
-// the worker is to call.
+// The time from queuing a job to its begin on a worker that sleeps, the median of many. `queue`
+// takes a function that the worker is to call.
 template <typename Queue>
 void MeasureLatency(benchmark::State& state, const Queue& queue) {
   std::atomic<Clock::rep> begun = 0;
   for (auto _ : state) {
-    begun = 0;
-    const auto start = Clock::now();
-    queue([&begun] { begun = Clock::now().time_since_epoch().count(); });
-    const timespec pause = {0, 200'000};
-    do {
-      nanosleep(&pause, nullptr);
-    } while (begun == 0);
-    const Clock::time_point begin{Clock::duration(begun)};
-    state.SetIterationTime(std::chrono::duration<double>(begin - start).count());
+    std::vector<double> times;
+    for (int task = 0; task < LATENCY_TASKS; ++task) {
+      begun = 0;
+      const auto start = Clock::now();
+      queue([&begun] { begun = Clock::now().time_since_epoch().count(); });
+      const timespec pause = {0, 200'000};
+      do {
+        nanosleep(&pause, nullptr);
+      } while (begun == 0);
+      const Clock::time_point begin{Clock::duration(begun)};
+      times.push_back(std::chrono::duration<double>(begin - start).count());
+    }
+    std::nth_element(times.begin(), times.begin() + LATENCY_TASKS / 2, times.end());
+    state.SetIterationTime(times[LATENCY_TASKS / 2]);
   }
 }
 
