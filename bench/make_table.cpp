@@ -22,7 +22,7 @@ constexpr char OURS_NAME[] = "ours";
 constexpr char LIMIT_NAME[] = "limit";
 
 // What our time is held against.
-enum class Against { NANOSECONDS, NANOSECONDS_OR_LIMIT, LIMIT, BEST_PEER, SMALL_HOST };
+enum class Against { NANOSECONDS, NANOSECONDS_OR_RATIO, LIMIT, BEST_PEER, SMALL_HOST };
 
 struct Row {
   const char* id;
@@ -31,7 +31,7 @@ struct Row {
   double allowed;  // nanoseconds, or a factor
   const char* target;
   const char* note = "";
-  double perLimit = 0;  // the factor of NANOSECONDS_OR_LIMIT
+  double ratio = 0;  // of NANOSECONDS_OR_RATIO: to the limit, or to the best peer where none is
 };
 
 // What "as fast as" allows: two runs of the same thing differ by that on a busy machine.
@@ -42,8 +42,9 @@ constexpr Row ROWS[] = {
      "as fast as a plain guard"},
     {"availability", "availability request through the exported interface, tracing off",
      Against::NANOSECONDS, 250, "250 ns"},
-    {"copy", "deep copy of a request record", Against::NANOSECONDS, 150, "150 ns",
-     "RapidJSON's own copy shares constant texts with its source."},
+    {"copy", "deep copy of a request record", Against::NANOSECONDS_OR_RATIO, 150,
+     "150 ns, or 1.18 times the best peer",
+     "RapidJSON's own copy shares constant texts with its source.", 150.0 / 127},
     {"event_set_wait", "event: set, then a wait that finds it set", Against::LIMIT, AS,
      "as fast as the limit, pthread and one yield"},
     {"event_wait_0", "event: wait 0 ms, not set", Against::NANOSECONDS, 100, "100 ns"},
@@ -76,14 +77,15 @@ constexpr Row ROWS[] = {
      "15 µs"},
     {"profile_write", "profile string: write a key into 1,000 lines", Against::NANOSECONDS, 30e3,
      "30 µs"},
-    {"process_find", "find a process by name among 500", Against::NANOSECONDS_OR_LIMIT, 0.95e6,
-     "0.95 ms, or 1.19 times the limit", "", 0.95 / 0.8},
-    {"directory_remove", "remove 20,000 files in 200 directories", Against::NANOSECONDS_OR_LIMIT,
+    {"process_find", "find a process by name among 500", Against::NANOSECONDS_OR_RATIO, 0.95e6,
+     "0.95 ms, or 1.19 times the limit", "the limit knows the processes, ours lists them first.",
+     0.95 / 0.8},
+    {"directory_remove", "remove 20,000 files in 200 directories", Against::NANOSECONDS_OR_RATIO,
      70e6, "70 ms, or 1.30 times the limit",
      "the peers and the limit remove a file with one call. Ours asks what each entry is and makes it "
      "writable before that.",
      70.0 / 54},
-    {"launch_small", "launch and wait, small host", Against::NANOSECONDS_OR_LIMIT, 0.9e6,
+    {"launch_small", "launch and wait, small host", Against::NANOSECONDS_OR_RATIO, 0.9e6,
      "0.9 ms, or 1.36 times the limit", "", 0.9 / 0.66},
     {"launch_big", "the same, host with 1 GiB of touched memory", Against::SMALL_HOST, AS,
      "as fast as in a small host"},
@@ -256,9 +258,11 @@ std::optional<double> Allowed(const Row& row, const Results& results) {
   switch (row.against) {
     case Against::NANOSECONDS:
       return row.allowed;
-    case Against::NANOSECONDS_OR_LIMIT: {
-      const auto limit = Find(results.times.at(row.id), LIMIT_NAME);
-      return std::max(row.allowed, limit.value_or(0) * row.perLimit);
+    case Against::NANOSECONDS_OR_RATIO: {
+      const Contenders& contenders = results.times.at(row.id);
+      const auto limit = Find(contenders, LIMIT_NAME);
+      const auto other = limit ? limit : BestPeer(contenders);
+      return std::max(row.allowed, other.value_or(0) * row.ratio);
     }
     case Against::LIMIT: {
       const auto limit = Find(results.times.at(row.id), LIMIT_NAME);
