@@ -44,7 +44,7 @@ long __wrap_syscall(long number, ...) {
   va_end(arguments);
   const bool changesMode = number != SYS_capget && number != SYS_capset;
   if (changesMode && g_bChangeModeFails) {
-    errno = EPERM;
+    errno = EACCES;
     return -1;
   }
   return __real_syscall(number, first, second, third, fourth);
@@ -235,7 +235,7 @@ TEST_F(DirectoryTest, RemovesAFileWhoseModeCannotBeChanged) {
   EXPECT_THAT(Lines(1, WITHOUT_PARENT), ElementsAre(Line("Remove directory \"" + m_strTop + "\""),
                                                     Line("Found file: \"" + Top("a\"")),
                                                     Line("ERROR cannot change mode of file \"" +
-                                                         Top("a\": Operation not permitted")),
+                                                         Top("a\": Permission denied")),
                                                     Line("Remove file \"" + Top("a\" OK!"))));
   EXPECT_FALSE(fs::exists(Top("a")));
 }
