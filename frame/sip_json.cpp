@@ -108,11 +108,14 @@ void AddMember(SipJson::Value& object, std::string_view key, SipJson::Value valu
   }
 }
 
-// Makes the array `count` elements long, with empty objects. False when memory is exhausted.
+// Makes the array `count` elements long, with empty objects, and its memory at least half as large
+// again as it was. False when memory is exhausted.
 bool Grow(SipJson::Value& array, rapidjson::SizeType count, SipJson::Allocator& allocator) {
-  if (count > array.Capacity() &&
-      !WithJsonRoom(allocator, count * sizeof(SipJson::Value),
-                    [&](SipJson::Allocator& room) { array.Reserve(count, room); })) {
+  const rapidjson::SizeType capacity = array.Capacity();
+  const rapidjson::SizeType needed = std::max(count, capacity + (capacity + 1) / 2);
+  if (count > capacity &&
+      !WithJsonRoom(allocator, needed * sizeof(SipJson::Value),
+                    [&](SipJson::Allocator& room) { array.Reserve(needed, room); })) {
     return false;
   }
   while (array.Size() < count) {

@@ -127,3 +127,15 @@ TEST(SipJsonMemoryTest, JsonDataIsCopiedOrNot) {
   EXPECT_TRUE(record.GetJsonData(0, copy, target.m_oDocument.GetAllocator()));
   EXPECT_EQ(TextOf(copy), TextOf(*record.FindCmdMember(0, "DA")));
 }
+
+TEST(SipJsonMemoryTest, CommandsThatAreAddedOneByOneTakeLittleMemory) {
+  constexpr uint32_t COMMANDS = 1000;
+  SipJson record = MakeCommands("");
+  const size_t before = record.m_oDocument.GetAllocator().Size();
+  for (record.m_nCmdIndex = 0; record.m_nCmdIndex < COMMANDS; ++record.m_nCmdIndex) {
+    record.SetCmdUInt("ST", 6);
+  }
+  const size_t forMembers = COMMANDS * 16 * sizeof(rapidjson::Value::Member);
+  const size_t taken = record.m_oDocument.GetAllocator().Size() - before;
+  EXPECT_LT(taken, 2 * (forMembers + COMMANDS * sizeof(rapidjson::Value)));
+}
