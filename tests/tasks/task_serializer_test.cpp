@@ -36,6 +36,19 @@ class TaskSerializerTest : public SerializerTest {
   TraceSession m_session{5};
 };
 
+// Starts the worker, which stops at the gate within task 0, and fills level 0.
+void FillBehindABusyWorker(TestSerializer& serializer, Gate& gate) {
+  serializer.onTask = [&](Message& message, int32_t) {
+    if (message.number == 0) {
+      gate.Pass();
+    }
+  };
+  serializer.StartSerialization();
+  serializer.Insert(0);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  serializer.InsertMany(1, FULL_LEVEL);
+}
+
 TEST_F(TaskSerializerTest, ConstructionCreatesTheWakeUpEventAndEnablesTheLevels) {
   const TestSerializer serializer;
   EXPECT_THAT(m_session.Formats(), ElementsAre(line::CREATING, line::ENABLE_ALL));
@@ -111,15 +124,7 @@ TEST_F(TaskSerializerTest, ATwentiethWaitingTaskIsRefused) {
 TEST_F(TaskSerializerTest, ABusyWorkerLeavesRoomForNineteenTasks) {
   TestSerializer serializer;
   Gate gate;
-  serializer.onTask = [&](Message& message, int32_t) {
-    if (message.number == 0) {
-      gate.Pass();
-    }
-  };
-  serializer.StartSerialization();
-  serializer.Insert(0);
-  ASSERT_TRUE(gate.WaitUntilReached());
-  serializer.InsertMany(1, FULL_LEVEL);
+  FillBehindABusyWorker(serializer, gate);
   EXPECT_EQ(serializer.Insert(FULL_LEVEL + 1), 0U);
   EXPECT_THAT(TextsOf(m_session, line::FULL),
               ElementsAre("\nCTaskSerializer     : ## ERROR! Task queue for priority 0 is full"));
@@ -132,15 +137,7 @@ TEST_F(TaskSerializerTest, ABusyWorkerLeavesRoomForNineteenTasks) {
 TEST_F(TaskSerializerTest, ATaskIsRefusedOnlyWhenTheLevelIsFullAtTheTimeOfQueuing) {
   TestSerializer serializer;
   Gate gate;
-  serializer.onTask = [&](Message& message, int32_t) {
-    if (message.number == 0) {
-      gate.Pass();
-    }
-  };
-  serializer.StartSerialization();
-  serializer.Insert(0);
-  ASSERT_TRUE(gate.WaitUntilReached());
-  serializer.InsertMany(1, FULL_LEVEL);
+  FillBehindABusyWorker(serializer, gate);
   Message::s_onCopy = [&] {
     gate.Open();
     EXPECT_TRUE(serializer.WaitUntilBegun(2));
