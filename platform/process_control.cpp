@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "platform/child_program.h"
 #include "platform/working_directory.h"
@@ -13,6 +15,7 @@
 namespace {
 
 constexpr size_t PATH_SIZE = 4096;
+constexpr std::chrono::milliseconds LOOK_INTERVAL(1);
 
 // True when the child ended with exit status 0. Stores the exit status of a normal end.
 bool WaitForEnd(int32_t pid, int32_t& exitCode) {
@@ -91,6 +94,26 @@ bool RunProgram(const char* program, std::atomic<int32_t>& pid, int32_t& exitCod
 bool WaitProcess(int32_t pid, int32_t& exitCode, uint32_t /*timeoutMilliseconds*/) {
   exitCode = -1;
   return pid >= 1 && WaitForEnd(pid, exitCode);
+}
+
+bool WaitForProcessEnd(int32_t pid, uint32_t milliseconds) {
+  if (pid < 1) {
+    return false;
+  }
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  for (;;) {
+    siginfo_t info = {};
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) {
+      return false;
+    }
+    if (info.si_pid == pid) {
+      return true;
+    }
+    if (std::chrono::steady_clock::now() >= end) {
+      return false;
+    }
+    std::this_thread::sleep_for(LOOK_INTERVAL);
+  }
 }
 
 bool KillProcess(int32_t pid, bool /*force*/) { return pid >= 1 && kill(pid, SIGKILL) == 0; }

@@ -54,6 +54,11 @@ bool RunProgram(const char* program, std::atomic<int32_t>& pid, int32_t& exitCod
 // exit status 0. False and -1 for a process that is no child, and for a pid below 1.
 bool WaitProcess(int32_t pid, int32_t& exitCode, uint32_t timeoutMilliseconds);
 
+// Waits, for `milliseconds` at most, until the child has ended, and leaves it for WaitProcess(),
+// which then does not block. False for a child that still runs, and at once for a process that is
+// no child (any more) and for a pid below 1.
+bool WaitForProcessEnd(int32_t pid, uint32_t milliseconds);
+
 // Sends SIGKILL, deliberately also without `force`. False when that failed, and for a pid below 1,
 // which would name a group of processes or all of the machine.
 bool KillProcess(int32_t pid, bool force);

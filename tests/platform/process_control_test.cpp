@@ -77,6 +77,7 @@ class ProcessControlTest : public testing::Test {
 };
 
 using WaitProcessTest = ProcessControlTest;
+using WaitForProcessEndTest = ProcessControlTest;
 using KillProcessTest = ProcessControlTest;
 
 }  // namespace
@@ -142,6 +143,34 @@ TEST_F(WaitProcessTest, GivesTheExitCodeToOneOfTwoThreads) {
   EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
   other.join();
   EXPECT_EQ(m_nExitCode + otherExitCode, 4 - 1);
+}
+
+TEST_F(WaitForProcessEndTest, SeesAChildThatHasEndedAndLeavesItToTheWait) {
+  ASSERT_TRUE(StartScript("exit 4"));
+  EXPECT_TRUE(WaitForProcessEnd(m_nPid, 10'000));
+  EXPECT_TRUE(WaitForProcessEnd(m_nPid, 0));
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
+  EXPECT_EQ(m_nExitCode, 4);
+}
+
+TEST_F(WaitForProcessEndTest, GivesUpOnAChildThatRunsOn) {
+  ASSERT_TRUE(Start("sleep 60"));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(WaitForProcessEnd(m_nPid, 50));
+  const auto time = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(time, std::chrono::milliseconds(50));
+  EXPECT_LT(time, std::chrono::seconds(10));
+  EXPECT_TRUE(KillProcess(m_nPid, true));
+  EXPECT_TRUE(WaitForProcessEnd(m_nPid, 10'000));
+  EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
+}
+
+TEST_F(WaitForProcessEndTest, DoesNotWaitForWhatIsNoChild) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (const int32_t pid : {getppid(), 0, -1, INT32_MIN}) {
+    EXPECT_FALSE(WaitForProcessEnd(pid, 60'000));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
 TEST_F(KillProcessTest, SendsSigkillWithAndWithoutForce) {
