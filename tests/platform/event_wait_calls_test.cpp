@@ -76,6 +76,20 @@ TEST_F(EventCallsTest, CloseWakesAfterTheUnlock) {
               ElementsAre("mutex_lock", "mutex_unlock", "cond_broadcast"));
 }
 
+TEST_F(EventCallsTest, CloseSignalsNobodyBeforeItHasClosedTheHandle) {
+  for (CEvent* event : {&m_oAutomatic, &m_oManual}) {
+    const CEvent other(*event);
+    const auto look = [&other, event]() -> std::optional<int> {
+      EXPECT_TRUE(other.IsSignaled());
+      EXPECT_FALSE(event->IsOpen());
+      return std::nullopt;
+    };
+    m_oCalls.AnswerNext("mutex_unlock", look);
+    m_oCalls.AnswerNext(event == &m_oManual ? "cond_broadcast" : "cond_signal", look);
+    EXPECT_TRUE(event->Close());
+  }
+}
+
 TEST_F(EventCallsTest, CheckAndCreateTakeNoLock) {
   EXPECT_THAT(CallsOf([&] {
                 m_oManual.Check();
