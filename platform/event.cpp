@@ -207,7 +207,7 @@ bool CEvent::Create(bool isSignaled, bool isManualReset) {
   if (record->signaled == isSignaled && record->manualReset == isManualReset) {
     return true;
   }
-  DEBUG_TRACE(
+  DEBUG_TRACE_NOTHROW(
       5,
       "Create event %p <%s>, changing attributes (IsSignaled=%d,IsManual=%d) --> (IsSignaled=%d,IsManual=%d)\n",
       record->GetAddress(), record->GetName(), record->signaled.load(), record->manualReset.load(),
@@ -232,8 +232,8 @@ bool CEvent::SetWithoutYield() {
     return false;
   }
   const EventRecordLock lock(*record);
-  DEBUG_TRACE(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record->GetAddress(),
-              record->GetName(), record->signaled.load());
+  DEBUG_TRACE_NOTHROW(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record->GetAddress(),
+                      record->GetName(), record->signaled.load());
   record->signaled = true;
   return WakeWaiters(*record) == 0;
 }
@@ -244,8 +244,8 @@ bool CEvent::Pulse() {
     return false;
   }
   EventRecordLock lock(*record);
-  DEBUG_TRACE(5, "Pulse event %p <%s> IsSignaled=%d --> IsSignaled=0\n", record->GetAddress(),
-              record->GetName(), record->signaled.load());
+  DEBUG_TRACE_NOTHROW(5, "Pulse event %p <%s> IsSignaled=%d --> IsSignaled=0\n",
+                      record->GetAddress(), record->GetName(), record->signaled.load());
   record->signaled = false;
   const int result = WakeWaiters(*record);
   lock.Unlock();
@@ -259,8 +259,8 @@ bool CEvent::Reset() {
     return false;
   }
   const EventRecordLock lock(*record);
-  DEBUG_TRACE(5, "Reset event %p <%s>: IsSignaled=%d --> IsSignaled=0\n", record->GetAddress(),
-              record->GetName(), record->signaled.load());
+  DEBUG_TRACE_NOTHROW(5, "Reset event %p <%s>: IsSignaled=%d --> IsSignaled=0\n",
+                      record->GetAddress(), record->GetName(), record->signaled.load());
   record->signaled = false;
   return true;
 }
@@ -270,8 +270,8 @@ bool CEvent::Close() {
   if (record == nullptr) {
     return false;
   }
-  DEBUG_TRACE(5, "Close event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record->GetAddress(),
-              record->GetName(), record->signaled.load());
+  DEBUG_TRACE_NOTHROW(5, "Close event %p <%s> IsSignaled=%d --> IsSignaled=1\n",
+                      record->GetAddress(), record->GetName(), record->signaled.load());
   m_bClosed = true;
   {
     const EventRecordLock lock(*record);
@@ -286,8 +286,8 @@ bool CEvent::Check() const {
     return false;
   }
   const bool isSignaled = record->signaled;
-  DEBUG_TRACE(5, "Check event %p <%s> (IsSignaled=%d)\n", record->GetAddress(), record->GetName(),
-              isSignaled);
+  DEBUG_TRACE_NOTHROW(5, "Check event %p <%s> (IsSignaled=%d)\n", record->GetAddress(),
+                      record->GetName(), isSignaled);
   return isSignaled;
 }
 

@@ -23,6 +23,8 @@ constexpr uint32_t EVENT_INFINITE = 0xFFFFFFFF;
 // A handle is closed after Close(), and empty when the event could not be created; every operation
 // on such a handle answers false or EVENT_FAILED.
 //
+// No operation throws, whatever the host's trace sink does: it has its effect all the same.
+//
 // Thread safety: every operation may be called from any thread, on any handle of the event, except
 // that a handle must not be destroyed or assigned to while another thread uses that same handle for
 // anything but a Wait(). What one thread wrote before Set() is visible to the threads whose Wait()
@@ -30,7 +32,7 @@ constexpr uint32_t EVENT_INFINITE = 0xFFFFFFFF;
 class CEvent {
  public:
   // Creates an event, or opens the one of that name (null: unnamed), which keeps its own state and
-  // kind of reset. Never throws: on failure the handle is empty.
+  // kind of reset. On failure the handle is empty.
   CEvent(bool isSignaled, bool isManualReset, const char* name = nullptr) noexcept;
 
   // A second handle on the event of `other`, open even when `other` was closed; empty when that is.
@@ -40,11 +42,11 @@ class CEvent {
   // stays allocated, and under its name, for the life of the process.
   CEvent& operator=(const CEvent& other) noexcept;
 
-  // Releases the event. The last handle blocks, looking once a second, until no thread waits any
-  // more.
+  // Releases the event. The last handle blocks, looking once a second, until no thread is inside
+  // Wait() any more.
   ~CEvent();
 
-  // Changes state and kind of reset without waking anybody. False while a thread waits.
+  // Changes state and kind of reset without waking anybody. False while a thread is inside Wait().
   bool Create(bool isSignaled, bool isManualReset);
 
   // Signals the event and yields the processor, so that a woken thread can run at once. False when
@@ -80,7 +82,7 @@ class CEvent {
   // and a thread that comes to wait while the signal of an auto-reset event is on its way to a
   // waiter is released as well. With `trace` the wait writes its level-5 lines. Returns
   // EVENT_SIGNALED, EVENT_TIMEOUT, or EVENT_FAILED when the system refused or an exception broke
-  // the wait off. Thread cancellation ends the wait and goes on.
+  // the wait off. Thread cancellation ends the wait, as a failed one in the trace, and goes on.
   uint32_t Wait(uint32_t milliseconds, bool trace = false);
 
  private:

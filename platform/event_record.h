@@ -33,12 +33,12 @@ struct EventRecord {
   const char* GetName() const noexcept { return name != nullptr ? name->c_str() : "anon"; }
 
   pthread_cond_t condition = {};
-  pthread_mutex_t mutex = {};  // guards the changes of signaled and waiters
+  pthread_mutex_t mutex = {};  // guards the changes of signaled
   int32_t references = 1;      // guarded by the event reference lock
   std::atomic<bool> manualReset;
   std::atomic<bool> signaled;
   std::shared_ptr<const std::string> name;  // null: unnamed
-  std::atomic<int32_t> waiters = 0;         // threads inside a wait
+  std::atomic<int32_t> waiters = 0;         // threads inside CEvent::Wait()
   pthread_condattr_t attribute = {};
   bool isInitialised = false;
 };

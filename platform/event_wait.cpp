@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <utility>
 
 #include "platform/event.h"
 #include "platform/event_record.h"
@@ -50,7 +51,7 @@ int WaitOn(EventRecord& record, uint32_t milliseconds, bool trace) {
   clock_gettime(CLOCK_MONOTONIC, &now);
   const timespec deadline = DeadlineAfter(now, milliseconds);
   if (trace) {
-    DEBUG_TRACE(
+    DEBUG_TRACE_NOTHROW(
         5,
         "prepare time for waiting on event %p <%s> (ts_beg:sec=%ld,ts_beg:nsec=%ld) -> (ts:sec=%ld,ts:nsec=%ld)\n",
         record.GetAddress(), record.GetName(), now.tv_sec, now.tv_nsec, deadline.tv_sec,
@@ -86,39 +87,55 @@ const char* ResultWord(uint32_t result) {
   }
 }
 
-// Counts the calling thread as waiting, also when the wait is broken off.
+// Counts the calling thread as waiting until Leave() or the end of the object's life. A record
+// that counts a waiter is not destroyed.
 class WaiterCount {
  public:
-  explicit WaiterCount(EventRecord& record) : m_oRecord(record) { ++m_oRecord.waiters; }
-  ~WaiterCount() { --m_oRecord.waiters; }
+  explicit WaiterCount(EventRecord& record) : m_pRecord(&record) { ++m_pRecord->waiters; }
+  ~WaiterCount() { Leave(); }
   WaiterCount(const WaiterCount&) = delete;
   WaiterCount& operator=(const WaiterCount&) = delete;
 
+  void Leave() {
+    if (m_pRecord != nullptr) {
+      --std::exchange(m_pRecord, nullptr)->waiters;
+    }
+  }
+
+  // Leaves the thread counted for ever.
+  void Keep() { m_pRecord = nullptr; }
+
  private:
-  EventRecord& m_oRecord;
+  EventRecord* m_pRecord;
 };
 
-// The blocking part of a wait, on a record that is not signalled. Stores pthread's result.
-//
-// The runtime binds the reference to a forced unwind to null, which the sanitizer would report; the
-// exemption does not hold where the function is inlined.
-__attribute__((noinline, no_sanitize("null"))) uint32_t BlockUntilSignaled(
-    EventRecord& record, const EventRecordLock& lock, uint32_t milliseconds, bool trace,
-    int& waitResult) {
-  if (lock.GetResult() != 0) {
-    // Deliberately left counted: a record whose mutex fails must never be destroyed.
-    ++record.waiters;
-    return EVENT_FAILED;
+// How a wait ended, and the state that it left.
+struct WaitEnd {
+  uint32_t result = EVENT_FAILED;
+  int lockResult = 0;
+  int waitResult = 0;  // pthread's
+  bool isSignaled = false;
+  bool hasBlocked = true;  // false: the event was signalled before
+};
+
+// The wait of a thread that is counted.
+WaitEnd WaitCounted(EventRecord& record, WaiterCount& count, uint32_t milliseconds, bool trace) {
+  const EventRecordLock lock(record);
+  if (record.signaled) {
+    const bool isManualReset = record.manualReset;
+    record.signaled = isManualReset;
+    return {.result = EVENT_SIGNALED, .isSignaled = isManualReset, .hasBlocked = false};
   }
-  const WaiterCount count(record);
-  try {
-    waitResult = WaitOn(record, milliseconds, trace);
-    return TakeResult(record, waitResult);
-  } catch (const abi::__forced_unwind&) {
-    throw;  // cancellation goes on; glibc aborts the process when it is swallowed
-  } catch (...) {
-    return EVENT_FAILED;
+  WaitEnd end = {.lockResult = lock.GetResult()};
+  if (end.lockResult == 0) {
+    end.waitResult = WaitOn(record, milliseconds, trace);
+    end.result = TakeResult(record, end.waitResult);
+  } else {
+    // A record whose mutex fails must never be destroyed.
+    count.Keep();
   }
+  end.isSignaled = record.signaled;
+  return end;
 }
 
 void TraceWaitBegin(const EventLabel& label, uint32_t milliseconds) {
@@ -130,33 +147,48 @@ void TraceWaitBegin(const EventLabel& label, uint32_t milliseconds) {
   }
 }
 
+void TraceWaitEnd(const EventLabel& label, const WaitEnd& end) {
+  if (end.hasBlocked) {
+    DEBUG_TRACE_NOTHROW(5, "%s(%d,%d) on event %p <%s> (IsSignaled=%d)\n", ResultWord(end.result),
+                        end.lockResult, end.waitResult, label.GetAddress(), label.GetName(),
+                        end.isSignaled);
+  } else {
+    // An event that is still signalled is a manual-reset one.
+    DEBUG_TRACE_NOTHROW(
+        5, "event %p <%s> (IsManual=%d) has been already signaled --> New state: IsSignaled=%d\n",
+        label.GetAddress(), label.GetName(), end.isSignaled, end.isSignaled);
+  }
+}
+
 }  // namespace
 
-uint32_t WaitForEvent(EventRecord& record, uint32_t milliseconds, bool trace) {
+// The runtime binds the reference to a forced unwind to null, which the sanitizer would report; the
+// exemption does not hold where the function is inlined.
+__attribute__((noinline, no_sanitize("null"))) uint32_t WaitForEvent(EventRecord& record,
+                                                                     uint32_t milliseconds,
+                                                                     bool trace) {
+  // Before the first line, during which the last handle may already go.
+  WaiterCount count(record);
   const EventLabel label(record);
   if (trace) {
     TraceWaitBegin(label, milliseconds);
   }
-  EventRecordLock lock(record);
-  if (record.signaled) {
-    const bool isManualReset = record.manualReset;
-    record.signaled = isManualReset;
-    lock.Unlock();
+  WaitEnd end;
+  try {
+    end = WaitCounted(record, count, milliseconds, trace);
+  } catch (const abi::__forced_unwind&) {
+    end.isSignaled = record.signaled;
+    count.Leave();
     if (trace) {
-      DEBUG_TRACE_NOTHROW(
-          5, "event %p <%s> (IsManual=%d) has been already signaled --> New state: IsSignaled=%d\n",
-          label.GetAddress(), label.GetName(), isManualReset, isManualReset);
+      TraceWaitEnd(label, end);
     }
-    return EVENT_SIGNALED;
+    throw;  // glibc aborts the process when a cancellation is swallowed
+  } catch (...) {
+    end.isSignaled = record.signaled;
   }
-  int waitResult = 0;
-  const uint32_t result = BlockUntilSignaled(record, lock, milliseconds, trace, waitResult);
-  const bool isSignaled = record.signaled;
-  lock.Unlock();
+  count.Leave();
   if (trace) {
-    DEBUG_TRACE_NOTHROW(5, "%s(%d,%d) on event %p <%s> (IsSignaled=%d)\n", ResultWord(result),
-                        lock.GetResult(), waitResult, label.GetAddress(), label.GetName(),
-                        isSignaled);
+    TraceWaitEnd(label, end);
   }
-  return result;
+  return end.result;
 }

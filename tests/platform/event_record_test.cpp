@@ -27,6 +27,7 @@ using testing::Not;
 namespace {
 
 constexpr char OPENING[] = "refCount for event %p <%s> incremented (IsSignaled=%d)\n";
+constexpr char DELETING[] = "deleting event %p <%s> (IsSignaled=%d)\n";
 constexpr char CLOCK_ERROR[] =
     "pthread_condattr_setclock(): ## ERROR ##: Set CLOCK_MONOTONIC failed (ret=%d) for event %p "
     "<%s> (IsSignaled=%d)\n";
@@ -264,8 +265,10 @@ class EventEndTest : public EventRecordTest {
   }
 
   void LetTheWaiterLeave() {
-    m_oCalls.WakeSpuriously();
-    EXPECT_TRUE(WaitUntil([&] { return m_bHasLeft.load(); }));
+    EXPECT_TRUE(WaitUntil([&] {
+      m_oCalls.WakeSpuriously();
+      return m_bHasLeft.load();
+    }));
   }
 };
 
@@ -296,6 +299,27 @@ TEST_F(EventEndTest, GivesTheNameAwayBeforeTheWaiterLeaves) {
                              LetTheWaiterLeave();
                            }});
   EXPECT_EQ(m_nSleeps, 1);
+}
+
+TEST_F(EventEndTest, WaitsForAThreadThatWritesTheFirstLineOfItsWait) {
+  auto event = std::make_unique<CEvent>(true, false);
+  TraceSession session(5);
+  std::atomic<bool> isWriting = false;
+  std::atomic<bool> isPausing = false;
+  session.CallAt("\nwaiting forever on event %p", [&] {
+    isWriting = true;
+    EXPECT_TRUE(WaitUntil([&] { return isPausing || session.Count(DELETING) > 0; }));
+    EXPECT_EQ(session.Count(DELETING), 0);
+  });
+  std::thread waiter([&handle = *event] { handle.Wait(EVENT_INFINITE, true); });
+  EXPECT_TRUE(WaitUntil([&] { return isWriting.load(); }));
+  m_oCalls.AnswerNext("sleep", [&] {
+    isPausing = true;
+    return 0;
+  });
+  event.reset();
+  waiter.join();
+  EXPECT_EQ(session.Count(DELETING), 1);
 }
 
 TEST_F(EventRecordTest, TheEndTakesNoPauseWhenNobodyWaits) {

@@ -32,8 +32,8 @@ constexpr char RESULT[] = "%s(%d,%d) on event %p <%s> (IsSignaled=%d)\n";
 // Long enough never to pass in a test.
 constexpr uint32_t LONG = 100'000;
 
-// Waits until a thread waits on the event, which is not signalled and of that kind of reset: that
-// is when changing nothing is refused.
+// Waits until a thread counts as waiting on the event, which is not signalled and of that kind of
+// reset: that is when changing nothing is refused. The thread may not block yet.
 bool HasWaiter(CEvent& event, bool isManualReset) {
   return WaitUntil([&] { return !event.Create(false, isManualReset); });
 }
@@ -134,9 +134,7 @@ TEST(EventWaitTest, PulseReleasesTheWaitersAndNobodyElse) {
     CEvent event(false, true);
     Waiters waiters(event, 1, limit);
     EXPECT_TRUE(HasWaiter(event, true));
-    EXPECT_TRUE(event.Pulse());
-    waiters.Join();
-    EXPECT_EQ(waiters.Released(), 1);
+    EXPECT_TRUE(WaitUntil([&] { return event.Pulse() && waiters.Released() == 1; }));
     EXPECT_EQ(event.Wait(0), EVENT_TIMEOUT);
   }
 }
@@ -280,11 +278,11 @@ TEST(EventWaitTraceTest, OfATimeOut) {
                           "TIMEOUT(0,110) on event EVENT <bell> (IsSignaled=0)\n"));
 }
 
-// What is written when `release` ends a wait without limit on a manual-reset event.
+// What is written when `release` ends a wait on a manual-reset event.
 std::vector<std::string> TextsOfReleasedWait(CEvent& event, const std::function<void()>& release) {
   TraceSession session(5);
-  std::thread waiter([&] { event.Wait(EVENT_INFINITE, true); });
-  EXPECT_TRUE(HasWaiter(event, true));
+  std::thread waiter([&] { event.Wait(LONG, true); });
+  EXPECT_TRUE(session.WaitFor(PREPARE));
   session.Clear();
   release();
   waiter.join();
@@ -305,25 +303,51 @@ TEST(EventWaitTraceTest, OfAPulse) {
                           "SIGNAL(0,0) on event EVENT <bell> (IsSignaled=0)\n"));
 }
 
+TEST(EventWaitTraceTest, OfACancelledThread) {
+  for (const uint32_t limit : {EVENT_INFINITE, LONG}) {
+    CEvent event(false, true, "bell");
+    TraceSession session(5);
+    std::thread waiter([&] { event.Wait(limit, true); });
+    EXPECT_TRUE(session.WaitFor(limit == LONG ? PREPARE : FOREVER));
+    pthread_cancel(waiter.native_handle());
+    waiter.join();
+    EXPECT_EQ(EventTexts(session).back(), "FAILURE(0,0) on event EVENT <bell> (IsSignaled=0)\n");
+    EXPECT_EQ(session.Count(RESULT), 1);
+  }
+}
+
+TEST(EventWaitTraceTest, OfACancelledThreadIsNotWrittenUnlessAskedFor) {
+  CEvent event(false, true);
+  const TraceSession session(5);
+  std::thread waiter([&] { event.Wait(LONG); });
+  EXPECT_TRUE(HasWaiter(event, true));
+  pthread_cancel(waiter.native_handle());
+  waiter.join();
+  EXPECT_EQ(session.Count(RESULT), 0);
+}
+
 TEST(EventWaitTraceTest, AThrowingSinkChangesNoResult) {
   CEvent event(true, false);
   TraceSession session(5);
-  for (const char* format : {FOREVER, BEGIN, ALREADY, RESULT}) {
+  for (const char* format : {FOREVER, BEGIN, ALREADY, PREPARE, RESULT}) {
     session.ThrowAt(format);
   }
   EXPECT_EQ(event.Wait(EVENT_INFINITE, true), EVENT_SIGNALED);
   EXPECT_EQ(event.Wait(0, true), EVENT_TIMEOUT);
+  EXPECT_EQ(event.Wait(1, true), EVENT_TIMEOUT);
   EXPECT_TRUE(event.Create(true, true));
 }
 
-TEST(EventWaitTraceTest, ASinkThatThrowsWhenTheTimeIsPreparedBreaksTheWaitOff) {
-  CEvent event(false, false);
-  TraceSession session(5);
-  session.ThrowAt(PREPARE);
-  EXPECT_EQ(event.Wait(0, true), EVENT_FAILED);
-  EXPECT_THAT(EventTexts(session).back(), "FAILURE(0,0) on event EVENT <anon> (IsSignaled=0)\n");
-  EXPECT_TRUE(event.Create(true, true));
-  EXPECT_EQ(event.Wait(0, true), EVENT_SIGNALED);
+TEST(EventWaitTraceTest, AThreadCountsAsWaitingFromItsFirstLineOn) {
+  for (const bool isSignaled : {false, true}) {
+    CEvent event(isSignaled, true);
+    TraceSession session(5);
+    bool isCounted = false;
+    session.CallAt(BEGIN, [&] { isCounted = !event.Create(isSignaled, true); });
+    event.Wait(1, true);
+    EXPECT_TRUE(isCounted);
+    EXPECT_TRUE(event.Create(isSignaled, true));
+  }
 }
 
 }  // namespace
