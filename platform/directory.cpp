@@ -24,7 +24,10 @@ constexpr mode_t FOR_ALL = 0777;
 // The entries of a directory in sorted order, given out one after the other.
 class Listing {
  public:
-  Listing() = default;
+  explicit Listing(const char* path) {
+    m_nCount = scandir(path, &m_pEntries, nullptr, alphasort);
+    m_nError = m_nCount < 0 ? errno : 0;
+  }
   ~Listing() {
     for (int index = 0; index < m_nCount; ++index) {
       free(m_pEntries[index]);
@@ -34,18 +37,16 @@ class Listing {
   Listing(const Listing&) = delete;
   Listing& operator=(const Listing&) = delete;
 
-  // False, with errno set, when the directory cannot be listed. Once.
-  bool Read(const char* path) {
-    m_nCount = scandir(path, &m_pEntries, nullptr, alphasort);
-    return m_nCount >= 0;
-  }
+  // Why the directory cannot be listed, as an errno number; 0: it can.
+  int GetError() const { return m_nError; }
 
-  // The next entry; null behind the last one.
+  // The next entry; null after the last one.
   const dirent* Next() { return m_nNext < m_nCount ? m_pEntries[m_nNext++] : nullptr; }
 
  private:
   dirent** m_pEntries = nullptr;
   int m_nCount = 0;
+  int m_nError = 0;
   int m_nNext = 0;
 };
 
@@ -54,6 +55,20 @@ struct Place {
   int directory;
   const char* name;
 };
+
+// The kind of an entry, a value of S_IFMT; of what it leads to, when it is a link. 0 when it cannot
+// be looked at.
+mode_t FindKind(const Place& place) {
+  struct stat status = {};
+  return fstatat(place.directory, place.name, &status, 0) == 0 ? status.st_mode & S_IFMT : 0;
+}
+
+// False for a link.
+bool IsFileWithOneName(const Place& place) {
+  struct stat status = {};
+  return fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
 
 // One removal. A tree may be deeper than the stack of the caller's thread, so the directories on
 // the way down are kept here and no function calls itself.
@@ -66,15 +81,21 @@ class TreeRemoval {
  private:
   // A directory that is being emptied.
   struct Level {
+    explicit Level(const std::string& path)
+        : listing(path.c_str()), prefixLength(path.size() + 1) {}
+
     Listing listing;
     size_t prefixLength;  // of its path and a "/" in m_strPath
   };
 
   bool EnterDirectory();
+  bool EnterSubdirectory();
   bool HandleNext(bool removeTop);
   Place FindPlace(const dirent& entry);
   bool RemoveEntry(const dirent& entry);
   bool RemoveFile(const Place& place);
+  bool Unlink(const Place& place);
+  void MakeWritable(const Place& place) const;
   bool RemoveEmptied();
   void LeaveDirectory();
   void ReportWayUp();
@@ -86,6 +107,7 @@ class TreeRemoval {
 };
 
 bool TreeRemoval::Run(bool removeTop) {
+  m_oLevels.emplace_back(m_strPath);
   bool isFine = EnterDirectory();
   while (isFine && !m_oLevels.empty()) {
     isFine = HandleNext(removeTop);
@@ -96,16 +118,14 @@ bool TreeRemoval::Run(bool removeTop) {
   return isFine;
 }
 
-// Begins with the directory m_strPath.
+// Begins with the directory m_strPath, which is listed as the deepest one.
 bool TreeRemoval::EnterDirectory() {
   DEBUG_TRACE(2, "\nCDirectory          : Remove directory \"%s\"", m_strPath.c_str());
   if (m_strPath.empty()) {
     return false;
   }
-  Level& level = m_oLevels.emplace_back();
-  level.prefixLength = m_strPath.size() + 1;
-  if (!level.listing.Read(m_strPath.c_str())) {
-    m_nError = errno;
+  m_nError = m_oLevels.back().listing.GetError();
+  if (m_nError != 0) {
     // Shows "" deliberately: no entry is in work yet.
     DEBUG_TRACE(3, "\nCDirectory          : scandir for directory \"%s\" failed; ## ERROR: %s", "",
                 strerror(m_nError));
@@ -114,6 +134,16 @@ bool TreeRemoval::EnterDirectory() {
   m_strPath += '/';
   m_oDirectory.reset();
   return true;
+}
+
+bool TreeRemoval::EnterSubdirectory() {
+  const Level& level = m_oLevels.emplace_back(m_strPath);
+  if (level.listing.GetError() != 0 && !FindKind({AT_FDCWD, m_strPath.c_str()})) {
+    m_oLevels.pop_back();
+    return true;
+  }
+  DEBUG_TRACE(2, "\nCDirectory          : Found dir: \"%s\"", m_strPath.c_str());
+  return EnterDirectory();
 }
 
 // Handles the next entry of the deepest directory, or ends with that directory.
@@ -149,37 +179,51 @@ Place TreeRemoval::FindPlace(const dirent& entry) {
 bool TreeRemoval::RemoveEntry(const dirent& entry) {
   m_strPath += entry.d_name;
   const Place place = FindPlace(entry);
-  struct stat status = {};
-  if (fstatat(place.directory, place.name, &status, 0) != 0) {
-    return true;
+  const bool isKnown = entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN;
+  switch (isKnown ? DTTOIF(entry.d_type) : FindKind(place)) {
+    case S_IFREG:
+    case S_IFLNK:  // deliberately, though links are followed and never reported
+      return RemoveFile(place);
+    case S_IFDIR:
+      return EnterSubdirectory();
+    default:
+      return true;
   }
-  // Deliberately takes links as well, though they are followed and never reported.
-  if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
-    return RemoveFile(place);
-  }
-  if (S_ISDIR(status.st_mode)) {
-    DEBUG_TRACE(2, "\nCDirectory          : Found dir: \"%s\"", m_strPath.c_str());
-    return EnterDirectory();
-  }
-  return true;
 }
 
 bool TreeRemoval::RemoveFile(const Place& place) {
   const char* path = m_strPath.c_str();
-  DEBUG_TRACE(2, "\nCDirectory          : Found file: \"%s\"", path);
-  if (!ChangeModeUnlessLink(place.directory, place.name, FOR_ALL)) {
-    const int error = errno;
-    DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot change mode of file \"%s\": %s", path,
-                strerror(error));
+  bool isRemoved = Unlink(place);
+  if (!isRemoved && FindKind(place) == 0) {
+    return true;
   }
-  if (unlinkat(place.directory, place.name, 0) != 0) {
-    m_nError = errno;
+  DEBUG_TRACE(2, "\nCDirectory          : Found file: \"%s\"", path);
+  // A file with other names lives on under them, with its mode.
+  if (!isRemoved && IsFileWithOneName(place)) {
+    MakeWritable(place);
+    isRemoved = Unlink(place);
+  }
+  if (!isRemoved) {
     DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot remove file \"%s\": %s", path,
                 strerror(m_nError));
     return false;
   }
   DEBUG_TRACE(3, "\nCDirectory          : Remove file \"%s\" OK!", path);
   return true;
+}
+
+bool TreeRemoval::Unlink(const Place& place) {
+  const bool isRemoved = unlinkat(place.directory, place.name, 0) == 0;
+  m_nError = isRemoved ? 0 : errno;
+  return isRemoved;
+}
+
+void TreeRemoval::MakeWritable(const Place& place) const {
+  if (!ChangeModeUnlessLink(place.directory, place.name, FOR_ALL)) {
+    const int error = errno;
+    DEBUG_TRACE(1, "\nCDirectory          : ERROR cannot change mode of file \"%s\": %s",
+                m_strPath.c_str(), strerror(error));
+  }
 }
 
 // Removes the deepest directory, whose path m_strPath is, with the "/".

@@ -8,6 +8,9 @@ class CDirectory {
   // Goes depth-first, the entries of a directory in the order of alphasort(), and stops at the
   // first file or directory that cannot be removed; what is gone stays gone. Each step is traced.
   //
+  // A file that cannot be removed is made writable for all and tried again, unless it has other
+  // names, under which it would live on with that mode.
+  //
   // Deliberately left in place: everything whose name begins with ".", which also keeps the
   // directories above it; entries that are neither file nor directory; and entries that cannot be
   // looked at, as those whose path is longer than the system allows.

@@ -1,5 +1,6 @@
 #include "platform/directory.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,6 +28,9 @@ namespace {
 bool g_bChangeModeFails = false;
 bool g_bStatReportsLinks = false;
 bool g_bOpenFails = false;
+bool g_bKindsAreUnknown = false;
+int g_nUnlinksToFail = 0;
+std::vector<std::string> g_oCalls;  // for an entry that is no directory
 
 }  // namespace
 
@@ -43,6 +47,9 @@ long __wrap_syscall(long number, ...) {
   const long fourth = va_arg(arguments, long);
   va_end(arguments);
   const bool changesMode = number != SYS_capget && number != SYS_capset;
+  if (changesMode) {
+    g_oCalls.emplace_back("chmod");
+  }
   if (changesMode && g_bChangeModeFails) {
     errno = EACCES;
     return -1;
@@ -61,7 +68,30 @@ int __wrap_open(const char* path, int flags, ...) {
 
 int __real_fstatat(int directory, const char* path, struct stat* status, int flags);
 int __wrap_fstatat(int directory, const char* path, struct stat* status, int flags) {
+  g_oCalls.emplace_back("stat");
   return __real_fstatat(directory, path, status, g_bStatReportsLinks ? AT_SYMLINK_NOFOLLOW : flags);
+}
+
+int __real_unlinkat(int directory, const char* path, int flags);
+int __wrap_unlinkat(int directory, const char* path, int flags) {
+  g_oCalls.emplace_back("unlink");
+  if (g_nUnlinksToFail > 0) {
+    --g_nUnlinksToFail;
+    errno = EACCES;
+    return -1;
+  }
+  return __real_unlinkat(directory, path, flags);
+}
+
+int __real_scandir(const char* path, dirent*** entries, int (*filter)(const dirent*),
+                   int (*compare)(const dirent**, const dirent**));
+int __wrap_scandir(const char* path, dirent*** entries, int (*filter)(const dirent*),
+                   int (*compare)(const dirent**, const dirent**)) {
+  const int count = __real_scandir(path, entries, filter, compare);
+  for (int index = 0; g_bKindsAreUnknown && index < count; ++index) {
+    (*entries)[index]->d_type = DT_UNKNOWN;
+  }
+  return count;
 }
 
 }  // extern "C"
@@ -221,16 +251,59 @@ TEST_F(DirectoryTest, ReportsASubdirectoryThatCannotBeListed) {
   EXPECT_TRUE(fs::exists(Top("c")));
 }
 
-TEST_F(DirectoryTest, MakesAFileWritableForAllAndRemovesIt) {
+TEST_F(DirectoryTest, RemovesAFileWithOneCall) {
   Make("a");
-  fs::create_hard_link(Top("a"), m_oScratch.Path("kept"));
-  ASSERT_EQ(chmod(Top("a").c_str(), 0), 0);
+  Make("b/c");
+  g_oCalls.clear();
   EXPECT_EQ(Remove(), 1);
-  EXPECT_EQ(fs::status(m_oScratch.Path("kept")).permissions(), fs::perms(0777));
+  EXPECT_THAT(g_oCalls, ElementsAre("unlink", "unlink"));
 }
 
-TEST_F(DirectoryTest, RemovesAFileWhoseModeCannotBeChanged) {
+TEST_F(DirectoryTest, RemovesAReadOnlyFileAndLeavesItsOtherNameAsItIs) {
   Make("a");
+  fs::create_hard_link(Top("a"), m_oScratch.Path("kept"));
+  ASSERT_EQ(chmod(Top("a").c_str(), 0400), 0);
+  EXPECT_EQ(Remove(), 1);
+  EXPECT_EQ(fs::status(m_oScratch.Path("kept")).permissions(), fs::perms(0400));
+}
+
+TEST_F(DirectoryTest, MakesAFileThatCannotBeRemovedWritableForAllAndTriesAgain) {
+  Make("a");
+  ASSERT_EQ(chmod(Top("a").c_str(), 0), 0);
+  g_nUnlinksToFail = 1;
+  EXPECT_THAT(Lines(1, WITHOUT_PARENT), ElementsAre(Line("Remove directory \"" + m_strTop + "\""),
+                                                    Line("Found file: \"" + Top("a\"")),
+                                                    Line("Remove file \"" + Top("a\" OK!"))));
+  EXPECT_FALSE(fs::exists(Top("a")));
+  Make("a");
+  ASSERT_EQ(chmod(Top("a").c_str(), 0), 0);
+  g_nUnlinksToFail = 2;
+  EXPECT_EQ(Remove(), 0);
+  EXPECT_EQ(fs::status(Top("a")).permissions(), fs::perms(0777));
+}
+
+TEST_F(DirectoryTest, NeverChangesTheModeOfAFileThatHasAnotherName) {
+  Make("a");
+  fs::create_hard_link(Top("a"), m_oScratch.Path("kept"));
+  ASSERT_EQ(chmod(Top("a").c_str(), 0600), 0);
+  g_nUnlinksToFail = 1;
+  EXPECT_EQ(Remove(), 0);
+  EXPECT_TRUE(fs::exists(Top("a")));
+  EXPECT_EQ(fs::status(m_oScratch.Path("kept")).permissions(), fs::perms(0600));
+}
+
+TEST_F(DirectoryTest, NeverChangesTheModeOfWhatALinkLeadsTo) {
+  const std::string target = m_oScratch.Write("target", "content");
+  ASSERT_EQ(chmod(target.c_str(), 0600), 0);
+  fs::create_symlink(target, Top("link"));
+  g_nUnlinksToFail = 1;
+  EXPECT_EQ(Remove(), 0);
+  EXPECT_EQ(fs::status(target).permissions(), fs::perms(0600));
+}
+
+TEST_F(DirectoryTest, TriesAFileAgainWhoseModeCannotBeChanged) {
+  Make("a");
+  g_nUnlinksToFail = 1;
   g_bChangeModeFails = true;
   EXPECT_THAT(Lines(1, WITHOUT_PARENT), ElementsAre(Line("Remove directory \"" + m_strTop + "\""),
                                                     Line("Found file: \"" + Top("a\"")),
@@ -238,6 +311,17 @@ TEST_F(DirectoryTest, RemovesAFileWhoseModeCannotBeChanged) {
                                                          Top("a\": Permission denied")),
                                                     Line("Remove file \"" + Top("a\" OK!"))));
   EXPECT_FALSE(fs::exists(Top("a")));
+}
+
+TEST_F(DirectoryTest, LooksAtEntriesWhoseKindTheListingDoesNotTell) {
+  Make("a/b");
+  Make("c");
+  ASSERT_EQ(mkfifo(Top("pipe").c_str(), 0600), 0);
+  g_bKindsAreUnknown = true;
+  EXPECT_EQ(Remove(WITHOUT_PARENT), 1);
+  EXPECT_FALSE(fs::exists(Top("a")));
+  EXPECT_FALSE(fs::exists(Top("c")));
+  EXPECT_TRUE(fs::exists(Top("pipe")));
 }
 
 TEST_F(DirectoryTest, StopsAtAFileThatCannotBeRemoved) {
@@ -259,12 +343,15 @@ TEST_F(DirectoryTest, StopsAtAFileThatCannotBeRemoved) {
 
 TEST_F(DirectoryTest, SkipsEntriesThatCannotBeLookedAt) {
   Make("a/b");
+  Make("a/d/e");
   Make("c");
   ASSERT_EQ(chmod(Top("a").c_str(), 0400), 0);
   fs::create_symlink("missing", Top("dangling"));
   {
     const DroppedCapabilities dropped;
+    const TraceSession session(5);
     EXPECT_EQ(CDirectory::RemoveDirectory(Top("a").c_str(), WITHOUT_PARENT), 1);
+    EXPECT_THAT(session.Texts(), ElementsAre(Line("Remove directory \"" + Top("a\""))));
   }
   EXPECT_TRUE(fs::exists(Top("a/b")));
   ASSERT_EQ(chmod(Top("a").c_str(), 0700), 0);
@@ -346,6 +433,7 @@ TEST_F(DirectoryTest, WritesEachLineAtItsLevel) {
   EXPECT_EQ(
       levelOf("\nCDirectory          : scandir for directory \"%s\" failed; ## ERROR: %s", {}), 3U);
   g_bChangeModeFails = true;
+  g_nUnlinksToFail = 1;
   EXPECT_EQ(levelOf("\nCDirectory          : ERROR cannot change mode of file \"%s\": %s", {"a"}),
             1U);
   EXPECT_EQ(
