@@ -28,9 +28,9 @@ bool ParseDescriptor(const char* name, uint32_t& descriptor) {
   return true;
 }
 
-void CloseNamed(const dirent64& entry, uint32_t first, uint32_t limit, int listing) {
+void CloseNamed(const dirent64& entry, uint32_t first, int listing) {
   uint32_t descriptor = 0;
-  if (ParseDescriptor(entry.d_name, descriptor) && descriptor >= first && descriptor < limit &&
+  if (ParseDescriptor(entry.d_name, descriptor) && descriptor >= first &&
       static_cast<int>(descriptor) != listing) {
     close(static_cast<int>(descriptor));
   }
@@ -38,7 +38,7 @@ void CloseNamed(const dirent64& entry, uint32_t first, uint32_t limit, int listi
 
 // Closes what "/proc/self/fd" lists. False when it cannot be listed. readdir() would not do: it
 // takes memory, which a child must not do before exec().
-bool CloseListed(uint32_t first, uint32_t limit) {
+bool CloseListed(uint32_t first) {
   const CDescriptor listing(open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   alignas(dirent64) char block[4096];
   for (;;) {
@@ -48,7 +48,7 @@ bool CloseListed(uint32_t first, uint32_t limit) {
     }
     for (ssize_t offset = 0; offset < length;) {
       const auto& entry = *reinterpret_cast<const dirent64*>(block + offset);
-      CloseNamed(entry, first, limit, listing.Get());
+      CloseNamed(entry, first, listing.Get());
       offset += entry.d_reclen;
     }
   }
@@ -63,7 +63,7 @@ uint32_t GetDescriptorLimit() {
 }
 
 void CloseDescriptors(uint32_t first, uint32_t limit) noexcept {
-  if (close_range(first, limit - 1, 0) == 0 || CloseListed(first, limit)) {
+  if (close_range(first, UINT_MAX, 0) == 0 || CloseListed(first)) {
     return;
   }
   for (uint32_t descriptor = first; descriptor < limit; ++descriptor) {

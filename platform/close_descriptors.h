@@ -2,11 +2,11 @@
 
 #include <cstdint>
 
-// The number that all descriptors of the process are expected to be below: the process's limit, or
-// 1024 when that is below 256 or unknown.
+// The number that new descriptors of the process are below: its limit, or 1024 when that is below
+// 256 or unknown.
 uint32_t GetDescriptorLimit();
 
-// Closes all descriptors from `first` up to `limit`, exclusive, at a cost that does not depend on
-// the limit, except on old kernels without a proc file system. Safe between fork() or vfork() and
-// exec().
+// Closes all descriptors from `first` up, also those above the process's limit, which were opened
+// before it was lowered. On old kernels without a proc file system those up to `limit`, exclusive,
+// one by one; elsewhere the cost does not depend on it. Safe between fork() or vfork() and exec().
 void CloseDescriptors(uint32_t first, uint32_t limit) noexcept;
