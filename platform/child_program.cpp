@@ -60,6 +60,15 @@ void ResetHandlers() {
   }
 }
 
+// The parent's thread stands still until the program begins, and execution can take long. In a
+// process namespace of its own, where the parent's id is 0, the child's id is not the one that the
+// parent needs.
+void PublishId(std::atomic<int32_t>& pid) {
+  if (getppid() != 0) {
+    pid = getpid();
+  }
+}
+
 }  // namespace
 
 CChildProgram::CChildProgram(std::vector<std::string> words, bool keepDescriptors)
@@ -73,29 +82,31 @@ CChildProgram::CChildProgram(std::vector<std::string> words, bool keepDescriptor
   m_oArguments.push_back(nullptr);
 }
 
-pid_t CChildProgram::Start() const noexcept {
+pid_t CChildProgram::Start(std::atomic<int32_t>& pid) const noexcept {
   const UndisturbedThread undisturbed;
   const sigset_t blocked = BlockedInChild(undisturbed.GetBlocked());
   // Not posix_spawn(): it leaves no child of a program that cannot be executed.
   // NOLINTBEGIN(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
   pid_t child = vfork();
   if (child == 0) {
-    Execute(blocked);
+    Execute(blocked, pid);
   }
   // NOLINTEND(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
   if (child < 0) {
     // Where the system refuses to share memory.
     child = fork();
     if (child == 0) {
-      Execute(blocked);
+      Execute(blocked, pid);
     }
   }
+  pid = child;
   return child;
 }
 
 // The child's side, in the memory of the parent: only makes calls that are safe in a signal
-// handler, on data of this object that it does not change.
-void CChildProgram::Execute(const sigset_t& blocked) const noexcept {
+// handler, and changes nothing but `pid`.
+void CChildProgram::Execute(const sigset_t& blocked, std::atomic<int32_t>& pid) const noexcept {
+  PublishId(pid);
   ResetHandlers();
   if (!m_bKeepDescriptors) {
     CloseDescriptors(FIRST_DESCRIPTOR, m_nDescriptorLimit);

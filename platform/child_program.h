@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <string>
@@ -21,13 +22,18 @@ class CChildProgram {
   // can be created. The caller waits for the child. A program that cannot be executed ends the
   // child with exit status 255, without the host's exit handlers.
   //
+  // `pid` receives the result too, and before the program is executed, which may take long: where a
+  // scanner checks programs first, or a file system does not answer. Another thread may kill the
+  // child meanwhile. (A child in a process namespace of its own does not know its id for others;
+  // there, and where memory cannot be shared, `pid` receives it from the calling thread.)
+  //
   // The cost does not grow with the memory of the process: the child borrows it instead of copying
   // it, and the calling thread, and no other, stands still until the program begins. No handler of
   // the host runs in the child.
-  pid_t Start() const noexcept;
+  pid_t Start(std::atomic<int32_t>& pid) const noexcept;
 
  private:
-  [[noreturn]] void Execute(const sigset_t& blocked) const noexcept;
+  [[noreturn]] void Execute(const sigset_t& blocked, std::atomic<int32_t>& pid) const noexcept;
 
   std::vector<std::string> m_oWords;
   std::vector<char*> m_oArguments;  // into m_oWords, with a null at the end

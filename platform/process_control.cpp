@@ -29,8 +29,7 @@ bool WaitForEnd(int32_t pid, int32_t& exitCode) {
 
 bool StartAndWait(const CChildProgram& program, std::atomic<int32_t>& pid, int32_t& exitCode,
                   bool detach) {
-  const pid_t child = program.Start();
-  pid = child;
+  const pid_t child = program.Start(pid);
   if (child < 0) {
     return false;
   }

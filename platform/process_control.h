@@ -17,8 +17,9 @@
 // Runs the program named by the first word of `commandLine`, looked up through PATH, with the other
 // words as its arguments. White space separates words; no quoting and no escaping is recognised.
 //
-// `pid` receives the child's id as soon as it exists, so that another thread can kill it while this
-// one waits, or -1 when there is none. It keeps the id after the child has ended.
+// `pid` receives the child's id before the child executes the program, so that another thread can
+// kill it while this one waits for the execution or for the end, or -1 when there is none. It keeps
+// the id after the child has ended.
 // `exitCode` is -1 unless the child was waited for and ended normally.
 // `workingDirectory`, unless null or empty, is where the child starts. The calling process itself
 // is there, with all its threads, until this operation returns. `reserved` is passed as false and

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,7 +18,9 @@
 #include <thread>
 #include <vector>
 
+#include "platform/process_control.h"
 #include "tests/support/scratch_directory.h"
+#include "tests/support/trace_session.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -64,7 +67,9 @@ constexpr bool CLOSE = false;
 
 // The exit status of a child that executes the program; -1 when it ends otherwise.
 int Execute(const CChildProgram& program) {
-  const pid_t child = program.Start();
+  std::atomic<int32_t> pid = 0;
+  const pid_t child = program.Start(pid);
+  EXPECT_EQ(pid, child);
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -215,11 +220,11 @@ TEST_F(ChildProgramTest, AnIgnoredSignalStaysIgnored) {
 TEST_F(ChildProgramTest, ACancelledThreadStartsTheChildAllTheSame) {
   g_bNoCloseRange = true;
   const CChildProgram program({m_oScratch.WriteScript("end", "exit 5")}, CLOSE);
-  std::atomic<pid_t> child = 0;
+  std::atomic<int32_t> child = 0;
   bool isCancelled = true;
   std::thread thread([&] {
     pthread_cancel(pthread_self());
-    child = program.Start();
+    program.Start(child);
     pthread_testcancel();
     isCancelled = false;
   });
@@ -231,6 +236,42 @@ TEST_F(ChildProgramTest, ACancelledThreadStartsTheChildAllTheSame) {
   EXPECT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 5);
   EXPECT_TRUE(isCancelled);
+}
+
+TEST_F(ChildProgramTest, OthersHaveTheIdBeforeTheProgramIsExecuted) {
+  g_fnInChild = [] { sleep(15); };
+  std::atomic<int32_t> pid = 0;
+  std::thread thread([&pid] {
+    const pid_t child = CChildProgram({"true"}, CLOSE).Start(pid);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+  });
+  EXPECT_TRUE(WaitUntil([&pid] { return pid > 1; }));
+  EXPECT_TRUE(KillProcess(pid, true));
+  thread.join();
+}
+
+TEST_F(ChildProgramTest, AnIdThatOnlyHoldsInANamespaceOfTheChildIsNotGiven) {
+  constexpr int REFUSED = 2;
+  const pid_t host = fork();
+  if (host == 0) {
+    static std::atomic<int32_t> pid = 0;
+    static volatile int32_t seen = -1;
+    if (unshare(CLONE_NEWPID) != 0) {
+      _exit(REFUSED);
+    }
+    g_fnInChild = [] { seen = pid; };
+    const pid_t child = CChildProgram({"true"}, CLOSE).Start(pid);
+    waitpid(child, nullptr, 0);
+    _exit(seen <= 0 && pid == child && child > 1 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(host, &status, 0), host);
+  if (WEXITSTATUS(status) == REFUSED) {
+    GTEST_SKIP() << "no process namespace";
+  }
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(ChildProgramTest, TheChildCopiesNoMemory) {
