@@ -92,7 +92,11 @@ bool RunProgram(const char* program, std::atomic<int32_t>& pid, int32_t& exitCod
 
 bool WaitProcess(int32_t pid, int32_t& exitCode, uint32_t /*timeoutMilliseconds*/) {
   exitCode = -1;
-  return pid >= 1 && WaitForEnd(pid, exitCode);
+  if (pid < 1) {
+    errno = ECHILD;
+    return false;
+  }
+  return WaitForEnd(pid, exitCode);
 }
 
 bool WaitForProcessEnd(int32_t pid, uint32_t milliseconds) {
@@ -115,7 +119,13 @@ bool WaitForProcessEnd(int32_t pid, uint32_t milliseconds) {
   }
 }
 
-bool KillProcess(int32_t pid, bool /*force*/) { return pid >= 1 && kill(pid, SIGKILL) == 0; }
+bool KillProcess(int32_t pid, bool /*force*/) {
+  if (pid < 1) {
+    errno = ESRCH;
+    return false;
+  }
+  return kill(pid, SIGKILL) == 0;
+}
 
 bool GetCurrentDirectory(std::string& path) {
   std::array<char, PATH_SIZE> buffer = {};

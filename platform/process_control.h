@@ -52,7 +52,8 @@ bool RunProgram(const char* program, std::atomic<int32_t>& pid, int32_t& exitCod
 
 // Waits until the child has ended. The time-out is deliberately not used and the wait has no limit:
 // a child that was killed is certain to be gone afterwards. True when the child ended normally with
-// exit status 0. False and -1 for a process that is no child, and for a pid below 1.
+// exit status 0. False and -1, with errno ECHILD, for a process that is no child, and for a pid
+// below 1.
 bool WaitProcess(int32_t pid, int32_t& exitCode, uint32_t timeoutMilliseconds);
 
 // Waits, for `milliseconds` at most, until the child has ended, and leaves it for WaitProcess(),
@@ -60,8 +61,9 @@ bool WaitProcess(int32_t pid, int32_t& exitCode, uint32_t timeoutMilliseconds);
 // no child (any more) and for a pid below 1.
 bool WaitForProcessEnd(int32_t pid, uint32_t milliseconds);
 
-// Sends SIGKILL, deliberately also without `force`. False when that failed, and for a pid below 1,
-// which would name a group of processes or all of the machine.
+// Sends SIGKILL, deliberately also without `force`. False, with errno set, when that failed: ESRCH
+// for a process that is gone, and for a pid below 1, which would name a group of processes or all
+// of the machine.
 bool KillProcess(int32_t pid, bool force);
 
 // Stores the current directory of the process. False, and `path` untouched, when it has none any

@@ -113,6 +113,7 @@ TEST_F(WaitProcessTest, RefusesPidsThatNameMoreThanOneProcess) {
   for (const int32_t pid : {0, -1, -2, INT32_MIN}) {
     m_nExitCode = 77;
     EXPECT_FALSE(WaitProcess(pid, m_nExitCode, 2000));
+    EXPECT_EQ(errno, ECHILD);
     EXPECT_EQ(m_nExitCode, -1);
   }
   EXPECT_EQ(g_nWaits, 0);
@@ -192,6 +193,7 @@ TEST_F(KillProcessTest, IsFalseForAProcessThatIsGone) {
 TEST_F(KillProcessTest, RefusesPidsThatNameMoreThanOneProcess) {
   for (const int32_t pid : {0, -1, -2, INT32_MIN}) {
     EXPECT_FALSE(KillProcess(pid, true));
+    EXPECT_EQ(errno, ESRCH);
   }
   EXPECT_EQ(g_nKills, 0);
 }
