@@ -22,10 +22,14 @@
 // the id after the child has ended.
 // `exitCode` is -1 unless the child was waited for and ended normally.
 // `workingDirectory`, unless null or empty, is where the child starts. The calling process itself
-// is there, with all its threads, until this operation returns. `reserved` is passed as false and
-// not looked at. `detach`: does not wait. The caller then waits with WaitProcess(), or the child
-// stays in the process table after its end. `keepDescriptors`: the child inherits the descriptors
-// above 2 that are not close-on-exec.
+// is there, with all its threads, until this operation returns: launches with a working directory
+// wait for each other, for the whole life of a child that is waited for. A launch without one does
+// not wait; its child starts wherever the process is at that moment, which may be the working
+// directory of another launch.
+//
+// `reserved` is passed as false and not looked at. `detach`: does not wait. The caller then waits
+// with WaitProcess(), or the child stays in the process table after its end. `keepDescriptors`: the
+// child inherits the descriptors above 2 that are not close-on-exec.
 //
 // Returns true when the child ended normally with exit status 0; with `detach`, when it was
 // created. A program that cannot be executed, and an empty command line, give a child that ends

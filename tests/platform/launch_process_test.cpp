@@ -1,6 +1,8 @@
 // LaunchProcess() and its forms.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -16,6 +19,7 @@
 #include "platform/process_control.h"
 #include "tests/support/scratch_directory.h"
 #include "tests/support/trace_session.h"
+#include "trace/descriptor.h"
 
 namespace {
 
@@ -131,6 +135,47 @@ TEST_F(LaunchProcessTest, GivesNoExitCodeForAChildThatIsKilledMeanwhile) {
   EXPECT_FALSE(Launch(script));
   EXPECT_EQ(m_nExitCode, -1);
   killer.join();
+}
+
+TEST_F(LaunchProcessTest, AChildWhoseExecutionIsHeldBackCanBeKilled) {
+  const std::string script = Script("exit 0");
+  const CDescriptor scanner(fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY));
+  if (fanotify_mark(scanner.Get(), FAN_MARK_ADD, FAN_OPEN_EXEC_PERM, AT_FDCWD, script.c_str()) !=
+      0) {
+    GTEST_SKIP() << "executions cannot be held back here: " << strerror(errno);
+  }
+  std::thread launcher([&] {
+    EXPECT_FALSE(Launch(script));
+    EXPECT_EQ(m_nExitCode, -1);
+  });
+  fanotify_event_metadata event = {};
+  EXPECT_EQ(read(scanner.Get(), &event, sizeof event), ssize_t{sizeof event});
+  const CDescriptor program(event.fd);
+  EXPECT_EQ(event.pid, m_nPid) << "not published while the execution is held back";
+  EXPECT_TRUE(KillProcess(event.pid, true));
+  launcher.join();
+}
+
+TEST_F(LaunchProcessTest, LaunchesWithAWorkingDirectoryComeBackWhereTheProcessWas) {
+  const std::string script = Script("[ \"$PWD\" = $1 ]");
+  const auto launch = [&](const std::string& directory) {
+    for (int round = 0; round < 50; ++round) {
+      EXPECT_TRUE(RunProcess((script + " " + directory).c_str(), directory.c_str(), false, false));
+    }
+  };
+  std::thread other([&] { launch("/usr"); });
+  launch("/");
+  other.join();
+  EXPECT_EQ(Current(), m_oScratch.Path());
+}
+
+TEST_F(LaunchProcessTest, ALaunchWithoutAWorkingDirectoryWaitsForNoOther) {
+  const std::string script = BlockingScript();
+  std::thread other([&] { EXPECT_FALSE(RunProcess(script.c_str(), "/", false, false)); });
+  EXPECT_TRUE(WaitUntil([] { return Current() == "/"; }));
+  EXPECT_TRUE(Launch("true"));
+  Release();
+  other.join();
 }
 
 TEST_F(LaunchProcessTest, PublishesThePidBeforeItWaits) {
