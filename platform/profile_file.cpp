@@ -22,7 +22,9 @@ int FlagsOf(CProfileFile::Mode mode) {
     case CProfileFile::Mode::APPEND:
       return COMMON_FLAGS | O_WRONLY | O_APPEND | O_CREAT;
     case CProfileFile::Mode::CREATE:
-      return COMMON_FLAGS | O_WRONLY | O_CREAT | O_EXCL;
+      return COMMON_FLAGS | O_RDWR | O_CREAT | O_EXCL;
+    case CProfileFile::Mode::MAKE:
+      return COMMON_FLAGS | O_RDWR | O_CREAT;
   }
   return COMMON_FLAGS;
 }

@@ -8,7 +8,8 @@ class CProfileFile {
     READ,
     UPDATE,  // reading and writing
     APPEND,  // writing at the end only; makes a missing file
-    CREATE   // writing; the file must not exist
+    CREATE,  // reading and writing; the file must not exist
+    MAKE     // reading and writing; makes a missing file
   };
 
   // When the file cannot be opened, the object is not open and errno says why (0: no regular file).

@@ -1,6 +1,7 @@
 #include "platform/profile_string.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <optional>
@@ -12,13 +13,19 @@
 #include "platform/profile_reader.h"
 #include "platform/profile_writer.h"
 #include "trace/debug_client.h"
+#include "trace/file_lock.h"
 #include "trace/trace_shield.h"
 
 namespace {
 
-// Keeps the readers of this process from seeing a file while it is rewritten. No line is traced
-// under it: the sink may call back.
-std::shared_mutex& FileLock() {
+// How long a call waits for the lock of a file. Its time begins before the calls of other threads
+// have been waited for.
+constexpr std::chrono::seconds LONGEST_WAIT(1);
+
+// Makes the calls of this process wait for each other: the lock of a file is waited for by trying
+// again, for which there is no order and only a second. No line is traced under it: the sink may
+// call back.
+std::shared_mutex& ProcessLock() {
   static constinit std::shared_mutex lock;
   return lock;
 }
@@ -28,11 +35,13 @@ const char* Shown(const char* text) { return text != nullptr ? text : "<nil>"; }
 // False when the file cannot be read. `length` is set when the question was answered.
 bool ReadAnswer(CProfileReader reader, const char* fileName, std::optional<uint32_t>& length) {
   const CTraceShield noCancellation;
-  const std::shared_lock guard(FileLock());
+  const CFileLock::Time until = std::chrono::steady_clock::now() + LONGEST_WAIT;
+  const std::shared_lock guard(ProcessLock());
   const CProfileFile file(fileName, CProfileFile::Mode::READ);
   if (!file.IsOpen()) {
     return false;
   }
+  const CFileLock lock(file.GetDescriptor(), CFileLock::Kind::SHARED, until);
   CProfileLines lines(file.GetDescriptor());
   std::string_view line;
   while (lines.Next(line) && reader.TakeLine(line)) {
@@ -54,8 +63,9 @@ uint32_t StoreDefault(std::string_view text, char* buffer, uint32_t size) {
 ProfileUpdate Update(const char* section, const char* key, const char* value,
                      const char* fileName) {
   const CTraceShield noCancellation;
-  const std::unique_lock guard(FileLock());
-  return UpdateProfileFile(section, key, value, fileName);
+  const CFileLock::Time until = std::chrono::steady_clock::now() + LONGEST_WAIT;
+  const std::unique_lock guard(ProcessLock());
+  return UpdateProfileFile(section, key, value, fileName, until);
 }
 
 }  // namespace

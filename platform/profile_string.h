@@ -13,8 +13,10 @@
 // regular files are read or written; a pipe, device or directory counts as a file that cannot be
 // opened. Lines above 1023 characters are seen in pieces of 1023.
 //
-// Thread safety: both may be called from any thread, and within the process no call sees another
-// one's update half done. A thread that is cancelled keeps going until the file is closed.
+// Thread safety: both may be called from any thread, and no call, of this process or another, sees
+// an update half done: an update holds an exclusive lock (flock) on the file, a read a shared one.
+// Each waits a second at most for whoever holds the file; an update fails then, a read reads. A
+// thread that is cancelled keeps going until the file is closed.
 
 // Reads the value of a key, or a list of names: of the sections when `section` is null, else of the
 // keys of the section when `key` is null. A value ends before the first ";" and has no white space
@@ -33,7 +35,7 @@ uint32_t GetPrivateProfileString(const char* section, const char* key, const cha
 // go the comments and empty lines before it. A new key comes behind the last line of its section,
 // a new section at the end of the file. The texts are written as they are.
 //
-// Returns 1, or 0 when section or file name is null, there is nothing to remove, or the file cannot
-// be opened, read or written; the file is then as it was.
+// Returns 1, or 0 when section or file name is null, there is nothing to remove, the file cannot be
+// opened, read or written, or others hold its lock for a second; the file is then as it was.
 uint32_t WritePrivateProfileString(const char* section, const char* key, const char* value,
                                    const char* fileName);

@@ -38,7 +38,7 @@ extern "C" int __wrap_fstat(int descriptor, struct stat* status) {
 
 namespace {
 
-constexpr Mode ALL_MODES[] = {Mode::READ, Mode::UPDATE, Mode::APPEND, Mode::CREATE};
+constexpr Mode ALL_MODES[] = {Mode::READ, Mode::UPDATE, Mode::APPEND, Mode::CREATE, Mode::MAKE};
 
 ptrdiff_t CountDescriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");
@@ -68,7 +68,8 @@ TEST(ProfileFileTest, OpensARegularFileForTheModesUse) {
   EXPECT_EQ(AccessOf(CProfileFile(file.Name(), Mode::READ)), O_RDONLY);
   EXPECT_EQ(AccessOf(CProfileFile(file.Name(), Mode::UPDATE)), O_RDWR);
   EXPECT_EQ(AccessOf(CProfileFile(file.Name(), Mode::APPEND)), O_WRONLY | O_APPEND);
-  EXPECT_EQ(AccessOf(CProfileFile(file.NameOf("new").c_str(), Mode::CREATE)), O_WRONLY);
+  EXPECT_EQ(AccessOf(CProfileFile(file.Name(), Mode::MAKE)), O_RDWR);
+  EXPECT_EQ(AccessOf(CProfileFile(file.NameOf("new").c_str(), Mode::CREATE)), O_RDWR);
   EXPECT_EQ(file.Text(), "text");
 }
 
@@ -79,7 +80,7 @@ TEST(ProfileFileTest, FollowsALink) {
 }
 
 TEST(ProfileFileTest, ChildrenDoNotInheritTheDescriptor) {
-  for (const Mode mode : {Mode::CREATE, Mode::READ, Mode::UPDATE, Mode::APPEND}) {
+  for (const Mode mode : ALL_MODES) {
     const ProfileTestFile name;
     if (mode != Mode::CREATE) {
       name.SetText("");
@@ -109,9 +110,9 @@ TEST(ProfileFileTest, AMissingFileIsReportedByErrno) {
   EXPECT_FALSE(name.Exists());
 }
 
-TEST(ProfileFileTest, CreateAndAppendMakeAFileThatOnlyItsOwnerWrites) {
+TEST(ProfileFileTest, CreateAppendAndMakeMakeAFileThatOnlyItsOwnerWrites) {
   umask(0);
-  for (const Mode mode : {Mode::CREATE, Mode::APPEND}) {
+  for (const Mode mode : {Mode::CREATE, Mode::APPEND, Mode::MAKE}) {
     const ProfileTestFile name;
     EXPECT_TRUE(CProfileFile(name.Name(), mode).IsOpen());
     EXPECT_EQ(std::filesystem::status(name.Name()).permissions(),
@@ -156,7 +157,7 @@ TEST(ProfileFileTest, ATerminalDoesNotBecomeTheControllingOne) {
 TEST(ProfileFileTest, RefusesAFileWhoseKindIsUnknown) {
   const ProfileTestFile name("text");
   g_bFstatFails = true;
-  for (const Mode mode : {Mode::READ, Mode::UPDATE, Mode::APPEND}) {
+  for (const Mode mode : {Mode::READ, Mode::UPDATE, Mode::APPEND, Mode::MAKE}) {
     const CProfileFile file(name.Name(), mode);
     EXPECT_EQ(errno, 0);
     EXPECT_FALSE(file.IsOpen());

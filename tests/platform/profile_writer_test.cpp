@@ -75,11 +75,15 @@ class ProfileWriterTest : public testing::Test {
     g_oRemoved.clear();
   }
 
-  ProfileUpdate Write() const { return UpdateProfileFile("s", "key", "new", m_oFile.Name()); }
-  ProfileUpdate RemoveKey() const { return UpdateProfileFile("s", "key", nullptr, m_oFile.Name()); }
-  ProfileUpdate RemoveSection() const {
-    return UpdateProfileFile("s", nullptr, "value", m_oFile.Name());
+  static ProfileUpdate Update(const char* key, const char* value, const std::string& file) {
+    return UpdateProfileFile("s", key, value, file.c_str(), {});
   }
+  ProfileUpdate Update(const char* key, const char* value) const {
+    return Update(key, value, m_oFile.Name());
+  }
+  ProfileUpdate Write() const { return Update("key", "new"); }
+  ProfileUpdate RemoveKey() const { return Update("key", nullptr); }
+  ProfileUpdate RemoveSection() const { return Update(nullptr, "value"); }
 
   void ExpectResult(ProfileUpdate expected) const {
     EXPECT_EQ(Write(), expected);
@@ -137,7 +141,7 @@ TEST_F(ProfileWriterTest, NothingIsRemovedFromAFileThatCannotBeOpened) {
 
 TEST_F(ProfileWriterTest, AFileThatCannotBeMadeIsReported) {
   const std::string name = m_oFile.NameOf("missing/file");
-  EXPECT_EQ(UpdateProfileFile("s", "key", "new", name.c_str()), ProfileUpdate::CANNOT_OPEN);
+  EXPECT_EQ(Update("key", "new", name), ProfileUpdate::CANNOT_OPEN);
 }
 
 TEST_F(ProfileWriterTest, APipeOrDirectoryIsRefusedWithoutWaiting) {
@@ -157,21 +161,21 @@ TEST_F(ProfileWriterTest, WritesThroughALink) {
   const std::string link = m_oFile.NameOf("link");
   std::filesystem::create_symlink(m_oFile.Name(), link);
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(UpdateProfileFile("s", "key", "new", link.c_str()), ProfileUpdate::DONE);
+    EXPECT_EQ(Update("key", "new", link), ProfileUpdate::DONE);
     EXPECT_EQ(m_oFile.Text(), NEW_SECTION);
     EXPECT_TRUE(std::filesystem::is_symlink(link));
   }
 }
 
-TEST_F(ProfileWriterTest, AFileThatAppearsMeanwhileIsAppendedTo) {
+TEST_F(ProfileWriterTest, AFileThatAppearsMeanwhileIsSearched) {
   g_onOpen = [this](int flags) {
     if ((flags & O_EXCL) != 0) {
-      m_oFile.SetText("[a]\n");
+      m_oFile.SetText("[s]\nkey=old\n[a]\n");
     }
     return 0;
   };
   EXPECT_EQ(Write(), ProfileUpdate::DONE);
-  EXPECT_EQ(m_oFile.Text(), std::string("[a]\n") + NEW_SECTION);
+  EXPECT_EQ(m_oFile.Text(), "[s]\n\nkey=new\n[a]\n");
 }
 
 TEST_F(ProfileWriterTest, ANewFileThatCannotBeWrittenIsRemoved) {

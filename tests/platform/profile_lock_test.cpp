@@ -1,0 +1,163 @@
+// Calls that meet at one file: of other processes, which hold its lock or update it too.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "platform/profile_string.h"
+#include "platform/profile_writer.h"
+#include "tests/platform/profile_test_file.h"
+#include "trace/descriptor.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+// Called before the product asks for a lock.
+std::function<void()> g_onLock;
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
+extern "C" int __real_flock(int descriptor, int operation);
+
+extern "C" int __wrap_flock(int descriptor, int operation) {
+  if (operation != LOCK_UN) {
+    if (const auto action = g_onLock) {
+      action();
+    }
+  }
+  return __real_flock(descriptor, operation);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace {
+
+constexpr char TEXT[] = "[s]\nkey=old\n";
+
+// Holds the lock of a file as another process would: through an open file of its own.
+class HeldLock {
+ public:
+  HeldLock(const ProfileTestFile& file, int operation)
+      : m_oFile(open(file.Name(), O_RDONLY | O_CLOEXEC)) {
+    EXPECT_EQ(__real_flock(m_oFile.Get(), operation | LOCK_NB), 0);
+  }
+
+  void Release() const { EXPECT_EQ(__real_flock(m_oFile.Get(), LOCK_UN), 0); }
+
+ private:
+  const CDescriptor m_oFile;
+};
+
+class ProfileLockTest : public testing::Test {
+ protected:
+  ~ProfileLockTest() override { g_onLock = nullptr; }
+
+  uint32_t Write() const { return WritePrivateProfileString("s", "key", "new", m_oFile.Name()); }
+  std::string Read() const { return ReadProfile(m_oFile.Name(), "s", "key", "x").text; }
+
+  const ProfileTestFile m_oFile{TEXT};
+  const Clock::time_point m_oStart = Clock::now();
+};
+
+// Changes a key of its own 200 times, to values of other lengths, and counts what went wrong: a
+// write that failed, a value that is not the one just written, a key that nobody touches missing.
+int Exchange(const char* fileName, const char* key) {
+  int failures = 0;
+  for (int round = 1; round <= 200; ++round) {
+    const std::string value(static_cast<size_t>(1 + round * 7 % 50), key[0]);
+    failures += WritePrivateProfileString("s", key, value.c_str(), fileName) == 1 ? 0 : 1;
+    failures += ReadProfile(fileName, "s", key, "x").text == value ? 0 : 1;
+    failures += ReadProfile(fileName, "t", "untouched", "x").text == "value" ? 0 : 1;
+  }
+  return failures;
+}
+
+}  // namespace
+
+TEST_F(ProfileLockTest, AnUpdateGivesUpAfterASecondOfAnothersRead) {
+  const HeldLock lock(m_oFile, LOCK_SH);
+  EXPECT_EQ(Write(), 0U);
+  EXPECT_GE(Clock::now() - m_oStart, seconds(1));
+  EXPECT_EQ(m_oFile.Text(), TEXT);
+}
+
+TEST_F(ProfileLockTest, AReadReadsAfterASecondOfAnothersUpdate) {
+  const HeldLock lock(m_oFile, LOCK_EX);
+  EXPECT_EQ(Read(), "old");
+  EXPECT_GE(Clock::now() - m_oStart, seconds(1));
+}
+
+TEST_F(ProfileLockTest, AReadDoesNotWaitForAnothersRead) {
+  const HeldLock lock(m_oFile, LOCK_SH);
+  EXPECT_EQ(Read(), "old");
+  EXPECT_LT(Clock::now() - m_oStart, seconds(1));
+}
+
+TEST_F(ProfileLockTest, AnUpdateGoesOnWhenTheOtherIsDone) {
+  const HeldLock lock(m_oFile, LOCK_EX);
+  int tries = 0;
+  g_onLock = [&] {
+    if (++tries == 3) {
+      lock.Release();
+    }
+  };
+  EXPECT_EQ(Write(), 1U);
+  EXPECT_EQ(Read(), "new");
+}
+
+// They wait together: the second does not begin its second when the first has given up.
+TEST_F(ProfileLockTest, ThreadsThatMeetAHeldFileWaitNoLongerThanOne) {
+  const HeldLock lock(m_oFile, LOCK_SH);
+  const auto write = [this] { EXPECT_EQ(Write(), 0U); };
+  std::thread threads[] = {std::thread(write), std::thread(write), std::thread(write),
+                           std::thread(write)};
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_LT(Clock::now() - m_oStart, seconds(3));
+}
+
+TEST_F(ProfileLockTest, AnUpdateOfAFileThatIsReplacedMeanwhileChangesTheNewOne) {
+  g_onLock = [this] {
+    g_onLock = nullptr;
+    std::filesystem::rename(m_oFile.Name(), m_oFile.NameOf("previous"));
+    m_oFile.SetText("[s]\nother=1\n");
+  };
+  EXPECT_EQ(Write(), 1U);
+  EXPECT_EQ(m_oFile.Text(), "[s]\nother=1\nkey=new\n");
+}
+
+// Two that find no file: the one that makes it comes second to its lock.
+TEST_F(ProfileLockTest, AFileThatAnotherFillsBeforeItsMakerDoesIsSearchedAgain) {
+  std::filesystem::remove(m_oFile.Name());
+  g_onLock = [this] {
+    g_onLock = nullptr;
+    EXPECT_EQ(WritePrivateProfileString("s", "other", "1", m_oFile.Name()), 1U);
+  };
+  EXPECT_EQ(UpdateProfileFile("s", "key", "new", m_oFile.Name(), {}), ProfileUpdate::DONE);
+  EXPECT_EQ(m_oFile.Text(), "\n[s]\n\nother=1\nkey=new\n");
+}
+
+TEST_F(ProfileLockTest, TwoProcessesLoseNothingOfEachOthersChanges) {
+  m_oFile.SetText("[s]\na=\nb=\n[t]\nuntouched=value\n");
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(Exchange(m_oFile.Name(), "a") == 0 ? 0 : 1);
+  }
+  ASSERT_GT(child, 0);
+  EXPECT_EQ(Exchange(m_oFile.Name(), "b"), 0);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(m_oFile.Text(), "[s]\n\na=a\nb=b\n[t]\nuntouched=value\n");
+}
