@@ -1,10 +1,11 @@
 #include "frame/json_text.h"
 
 #include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 
+#include <algorithm>
 #include <cmath>
 #include <exception>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -23,15 +24,48 @@ class EndingAllocator : public rapidjson::CrtAllocator {
   }
 };
 
-using JsonText = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, EndingAllocator>;
+// A stream of the library's that keeps the first bytes and drops the rest.
+class LimitedText {
+ public:
+  using Ch = char;
 
-// The library stops at a number that JSON cannot express.
-class JsonTextWriter : public rapidjson::PrettyWriter<JsonText, rapidjson::UTF8<>,
+  explicit LimitedText(size_t longest) : m_nLongest(longest) {}
+
+  void Put(char character) {
+    if (!IsFull()) {
+      m_strText.push_back(character);
+    }
+  }
+  void Flush() {}
+
+  bool IsFull() const { return m_strText.size() == m_nLongest; }
+  // The length of a text of which as much is written as of one of `length` bytes.
+  rapidjson::SizeType GetUsefulLength(rapidjson::SizeType length) const {
+    return static_cast<rapidjson::SizeType>(
+        std::min<size_t>(length, m_nLongest - m_strText.size()));
+  }
+  std::string Take() { return std::move(m_strText); }
+
+ private:
+  const size_t m_nLongest;
+  std::string m_strText;
+};
+
+class JsonTextWriter : public rapidjson::PrettyWriter<LimitedText, rapidjson::UTF8<>,
                                                       rapidjson::UTF8<>, EndingAllocator> {
  public:
-  using PrettyWriter::PrettyWriter;
+  explicit JsonTextWriter(LimitedText& text) : PrettyWriter(text), m_oText(text) {
+    SetIndent(' ', 4);
+  }
 
+  // The library stops at a number that JSON cannot express.
   bool Double(double value) { return std::isfinite(value) ? PrettyWriter::Double(value) : Null(); }
+  bool String(const char* text, rapidjson::SizeType length, bool /*copy*/ = false) {
+    return PrettyWriter::String(text, m_oText.GetUsefulLength(length));
+  }
+
+ private:
+  const LimitedText& m_oText;
 };
 
 // A structure that has begun, and which of its members or elements comes next.
@@ -63,7 +97,7 @@ const Value* FindNext(OpenStructures& open, JsonTextWriter& writer) {
     if (value->IsObject()) {
       if (next < value->MemberCount()) {
         const auto& member = value->MemberBegin()[next++];
-        writer.Key(member.name.GetString(), member.name.GetStringLength());
+        writer.String(member.name.GetString(), member.name.GetStringLength());
         return &member.value;
       }
       writer.EndObject(next);
@@ -80,16 +114,13 @@ const Value* FindNext(OpenStructures& open, JsonTextWriter& writer) {
 
 }  // namespace
 
-std::optional<std::string> BuildJsonText(const Value& value, size_t deepest) noexcept {
-  JsonText text;
+std::string BuildJsonText(const Value& value, size_t longest) noexcept {
+  LimitedText text(longest);
   JsonTextWriter writer(text);
-  writer.SetIndent(' ', 4);
   OpenStructures open;
-  for (const Value* next = &value; next != nullptr; next = FindNext(open, writer)) {
-    if (open.size() >= deepest) {
-      return std::nullopt;
-    }
+  for (const Value* next = &value; next != nullptr && !text.IsFull();
+       next = FindNext(open, writer)) {
     Begin(*next, open, writer);
   }
-  return std::string(text.GetString(), text.GetSize());
+  return text.Take();
 }

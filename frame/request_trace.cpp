@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "frame/extension_module_interface.h"
 #include "frame/json_text.h"
@@ -13,9 +12,8 @@
 
 namespace {
 
-// Structures of more levels are shown by their length: the indents of their text would exhaust the
-// memory.
-constexpr size_t DEEPEST_SHOWN = 1000;
+// The bytes of a structure's text that are shown.
+constexpr size_t LONGEST_SHOWN = 1 << 20;
 
 // The header fields of a line, in the order in which all of its forms print them.
 struct Header {
@@ -98,10 +96,12 @@ void WriteHeaderOnly(uint32_t level, const Header& header) {
   }
 }
 
-int32_t BuildByteLength(const SipJson& request) noexcept {
-  std::vector<uint8_t> bytes;
-  request.GetByteData(request.m_nCmdIndex, bytes);
-  return static_cast<int32_t>(bytes.size());
+// The length of the byte data. Of the data that has a length and is neither a number nor a
+// structure, only a boolean has no bytes.
+int32_t GetByteLength(const SipJson& request, uint64_t dataLength) {
+  const rapidjson::Type type = request.GetDataType(request.m_nCmdIndex);
+  const bool isBoolean = type == rapidjson::kTrueType || type == rapidjson::kFalseType;
+  return isBoolean ? 0 : static_cast<int32_t>(dataLength);
 }
 
 // The data as an integer; 0 for a number outside 32 bits.
@@ -115,23 +115,22 @@ int32_t ReadInteger(const SipJson& request) {
 
 void TraceRecord(CIExtensionModule& module, const char* tag, const SipJson& request,
                  uint32_t level) {
-  if (!g_oDebugClient.IsEnabled()) {
+  if (!g_oDebugClient.IsEnabled() || !g_oDebugClient.Accepts(level)) {
     return;
   }
   const Header header = ReadHeader(std::string(module.GetModuleName()) + tag, request);
   // A structure comes first: an empty one has no length, yet is printed.
   if (request.IsJsonStructure()) {
     const SipJson::Value& data = *request.FindCmdMember(request.m_nCmdIndex, "DA");
-    if (const auto text = BuildJsonText(data, DEEPEST_SHOWN)) {
-      WriteStructure(level, header, *text);
-    } else {
-      WriteLength(level, header, 0);
-    }
-  } else if (request.GetDataLength(request.m_nCmdIndex) == 0) {
+    WriteStructure(level, header, BuildJsonText(data, LONGEST_SHOWN));
+    return;
+  }
+  const uint64_t length = request.GetDataLength(request.m_nCmdIndex);
+  if (length == 0) {
     WriteHeaderOnly(level, header);
   } else if (request.GetDataType(request.m_nCmdIndex) == rapidjson::kNumberType) {
     WriteInteger(level, header, ReadInteger(request));
   } else {
-    WriteLength(level, header, BuildByteLength(request));
+    WriteLength(level, header, GetByteLength(request, length));
   }
 }

@@ -86,9 +86,14 @@ void CDebugClient::PrintFor(uintptr_t /*ignored*/, const char* format, ...) {
   va_end(arguments);
 }
 
-void CDebugClient::WriteLeveled(uint32_t level, const char* format, va_list arguments) {
+bool CDebugClient::Accepts(uint32_t level) {
+  const ErrnoKeeper keeper;
   UpdateWhenDue();
-  if (GetDebugLevel() < level) {
+  return GetDebugLevel() >= level;
+}
+
+void CDebugClient::WriteLeveled(uint32_t level, const char* format, va_list arguments) {
+  if (!Accepts(level)) {
     return;
   }
   if (level == 0) {

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <limits>
-#include <optional>
 #include <string>
 
 namespace {
@@ -14,7 +13,7 @@ namespace {
 using rapidjson::Document;
 using rapidjson::Value;
 
-constexpr size_t DEEPEST = 1000;
+constexpr size_t LONGEST = 1000;
 
 // The text as the library's own writer makes it.
 std::string ExpectedText(const Value& value) {
@@ -25,48 +24,39 @@ std::string ExpectedText(const Value& value) {
   return text.GetString();
 }
 
-std::string Arrays(size_t count, const std::string& innermost) {
-  return std::string(count, '[') + innermost + std::string(count, ']');
-}
-
-std::optional<std::string> Build(const std::string& source, size_t deepest) {
-  Document document;
-  document.Parse(source.c_str());
-  return BuildJsonText(document, deepest);
-}
+constexpr const char* SOURCES[] = {"7",
+                                   "-1.5",
+                                   "18446744073709551615",
+                                   "null",
+                                   "true",
+                                   R"("a \"b\"\n\u0001ü")",
+                                   "{}",
+                                   "[]",
+                                   "[[],{},[{}]]",
+                                   R"({"a":{},"b":[],"c":[1,[2,{"d":3}],4],"e \t":"f"})",
+                                   R"([{"a":1,"a":2},[[[[false]]]],"",{"":{"":[]}}])"};
 
 }  // namespace
 
-TEST(JsonTextTest, IsWhatTheLibraryWrites) {
-  for (const char* source :
-       {"7", "-1.5", "18446744073709551615", "null", "true", R"("a \"b\"\n\u0001ü")", "{}", "[]",
-        "[[],{},[{}]]", R"({"a":{},"b":[],"c":[1,[2,{"d":3}],4],"e \t":"f"})",
-        R"([{"a":1,"a":2},[[[[false]]]],"",{"":{"":[]}}])"}) {
+TEST(JsonTextTest, IsWhatTheLibraryWritesUpToTheLimit) {
+  for (const char* source : SOURCES) {
     SCOPED_TRACE(source);
     Document document;
     ASSERT_FALSE(document.Parse(source).HasParseError());
-    EXPECT_EQ(BuildJsonText(document, DEEPEST), ExpectedText(document));
+    const std::string text = ExpectedText(document);
+    for (size_t longest = 0; longest <= text.size() + 1; ++longest) {
+      EXPECT_EQ(BuildJsonText(document, longest), text.substr(0, longest));
+    }
   }
 }
 
 TEST(JsonTextTest, KeepsZerosWithinTexts) {
   Document document;
   document.SetArray().PushBack(Value("a\0b", 3), document.GetAllocator());
-  EXPECT_EQ(BuildJsonText(document, DEEPEST), "[\n    \"a\\u0000b\"\n]");
+  EXPECT_EQ(BuildJsonText(document, LONGEST), "[\n    \"a\\u0000b\"\n]");
 }
 
 TEST(JsonTextTest, ANumberThatJsonCannotExpressIsNull) {
-  EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::infinity()), DEEPEST), "null");
-  EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::quiet_NaN()), DEEPEST), "null");
-}
-
-TEST(JsonTextTest, HasNoMoreLevelsThanAsked) {
-  EXPECT_EQ(Build("1", 1), "1");
-  EXPECT_EQ(Build("[]", 1), "[]");
-  EXPECT_EQ(Build("[1]", 1), std::nullopt);
-  EXPECT_EQ(Build("[[1],2]", 3), "[\n    [\n        1\n    ],\n    2\n]");
-  EXPECT_EQ(Build(R"([1,{"a":[2]}])", 3), std::nullopt);
-  EXPECT_TRUE(Build(Arrays(DEEPEST - 1, "1"), DEEPEST));
-  EXPECT_TRUE(Build(Arrays(DEEPEST, ""), DEEPEST));
-  EXPECT_FALSE(Build(Arrays(DEEPEST, "1"), DEEPEST));
+  EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::infinity()), LONGEST), "null");
+  EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::quiet_NaN()), LONGEST), "null");
 }

@@ -16,10 +16,14 @@
 #include "tests/frame/records.h"
 #include "tests/frame/test_module.h"
 #include "tests/support/trace_session.h"
+#include "tests/trace/trace_config_directory.h"
 
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr size_t MEBIBYTE = 1 << 20;
 
 // Allocations of at least that many bytes fail, those of operator new and those of realloc.
 size_t g_nFailingNew = SIZE_MAX;
@@ -130,6 +134,9 @@ void RunOnLittleStack(std::function<void()> action) {
 }
 
 }  // namespace
+
+// Settings that are read again while the module runs.
+class RequestTraceSettingsTest : public TraceConfigDirectory {};
 
 TEST(RequestTraceTest, HasEightForms) {
   struct Form {
@@ -251,24 +258,23 @@ TEST(RequestTraceTest, ANumberThatJsonCannotExpressPrintsAsNull) {
                   "(JSON struct):\n{\n    \"a\": null,\n    \"b\": 1.5,\n    \"c\": null\n}")));
 }
 
-TEST(RequestTraceTest, AStructureOf1000LevelsIsTheLastToBePrinted) {
-  EXPECT_EQ(TraceData(Nested(1000)).first, STRUCTURE);
-  EXPECT_EQ(TraceData(Nested(1001)), std::pair(LENGTH, std::string(" Len 0")));
+TEST(RequestTraceTest, TheTextOfAStructureEndsAfterAMebibyte) {
+  const std::string before = " Data (JSON struct):\n{\n    \"a\": \"";
+  EXPECT_EQ(TraceData(R"({"a":")" + std::string(2 * MEBIBYTE, 'x') + "\"}").second,
+            before + std::string(MEBIBYTE - 12, 'x'));
 }
 
 // The host has read the record on such a thread too.
 TEST(RequestTraceTest, ADeepStructureNeedsLittleStack) {
-  for (const size_t levels : {1000U, 2000U}) {
-    RunOnLittleStack([request = MakeData(Nested(levels))] {
-      TestModule module;
-      const TraceSession session(2);
-      module.TraceRequest(request, 2);
-      EXPECT_EQ(session.Formats().size(), 1U);
-    });
-  }
+  RunOnLittleStack([request = MakeData(Nested(2000))] {
+    TestModule module;
+    const TraceSession session(2);
+    module.TraceRequest(request, 2);
+    EXPECT_THAT(session.Formats(), ElementsAre(PLAIN + STRUCTURE));
+  });
 }
 
-TEST(RequestTraceTest, AVeryDeepStructurePrintsItsLength) {
+TEST(RequestTraceTest, AVeryDeepStructureCostsWhatItsTraceShows) {
   SipJson request = MakeData(R"({"sibling":1})");
   auto& allocator = request.m_oDocument.GetAllocator();
   rapidjson::Value& data = request.m_oDocument["SIP"]["CMD"][0]["DA"];
@@ -280,8 +286,38 @@ TEST(RequestTraceTest, AVeryDeepStructurePrintsItsLength) {
   }
   TestModule module;
   const TraceSession session(2);
+  g_nFailingNew = 4 * MEBIBYTE;
+  g_nFailingRealloc = 4 * MEBIBYTE;
   module.TraceRequest(request, 2);
-  EXPECT_THAT(session.Formats(), ElementsAre(PLAIN + LENGTH));
+  g_nFailingNew = SIZE_MAX;
+  g_nFailingRealloc = SIZE_MAX;
+  EXPECT_THAT(session.Formats(), ElementsAre(PLAIN + STRUCTURE));
+  EXPECT_THAT(session.Texts(), ElementsAre(testing::SizeIs(testing::Lt(2 * MEBIBYTE))));
+}
+
+TEST(RequestTraceTest, ARequestAboveTheLevelCostsNothing) {
+  TestModule module;
+  const SipJson request = MakeData(Nested(2000));
+  const TraceSession session(1);
+  g_nFailingNew = 0;
+  EXPECT_NO_THROW(module.TraceRequest(request, 2));
+  g_nFailingNew = SIZE_MAX;
+  EXPECT_EQ(module.nameCalls, 0);
+  EXPECT_THAT(session.Lines(), IsEmpty());
+}
+
+TEST_F(RequestTraceSettingsTest, ANewerLevelHoldsForTheRequestThatFindsIt) {
+  const std::string settings =
+      "[GlobalDebugSettings]\nDynamicUpdate=1\n[EM_TALVOR]\nFileDebugLevel=";
+  Write("global_trace.ini", settings + "1\n");
+  TestModule module;
+  const SipJson request = MakeData("{}");
+  const TraceSession session(1);
+  Write("global_trace.ini", settings + "2\n", 2000);
+  EXPECT_TRUE(WaitUntil([&] {
+    module.TraceRequest(request, 2);
+    return !session.Lines().empty();
+  }));
 }
 
 TEST(RequestTraceTest, TheThreeOperationsHaveTheirTags) {
@@ -355,11 +391,16 @@ TEST(RequestTraceTest, WhatTheSinkThrowsPassesThrough) {
 }
 
 TEST(RequestTraceDeathTest, ExhaustedMemoryForTheJsonTextEndsTheProcess) {
-  const std::string data = R"({"a":")" + std::string(8192, 'x') + "\"}";
-  ExpectEnd(data, g_nFailingNew);
-  ExpectEnd(data, g_nFailingRealloc);
+  ExpectEnd(R"({"a":")" + std::string(8192, 'x') + "\"}", g_nFailingNew);
+  ExpectEnd(Nested(500), g_nFailingRealloc);
 }
 
-TEST(RequestTraceDeathTest, ExhaustedMemoryForTheBytesEndsTheProcess) {
-  ExpectEnd("\"" + std::string(8192, 'x') + "\"", g_nFailingNew);
+TEST(RequestTraceTest, TheLengthOfBytesNeedsNoMemory) {
+  TestModule module;
+  const SipJson request = MakeData("\"" + std::string(8192, 'x') + "\"");
+  const TraceSession session(2);
+  g_nFailingNew = 4096;
+  module.TraceRequest(request, 2);
+  g_nFailingNew = SIZE_MAX;
+  EXPECT_THAT(session.Texts(), ElementsAre(testing::EndsWith(" Len 8193")));
 }
