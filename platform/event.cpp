@@ -3,16 +3,52 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <map>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "platform/critical_section.h"
-#include "platform/event_name_table.h"
-#include "platform/event_record.h"
 #include "platform/event_wait.h"
 #include "trace/debug_client.h"
 
 namespace {
+
+// The named events of this process, sorted by name (byte order). The table does not own the
+// records.
+//
+// Thread safety: every operation may be called from any thread. Whoever needs a search and a change
+// to be one step holds the event reference lock around both; that lock is always taken before the
+// table's.
+class CEventNameTable {
+ public:
+  // Returns the record of that name, or null.
+  EventRecord* Find(const std::string& name) noexcept {
+    const CCriticalSectionGuard guard(m_oLock);
+    const auto entry = m_oRecords.find(name);
+    return entry != m_oRecords.end() ? entry->second : nullptr;
+  }
+
+  // Throws std::bad_alloc and then changes nothing.
+  void Insert(const std::string& name, EventRecord* record) {
+    const CCriticalSectionGuard guard(m_oLock);
+    m_oRecords.insert_or_assign(name, record);
+  }
+
+  void Remove(const std::string& name) noexcept {
+    const CCriticalSectionGuard guard(m_oLock);
+    m_oRecords.erase(name);
+  }
+
+  void Clear() noexcept {
+    const CCriticalSectionGuard guard(m_oLock);
+    m_oRecords.clear();
+  }
+
+ private:
+  CCriticalSection m_oLock;
+  std::map<std::string, EventRecord*> m_oRecords;
+};
 
 // Lock order: referenceLock, then the lock inside the table.
 struct EventGlobals {

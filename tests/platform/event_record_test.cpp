@@ -1,4 +1,4 @@
-#include "platform/event_record.h"
+#include "platform/event.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/event.h"
 #include "tests/platform/event_texts.h"
 #include "tests/platform/pthread_calls.h"
 #include "tests/support/trace_session.h"

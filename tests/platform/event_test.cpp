@@ -137,8 +137,10 @@ TEST(EventNameTest, TheSameNameIsTheSameEvent) {
 
 TEST(EventNameTest, AnotherNameIsAnotherEvent) {
   CEvent one(false, false, "bell");
-  CEvent other(false, false, "bells");
-  EXPECT_FALSE(IsSame(one, other));
+  for (const char* name : {"bells", "bel", "Bell", ""}) {
+    CEvent other(false, false, name);
+    EXPECT_FALSE(IsSame(one, other)) << name;
+  }
 }
 
 TEST(EventNameTest, UnnamedEventsAreNeverShared) {
