@@ -13,9 +13,9 @@
 namespace {
 
 // For trace lines.
-const char* Shown(const char* text) { return text != nullptr ? text : "<null>"; }
+const char* OrNull(const char* text) { return text != nullptr ? text : "<null>"; }
 
-int32_t Shown(const std::shared_ptr<CRegistryNode>& node) {
+int32_t OrNull(const std::shared_ptr<CRegistryNode>& node) {
   return static_cast<int32_t>(reinterpret_cast<uintptr_t>(node.get()));
 }
 
@@ -79,7 +79,7 @@ void CRegistry::InitClass() {
 int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) {
   return FinishOpening([&] {
     const auto node = root.GetNode();
-    DEBUG_TRACE(2, "\nCRegistry::Open \"%s\", hKey = %d\n", Shown(path), Shown(node));
+    DEBUG_TRACE(2, "\nCRegistry::Open \"%s\", hKey = %d\n", OrNull(path), OrNull(node));
     if (path == nullptr) {
       return CloseAndFail();
     }
@@ -120,7 +120,7 @@ void CRegistry::Close() {
 
 int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
   return Finish(int64_t{REGISTRY_FAILED}, [&]() -> int64_t {
-    DEBUG_TRACE(2, "CRegistry::CreateKey \"%s\"\n", Shown(path));
+    DEBUG_TRACE(2, "CRegistry::CreateKey \"%s\"\n", OrNull(path));
     const auto node = NodeOf(parent);
     if (path == nullptr || node == nullptr) {
       return REGISTRY_FAILED;
@@ -150,7 +150,7 @@ int32_t CRegistry::OpenPointer(const char* valueName, const HKEY& root, int32_t 
 
 int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const HKEY& root,
                                int32_t access) {
-  DEBUG_TRACE(2, "CRegistry::OpenPointer \"%s\"\n", Shown(keyPath));
+  DEBUG_TRACE(2, "CRegistry::OpenPointer \"%s\"\n", OrNull(keyPath));
   if (Open(keyPath, root, access) != REGISTRY_OK) {
     return REGISTRY_FAILED;
   }
@@ -174,7 +174,7 @@ int32_t CRegistry::FollowPointer(std::string_view pointer) {
 
 int32_t CRegistry::DeleteKey(const char* name) {
   return Finish(REGISTRY_INVALID, [&] {
-    DEBUG_TRACE(2, "CRegistry::DeleteKey \"%s\"\n", Shown(name));
+    DEBUG_TRACE(2, "CRegistry::DeleteKey \"%s\"\n", OrNull(name));
     std::shared_ptr<CRegistryNode> key;
     if (name == nullptr || m_pNode == nullptr || !m_pNode->DeleteKey(name, key)) {
       return REGISTRY_INVALID;

@@ -12,6 +12,9 @@
 enum class RequestKind { QUERY, CREATION, TRANSFER, REFUSED };
 constexpr size_t REQUEST_KINDS = 4;
 
+// Stands for the status of a request that has none.
+constexpr uint32_t NO_STATUS = UINT32_MAX;
+
 // Keeps what became of each request of a round, by its message id: what the module answered at once
 // and how often, and with what, it answered finally.
 //

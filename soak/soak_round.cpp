@@ -16,7 +16,6 @@ using Clock = std::chrono::steady_clock;
 constexpr uint32_t OC_QUERY = 0x3400;
 constexpr uint32_t OC_CREATE = 0x3401;
 constexpr uint32_t OC_TRANSFER = 0x3402;
-constexpr uint32_t NO_STATUS = UINT32_MAX;
 constexpr uint32_t ACTION_CLEANUP = 4;
 
 // With no trace, refused tasks cannot be told from others, so no more than a queue holds are sent.

@@ -5,12 +5,6 @@
 
 #include "frame/sip_json.h"
 
-namespace {
-
-constexpr uint32_t NO_STATUS = UINT32_MAX;
-
-}  // namespace
-
 uintptr_t CSoakSwitch::ForwardRequest(CIExtensionModule* /*module*/, SipJson* request) {
   const uint32_t number = m_nTransfers++;
   std::this_thread::sleep_for(std::chrono::milliseconds(number % 20));
