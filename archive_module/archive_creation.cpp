@@ -7,6 +7,7 @@
 
 #include "archive_module/archive_file.h"
 #include "archive_module/em_talvor.h"
+#include "archive_module/flag_guard.h"
 #include "frame/status.h"
 #include "platform/process_control.h"
 #include "platform/process_table.h"
@@ -18,17 +19,6 @@ constexpr char COLLECTOR_PROCESS[] = "Talvor";
 
 // An exit code with this bit stands for a child that a signal ended, its number in the other bits.
 constexpr int32_t SIGNAL_FLAG = 0x80;
-
-class FlagGuard {
- public:
-  explicit FlagGuard(std::atomic<bool>& flag) : m_bFlag(flag) { m_bFlag = true; }
-  ~FlagGuard() { m_bFlag = false; }
-  FlagGuard(const FlagGuard&) = delete;
-  FlagGuard& operator=(const FlagGuard&) = delete;
-
- private:
-  std::atomic<bool>& m_bFlag;
-};
 
 }  // namespace
 
@@ -46,12 +36,13 @@ uint32_t EM_TALVOR::RunCreation(const SipJson& request, int64_t startTime) {
         "\n\nEM_TALVOR (Create)  : ## NOTE: SWITCH shutdown in progress - do not create archive");
     return STATUS_FAILED;
   }
+  const Paths paths = GetPaths();
   // The time-out is only traced: the collector is waited for without a limit, deliberately; only
   // Stop() cuts it short.
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Archive creation request, timeout=%d sec.",
               static_cast<int32_t>(request.GetCmdUInt(request.m_nCmdIndex, "TO", 0) & 0xFFFF));
   DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : Start Talvor archive creation...");
-  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  :   archive path: \"%s\"", m_strArchivePath.c_str());
+  DEBUG_TRACE(3, "\nEM_TALVOR (Create)  :   archive path: \"%s\"", paths.archive.c_str());
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Checking whether another Talvor is already running...");
   DEBUG_TRACE(4, "\n");
   int32_t foreignPid = 0;
@@ -63,30 +54,31 @@ uint32_t EM_TALVOR::RunCreation(const SipJson& request, int64_t startTime) {
   }
   DEBUG_TRACE(4, "\n");
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : No other Talvor process is running; can run Talvor...");
-  DeletePreviousArchive();
-  return RunCollector(startTime);
+  DeletePreviousArchive(paths.archive);
+  return RunCollector(paths, startTime);
 }
 
-uint32_t EM_TALVOR::RunCollector(int64_t startTime) {
+uint32_t EM_TALVOR::RunCollector(const Paths& paths, int64_t startTime) {
   m_pidCollector = 0;
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Create Talvor process; command line: %s",
-              m_strCommandLine.c_str());
+              paths.commandLine.c_str());
   int32_t exitCode = 0;
   bool isDone = false;
   {
-    const FlagGuard running(m_bCollectorRuns);
-    isDone = RunProgram(m_strCommandLine.c_str(), m_pidCollector, exitCode, nullptr, false, false);
+    const CFlagGuard running(m_bCollectorRuns);
+    isDone = RunProgram(paths.commandLine.c_str(), m_pidCollector, exitCode, nullptr, false, false);
   }
   if (!isDone) {
     return STATUS_FAILED;  // m_pidCollector deliberately keeps the id
   }
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Talvor process exit");
   m_pidCollector = 0;
-  return JudgeCollector(exitCode, startTime);
+  return JudgeCollector(exitCode, paths.archive, startTime);
 }
 
 // The first two outcomes are for a launcher that reports success with an exit code other than 0.
-uint32_t EM_TALVOR::JudgeCollector(int32_t exitCode, int64_t startTime) const {
+uint32_t EM_TALVOR::JudgeCollector(int32_t exitCode, const std::string& archive,
+                                   int64_t startTime) {
   if (exitCode != 0 && (exitCode & SIGNAL_FLAG) != 0) {
     DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : ## Talvor archive process was killed by signal %d!",
                 exitCode - SIGNAL_FLAG);
@@ -100,17 +92,17 @@ uint32_t EM_TALVOR::JudgeCollector(int32_t exitCode, int64_t startTime) const {
     return STATUS_FAILED;
   }
   DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : -> Talvor archive creation finished");
-  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file path: \"%s\"", m_strArchivePath.c_str());
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file path: \"%s\"", archive.c_str());
   DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     duration:  %d seconds",
               static_cast<int32_t>(std::time(nullptr) - startTime));
-  if (!FileExists(m_strArchivePath)) {
+  if (!FileExists(archive)) {
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Create)  : ## FATAL ERROR! Talvor archive process finished successfully, but archive not created!\n");
     DEBUG_TRACE(2, "\n");
     return STATUS_FAILED;
   }
-  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file size: %d kBytes", KilobytesOf(m_strArchivePath));
+  DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file size: %d kBytes", KilobytesOf(archive));
   DEBUG_TRACE(2, "\n");
   return STATUS_DONE;
 }
@@ -122,14 +114,13 @@ bool EM_TALVOR::FinishJob(SipJson& request, uint32_t status) {
   return status == STATUS_DONE;
 }
 
-bool EM_TALVOR::DeletePreviousArchive() const {
-  if (m_strArchivePath.empty() || !FileExists(m_strArchivePath)) {
+bool EM_TALVOR::DeletePreviousArchive(const std::string& archive) {
+  if (archive.empty() || !FileExists(archive)) {
     DEBUG_TRACE(4, "\nEM_TALVOR           :   Talvor archive file not existing");
     return false;
   }
-  DEBUG_TRACE(3, "\nEM_TALVOR           :   delete previous Talvor archive %s",
-              m_strArchivePath.c_str());
-  if (unlink(m_strArchivePath.c_str()) != 0) {
+  DEBUG_TRACE(3, "\nEM_TALVOR           :   delete previous Talvor archive %s", archive.c_str());
+  if (unlink(archive.c_str()) != 0) {
     const auto error = static_cast<uint32_t>(errno);
     DEBUG_TRACE(
         1, "\nEM_TALVOR           : ## ERROR! Old Talvor archive file cannot be deleted (0x%08X)!",

@@ -3,10 +3,11 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <stdexcept>
+#include <utility>
 
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
-#include "archive_module/collector_watch.h"
 #include "archive_module/module_info.h"
 #include "platform/process_control.h"
 #include "trace/debug_client.h"
@@ -21,6 +22,9 @@ constexpr uint32_t HTI_FILE_TYPE_TALVOR = 2;
 // worker.
 constexpr std::chrono::milliseconds STOP_GRACE(100 + 2000);
 constexpr uint32_t KILL_WAIT_TIME = 2000;  // milliseconds
+// What a worker has left after that which waits for its switch or for a collector that does not
+// end.
+constexpr std::chrono::milliseconds LAST_WAIT(5000);
 
 constexpr char OPENING_LINE[] =
     "\n\n------------------------------------------------------------------------------------------";
@@ -30,13 +34,16 @@ constexpr char CLOSING_LINE[] =
 }  // namespace
 
 EM_TALVOR::EM_TALVOR() : CTaskSerializer(TASK_LEVELS), m_hStopEvent(false, true) {
+  if (!CanWakeWorker()) {
+    throw std::runtime_error("no event for the worker");
+  }
   DEBUG_TRACE(3, "\nEM_TALVOR           : CLASS CREATED!");
 }
 
 EM_TALVOR::~EM_TALVOR() noexcept {
   const CTraceShield shield;
   if (IsWorkerAlive()) {
-    EndWorker();
+    EndWorker(false);
   }
   DEBUG_TRACE(1, "\nEM_TALVOR           : CLASS DESTROYED!");
   m_hStopEvent.Close();
@@ -58,7 +65,7 @@ uint32_t EM_TALVOR::Start(CISwitch* pSwitch, uint32_t moduleId) {
 }
 
 bool EM_TALVOR::InitModule() {
-  m_pidCollector = 0;
+  ForgetEndedCollector();
   m_bTalvorAvailable = false;
   bool isAvailable = false;
   try {
@@ -79,6 +86,14 @@ bool EM_TALVOR::InitModule() {
   return true;
 }
 
+// The id of a collector that runs, or begins to run meanwhile, stays: Stop() needs it.
+void EM_TALVOR::ForgetEndedCollector() {
+  int32_t pid = m_pidCollector;
+  if (!m_bCollectorRuns) {
+    m_pidCollector.compare_exchange_strong(pid, 0);
+  }
+}
+
 bool EM_TALVOR::FindExecutable() {
   std::string path;
   if (!GetBinDir(path)) {
@@ -95,8 +110,9 @@ bool EM_TALVOR::FindExecutable() {
     return false;
   }
   DEBUG_TRACE(1, "\nEM_TALVOR (Start)   : -> Talvor is installed - module will be started");
-  m_strCommandLine = path;
-  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor executable: %s", m_strCommandLine.c_str());
+  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor executable: %s", path.c_str());
+  const std::lock_guard guard(m_oPathsLock);
+  m_strCommandLine = std::move(path);
   return true;
 }
 
@@ -109,31 +125,58 @@ bool EM_TALVOR::FindArchivePath() {
     return false;
   }
   DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor archive dir: \"%s\"\n", directory.c_str());
-  m_strArchivePath = directory + ARCHIVE_FILE;
-  DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor archive path: \"%s\"\n", m_strArchivePath.c_str());
+  std::string archive = directory + ARCHIVE_FILE;
+  DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor archive path: \"%s\"\n", archive.c_str());
+  const std::lock_guard guard(m_oPathsLock);
+  m_strArchivePath = std::move(archive);
   return true;
+}
+
+EM_TALVOR::Paths EM_TALVOR::GetPaths() {
+  const std::lock_guard guard(m_oPathsLock);
+  return {m_strCommandLine, m_strArchivePath};
 }
 
 uint32_t EM_TALVOR::Stop() {
   const CTraceShield shield;
+  std::unique_lock lock(m_oStopLock, std::defer_lock);
+  if (!IsOnWorker()) {
+    lock.lock();  // not on the worker, for which the thread that holds it waits
+  }
   DEBUG_TRACE(1, OPENING_LINE);
   DEBUG_TRACE(1, "\n### Stopping module %s ###\n", GetModuleName());
   CExtensionModule::Stop();
   m_hStopEvent.Set();
-  EndWorker();
+  if (!EndWorker(true)) {
+    TerminateCollector();
+  }
   DEBUG_TRACE(1, "\n\n### Stop of module %s completed successfully ###", GetModuleName());
   DEBUG_TRACE(1, CLOSING_LINE);
   return 1;
 }
 
-void EM_TALVOR::EndWorker() {
-  CCollectorWatch watch(
-      STOP_GRACE, [this] { return m_bCollectorRuns && m_pidCollector >= 1; },
-      [this] { TerminateCollector(); });
-  TerminateSerialization();
-  if (!watch.End()) {
-    TerminateCollector();
+// Waits for the worker, without `isLimited` until it has ended. True when that took the end of a
+// collector.
+bool EM_TALVOR::EndWorker(bool isLimited) {
+  WorkerEnd end{isLimited};
+  TerminateSerialization(
+      [this, &end](std::chrono::milliseconds waited) { return WaitsOn(end, waited); });
+  return end.hasTerminated;
+}
+
+// A collector may begin to run at any time of the wait.
+bool EM_TALVOR::WaitsOn(WorkerEnd& end, std::chrono::milliseconds waited) {
+  if (waited < STOP_GRACE) {
+    return true;
   }
+  if (!end.hasTerminated && IsCollectorRunning()) {
+    TerminateCollector();
+    end.hasTerminated = true;
+  }
+  if (!end.limit && (end.hasTerminated || m_bHandsBack)) {
+    end.limit = waited + LAST_WAIT;
+  }
+  return !end.isLimited || !end.limit || waited < *end.limit;
 }
 
 void EM_TALVOR::TerminateCollector() {
@@ -156,11 +199,11 @@ void EM_TALVOR::TerminateCollector() {
     return;
   }
   int32_t exitCode = 0;
-  if (WaitProcess(pid, exitCode, KILL_WAIT_TIME)) {
+  if (WaitForProcessEnd(pid, KILL_WAIT_TIME) && WaitProcess(pid, exitCode, KILL_WAIT_TIME)) {
     DEBUG_TRACE(1, "\nEM_TALVOR (Stop)    : Talvor process exit");
   } else {
     // Follows every kill: a child that ends by a signal is no normal exit, or the worker reaped it
-    // first.
+    // first. One inside a system call that cannot be interrupted has not ended at all.
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n");

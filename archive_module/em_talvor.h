@@ -1,7 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 #include <string>
 
 #include "frame/extension_module.h"
@@ -18,10 +21,13 @@ inline constexpr char MODULE_NAME[] = "EM_TALVOR";
 //
 // The host calls Start() once, then requests and notifications from any thread, then Stop() once,
 // and destroys the module from one thread. Destruction without Stop() ends the worker and a running
-// collector as well.
+// collector as well. A second Start() while the worker lives finds the paths again, for the jobs
+// that begin after it.
 class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson> {
  public:
+  // Throws when the system gives no event for the worker.
   EM_TALVOR();
+  // Waits for the worker without limit; a collector that still runs after 2.1 seconds is killed.
   ~EM_TALVOR() noexcept override;
 
   // Writes the identification record of 246 bytes. Returns 0, and writes nothing, when the record
@@ -33,8 +39,10 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   uint32_t Start(CISwitch* pSwitch, uint32_t moduleId) override;
 
   // Ends the worker. A job that is running gets 2.1 seconds; then a collector is killed, while a
-  // transfer is waited for. Returns 1, with the worker gone unless this was called on the worker
-  // itself.
+  // transfer is waited for. A worker that hands a request back to the switch, or whose collector
+  // outlives the kill, gets 5 more seconds. Returns 1, with the worker gone, unless that time was
+  // not enough or this was called on the worker itself: the worker then ends after its job and
+  // calls the switch until the destruction has returned. A second thread waits for the first.
   uint32_t Stop() override;
 
   // Answers the current command. Returns 1, or 0 for a command that is unknown or for another
@@ -44,11 +52,27 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   const char* GetModuleName() override;
 
  private:
+  // What a job works with, as it was when the job began.
+  struct Paths {
+    std::string commandLine;
+    std::string archive;
+  };
+
+  // How far the wait for the end of the worker has come.
+  struct WorkerEnd {
+    const bool isLimited;
+    bool hasTerminated = false;  // a collector
+    std::optional<std::chrono::milliseconds> limit = std::nullopt;
+  };
+
   // Lifecycle.
   bool InitModule();
   bool FindExecutable();
   bool FindArchivePath();
-  void EndWorker();
+  void ForgetEndedCollector();
+  bool IsCollectorRunning() const { return m_bCollectorRuns && m_pidCollector >= 1; }
+  bool EndWorker(bool isLimited);
+  bool WaitsOn(WorkerEnd& end, std::chrono::milliseconds waited);
   void TerminateCollector();
 
   // Requests.
@@ -64,17 +88,19 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   // The jobs; true when the final status is 0.
   bool CreateArchive(SipJson& request);
   uint32_t RunCreation(const SipJson& request, int64_t startTime);
-  uint32_t RunCollector(int64_t startTime);
-  uint32_t JudgeCollector(int32_t exitCode, int64_t startTime) const;
+  uint32_t RunCollector(const Paths& paths, int64_t startTime);
+  static uint32_t JudgeCollector(int32_t exitCode, const std::string& archive, int64_t startTime);
   static bool FinishJob(SipJson& request, uint32_t status);
-  bool DeletePreviousArchive() const;
+  static bool DeletePreviousArchive(const std::string& archive);
   bool TransferArchive(SipJson& request);
   uint32_t RunTransfer(SipJson& request);
-  uint32_t SendToHti(const std::string& bmcName, uint32_t timeout);
+  uint32_t SendToHti(const std::string& archive, const std::string& bmcName, uint32_t timeout);
+  Paths GetPaths();
 
   std::atomic<bool> m_bTalvorAvailable = false;
-  std::string m_strCommandLine;  // the collector's executable; written by Start() only
-  std::string m_strArchivePath;  // written by Start() only
+  // Written by Start(), copied by each job when it begins, under m_oPathsLock.
+  std::string m_strCommandLine;  // the collector's executable
+  std::string m_strArchivePath;
   // The collector's process id: 0 before a run and after a successful one. A failed run
   // deliberately leaves the id of the child that ended, and Stop() then sends SIGKILL to that id
   // all the same.
@@ -82,4 +108,7 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   std::atomic<uint32_t> m_nHtiFileType = 0;  // the number by which HTI knows the archive
   CEvent m_hStopEvent;  // set by Stop(), for others: nothing in the module waits
   std::atomic<bool> m_bCollectorRuns = false;
+  std::atomic<bool> m_bHandsBack = false;  // a finished request to the switch
+  std::mutex m_oPathsLock;
+  std::mutex m_oStopLock;  // held by Stop(), except on the worker
 };

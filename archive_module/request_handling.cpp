@@ -5,6 +5,7 @@
 #include <new>
 
 #include "archive_module/em_talvor.h"
+#include "archive_module/flag_guard.h"
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "trace/debug_client.h"
@@ -129,6 +130,7 @@ void EM_TALVOR::OnTaskExecution(SipJson& request, int32_t /*level*/) {
     return;
   }
   TraceReturn(request, REQUEST_TRACE_LEVEL);
+  const CFlagGuard handsBack(m_bHandsBack);
   ReturnRequest(request);
 }
 

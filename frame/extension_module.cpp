@@ -1,5 +1,7 @@
 #include "frame/extension_module.h"
 
+#include <cxxabi.h>
+
 #include "frame/request_trace.h"
 #include "frame/status.h"
 #include "trace/debug_client.h"
@@ -203,5 +205,11 @@ uintptr_t CExtensionModule::ReturnRequest(SipJson& request) {
 
 uint32_t CExtensionModule::GetAgentType() {
   CISwitch* pSwitch = m_pSwitch;
-  return pSwitch != nullptr ? pSwitch->GetAgentType() : 0;
+  try {
+    return pSwitch != nullptr ? pSwitch->GetAgentType() : 0;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    return 0;
+  }
 }

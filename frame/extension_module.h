@@ -76,6 +76,7 @@ class CExtensionModule : public CIExtensionModule {
   uintptr_t Forward();
   // Hands a finished request back to the switch, with its message id.
   uintptr_t ReturnRequest(SipJson& request);
+  // Also 0 when the switch throws: the agent type is unknown then.
   uint32_t GetAgentType();
 
   // True once the switch has announced its shutdown; never false again.

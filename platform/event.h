@@ -73,6 +73,9 @@ class CEvent {
   // The same without a trace line.
   bool IsSignaled() const;
 
+  // True when the event could not be created, and on a copy of such a handle.
+  bool IsEmpty() const { return m_pRecord == nullptr; }
+
   // True until Close() was called on this handle.
   bool IsOpen() const { return !m_bClosed; }
 

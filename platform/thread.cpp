@@ -3,6 +3,7 @@
 #include <sched.h>
 
 #include <cerrno>
+#include <ctime>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -10,6 +11,8 @@
 #include "trace/debug_client.h"
 
 namespace {
+
+constexpr std::chrono::milliseconds JOIN_SLICE(10);
 
 // The part of a thread id that trace lines show.
 uint32_t Shown(pthread_t handle) { return static_cast<uint32_t>(handle); }
@@ -20,10 +23,36 @@ bool IsKnownToSystem(pthread_t handle) {
   return pthread_getschedparam(handle, &policy, &parameter) == 0;
 }
 
+bool IsSelf(pthread_t handle) { return pthread_equal(handle, pthread_self()) != 0; }
+
 // A thread that would join itself gets the answer of the system without the call, because the
 // thread sanitizer loses track of a thread after a failed one.
 int Join(pthread_t handle, void*& exitValue) {
-  return pthread_equal(handle, pthread_self()) != 0 ? EDEADLK : pthread_join(handle, &exitValue);
+  return IsSelf(handle) ? EDEADLK : pthread_join(handle, &exitValue);
+}
+
+// The thread sanitizer does not know pthread_clockjoin_np() and would report a thread that was
+// never joined.
+#ifdef __SANITIZE_THREAD__
+using JoinClock = std::chrono::system_clock;
+int JoinUntil(pthread_t handle, void*& exitValue, const timespec& end) {
+  return pthread_timedjoin_np(handle, &exitValue, &end);
+}
+#else
+using JoinClock = std::chrono::steady_clock;
+int JoinUntil(pthread_t handle, void*& exitValue, const timespec& end) {
+  return pthread_clockjoin_np(handle, &exitValue, CLOCK_MONOTONIC, &end);
+}
+#endif
+
+// ETIMEDOUT while the thread runs on.
+int JoinWithin(std::chrono::nanoseconds time, pthread_t handle, void*& exitValue) {
+  if (IsSelf(handle)) {
+    return EDEADLK;
+  }
+  const auto end = (JoinClock::now() + time).time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(end);
+  return JoinUntil(handle, exitValue, {seconds.count(), (end - seconds).count()});
 }
 
 class ThreadAttribute {
@@ -163,10 +192,37 @@ void* CThread::Run(void* control) {
 
 bool CThread::WaitForTermination(int32_t milliseconds) {
   const pthread_t handle = m_nHandle;
+  if (!CanJoin(handle, milliseconds)) {
+    return handle == 0;
+  }
+  void* exitValue = nullptr;
+  const int error = Join(handle, exitValue);
+  return NoteJoin(handle, error, exitValue);
+}
+
+bool CThread::WaitForTermination(int32_t milliseconds, const WaitsOn& waitsOn) {
+  const pthread_t handle = m_nHandle;
+  if (!CanJoin(handle, milliseconds)) {
+    return handle == 0;
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  void* exitValue = nullptr;
+  int error = ETIMEDOUT;
+  while ((error = JoinWithin(JOIN_SLICE, handle, exitValue)) == ETIMEDOUT) {
+    if (!waitsOn(std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - begin))) {
+      return false;
+    }
+  }
+  return NoteJoin(handle, error, exitValue);
+}
+
+// False when there is nothing to join: no thread, or a detached one.
+bool CThread::CanJoin(pthread_t handle, int32_t milliseconds) const {
   if (handle == 0) {
     DEBUG_TRACE(1, "\nCThread::WaitForTermination: Thread = 0x0%08X doesn't exist !",
                 Shown(handle));
-    return true;
+    return false;
   }
   if (milliseconds != INFINITE_TIME) {
     DEBUG_TRACE(
@@ -177,10 +233,12 @@ bool CThread::WaitForTermination(int32_t milliseconds) {
   if (!Waitable) {
     DEBUG_TRACE(1, "\nCThread::WaitForTermination: WARNING: Can't wait for detached thread 0x%08X",
                 Shown(handle));
-    return false;
   }
-  void* exitValue = nullptr;
-  const int error = Join(handle, exitValue);
+  return Waitable;
+}
+
+// True when the thread has been joined.
+bool CThread::NoteJoin(pthread_t handle, int error, const void* exitValue) {
   if (error != 0) {
     DEBUG_TRACE(
         1,
@@ -252,3 +310,5 @@ bool CThread::IsAlive() const {
   const std::lock_guard guard(m_pControl->lock);
   return !m_pControl->hasEnded && IsKnownToSystem(handle);
 }
+
+bool CThread::IsCurrentThread() const { return IsSelf(m_nHandle); }

@@ -3,7 +3,9 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 // One thread of the system. Joinable ("waitable") threads are ended by joining them; only detached
@@ -34,6 +36,13 @@ class CThread {
   // detached thread or when joining failed, which keeps the handle.
   bool WaitForTermination(int32_t milliseconds);
 
+  // Asked between the slices of a wait, with the time waited so far. False ends the waiting.
+  using WaitsOn = std::function<bool(std::chrono::milliseconds waited)>;
+
+  // The same in slices of 10 ms, with `waitsOn` asked after each of them (must not throw). False
+  // also when it has ended the waiting, which writes no line and keeps the handle.
+  bool WaitForTermination(int32_t milliseconds, const WaitsOn& waitsOn);
+
   // Joins a joinable thread, without limit; asks a detached one to cancel itself and does not wait.
   // True when the thread is gone or asked to go; false when there was none or the system refused.
   bool Kill();
@@ -43,6 +52,9 @@ class CThread {
 
   // True while the thread runs.
   bool IsAlive() const;
+
+  // True on the thread itself.
+  bool IsCurrentThread() const;
 
   // 0 when there is no thread.
   pthread_t GetHandle() const { return m_nHandle; }
@@ -58,6 +70,8 @@ class CThread {
 
   static void* Run(void* control);
   bool Create(const pthread_attr_t& attribute, Function function, void* argument);
+  bool CanJoin(pthread_t handle, int32_t milliseconds) const;
+  bool NoteJoin(pthread_t handle, int error, const void* exitValue);
   bool KillJoinable(pthread_t handle);
   bool KillDetached(pthread_t handle);
 

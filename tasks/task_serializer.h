@@ -55,6 +55,11 @@ class CTaskSerializer {
   void TerminateSerialization();
 
  protected:
+  // As the public one, but `waitsOn` is asked every 10 ms while the worker runs, with the time
+  // since the worker was asked to end, and may end the waiting by answering false. The worker then
+  // ends after its task and is joined by the destruction. `waitsOn` must not throw.
+  void TerminateSerialization(const CThread::WaitsOn& waitsOn);
+
   // `levelCount` queues, numbered from 0.
   explicit CTaskSerializer(int32_t levelCount);
 
@@ -72,6 +77,9 @@ class CTaskSerializer {
   virtual void OnThreadExit() {}
 
   bool IsWorkerAlive() const { return m_oWorker.IsAlive(); }
+  // False when the system gave no event that could wake the worker: a worker would never sleep.
+  bool CanWakeWorker() const { return !m_oWakeUp.IsEmpty(); }
+  bool IsOnWorker() const { return m_oWorker.IsCurrentThread(); }
 
  private:
   struct TaskRecord {
@@ -103,6 +111,7 @@ class CTaskSerializer {
   void EnableAllLevels(bool enabled);
   bool HoldsTask() const;
   void DropAllTasks();
+  void JoinWorker(const CThread::WaitsOn& waitsOn);
 
   // The worker; see task_handler.h.
   static void* TaskHandler(void* serializer);
@@ -201,6 +210,11 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
 
 template <typename T>
 void CTaskSerializer<T>::TerminateSerialization() {
+  TerminateSerialization([](std::chrono::milliseconds /*waited*/) { return true; });
+}
+
+template <typename T>
+void CTaskSerializer<T>::TerminateSerialization(const CThread::WaitsOn& waitsOn) {
   DEBUG_TRACE(4, "\nCTaskSerializer     : TerminateSerialization!");
   if (m_oWorker.IsAlive()) {
     DEBUG_TRACE(4, "\nCTaskSerializer     : Disable all Tasks");
@@ -213,10 +227,21 @@ void CTaskSerializer<T>::TerminateSerialization() {
     m_bTerminate = true;
     m_oWakeUp.Set();
     usleep(SETTLE_TIME);
-    m_oWorker.WaitForTermination(TERMINATION_TIME);
-    m_oWorker.Kill();
+    JoinWorker(waitsOn);
   }
   DEBUG_TRACE(5, "\nCTaskSerializer     :   terminated");
+}
+
+template <typename T>
+void CTaskSerializer<T>::JoinWorker(const CThread::WaitsOn& waitsOn) {
+  bool isGivenUp = false;
+  m_oWorker.WaitForTermination(TERMINATION_TIME, [&](std::chrono::milliseconds waited) {
+    isGivenUp = !waitsOn(std::chrono::milliseconds(SETTLE_TIME / 1000) + waited);
+    return !isGivenUp;
+  });
+  if (!isGivenUp) {
+    m_oWorker.Kill();
+  }
 }
 
 template <typename T>

@@ -1,25 +1,40 @@
-// What the job makes of a launcher that reports success although the collector failed. The one of
-// this system never does, so another stands in for it.
+// What becomes of a job and of its end with a launcher and a kill that do what those of this system
+// do rarely or never: others stand in for them.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <thread>
 
 #include "archive_module/em_talvor.h"
+#include "platform/process_control.h"
 #include "tests/archive_module/module_host.h"
 #include "tests/archive_module/module_trace.h"
 #include "tests/support/trace_session.h"
 
 namespace {
 
-int32_t g_nExitCode = 0;
+// Stands in for the launcher.
+std::function<bool(std::atomic<int32_t>& pid, int32_t& exitCode)> g_fnRun;
+// Stands in for the kill, when it is set.
+std::function<bool(int32_t pid)> g_fnKill;
+
+constexpr char TERMINATE[] =
+    "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
+constexpr std::chrono::milliseconds GRACE(2100);
 
 class CollectorOutcomeTest : public ModuleHost {
  protected:
   // Expects a creation whose collector "succeeds" with that exit code to fail, with that line.
   void ExpectFailure(int32_t exitCode, const std::string& line) {
     InstallCollector("");
-    g_nExitCode = exitCode;
+    g_fnRun = [exitCode](std::atomic<int32_t>& /*pid*/, int32_t& code) {
+      code = exitCode;
+      return true;
+    };
     ExpectLines(LinesWith("Talvor archive process"), {{2, line}},
                 [this](TraceSession& /*session*/) {
                   m_switch.Forget();
@@ -35,14 +50,23 @@ class CollectorOutcomeTest : public ModuleHost {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's name.
-extern "C" bool __wrap__Z10RunProgramPKcRSt6atomicIiERiS0_bb(
-    const char* /*program*/, std::atomic<int32_t>& pid, int32_t& exitCode,
-    const char* /*workingDirectory*/, bool /*reserved*/, bool /*keepDescriptors*/) {
-  pid = INT32_MAX;  // nobody's
-  exitCode = g_nExitCode;
-  return true;
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
+extern "C" {
+
+bool __wrap__Z10RunProgramPKcRSt6atomicIiERiS0_bb(const char* /*program*/,
+                                                  std::atomic<int32_t>& pid, int32_t& exitCode,
+                                                  const char* /*workingDirectory*/,
+                                                  bool /*reserved*/, bool /*keepDescriptors*/) {
+  return g_fnRun(pid, exitCode);
 }
+
+bool __real__Z11KillProcessib(int32_t pid, bool force);
+bool __wrap__Z11KillProcessib(int32_t pid, bool force) {
+  return g_fnKill ? g_fnKill(pid) : __real__Z11KillProcessib(pid, force);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 TEST_F(CollectorOutcomeTest, AnExitCodeWithBit7StandsForASignal) {
   ExpectFailure(0x80 + 9,
@@ -53,4 +77,72 @@ TEST_F(CollectorOutcomeTest, AnyOtherExitCodeIsAnErrorOfTheCollector) {
   ExpectFailure(
       17,
       "\nEM_TALVOR (Create)  : ## ERROR! Talvor archive process was terminated unsuccessfully; process exit code = 17 (0x11)!");
+}
+
+// The launcher has not given an id yet when the grace is over.
+TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
+  InstallCollector("");
+  const TraceSession session(1);
+  std::promise<void> begun;
+  int killsMeanwhile = -1;
+  g_fnRun = [&](std::atomic<int32_t>& pid, int32_t& /*exitCode*/) {
+    if (m_switch.Answers().empty()) {
+      pid = INT32_MAX;  // nobody's
+      return false;
+    }
+    begun.set_value();
+    std::this_thread::sleep_for(GRACE + std::chrono::milliseconds(500));
+    killsMeanwhile = session.Count(TERMINATE);
+    return true;
+  };
+  EM_TALVOR module;
+  ASSERT_EQ(module.Start(&m_switch, 1), 1U);
+  for (const size_t answers : {0U, 1U}) {
+    SipJson request = MakeRequest(CREATE);
+    EXPECT_EQ(module.ModuleRequest(request), 1U);
+    EXPECT_TRUE(answers > 0 || m_switch.StatusOf(answers) == 6U);
+  }
+  begun.get_future().wait();
+  EXPECT_EQ(module.Stop(), 1U);
+  EXPECT_EQ(killsMeanwhile, 0);
+}
+
+// As one does inside a system call that cannot be interrupted.
+TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithoutLimit) {
+  InstallCollector("");
+  const TraceSession session(1);
+  std::atomic<int32_t> collector = 0;
+  ASSERT_TRUE(StartProcess("sleep 60", collector, nullptr, false, false));
+  std::promise<void> begun;
+  std::promise<void> end;
+  g_fnKill = [](int32_t /*pid*/) { return true; };
+  g_fnRun = [&](std::atomic<int32_t>& pid, int32_t& /*exitCode*/) {
+    pid = collector.load();
+    begun.set_value();
+    end.get_future().wait();
+    return false;
+  };
+  {
+    EM_TALVOR module;
+    ASSERT_EQ(module.Start(&m_switch, 1), 1U);
+    SipJson request = MakeRequest(CREATE);
+    EXPECT_EQ(module.ModuleRequest(request), 1U);
+    begun.get_future().wait();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(module.Stop(), 1U);
+    const auto time = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(time, std::chrono::milliseconds(7100));
+    EXPECT_LT(time, std::chrono::seconds(30));
+    EXPECT_EQ(session.Count(TERMINATE), 1);
+    EXPECT_EQ(
+        session.Count(
+            "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n"),
+        1);
+    end.set_value();
+  }
+  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  g_fnKill = nullptr;
+  int32_t exitCode = 0;
+  EXPECT_TRUE(KillProcess(collector, true));
+  EXPECT_FALSE(WaitProcess(collector, exitCode, 0));
 }

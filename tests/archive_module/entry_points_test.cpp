@@ -214,8 +214,9 @@ TEST_F(EntryPointsTest, ASinkThatThrowsBehindADeletionDoesNotBringTheInstanceBac
 }
 
 TEST_F(EntryPointsTest, AFailedAllocationOfACreationReachesTheHost) {
-  int64_t successes = 0;
-  for (bool hasFailed = true; hasFailed; ++successes) {
+  int countThrown = 0;
+  bool hasFailed = true;
+  for (int64_t successes = 0; hasFailed; ++successes) {
     UnloadModule();
     LoadModule();
     FailingNew memory(successes, 1);
@@ -228,13 +229,15 @@ TEST_F(EntryPointsTest, AFailedAllocationOfACreationReachesTheHost) {
     }
     memory.Stop();
     hasFailed = memory.HasFailed();
-    // Settings that could not be read are no reason to go without the module.
-    EXPECT_EQ(result, hasThrown ? 0U : 1U) << successes;
-    EXPECT_EQ(m_module == nullptr, hasThrown) << successes;
+    // Settings that could not be read are no reason to go without the module; the event that wakes
+    // its worker is one, and does not throw.
+    EXPECT_TRUE(result == 1 || hasFailed) << successes;
+    EXPECT_EQ(m_module == nullptr, result == 0) << successes;
+    countThrown += hasThrown ? 1 : 0;
     EXPECT_EQ(Create(&m_module, nullptr), 1U) << successes;
     EXPECT_EQ(DeleteModule(), 1U) << successes;
   }
-  EXPECT_GT(successes, 1);
+  EXPECT_GT(countThrown, 0);
 }
 
 TEST_F(EntryPointsTest, AFailedAllocationReachesTheHostFromNoOtherEntryPoint) {

@@ -277,6 +277,18 @@ TEST_F(ModuleStartTest, AsksForTheCollectorOnceMoreWhenItIsStartedAgain) {
   EXPECT_EQ(Run(TRANSFER), 3U);
 }
 
+TEST_F(ModuleStartTest, MayBeStartedAgainWhileJobsBegin) {
+  InstallCollector("echo data > \"$archive\"");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  for (size_t job = 0; job < 10; ++job) {
+    EXPECT_EQ(Send(job % 2 == 0 ? CREATE : TRANSFER), std::make_pair(1U, 22U));
+    do {
+      EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+    } while (m_switch.Answers().size() <= job);
+    EXPECT_EQ(m_switch.StatusOf(job), job % 2 == 0 ? 0U : 22U);
+  }
+}
+
 TEST_F(ModuleStartTest, SurvivesAnyAllocationThatFails) {
   InstallCollector("");
   bool hasFailed = true;

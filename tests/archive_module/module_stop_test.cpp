@@ -14,6 +14,7 @@
 #include <fstream>
 #include <future>
 
+#include "tests/archive_module/call_faults.h"
 #include "tests/archive_module/module_host.h"
 #include "tests/archive_module/module_trace.h"
 #include "tests/support/trace_session.h"
@@ -30,10 +31,13 @@ constexpr char NOT_RUNNING[] =
     "\nEM_TALVOR (Stop)    : Talvor process not running, can stop module immediately";
 constexpr char TERMINATE[] =
     "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#<pid>) and wait for exit...";
+constexpr char TERMINATE_FORMAT[] =
+    "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
 constexpr char NOT_IN_TIME[] =
     "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n";
 
 constexpr std::chrono::milliseconds GRACE(2100);
+constexpr std::chrono::milliseconds LAST_WAIT(5000);
 // What a loaded machine may add to a wait.
 constexpr std::chrono::seconds DELAY(20);
 
@@ -63,6 +67,15 @@ class ModuleStopTest : public ModuleHost {
     ASSERT_EQ(StartAfresh(), 1U);
     EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
     ASSERT_TRUE(WaitForCollector());
+  }
+
+  // Stops and expects that it takes that long.
+  void ExpectStopAfter(std::chrono::milliseconds time) {
+    const Clock::time_point begin = Clock::now();
+    EXPECT_EQ(m_module->Stop(), 1U);
+    const auto taken = Clock::now() - begin;
+    EXPECT_GE(taken, time);
+    EXPECT_LT(taken, time + DELAY);
   }
 };
 
@@ -118,11 +131,7 @@ TEST_F(ModuleStopTest, KillsACollectorThatOutlivesTheGrace) {
   InstallCollector(LONG_RUN);
   const TraceSession session(1);
   StartWithRunningCollector();
-  const Clock::time_point begin = Clock::now();
-  EXPECT_EQ(m_module->Stop(), 1U);
-  const auto time = Clock::now() - begin;
-  EXPECT_GE(time, GRACE);
-  EXPECT_LT(time, GRACE + DELAY);
+  ExpectStopAfter(GRACE);
   EXPECT_THAT(m_switch.Answers(), SizeIs(1));
   EXPECT_EQ(m_switch.StatusOf(0), 6U);
   EXPECT_FALSE(HasChildren());
@@ -173,23 +182,83 @@ TEST_F(ModuleStopTest, ACollectorMayEndWithinTheGrace) {
   EXPECT_FALSE(HasChildren());
 }
 
+// Nor does the id of a failed run, which is killed behind it, cut it short.
 TEST_F(ModuleStopTest, ATransferThatWaitsInTheSwitchIsWaitedFor) {
-  InstallCollector("");
-  std::ofstream(m_archive) << "data";
+  InstallCollector("exit 2");
+  const TraceSession session(1);
   std::promise<void> begun;
+  int killsMeanwhile = -1;
   m_switch.onHtiRequest = [&](SipJson& request) {
     begun.set_value();
     std::this_thread::sleep_for(GRACE + std::chrono::milliseconds(500));
+    killsMeanwhile = session.Count(TERMINATE_FORMAT);
     request.SetCmdUInt("ST", 0);
   };
-  const TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 6U);
+  std::ofstream(m_archive) << "data";
   Send(TRANSFER);
   begun.get_future().wait();
   EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_THAT(m_switch.Answers(), SizeIs(2));
+  EXPECT_EQ(m_switch.StatusOf(1), 0U);
+  EXPECT_EQ(killsMeanwhile, 0);
+  EXPECT_EQ(session.Count(TERMINATE_FORMAT), 1);
+}
+
+TEST_F(ModuleStopTest, ACollectorThatBeginsAfterTheGraceIsKilledToo) {
+  InstallCollector(LONG_RUN);
+  TraceSession session(3);
+  std::promise<void> begins;
+  session.CallAt("\nEM_TALVOR (Create)  : Create Talvor process; command line: %s", [&] {
+    begins.set_value();
+    std::this_thread::sleep_for(GRACE + std::chrono::milliseconds(500));
+  });
+  ASSERT_EQ(CreateAndStart(), 1U);
+  Send(CREATE);
+  begins.get_future().wait();
+  ExpectStopAfter(GRACE);
+  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_EQ(session.Count(TERMINATE_FORMAT), 1);
+}
+
+TEST_F(ModuleStopTest, AHandBackThatWaitsForStopGetsFiveMoreSeconds) {
+  InstallCollector("echo data > \"$archive\"");
+  const size_t threads = CountThreads();
+  std::promise<void> begun;
+  std::promise<void> release;
+  m_switch.onAnswer = [&](SipJson& /*answer*/) {
+    begun.set_value();
+    release.get_future().wait_for(std::chrono::seconds(60));
+  };
+  ASSERT_EQ(CreateAndStart(), 1U);
+  Send(CREATE);
+  begun.get_future().wait();
+  ExpectStopAfter(GRACE + LAST_WAIT);
+  EXPECT_TRUE(m_switch.Answers().empty());
+  auto releasing = std::async(std::launch::async, [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    release.set_value();
+  });
+  EXPECT_EQ(DeleteModule(), 1U);  // waits for the worker
   EXPECT_THAT(m_switch.Answers(), SizeIs(1));
-  EXPECT_EQ(m_switch.StatusOf(0), 0U);
-  EXPECT_EQ(session.Count(NOT_RUNNING), 1);
+  EXPECT_TRUE(HasOnlyThreads(threads));
+}
+
+TEST_F(ModuleStopTest, ACollectorThatCannotBeKilledGetsFiveMoreSeconds) {
+  InstallCollector("touch \"$D/runs\"; while test ! -e \"$D/go\"; do sleep 0.1; done");
+  const TraceSession session(1);
+  StartWithRunningCollector();
+  CallFaults faults(m_library);
+  faults.Fail("kill", 0);
+  ExpectStopAfter(GRACE + LAST_WAIT);
+  EXPECT_EQ(
+      session.Count(
+          "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated (0x%08X)!\n"),
+      1);
+  EXPECT_TRUE(m_switch.Answers().empty());
+  std::ofstream(m_directory + "go") << "go";
+  EXPECT_EQ(m_switch.StatusOf(0), 6U);  // it has left no archive
 }
 
 TEST_F(ModuleStopTest, JobsThatHaveNotBegunAreDropped) {
@@ -266,6 +335,71 @@ TEST_F(ModuleStopTest, MayComeFromWithinTheHandBack) {
   EXPECT_EQ(stopped, 1U);
   EXPECT_EQ(m_module->Stop(), 1U);
   EXPECT_EQ(DeleteModule(), 1U);
+}
+
+TEST_F(ModuleStopTest, ASecondThreadWaitsForTheFirst) {
+  InstallCollector(LONG_RUN);
+  const TraceSession session(1);
+  StartWithRunningCollector();
+  auto second = std::async(std::launch::async, [this] { return m_module->Stop(); });
+  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(second.get(), 1U);
+  constexpr char BEGIN[] = "\n### Stopping module %s ###\n";
+  constexpr char END[] = "\n\n### Stop of module %s completed successfully ###";
+  std::vector<std::string> formats = session.Formats();
+  std::erase_if(formats,
+                [&](const std::string& format) { return format != BEGIN && format != END; });
+  EXPECT_THAT(formats, testing::ElementsAre(BEGIN, END, BEGIN, END));
+}
+
+TEST_F(ModuleStopTest, EndsACollectorThatRanBeforeASecondStart) {
+  InstallCollector(LONG_RUN);
+  StartWithRunningCollector();
+  EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+  ExpectStopAfter(GRACE);
+  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+}
+
+TEST_F(ModuleStopTest, SignalsTheStopEventThatEachStartResetsAndTheDestructionCloses) {
+  InstallCollector("");
+  const TraceSession session(5);
+  LoadModule();
+  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  constexpr char CREATING[] = "creating event ";
+  std::string event;  // the younger of two, the other one wakes the worker
+  for (const std::string& text : session.Texts()) {
+    if (text.starts_with(CREATING)) {
+      event = text.substr(sizeof(CREATING) - 1, text.find(" <") - sizeof(CREATING) + 1);
+    }
+  }
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+    EXPECT_EQ(m_module->Stop(), 1U);
+  }
+  EXPECT_EQ(DeleteModule(), 1U);
+  std::vector<std::string> texts = session.Texts();
+  std::erase_if(texts, [&](const std::string& text) {
+    return text.find(" event " + event + " ") == std::string::npos;
+  });
+  EXPECT_THAT(
+      texts,
+      testing::ElementsAre(
+          "creating event " + event + " <anon> (IsSignaled=0)\n",
+          "Set event " + event + " <anon> IsSignaled=0 --> IsSignaled=1\n",
+          "Create event " + event +
+              " <anon>, changing attributes (IsSignaled=1,IsManual=1) --> (IsSignaled=0,IsManual=1)\n",
+          "Set event " + event + " <anon> IsSignaled=0 --> IsSignaled=1\n",
+          "Close event " + event + " <anon> IsSignaled=1 --> IsSignaled=1\n",
+          "deleting event " + event + " <anon> (IsSignaled=1)\n"));
+}
+
+TEST_F(ModuleStopTest, DeletionWithoutStopLeavesTheIdOfAFailedRunAlone) {
+  InstallCollector("exit 2");
+  const TraceSession session(1);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 6U);
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_EQ(session.Count(TERMINATE_FORMAT), 0);
 }
 
 TEST_F(ModuleStopTest, MayBeRepeated) {

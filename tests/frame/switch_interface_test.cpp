@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 #include "tests/frame/fake_switch.h"
@@ -109,6 +110,12 @@ TEST_F(SwitchInterfaceTest, AFinishedRequestComesWithTheHalvesOfItsMessageId) {
 TEST_F(SwitchInterfaceTest, TheAgentTypeComesFromOperation27) {
   EXPECT_EQ(m_module.GetAgentType(), static_cast<uint32_t>(WIDE_RESULT));
   TakeCall(27);
+}
+
+TEST_F(SwitchInterfaceTest, ASwitchThatThrowsLeavesTheAgentTypeUnknownAndTheStartGoesOn) {
+  m_switch.Answer([](const FakeSwitch::Call&) -> uint64_t { throw std::runtime_error("switch"); });
+  EXPECT_EQ(m_module.GetAgentType(), 0U);
+  EXPECT_EQ(m_module.Start(m_switch.Get(), 0), 1U);
 }
 
 TEST_F(SwitchInterfaceTest, TheLastStartDecidesTheSwitch) {

@@ -14,7 +14,6 @@ namespace {
 
 std::atomic<bool> g_bRuns = false;
 std::atomic<pthread_t> g_nSeen = 0;
-std::atomic<bool> g_bJoined = true;
 
 void* SeeOwnHandle(void* thread) {
   g_nSeen = static_cast<CThread*>(thread)->GetHandle();
@@ -22,8 +21,15 @@ void* SeeOwnHandle(void* thread) {
   return nullptr;
 }
 
-void* JoinItself(void* thread) {
-  g_bJoined = static_cast<CThread*>(thread)->WaitForTermination(CThread::INFINITE_TIME);
+// With each of the two waits.
+void* JoinItself(void* argument) {
+  auto& thread = *static_cast<CThread*>(argument);
+  EXPECT_TRUE(thread.IsCurrentThread());
+  EXPECT_FALSE(thread.WaitForTermination(CThread::INFINITE_TIME));
+  EXPECT_FALSE(thread.WaitForTermination(CThread::INFINITE_TIME, [](std::chrono::milliseconds) {
+    ADD_FAILURE() << "waited";
+    return false;
+  }));
   return nullptr;
 }
 
@@ -55,10 +61,10 @@ TEST(ThreadHandleTest, AThreadThatJoinsItselfFailsAndCanBeJoinedByOthers) {
   const TraceSession session(1);
   CThread thread;
   ASSERT_TRUE(thread.Start(JoinItself, &thread, 0, false, 0, 0, true));
+  EXPECT_FALSE(thread.IsCurrentThread());
   EXPECT_TRUE(thread.WaitForTermination(CThread::INFINITE_TIME));
-  EXPECT_FALSE(g_bJoined);
   EXPECT_EQ(
       session.Count(
           "\nCThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x"),
-      1);
+      2);
 }

@@ -6,10 +6,13 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/platform/thread_texts.h"
 #include "tests/support/trace_session.h"
@@ -184,6 +187,44 @@ TEST_F(ThreadTest, WaitForTerminationDoesNotKeepATimeOut) {
     EXPECT_EQ(session.Count(WITH_TIMEOUT), 1);
     other.join();
   }
+}
+
+TEST_F(ThreadTest, AWaitCanBeGivenUpAndKeepsTheThread) {
+  ASSERT_TRUE(Start(true));
+  const TraceSession session(5);
+  std::vector<std::chrono::milliseconds> times;
+  EXPECT_FALSE(m_oThread.WaitForTermination(2000, [&](std::chrono::milliseconds waited) {
+    times.push_back(waited);
+    return times.size() < 3;
+  }));
+  ASSERT_EQ(times.size(), 3U);
+  EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
+  EXPECT_GE(times.front(), std::chrono::milliseconds(10));
+  EXPECT_GE(times.back(), std::chrono::milliseconds(30));
+  EXPECT_THAT(session.Formats(), ElementsAre(WITH_TIMEOUT));
+  EXPECT_TRUE(m_oThread.IsAlive());
+  m_bMayEnd = true;
+  EXPECT_TRUE(m_oThread.WaitForTermination(CThread::INFINITE_TIME));
+}
+
+TEST_F(ThreadTest, AWaitThatIsAskedToGoOnSeesTheEndOfTheThread) {
+  ASSERT_TRUE(Start(true));
+  EXPECT_TRUE(m_oThread.WaitForTermination(2000, [&](std::chrono::milliseconds /*waited*/) {
+    m_bMayEnd = true;
+    return true;
+  }));
+  EXPECT_TRUE(m_bHasEnded);
+  EXPECT_EQ(m_oThread.GetHandle(), 0U);
+}
+
+TEST_F(ThreadTest, AWaitWithNothingToWaitForAsksNobody) {
+  const auto fail = [](std::chrono::milliseconds /*waited*/) {
+    ADD_FAILURE() << "asked";
+    return false;
+  };
+  EXPECT_TRUE(m_oThread.WaitForTermination(2000, fail));
+  ASSERT_TRUE(Start(false));
+  EXPECT_FALSE(m_oThread.WaitForTermination(2000, fail));
 }
 
 TEST_F(ThreadTest, WaitForTerminationOfNoThreadSucceedsAtOnce) {

@@ -238,6 +238,29 @@ TEST_F(SerializerLifecycleTest, TerminationWaitsForTheRunningTaskAndDropsTheOthe
   EXPECT_EQ(m_session.Count(line::COMPLETED), 1);
 }
 
+TEST_F(SerializerLifecycleTest, ATerminationThatIsGivenUpLeavesTheWorkerToTheDestruction) {
+  auto serializer = std::make_unique<TestSerializer>();
+  Gate gate;
+  serializer->onTask = [&](Message&, int32_t) { gate.Pass(); };
+  serializer->StartSerialization();
+  serializer->InsertMany(1, 1);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  m_session.Clear();
+  std::vector<std::chrono::milliseconds> times;
+  serializer->TerminateSerialization([&](std::chrono::milliseconds waited) {
+    times.push_back(waited);
+    return times.size() < 3;
+  });
+  EXPECT_THAT(ControlFormats(), ElementsAre(line::TERMINATE, line::DISABLE_ALL, line::ALL_REMOVED,
+                                            line::SET, line::NO_TIMEOUT, line::TERMINATED));
+  ASSERT_EQ(times.size(), 3U);
+  EXPECT_GE(times.front(), std::chrono::milliseconds(110));
+  gate.Open();
+  serializer.reset();
+  EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1);
+  EXPECT_EQ(m_session.Count(line::JOINED) + m_session.Count(line::KILLED), 1);
+}
+
 // The insertion passes the test of its level before the termination, and comes to the lock during
 // it.
 TEST_F(SerializerLifecycleTest, TerminationEmptiesTheQueuesUnderTheLock) {
@@ -353,8 +376,8 @@ TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheDestructionStaysHidden
 }
 
 TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheStartReachesTheCallerAndIsNoHarm) {
-  for (const char* format : {line::START, line::RESET, line::SET, line::THREAD_NAME,
-                             line::THREAD_START, line::KILL, line::THREAD_CREATED}) {
+  for (const char* format :
+       {line::START, line::THREAD_NAME, line::THREAD_START, line::KILL, line::THREAD_CREATED}) {
     TestSerializer serializer;
     serializer.InsertMany(1, 1);
     m_session.ThrowAt(format);
@@ -367,7 +390,7 @@ TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheStartReachesTheCallerA
 }
 
 TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheTerminationReachesTheCallerAndIsNoHarm) {
-  for (const char* format : {line::TERMINATE, line::DISABLE_ALL, line::ALL_REMOVED, line::SET,
+  for (const char* format : {line::TERMINATE, line::DISABLE_ALL, line::ALL_REMOVED,
                              line::NO_TIMEOUT, line::JOINED, line::TERMINATED}) {
     TestSerializer serializer;
     StartAndWaitUntilIdle(serializer);

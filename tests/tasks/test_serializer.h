@@ -138,6 +138,8 @@ class TestSerializer : public CTaskSerializer<Message> {
     TerminateSerialization();
   }
 
+  using CTaskSerializer::TerminateSerialization;
+
   uint32_t Insert(int number, int32_t level = 0, CEvent* event = nullptr) {
     return InsertTask(Message(number), level, event);
   }
