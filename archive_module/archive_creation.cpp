@@ -55,10 +55,12 @@ uint32_t EM_TALVOR::RunCreation(const SipJson& request, int64_t startTime) {
   DEBUG_TRACE(4, "\n");
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : No other Talvor process is running; can run Talvor...");
   DeletePreviousArchive(paths.archive);
-  return RunCollector(paths, startTime);
+  return RunCollector(paths, ExamineArchive(paths.archive), startTime);
 }
 
-uint32_t EM_TALVOR::RunCollector(const Paths& paths, int64_t startTime) {
+// `previous` is the archive that could not be deleted.
+uint32_t EM_TALVOR::RunCollector(const Paths& paths, const std::optional<ArchiveState>& previous,
+                                 int64_t startTime) {
   m_pidCollector = 0;
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Create Talvor process; command line: %s",
               paths.commandLine.c_str());
@@ -73,12 +75,12 @@ uint32_t EM_TALVOR::RunCollector(const Paths& paths, int64_t startTime) {
   }
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Talvor process exit");
   m_pidCollector = 0;
-  return JudgeCollector(exitCode, paths.archive, startTime);
+  return JudgeCollector(exitCode, paths.archive, previous, startTime);
 }
 
 // The first two outcomes are for a launcher that reports success with an exit code other than 0.
 uint32_t EM_TALVOR::JudgeCollector(int32_t exitCode, const std::string& archive,
-                                   int64_t startTime) {
+                                   const std::optional<ArchiveState>& previous, int64_t startTime) {
   if (exitCode != 0 && (exitCode & SIGNAL_FLAG) != 0) {
     DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : ## Talvor archive process was killed by signal %d!",
                 exitCode - SIGNAL_FLAG);
@@ -95,7 +97,8 @@ uint32_t EM_TALVOR::JudgeCollector(int32_t exitCode, const std::string& archive,
   DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     file path: \"%s\"", archive.c_str());
   DEBUG_TRACE(2, "\nEM_TALVOR (Create)  :     duration:  %d seconds",
               static_cast<int32_t>(std::time(nullptr) - startTime));
-  if (!FileExists(archive)) {
+  const std::optional<ArchiveState> state = ExamineArchive(archive);
+  if (!state || state == previous) {  // a previous archive that was left as it was is not reported
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Create)  : ## FATAL ERROR! Talvor archive process finished successfully, but archive not created!\n");

@@ -2,9 +2,13 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int64_t BYTES_PER_KILOBYTE = 1024;
+
+int64_t InNanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000 + time.tv_nsec; }
 
 }  // namespace
 
@@ -13,9 +17,18 @@ bool FileExists(const std::string& path) {
   return stat(path.c_str(), &status) == 0;
 }
 
+std::optional<ArchiveState> ExamineArchive(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  return ArchiveState{status.st_dev, status.st_ino, InNanoseconds(status.st_mtim),
+                      InNanoseconds(status.st_ctim)};
+}
+
 int32_t KilobytesOf(const std::string& path) {
   struct stat status = {};
-  return stat(path.c_str(), &status) == 0
-             ? static_cast<int32_t>(status.st_size / BYTES_PER_KILOBYTE)
-             : 0;
+  return stat(path.c_str(), &status) == 0 ? static_cast<int32_t>(std::min<int64_t>(
+                                                status.st_size / BYTES_PER_KILOBYTE, INT32_MAX))
+                                          : 0;
 }

@@ -1,13 +1,29 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 // The file that the collector leaves in its data directory.
 constexpr char ARCHIVE_FILE[] = "Talvor_Data.zip";
 
+// What tells a file that was written or exchanged from one that was left as it was. Times are in
+// nanoseconds.
+struct ArchiveState {
+  uint64_t device;
+  uint64_t inode;
+  int64_t modificationTime;
+  int64_t changeTime;
+
+  bool operator==(const ArchiveState&) const = default;
+};
+
 // True when the path names anything that can be examined; links are followed.
 bool FileExists(const std::string& path);
 
-// The size of the file in kilobytes, rounded down; 0 when it cannot be examined.
+// The state of the archive; nothing when the path names no regular file. Links are followed.
+std::optional<ArchiveState> ExamineArchive(const std::string& path);
+
+// The size of the file in kilobytes, rounded down, 2147483647 at most; 0 when it cannot be
+// examined.
 int32_t KilobytesOf(const std::string& path);

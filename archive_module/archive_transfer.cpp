@@ -40,7 +40,7 @@ uint32_t EM_TALVOR::RunTransfer(SipJson& request) {
   if (!bmcName.empty()) {
     DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   BMC local name = \"%s\"", bmcName.c_str());
   }
-  if (!FileExists(archive)) {
+  if (!ExamineArchive(archive)) {
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Transfer): ## ERROR! Talvor archive \"%s\" does not exist - cannot transfer file!\n",

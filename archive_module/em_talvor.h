@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "archive_module/archive_file.h"
 #include "frame/extension_module.h"
 #include "platform/event.h"
 #include "tasks/task_serializer.h"
@@ -88,8 +89,10 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   // The jobs; true when the final status is 0.
   bool CreateArchive(SipJson& request);
   uint32_t RunCreation(const SipJson& request, int64_t startTime);
-  uint32_t RunCollector(const Paths& paths, int64_t startTime);
-  static uint32_t JudgeCollector(int32_t exitCode, const std::string& archive, int64_t startTime);
+  uint32_t RunCollector(const Paths& paths, const std::optional<ArchiveState>& previous,
+                        int64_t startTime);
+  static uint32_t JudgeCollector(int32_t exitCode, const std::string& archive,
+                                 const std::optional<ArchiveState>& previous, int64_t startTime);
   static bool FinishJob(SipJson& request, uint32_t status);
   static bool DeletePreviousArchive(const std::string& archive);
   bool TransferArchive(SipJson& request);

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/archive_module/call_faults.h"
 #include "tests/archive_module/module_host.h"
 #include "tests/archive_module/module_trace.h"
 #include "tests/support/trace_session.h"
@@ -26,6 +27,8 @@ using testing::ElementsAre;
 using testing::SizeIs;
 using Lines = std::vector<LevelLine>;
 
+constexpr char NOT_CREATED[] =
+    "\n\nEM_TALVOR (Create)  : ## FATAL ERROR! Talvor archive process finished successfully, but archive not created!\n";
 constexpr char SCRIPT[] = "echo data > \"$archive\"";
 
 class ArchiveCreationTest : public ModuleHost {
@@ -143,6 +146,48 @@ TEST_F(ArchiveCreationTest, GoesOnWithAnArchiveThatCannotBeRemoved) {
        Launch()});
 }
 
+TEST_F(ArchiveCreationTest, ACollectorThatLeavesThePreviousArchiveAsItWasGivesStatus6) {
+  InstallCollector("test -e \"$D/written\" && echo new > \"$archive\"; true");
+  std::ofstream(m_archive) << "old";
+  const TraceSession session(1);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  CallFaults faults(m_library);
+  faults.Fail("unlink", 0);
+  EXPECT_EQ(Run(CREATE), 6U);
+  EXPECT_EQ(session.Count(NOT_CREATED), 1);
+  std::ofstream(m_directory + "written") << "x";
+  EXPECT_EQ(Run(CREATE), 0U);
+  EXPECT_TRUE(faults.Stop());
+}
+
+TEST_F(ArchiveCreationTest, AnArchiveIsARegularFile) {
+  for (const char* script : {"mkdir \"$archive\"", "rmdir \"$archive\"; mkfifo \"$archive\""}) {
+    InstallCollector(script);
+    ASSERT_EQ(StartAfresh(), 1U);
+    m_switch.Forget();
+    EXPECT_EQ(Run(CREATE), 6U) << script;
+    EXPECT_EQ(Run(TRANSFER), 3U) << script;
+  }
+}
+
+TEST_F(ArchiveCreationTest, ShowsASizeOfTwoTebibytesAndMoreAsTheLargestNumber) {
+  InstallCollector("truncate -s \"$(cat \"$D/size\")\" \"$archive\"");
+  const TraceSession session(2);
+  ASSERT_EQ(CreateAndStart(), 1U);
+  constexpr int64_t TWO_TEBIBYTES = INT64_C(1) << 41;
+  for (const int64_t size : {TWO_TEBIBYTES - 1, TWO_TEBIBYTES, 2 * TWO_TEBIBYTES}) {
+    std::ofstream(m_directory + "size") << size;
+    EXPECT_EQ(Run(CREATE), 0U);
+  }
+  std::vector<std::string> sizes = session.Texts();
+  std::erase_if(
+      sizes, [](const std::string& text) { return text.find("file size") == std::string::npos; });
+  EXPECT_THAT(
+      sizes,
+      testing::AllOf(SizeIs(3),
+                     testing::Each("\nEM_TALVOR (Create)  :     file size: 2147483647 kBytes")));
+}
+
 TEST_F(ArchiveCreationTest, DoesNotCreateWhileTheSwitchShutsDown) {
   InstallCollector(SCRIPT);
   ExpectCreation(
@@ -211,15 +256,7 @@ TEST_F(ArchiveCreationTest, WithoutAProcessForTheCollectorTheStatusIs6AndNothing
 TEST_F(ArchiveCreationTest, ACollectorThatLeavesNoArchiveGivesStatus6) {
   InstallCollector("exit 0");
   ExpectCreation(
-      6,
-      {Begin(),
-       NoOther(),
-       NoPrevious(),
-       Launch(),
-       Finished(),
-       {{1,
-         "\n\nEM_TALVOR (Create)  : ## FATAL ERROR! Talvor archive process finished successfully, but archive not created!\n"},
-        {2, "\n"}}});
+      6, {Begin(), NoOther(), NoPrevious(), Launch(), Finished(), {{1, NOT_CREATED}, {2, "\n"}}});
 }
 
 TEST_F(ArchiveCreationTest, TheFinalAnswerIsTheRequestWithItsStatusMarkedAsCompleted) {

@@ -202,6 +202,7 @@ TEST_F(ArchiveTransferTest, TakesTheNameForTheBmcFromEveryFormOfTheData) {
   ASSERT_EQ(CreateAndStart(), 1U);
   const std::pair<const char*, const char*> cases[] = {
       {R"("bmc.zip")", "bmc.zip"},
+      {R"("bmc\u0000.zip")", "bmc\\u0000.zip"},
       {R"("")", ""},
       {R"({"RAW":[98,109,99,0,0]})", "bmc"},
       {R"({"RAW":[98,109,99]})", "bmc"},
