@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-constinit thread_local int32_t CTraceShield::s_nDepth = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local int32_t CTraceShield::s_nDepth = 0;
 
 CTraceShield::CTraceShield() noexcept {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nCancelState);

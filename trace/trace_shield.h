@@ -18,8 +18,9 @@ class CTraceShield {
 
  private:
   // `constinit` here too: otherwise each use asks for a function that initialises it, by a name
-  // that the host may have.
-  static constinit thread_local int32_t s_nDepth;
+  // that the host may have. The model of storage is one that needs no memory at a thread's first
+  // use: without any left, the loader would end the process.
+  [[gnu::tls_model("initial-exec")]] static constinit thread_local int32_t s_nDepth;
 
   int m_nCancelState = 0;  // the thread's state before this shield
 };

@@ -48,6 +48,11 @@ TEST_F(HostSymbolsTest, TheModuleNeedsNoNameOfItsOwnFromOutside) {
             0);
 }
 
+// The loader would take that memory at a thread's first use, and end the process without any.
+TEST_F(HostSymbolsTest, TheModuleNeedsNoMemoryForAThread) {
+  EXPECT_EQ(system("! nm -D --undefined-only " EM_TALVOR_LIBRARY " | grep __tls_get_addr"), 0);
+}
+
 TEST_F(HostSymbolsTest, TheModuleBringsNoRuntimeOfItsOwn) {
   for (const std::string library : {"libstdc++.so", "libc.so"}) {
     const std::string command =
