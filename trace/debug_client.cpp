@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "trace/sink_symbol.h"
 #include "trace/trace_system_log.h"
 
 constinit CDebugClient g_oDebugClient;
@@ -119,7 +120,7 @@ ITraceSink* CDebugClient::FindSink() {
     return sink;
   }
   for (void* scope : {RTLD_DEFAULT, RTLD_NEXT}) {
-    auto* sink = static_cast<ITraceSink*>(dlsym(scope, SINK_SYMBOL));
+    ITraceSink* sink = SinkAtSymbol(dlsym(scope, SINK_SYMBOL));
     if (sink != nullptr && sink->IsValid()) {
       m_pSink.store(sink, std::memory_order_release);
       return sink;

@@ -1,0 +1,70 @@
+#include "trace/sink_symbol.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+constexpr size_t OPERATIONS = 9;  // of ITraceSink, up to the last one
+constexpr std::array<size_t, 3> CALLED_OPERATIONS = {2, 7, 8};
+
+// Bytes of memory, and how a loaded segment must let them be used.
+struct Range {
+  uintptr_t begin;
+  size_t size;
+  ElfW(Word) access;
+};
+
+int Holds(dl_phdr_info* object, size_t /*size*/, void* argument) {
+  const Range& range = *static_cast<const Range*>(argument);
+  for (size_t i = 0; i < object->dlpi_phnum; ++i) {
+    const ElfW(Phdr)& segment = object->dlpi_phdr[i];
+    const uintptr_t offset = range.begin - (object->dlpi_addr + segment.p_vaddr);
+    if (segment.p_type == PT_LOAD && (segment.p_flags & range.access) == range.access &&
+        offset < segment.p_memsz && range.size <= segment.p_memsz - offset) {
+      return 1;
+    }
+  }
+  return 0;
+}
+
+bool IsLoaded(Range range) { return dl_iterate_phdr(&Holds, &range) != 0; }
+
+// Labels of the linker, which have no type and no size, may share the address of an object.
+bool IsObject(void* symbol) {
+  Dl_info info = {};
+  void* found = nullptr;
+  if (dladdr1(symbol, &info, &found, RTLD_DL_SYMENT) == 0 || found == nullptr) {
+    return false;
+  }
+  const auto* entry = static_cast<const ElfW(Sym)*>(found);
+  const auto type = ELF64_ST_TYPE(entry->st_info);
+  return type == STT_OBJECT ? entry->st_size >= sizeof(void*)
+                            : type == STT_NOTYPE && entry->st_size == 0;
+}
+
+}  // namespace
+
+ITraceSink* SinkAtSymbol(void* symbol) {
+  if (!IsObject(symbol) || !IsLoaded({reinterpret_cast<uintptr_t>(symbol), sizeof(void*), PF_R})) {
+    return nullptr;
+  }
+  uintptr_t table = 0;
+  std::memcpy(&table, symbol, sizeof(table));
+  std::array<uintptr_t, OPERATIONS> operations;
+  if (!IsLoaded({table, sizeof(operations), PF_R})) {
+    return nullptr;
+  }
+  std::memcpy(operations.data(), reinterpret_cast<const void*>(table), sizeof(operations));
+  for (const size_t position : CALLED_OPERATIONS) {
+    if (!IsLoaded({operations[position], 1, PF_X})) {
+      return nullptr;
+    }
+  }
+  return static_cast<ITraceSink*>(symbol);
+}
