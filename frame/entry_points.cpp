@@ -103,10 +103,7 @@ EM_EXPORT uint32_t EM_Delete() {
 }
 
 // Returns the module's name, a constant. Needs no instance.
-EM_EXPORT const char* EM_GetModuleName() {
-  LoadTraceConfigOnce();
-  return MODULE_NAME;
-}
+EM_EXPORT const char* EM_GetModuleName() { return MODULE_NAME; }
 
 // Runs an installer's action and returns its result. Needs no instance.
 EM_EXPORT uint32_t EM_SetupAction(uint32_t action) {

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <forward_list>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -45,8 +44,6 @@ struct CDebugTraceConfig::Sources {
     }
   };
 
-  // Every name ever loaded: another thread may be handing an earlier one to the sink.
-  std::forward_list<std::string> moduleNames;
   File globalFile;
   File moduleFile;
 };
@@ -58,7 +55,7 @@ const char* CDebugTraceConfig::GetModuleName() const {
 
 bool CDebugTraceConfig::Load(const char* moduleName) {
   const std::lock_guard guard(m_oSourcesLock);
-  SetModuleName(moduleName != nullptr ? moduleName : "");
+  m_pModuleName.store(moduleName, std::memory_order_release);
   const std::vector<std::string> paths = ListTraceConfigFiles();
   LoadInterval(!paths.empty());
   LoadLevel(paths);
@@ -79,14 +76,6 @@ CDebugTraceConfig::Sources& CDebugTraceConfig::GetSources() {
     m_pSources = std::make_unique<Sources>().release();
   }
   return *m_pSources;
-}
-
-void CDebugTraceConfig::SetModuleName(const char* moduleName) {
-  if (std::string_view(GetModuleName()) != moduleName) {
-    std::forward_list<std::string>& names = GetSources().moduleNames;
-    names.emplace_front(moduleName);
-    m_pModuleName.store(names.front().c_str(), std::memory_order_release);
-  }
 }
 
 void CDebugTraceConfig::LoadInterval(bool filesExist) {

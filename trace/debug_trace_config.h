@@ -22,12 +22,14 @@ class CDebugTraceConfig {
   CDebugTraceConfig(const CDebugTraceConfig&) = delete;
   CDebugTraceConfig& operator=(const CDebugTraceConfig&) = delete;
 
-  // Reads the settings of the section `moduleName` (null: empty) and keeps a copy of that name. May
-  // be repeated: a setting that is not found any more is then reset, except when there is no file
-  // at all. Returns true.
+  // Reads the settings of the section `moduleName` (null: empty), a text that must outlive the
+  // object: the sink gets it with each line, perhaps while the process ends. May be repeated: a
+  // setting that is not found any more is then reset, except when there is no file at all, and one
+  // whose file a profile writer holds stays. Returns true.
   bool Load(const char* moduleName);
 
-  // Frees the names and paths. The settings stay; they are not read again before the next Load().
+  // Forgets the name and frees the paths. The settings stay; they are not read again before the
+  // next Load().
   void Release();
 
   // True when the level was not 0 at the last Load().
@@ -44,7 +46,7 @@ class CDebugTraceConfig {
   // Seconds between two dynamic updates; 0: never.
   uint32_t GetDynamicUpdate() const { return m_nDynamicUpdate; }
 
-  // The name given to Load(), or an empty text. Valid until Release().
+  // The text given to Load(), or an empty one after Release().
   const char* GetModuleName() const;
 
  protected:
@@ -59,7 +61,6 @@ class CDebugTraceConfig {
   struct Sources;
 
   Sources& GetSources();
-  void SetModuleName(const char* moduleName);
   void LoadInterval(bool filesExist);
   void LoadLevel(const std::vector<std::string>& paths);
   uint32_t LoadModuleSection(const std::vector<std::string>& paths);

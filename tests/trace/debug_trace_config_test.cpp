@@ -243,27 +243,18 @@ TEST_F(DebugTraceConfigTest, RepeatedLoadKeepsTheSettingsWhenThereIsNoFileAtAll)
   EXPECT_TRUE(m_client.IsEnabled());
 }
 
-TEST_F(DebugTraceConfigTest, KeepsACopyOfTheModuleName) {
-  std::string name = "EM_TALVOR";
-  Load(name.c_str());
-  name = "XX_XXXXXX";
-  EXPECT_STREQ(m_client.GetModuleName(), "EM_TALVOR");
-}
-
-TEST_F(DebugTraceConfigTest, RepeatedLoadOfOneNameMakesNoFurtherCopy) {
-  Load();
-  const char* first = m_client.GetModuleName();
-  Load();
-  EXPECT_EQ(m_client.GetModuleName(), first);
+// A copy would have to be freed while a thread may still trace.
+TEST_F(DebugTraceConfigTest, HandsOutTheModuleNameThatItWasGiven) {
+  const char name[] = "EM_TALVOR";
+  Load(name);
+  EXPECT_EQ(m_client.GetModuleName(), name);
 }
 
 TEST_F(DebugTraceConfigTest, LoadsTheSectionOfTheNameThatItIsGiven) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\n[OTHER]\nFileDebugLevel=4\n");
   EXPECT_EQ(LoadedLevel(), 3U);
-  const char* first = m_client.GetModuleName();
   EXPECT_EQ(LoadedLevel("OTHER"), 4U);
   EXPECT_STREQ(m_client.GetModuleName(), "OTHER");
-  EXPECT_STREQ(first, "EM_TALVOR") << "a sink may still be reading it";
 }
 
 TEST_F(DebugTraceConfigTest, TakesANullNameForAnEmptyOne) {
