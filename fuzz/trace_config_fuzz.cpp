@@ -76,14 +76,14 @@ std::optional<uint32_t> SetEnvironment(const char* name, std::string_view value)
     return std::nullopt;
   }
   setenv(name, text.c_str(), 1);
-  return static_cast<uint32_t>(std::strtoull(text.c_str(), nullptr, 10));
+  return ReadTraceNumber(text.c_str(), 10);
 }
 
 // The level of the first text that holds the module's section.
 uint32_t LevelIn(std::initializer_list<std::string_view> texts) {
   for (const std::string_view text : texts) {
     if (const auto section = CConfigSection::Find(text, MODULE)) {
-      const uint32_t level = section->ReadNumber("FileDebugLevel", UNSET);
+      const uint32_t level = section->ReadNumber("FileDebugLevel").value_or(UNSET);
       return level == UNSET ? 0 : level;
     }
   }

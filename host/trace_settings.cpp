@@ -69,7 +69,7 @@ std::optional<uint32_t> ReadSetting(const std::string& path, const Setting& sett
     return std::nullopt;
   }
   const auto section = CConfigSection::Find(text, setting.section);
-  return section ? std::optional(section->ReadNumber(setting.key, UNSET)) : std::nullopt;
+  return section ? std::optional(section->ReadNumber(setting.key).value_or(UNSET)) : std::nullopt;
 }
 
 uint32_t ZeroIfUnset(uint32_t number) { return number == UNSET ? 0 : number; }

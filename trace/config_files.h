@@ -15,5 +15,5 @@ constexpr char TRACE_GLOBAL_SECTION[] = "GlobalDebugSettings";
 constexpr size_t LONGEST_CONFIG_FILE = size_t{16} << 20;
 
 // The paths of the configuration files, in alphabetical order, in which they are looked through for
-// the section of a module. Empty when the directory cannot be read. Throws std::bad_alloc.
+// the section of a module. Empty when the directory cannot be opened. Throws std::bad_alloc.
 std::vector<std::string> ListTraceConfigFiles();

@@ -45,6 +45,12 @@ std::string_view LinesBeforeEnd(std::string_view text, bool stopAtHeader) {
 
 }  // namespace
 
+uint32_t ReadTraceNumber(const char* text, int base) {
+  const int64_t number = std::strtoll(text, nullptr, base);
+  return number < -int64_t{UINT32_MAX} || number > UINT32_MAX ? UINT32_MAX
+                                                              : static_cast<uint32_t>(number);
+}
+
 std::optional<CConfigSection> CConfigSection::Find(std::string_view text, std::string_view name) {
   std::string_view rest = LinesBeforeEnd(text, false);
   while (!rest.empty()) {
@@ -55,15 +61,15 @@ std::optional<CConfigSection> CConfigSection::Find(std::string_view text, std::s
   return std::nullopt;
 }
 
-uint32_t CConfigSection::ReadNumber(std::string_view key, uint32_t missing) const {
+std::optional<uint32_t> CConfigSection::ReadNumber(std::string_view key) const {
   std::string_view rest = m_lines;
   while (!rest.empty()) {
     const std::string_view line = TakeLine(rest);
     const size_t equals = line.find('=');
     if (equals != std::string_view::npos && line.find(key) != std::string_view::npos) {
       const std::string value(line.substr(equals + 1));
-      return static_cast<uint32_t>(std::strtoull(value.c_str(), nullptr, 0));
+      return ReadTraceNumber(value.c_str(), 0);
     }
   }
-  return missing;
+  return std::nullopt;
 }

@@ -4,6 +4,10 @@
 #include <optional>
 #include <string_view>
 
+// The number that `text` begins with, after white space, in that base as strtoll() takes it; 0 when
+// there is none. A number beyond 32 bits is the largest one, a negative one its two's complement.
+uint32_t ReadTraceNumber(const char* text, int base);
+
 // One section of a trace configuration text: the lines from its header, a line that begins with the
 // section's name in square brackets, to the next line that begins with a square bracket, a line
 // "EndOfFile", or the end of the text.
@@ -15,9 +19,9 @@ class CConfigSection {
   static std::optional<CConfigSection> Find(std::string_view text, std::string_view name);
 
   // The number behind the first "=" of the first line that contains `key` anywhere and has a "=";
-  // `missing` without such a line. Prefix 0x: hexadecimal, prefix 0: octal, else decimal; text that
-  // is no number reads as 0; the value is cut to 32 bits.
-  uint32_t ReadNumber(std::string_view key, uint32_t missing) const;
+  // nothing without such a line. Prefix 0x: hexadecimal, prefix 0: octal, else decimal; text that
+  // is no number reads as 0.
+  std::optional<uint32_t> ReadNumber(std::string_view key) const;
 
  private:
   explicit CConfigSection(std::string_view lines) : m_lines(lines) {}

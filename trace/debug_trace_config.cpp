@@ -5,7 +5,6 @@
 #include <exception>
 #include <memory>
 #include <optional>
-#include <string_view>
 
 #include "trace/config_files.h"
 #include "trace/config_section.h"
@@ -21,8 +20,10 @@ std::optional<uint32_t> ReadEnvironment(const char* name) {
   if (value == nullptr) {
     return std::nullopt;
   }
-  return static_cast<uint32_t>(std::strtoull(value, nullptr, 10));
+  return ReadTraceNumber(value, 10);
 }
+
+uint32_t ZeroIfUnset(uint32_t number) { return number == UNSET ? 0 : number; }
 
 }  // namespace
 
@@ -31,12 +32,25 @@ struct CDebugTraceConfig::Sources {
     std::string path;
     FileStamp stamp;
 
+    // Reads the file and keeps its stamp. One that a writer holds keeps none, so that it is newer
+    // at the next check. False when it cannot be read.
+    bool Read(std::string& text, bool& isHeld) {
+      FileStamp current;
+      StatRegularFile(path, current);
+      if (!ReadRegularFile(path, text, LONGEST_CONFIG_FILE, &isHeld)) {
+        return false;
+      }
+      stamp = isHeld ? FileStamp() : current;
+      return true;
+    }
+
     // Reads the file when it is newer than the stamp, and keeps its new one. False otherwise, also
-    // when it cannot be read: it is then still newer at the next check.
+    // when it cannot be read or a writer holds it: it is then still newer at the next check.
     bool ReadIfNewer(std::string& text) {
       FileStamp current;
+      bool isHeld = false;
       if (!StatRegularFile(path, current) || current.modificationTime <= stamp.modificationTime ||
-          !ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
+          !ReadRegularFile(path, text, LONGEST_CONFIG_FILE, &isHeld) || isHeld) {
         return false;
       }
       stamp = current;
@@ -81,19 +95,24 @@ CDebugTraceConfig::Sources& CDebugTraceConfig::GetSources() {
 void CDebugTraceConfig::LoadInterval(bool filesExist) {
   uint32_t interval = m_nDynamicUpdate;
   if (filesExist) {
-    interval = UNSET;
-    Sources::File& file = GetSources().globalFile;
-    file = {TRACE_GLOBAL_FILE, {}};
-    StatRegularFile(file.path, file.stamp);
-    std::string text;
-    if (ReadRegularFile(file.path, text, LONGEST_CONFIG_FILE)) {
-      if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
-        interval = section->ReadNumber("DynamicUpdate", UNSET);
-      }
-    }
+    interval = LoadGlobalSection();
   }
-  interval = ReadEnvironment("CV_LOG_DYNAMIC_UPDATE").value_or(interval);
-  m_nDynamicUpdate = interval == UNSET ? 0 : interval;
+  m_nDynamicUpdate = ZeroIfUnset(ReadEnvironment("CV_LOG_DYNAMIC_UPDATE").value_or(interval));
+}
+
+// Returns the interval, or UNSET.
+uint32_t CDebugTraceConfig::LoadGlobalSection() {
+  Sources::File& file = GetSources().globalFile;
+  Sources::File current = {TRACE_GLOBAL_FILE, {}};
+  std::string text;
+  bool isHeld = false;
+  const bool isRead = current.Read(text, isHeld);
+  if (isHeld && current.path == file.path) {
+    return m_nDynamicUpdate;
+  }
+  file = current;
+  const auto section = isRead ? CConfigSection::Find(text, TRACE_GLOBAL_SECTION) : std::nullopt;
+  return section ? section->ReadNumber("DynamicUpdate").value_or(UNSET) : UNSET;
 }
 
 void CDebugTraceConfig::LoadLevel(const std::vector<std::string>& paths) {
@@ -104,7 +123,7 @@ void CDebugTraceConfig::LoadLevel(const std::vector<std::string>& paths) {
   if (const auto environment = ReadEnvironment("CV_LOG_DEBUG_LEVEL")) {
     m_nDebugLevel = *environment;
   } else {
-    m_nDebugLevel = level == UNSET ? 0 : level;
+    m_nDebugLevel = ZeroIfUnset(level);
   }
 }
 
@@ -112,21 +131,24 @@ void CDebugTraceConfig::LoadLevel(const std::vector<std::string>& paths) {
 // UNSET.
 uint32_t CDebugTraceConfig::LoadModuleSection(const std::vector<std::string>& paths) {
   Sources::File& file = GetSources().moduleFile;
-  file = {};
-  m_nTraceFlags = 0;
   for (const std::string& path : paths) {
     Sources::File candidate = {path, {}};
-    StatRegularFile(candidate.path, candidate.stamp);
     std::string text;
-    if (!ReadRegularFile(path, text, LONGEST_CONFIG_FILE)) {
+    bool isHeld = false;
+    if (!candidate.Read(text, isHeld)) {
       continue;
+    }
+    if (isHeld && path == file.path) {
+      return m_nDebugLevel;
     }
     if (const auto section = CConfigSection::Find(text, GetModuleName())) {
       file = candidate;
-      m_nTraceFlags = section->ReadNumber("TraceFlags", 0);
-      return section->ReadNumber("FileDebugLevel", UNSET);
+      m_nTraceFlags = section->ReadNumber("TraceFlags").value_or(0);
+      return section->ReadNumber("FileDebugLevel").value_or(UNSET);
     }
   }
+  file = {};
+  m_nTraceFlags = 0;
   return UNSET;
 }
 
@@ -161,8 +183,9 @@ void CDebugTraceConfig::UpdateFromGlobalFile() {
     return;
   }
   if (const auto section = CConfigSection::Find(text, TRACE_GLOBAL_SECTION)) {
-    const uint32_t interval = section->ReadNumber("DynamicUpdate", m_nDynamicUpdate);
-    m_nDynamicUpdate = interval == UNSET ? 0 : interval;
+    if (const auto interval = section->ReadNumber("DynamicUpdate")) {
+      m_nDynamicUpdate = ZeroIfUnset(*interval);
+    }
   }
 }
 
@@ -173,8 +196,10 @@ void CDebugTraceConfig::UpdateFromModuleFile() {
     return;
   }
   if (const auto section = CConfigSection::Find(text, GetModuleName())) {
-    m_nDebugLevel = section->ReadNumber("FileDebugLevel", m_nDebugLevel);
-    m_nTraceFlags = section->ReadNumber("TraceFlags", m_nTraceFlags);
-    m_nMemoryTracesFlag = section->ReadNumber("MemoryTracesFlag", m_nMemoryTracesFlag);
+    if (const auto level = section->ReadNumber("FileDebugLevel")) {
+      m_nDebugLevel = ZeroIfUnset(*level);
+    }
+    m_nTraceFlags = section->ReadNumber("TraceFlags").value_or(m_nTraceFlags);
+    m_nMemoryTracesFlag = section->ReadNumber("MemoryTracesFlag").value_or(m_nMemoryTracesFlag);
   }
 }

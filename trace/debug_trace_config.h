@@ -54,7 +54,8 @@ class CDebugTraceConfig {
 
   // Reads files that became newer again, when the dynamic update interval has passed since the last
   // check or the clock went back. Whether tracing is enabled does not change, so that a level of 0
-  // can be raised again; a key that is missing keeps its value.
+  // can be raised again; a key that is missing keeps its value. A file that a profile writer holds
+  // is read at a later check.
   void UpdateWhenDue();
 
  private:
@@ -62,6 +63,7 @@ class CDebugTraceConfig {
 
   Sources& GetSources();
   void LoadInterval(bool filesExist);
+  uint32_t LoadGlobalSection();
   void LoadLevel(const std::vector<std::string>& paths);
   uint32_t LoadModuleSection(const std::vector<std::string>& paths);
   void UpdateFromGlobalFile();

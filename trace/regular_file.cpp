@@ -7,13 +7,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 #include "trace/descriptor.h"
+#include "trace/file_lock.h"
 
 namespace {
-
-constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 
 // Memory is taken at once for a file up to this size; a sparse one may claim any.
 constexpr size_t LARGEST_RESERVE = size_t{16} << 20;
@@ -39,16 +39,20 @@ bool StatRegularFile(const std::string& path, FileStamp& stamp) {
     return false;
   }
   stamp.size = static_cast<uint64_t>(status.st_size);
-  stamp.modificationTime = status.st_mtim.tv_sec * NANOSECONDS_PER_SECOND + status.st_mtim.tv_nsec;
+  stamp.modificationTime = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
   return true;
 }
 
-bool ReadRegularFile(const std::string& path, std::string& text, size_t longest) {
+bool ReadRegularFile(const std::string& path, std::string& text, size_t longest, bool* isHeld) {
   // Without O_NONBLOCK the open of a pipe would wait for a writer.
   const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   size_t size = 0;
   if (!IsReadable(file.Get(), size) || size > longest) {
     return false;
+  }
+  std::optional<CFileLock> lock;
+  if (isHeld != nullptr) {
+    *isHeld = lock.emplace(file.Get(), CFileLock::Kind::SHARED).IsRefused();
   }
   std::string content;
   content.reserve(std::min(size, LARGEST_RESERVE));

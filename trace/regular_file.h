@@ -1,13 +1,22 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
+// An instant since the epoch; a later one is larger.
+struct ModificationTime {
+  int64_t seconds = 0;
+  int64_t nanoseconds = 0;  // below a second
+
+  auto operator<=>(const ModificationTime&) const = default;
+};
+
 // What is remembered of a file, to see later whether it has changed.
 struct FileStamp {
-  uint64_t size = 0;             // bytes
-  int64_t modificationTime = 0;  // nanoseconds since the epoch
+  uint64_t size = 0;  // bytes
+  ModificationTime modificationTime;
 };
 
 // Both operations see regular files only (links are followed): a pipe, device or directory of that
@@ -19,4 +28,8 @@ bool StatRegularFile(const std::string& path, FileStamp& stamp);
 // Stores the whole content of the file. False, and `text` untouched, when it cannot be read or is
 // longer than `longest` bytes. What the system does not tell the kind and size of is read all the
 // same. Throws std::bad_alloc.
-bool ReadRegularFile(const std::string& path, std::string& text, size_t longest = SIZE_MAX);
+//
+// With `isHeld` it reads under a shared lock and never waits for it: true is stored when a writer
+// held the file, which is read all the same; the text may be half changed then.
+bool ReadRegularFile(const std::string& path, std::string& text, size_t longest = SIZE_MAX,
+                     bool* isHeld = nullptr);

@@ -118,8 +118,9 @@ TEST_P(NumberDifferentialTest, InTheTraceConfiguration) {
     const auto section = CConfigSection::Find(config, "M");
     ASSERT_TRUE(section.has_value());
     const auto number = ReadPlainNumber(text, 0, 0);
-    EXPECT_EQ(section->ReadNumber("Key", 7),
-              number ? static_cast<uint32_t>(PlainUnsigned(*number)) : 0U)
+    const int64_t value = number ? PlainSigned(*number) : 0;
+    const bool isBeyond = value > UINT32_MAX || value < -int64_t{UINT32_MAX};
+    EXPECT_EQ(section->ReadNumber("Key"), isBeyond ? UINT32_MAX : static_cast<uint32_t>(value))
         << text;
   });
 }

@@ -11,10 +11,11 @@ namespace {
 
 constexpr uint32_t MISSING = 4711;
 
-// The number of `key` in the section "Name" of `text`; nothing without such a section.
+// The number of `key` in the section "Name" of `text`; nothing without such a section, MISSING
+// without such a key.
 std::optional<uint32_t> Read(std::string_view text, std::string_view key = "Key") {
   const auto section = CConfigSection::Find(text, "Name");
-  return section ? std::optional(section->ReadNumber(key, MISSING)) : std::nullopt;
+  return section ? std::optional(section->ReadNumber(key).value_or(MISSING)) : std::nullopt;
 }
 
 }  // namespace
@@ -99,8 +100,12 @@ TEST(ConfigSectionTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
                {"", 0},
                {"4294967295", 0xFFFFFFFF},
                {"-1", 0xFFFFFFFF},
-               {"0x100000002", 2},
-               {"0x8000000000000002", 2},
+               {"-2", 0xFFFFFFFE},
+               {"-4294967295", 1},
+               {"-4294967296", 0xFFFFFFFF},
+               {"4294967296", 0xFFFFFFFF},
+               {"0x100000002", 0xFFFFFFFF},
+               {"0x8000000000000002", 0xFFFFFFFF},
                {"0xFFFFFFFFFFFFFFFFFF", 0xFFFFFFFF}};
   for (const auto& [text, number] : cases) {
     EXPECT_EQ(Read("[Name]\nKey=" + std::string(text) + "\nKey=77\n"), number) << text;

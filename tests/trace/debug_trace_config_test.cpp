@@ -7,9 +7,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <string>
+#include <vector>
 
+#include "tests/support/failing_new.h"
 #include "tests/trace/trace_config_directory.h"
+#include "trace/config_files.h"
 
 namespace {
 
@@ -152,6 +156,45 @@ TEST_F(DebugTraceConfigTest, PassesOverAFileThatIsTooLongForAConfiguration) {
   EXPECT_EQ(m_client.GetDebugLevel(), 5U);
 }
 
+TEST_F(DebugTraceConfigTest, FirstLoadReadsAFileThatAProfileWriterHolds) {
+  Write("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n");
+  Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\n");
+  const HeldConfigFile global(Path("global_trace.ini"));
+  const HeldConfigFile module(Path("a.ini"));
+  EXPECT_EQ(LoadedLevel(), 3U);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+}
+
+TEST_F(DebugTraceConfigTest, RepeatedLoadKeepsTheSettingsOfAFileThatAProfileWriterHolds) {
+  Write("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n");
+  Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\nTraceFlags=9\n");
+  Load();
+  Write("global_trace.ini", "");
+  Write("a.ini", "");
+  const HeldConfigFile global(Path("global_trace.ini"));
+  const HeldConfigFile module(Path("a.ini"));
+  EXPECT_EQ(LoadedLevel(), 3U);
+  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+}
+
+// An error of the system's, which is no answer about the files.
+TEST_F(DebugTraceConfigTest, AListThatThereIsNoMemoryForIsNoEmptyOne) {
+  Write("a.ini", "");
+  bool hasFailed = true;
+  for (int64_t successes = 0; hasFailed; ++successes) {
+    std::vector<std::string> paths;
+    FailingNew memory(successes);
+    try {
+      paths = ListTraceConfigFiles();
+    } catch (const std::bad_alloc&) {
+    }
+    memory.Stop();
+    hasFailed = memory.HasFailed();
+    EXPECT_EQ(paths.size(), hasFailed ? 0U : 1U);
+  }
+}
+
 TEST_F(DebugTraceConfigTest, IsNotTakenInByAFileInPlaceOfTheDirectory) {
   std::filesystem::create_directories("/etc/orvane/CorvistaSuite");
   std::filesystem::create_symlink("/dev/null", "/etc/orvane/CorvistaSuite/TraceConfig");
@@ -185,7 +228,8 @@ TEST_F(DebugTraceConfigTest, EnvironmentIsDecimal) {
                {"4294967294", 4294967294},
                {"4294967295", LARGEST},
                {"-1", LARGEST},
-               {"9223372036854775810", 2}};
+               {"4294967298", LARGEST},
+               {"9223372036854775810", LARGEST}};
   for (const auto& [text, number] : cases) {
     setenv("CV_LOG_DEBUG_LEVEL", text, 1);
     setenv("CV_LOG_DYNAMIC_UPDATE", text, 1);

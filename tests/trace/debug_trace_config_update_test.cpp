@@ -180,6 +180,58 @@ TEST_F(DebugTraceConfigUpdateTest, SeesAFileThatIsNewerByANanosecond) {
   EXPECT_EQ(m_client.GetDebugLevel(), 5U);
 }
 
+// The year 2286: nanoseconds since the epoch do not fit 64 bits any more.
+TEST_F(DebugTraceConfigUpdateTest, SeesAFileOfTheFarFuture) {
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), 10'000'000'000);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER, 999'999'999);
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U) << "it is older";
+}
+
+TEST_F(DebugTraceConfigUpdateTest, TakesALevelOfAllOnesForUnset) {
+  Write("talvor.ini", Module("FileDebugLevel=0xFFFFFFFF\n"), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, KeepsALevelOfAllOnesOfTheEnvironmentThatNoFileNames) {
+  setenv("CV_LOG_DEBUG_LEVEL", "4294967295", 1);
+  m_client.Load("EM_TALVOR");
+  Write("talvor.ini", Module(""), NEWER);
+  TraceAt(5010);
+  EXPECT_EQ(m_client.GetDebugLevel(), UINT32_MAX);
+}
+
+TEST_F(DebugTraceConfigUpdateTest, ReadsAFileThatAProfileWriterHoldsAtALaterCheck) {
+  Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
+  {
+    const HeldConfigFile global(Path("global_trace.ini"));
+    const HeldConfigFile module(Path("talvor.ini"));
+    TraceAt(5010);
+    EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+    EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  }
+  TraceAt(5020);
+  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+}
+
+// The load may have met it half changed, and its modification time may not change any more.
+TEST_F(DebugTraceConfigUpdateTest, ReadsAFileAgainThatAProfileWriterHeldAtTheFirstLoad) {
+  CDebugClient client;
+  {
+    const HeldConfigFile module(Path("talvor.ini"));
+    client.Load("EM_TALVOR");
+  }
+  Write("talvor.ini", Module("FileDebugLevel=5\n"), OLD);
+  client.Trace(LEVEL_OF_NO_LINE, "line");
+  EXPECT_EQ(client.GetDebugLevel(), 5U);
+  client.Release();
+}
+
 TEST_F(DebugTraceConfigUpdateTest, RemembersTheModificationTimesOfTheLoad) {
   CDebugClient client;
   client.Load("EM_TALVOR");

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cstdint>
@@ -11,6 +12,19 @@
 #include <string>
 
 #include "trace/debug_client.h"
+#include "trace/descriptor.h"
+
+// Holds a file as a profile writer does while it changes it.
+class HeldConfigFile {
+ public:
+  explicit HeldConfigFile(const std::string& path)
+      : m_oFile(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    EXPECT_EQ(flock(m_oFile.Get(), LOCK_EX | LOCK_NB), 0);
+  }
+
+ private:
+  const CDescriptor m_oFile;
+};
 
 // A trace client that nobody has loaded and the trace configuration directory, which is absent at
 // first and removed in the end. The environment sets nothing.
