@@ -6,14 +6,13 @@
 #include <string_view>
 #include <utility>
 
+#include "base/white_space.h"
 #include "platform/close_descriptors.h"
 
 namespace {
 
 constexpr uint32_t FIRST_DESCRIPTOR = 3;  // behind standard input, output and error
 constexpr int CANNOT_EXECUTE = 255;       // exit status
-
-constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 
 // Keeps signal handlers and cancellation from the calling thread for the life of the object.
 class UndisturbedThread {

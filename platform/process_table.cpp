@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/white_space.h"
 #include "platform/line_reader.h"
 
 namespace {
@@ -16,8 +17,6 @@ namespace {
 // The kernel's TASK_COMM_LEN without the NUL. Its own threads may show longer names, which are not
 // searched for.
 constexpr size_t COMMAND_NAME_LENGTH = 15;
-
-constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 
 struct DirectoryCloser {
   void operator()(DIR* directory) const { closedir(directory); }

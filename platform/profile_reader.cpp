@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/white_space.h"
 #include "platform/profile_lines.h"
 
 namespace {
-
-constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 
 bool IsWhiteSpace(char character) {
   return character == ' ' || (character >= '\t' && character <= '\r');

@@ -12,7 +12,7 @@
 namespace {
 
 // For trace lines.
-const char* Shown(const char* text) { return text != nullptr ? text : "<null>"; }
+const char* OrNullName(const char* text) { return text != nullptr ? text : "<null>"; }
 
 bool IsText(uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ; }
 
@@ -131,7 +131,7 @@ uint32_t CRegistry::SetValue(const char* name, const void* data, int32_t length,
                              const HKEY& key) {
   const int32_t result = Finish(REGISTRY_INVALID, [&] {
     const CRegistryChange change;
-    DEBUG_TRACE(2, "CRegistry::SetValue \"%s\" %d %d\n", Shown(name), length,
+    DEBUG_TRACE(2, "CRegistry::SetValue \"%s\" %d %d\n", OrNullName(name), length,
                 static_cast<int32_t>(type));
     const std::shared_ptr<CRegistryNode> node = NodeOf(key);
     if (node == nullptr || !IsValidValue(data, length, type)) {
@@ -164,7 +164,7 @@ int32_t CRegistry::SetValue(const char* name, const char* text) {
 
 int32_t CRegistry::DeleteValue(const char* name) {
   return Finish(REGISTRY_INVALID, [&] {
-    DEBUG_TRACE(2, "CRegistry::DeleteValue \"%s\"\n", Shown(name));
+    DEBUG_TRACE(2, "CRegistry::DeleteValue \"%s\"\n", OrNullName(name));
     if (m_pNode == nullptr) {
       return REGISTRY_INVALID;
     }

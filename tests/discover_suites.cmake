@@ -1,5 +1,5 @@
 # Included by ctest: one test for each suite of cases in `program`, run in `sandbox`; one for each case
-# of the suites in `alone`. A program that is not built has none.
+# of the suites in `alone`. They get the labels in `labels`. A program that is not built has none.
 cmake_policy(VERSION 3.25)
 if(NOT EXISTS "${program}")
   return()
@@ -9,7 +9,6 @@ if(NOT result EQUAL 0)
   message(FATAL_ERROR "${program} does not list its cases: ${result}")
 endif()
 
-get_filename_component(program_name "${program}" NAME)
 string(REPLACE ";" "\\;" list "${list}")
 string(REPLACE "\n" ";" lines "${list}")
 foreach(line IN LISTS lines)
@@ -34,5 +33,5 @@ foreach(line IN LISTS lines)
   endif()
   string(REGEX REPLACE "\\.\\*$" "" test "${filter}")
   add_test("${test}" "${sandbox}" "${program}" "--gtest_filter=${filter}" --gtest_brief=1)
-  set_tests_properties("${test}" PROPERTIES TIMEOUT 180 LABELS "${program_name}")
+  set_tests_properties("${test}" PROPERTIES TIMEOUT 180 LABELS "${labels}")
 endforeach()

@@ -1,0 +1,6 @@
+#pragma once
+
+#include <string_view>
+
+// What isspace() takes for white space in the C locale.
+inline constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
