@@ -2,32 +2,11 @@
 #include <pthread.h>
 #include <sched.h>
 
-#include <atomic>
 #include <memory>
 
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "tests/tasks/test_serializer.h"
-
-namespace {
-
-std::atomic<pthread_t> s_newestThread = 0;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names.
-extern "C" {
-
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attribute,
-                          void* (*function)(void*), void* argument);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attribute,
-                          void* (*function)(void*), void* argument) {
-  const int error = __real_pthread_create(thread, attribute, function, argument);
-  s_newestThread = *thread;
-  return error;
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -43,12 +22,18 @@ class SerializerEndedWorkerTest : public SerializerTest {
         pthread_exit(nullptr);
       }
     };
+    pthread_t worker = 0;
+    const auto creation = calls::pthread_create.Answer([&](pthread_t* thread, auto... arguments) {
+      const int error = calls::pthread_create.Real(thread, arguments...);
+      worker = *thread;
+      return error;
+    });
     serializer.StartSerialization();
     EXPECT_EQ(serializer.Insert(0), 1U);
-    EXPECT_TRUE(WaitUntil([] {
+    EXPECT_TRUE(WaitUntil([&] {
       int policy = 0;
       sched_param parameter = {};
-      return pthread_getschedparam(s_newestThread, &policy, &parameter) != 0;
+      return pthread_getschedparam(worker, &policy, &parameter) != 0;
     }));
     m_session.Clear();
   }

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -8,53 +7,14 @@
 #include <cstdint>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tasks/task_serializer.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "tests/tasks/test_serializer.h"
-
-namespace {
-
-std::atomic<bool> s_refuseThreads = false;
-std::mutex s_sleepsLock;
-std::vector<useconds_t> s_sleeps;
-
-std::vector<useconds_t> TakeSleeps() {
-  const std::lock_guard guard(s_sleepsLock);
-  return std::exchange(s_sleeps, {});
-}
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names.
-extern "C" {
-
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attribute,
-                          void* (*function)(void*), void* argument);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attribute,
-                          void* (*function)(void*), void* argument) {
-  if (s_refuseThreads) {
-    return EAGAIN;
-  }
-  return __real_pthread_create(thread, attribute, function, argument);
-}
-
-int __real_usleep(useconds_t time);
-int __wrap_usleep(useconds_t time) {
-  {
-    const std::lock_guard guard(s_sleepsLock);
-    s_sleeps.push_back(time);
-  }
-  return __real_usleep(time);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -123,16 +83,20 @@ TEST(SerializerStartTest, AnUnnamedModuleGivesTheWorkerAnEmptyName) {
 }
 
 TEST_F(SerializerLifecycleTest, StartAndTerminationSleepATenthOfASecondEach) {
+  std::vector<useconds_t> sleeps;
+  const auto sleeping = calls::usleep.Answer([&](useconds_t time) {
+    sleeps.push_back(time);
+    return 0;
+  });
   TestSerializer serializer;
-  TakeSleeps();
   serializer.StartSerialization();
-  EXPECT_THAT(TakeSleeps(), ElementsAre(100'000U));
+  EXPECT_THAT(sleeps, ElementsAre(100'000U));
   serializer.StartSerialization();
-  EXPECT_THAT(TakeSleeps(), IsEmpty());
+  EXPECT_THAT(sleeps, ElementsAre(100'000U));
   serializer.TerminateSerialization();
-  EXPECT_THAT(TakeSleeps(), ElementsAre(100'000U));
+  EXPECT_THAT(sleeps, ElementsAre(100'000U, 100'000U));
   serializer.TerminateSerialization();
-  EXPECT_THAT(TakeSleeps(), IsEmpty());
+  EXPECT_EQ(sleeps.size(), 2U);
 }
 
 TEST_F(SerializerLifecycleTest, TheSecondStartFindsTheWorkerAliveAndOnlyTraces) {
@@ -167,9 +131,9 @@ TEST_F(SerializerLifecycleTest, WithoutThreadsTheTasksWaitForALaterStart) {
   TestSerializer serializer;
   serializer.InsertMany(1, 1);
   m_session.Clear();
-  s_refuseThreads = true;
+  auto refusing = calls::pthread_create.Fail(EAGAIN);
   serializer.StartSerialization();
-  s_refuseThreads = false;
+  refusing.End();
   EXPECT_THAT(TextsOf(m_session, line::THREAD_NOT_CREATED),
               ElementsAre("\npthread_create failed: " + std::to_string(EAGAIN)));
   m_session.Clear();

@@ -2,29 +2,18 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <stdexcept>
 #include <string>
 
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "tests/tasks/test_serializer.h"
-#include "trace/debug_client.h"
 
 namespace {
 
-std::atomic<int> s_systemLogLines = 0;
-
-}  // namespace
-
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker gives this name.
-extern "C" void __wrap_syslog(int /*priority*/, const char* /*format*/, ...) { ++s_systemLogLines; }
-
-namespace {
-
-constexpr uint32_t HIGHEST_LEVEL = 5;
-
-// Writes every line of the serializer but the one of an exception while an event is set.
+// Writes every line of the serializer but the one of an exception while an event is set: events do
+// not throw.
 void WriteEveryLine() {
   TestSerializer serializer;
   CEvent event(false, true);
@@ -49,8 +38,9 @@ void WriteEveryLine() {
 }
 
 TEST(SerializerTraceTest, EachLineHasItsLevel) {
+  const auto systemLog = calls::syslog.Watch();
   std::map<std::string, uint32_t> levels;
-  for (uint32_t level = 1; level <= HIGHEST_LEVEL; ++level) {
+  for (uint32_t level = 1; level <= 5; ++level) {
     const TraceSession session(level);
     WriteEveryLine();
     for (const std::string& format : SerializerFormats(session)) {
@@ -69,26 +59,7 @@ TEST(SerializerTraceTest, EachLineHasItsLevel) {
       {line::EVENT_SET, 5},    {line::EVENT_ERROR, 1}, {line::WORKER_EXIT, 4},
       {line::THREAD_RETURN, 1}};
   EXPECT_EQ(levels, expected);
-  EXPECT_EQ(s_systemLogLines, 0) << "a line of level 0";
-}
-
-// A set throws at level 5 only, where the sink sees its line; the level sinks just before the
-// worker's answer.
-TEST(SerializerTraceTest, AnExceptionSettingTheExternalEventIsALineOfLevelOne) {
-  TraceSession session(HIGHEST_LEVEL);
-  TestSerializer serializer;
-  CEvent event(false, true);
-  serializer.onTask = [&](Message&, int32_t) {
-    session.CallAt(line::SET, [] {
-      setenv("CV_LOG_DEBUG_LEVEL", "1", 1);
-      g_oDebugClient.Load("EM_TALVOR");
-      throw std::runtime_error("test");
-    });
-  };
-  serializer.Insert(1, 0, &event);
-  serializer.StartSerialization();
-  EXPECT_TRUE(session.WaitFor(line::EVENT_EXCEPTION));
-  EXPECT_EQ(s_systemLogLines, 0) << "a line of level 0";
+  EXPECT_EQ(systemLog.GetCount(), 0) << "a line of level 0";
 }
 
 TEST(SerializerTraceTest, NothingIsWrittenWhileTracingIsOff) {

@@ -4,45 +4,10 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
-#include <functional>
+#include <thread>
 
+#include "tests/support/system_calls.h"
 #include "tests/tasks/test_serializer.h"
-
-namespace {
-
-std::atomic<bool> s_refuseEvents = false;
-
-// What the thread does before it locks the same mutex for the second time; unset again by then.
-thread_local std::function<void()>* t_beforeSecondLock = nullptr;
-thread_local pthread_mutex_t* t_firstMutex = nullptr;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names.
-extern "C" {
-
-int __real_pthread_condattr_setclock(pthread_condattr_t* attribute, clockid_t clock) noexcept;
-int __wrap_pthread_condattr_setclock(pthread_condattr_t* attribute, clockid_t clock) noexcept {
-  return s_refuseEvents ? EINVAL : __real_pthread_condattr_setclock(attribute, clock);
-}
-
-int __real_pthread_mutex_lock(pthread_mutex_t* mutex) noexcept;
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  if (t_beforeSecondLock != nullptr) {
-    if (t_firstMutex == nullptr) {
-      t_firstMutex = mutex;
-    } else if (t_firstMutex == mutex) {
-      const std::function<void()>* action = t_beforeSecondLock;
-      t_beforeSecondLock = nullptr;
-      (*action)();
-    }
-  }
-  return __real_pthread_mutex_lock(mutex);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -53,24 +18,37 @@ using SerializerWakeUpTest = SerializerTest;
 // After the last task the worker locks the event for its wait, scans, and locks the event again to
 // reset it: the moment at which a new task would be lost if the reset were not part of the scan.
 TEST_F(SerializerWakeUpTest, ATaskQueuedBetweenAnEmptyScanAndTheResetIsNotLost) {
-  TestSerializer serializer;
+  std::atomic<std::thread::id> worker;  // once it has done its first task
+  pthread_mutex_t* firstMutex = nullptr;
   BlockedInsertion insertion;
-  std::function<void()> insert = [&] { insertion.Begin(serializer, 2, 0); };
+  TestSerializer serializer;
+  const auto locking = calls::pthread_mutex_lock.Answer([&](pthread_mutex_t* mutex) {
+    if (worker.load() == std::this_thread::get_id()) {
+      if (firstMutex == nullptr) {
+        firstMutex = mutex;
+      } else if (firstMutex == mutex) {
+        worker = std::thread::id();
+        insertion.Begin(serializer, 2, 0);
+      }
+    }
+    return calls::pthread_mutex_lock.Real(mutex);
+  });
   serializer.onEmpty = [&](int32_t) {
     if (serializer.Begun().size() == 1) {
-      t_beforeSecondLock = &insert;
+      worker = std::this_thread::get_id();
     }
   };
   serializer.StartSerialization();
   serializer.InsertMany(1, 1);
   ASSERT_TRUE(serializer.WaitUntilBegun(2));
   EXPECT_TRUE(insertion.WasBlocked());
+  serializer.TerminateSerialization();
 }
 
 TEST_F(SerializerWakeUpTest, WithoutAnEventTheWorkerSpinsAndServesTheTasks) {
-  s_refuseEvents = true;
+  auto refusing = calls::pthread_condattr_setclock.Fail(EINVAL);
   TestSerializer serializer;
-  s_refuseEvents = false;
+  refusing.End();
   serializer.StartSerialization();
   serializer.InsertMany(1, 3);
   ASSERT_TRUE(serializer.WaitUntilBegun(3));

@@ -81,31 +81,6 @@ TEST_F(TaskHandlerFaultTest, HooksThatThrowDoNotEndTheWorkerNorKeepTheLock) {
   EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1);
 }
 
-TEST_F(TaskHandlerFaultTest, AnExceptionSettingTheExternalEventIsTracedAndTheTaskFreed) {
-  TestSerializer serializer;
-  CEvent event(false, true);
-  std::atomic<int> aliveAtEnd = -1;
-  serializer.onTask = [&](Message& message, int32_t) {
-    if (message.number == 1) {
-      m_session.ThrowAt(line::SET);
-    }
-  };
-  serializer.onEmpty = [&](int32_t) { aliveAtEnd = Message::s_alive.load(); };
-  serializer.Insert(1, 0, &event);
-  serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor(line::EVENT_EXCEPTION));
-  m_session.CallAt(line::SET, nullptr);
-  ASSERT_TRUE(WaitUntil([&] { return aliveAtEnd >= 0; }));
-  EXPECT_EQ(aliveAtEnd, 0);
-  EXPECT_FALSE(event.Check());
-  EXPECT_TRUE(event.Set());
-  EXPECT_THAT(TextsOf(m_session, line::EVENT_EXCEPTION),
-              ElementsAre("\n\nCTaskSerializer     : ## EXCEPTION setting external event object " +
-                          Hex(reinterpret_cast<uintptr_t>(&event)) + "!"));
-  EXPECT_EQ(m_session.Count(line::EVENT_SET), 0);
-  EXPECT_EQ(m_session.Count(line::EVENT_ERROR), 0);
-}
-
 // Ordinary exceptions end in the worker; the end of the thread must not.
 TEST_F(TaskHandlerFaultTest, ATaskMayEndTheThreadAndIsFreed) {
   TestSerializer serializer;
@@ -188,24 +163,5 @@ INSTANTIATE_TEST_SUITE_P(
                     WorkerLine{"WorkerExit", line::WORKER_EXIT, true},
                     WorkerLine{"ThreadReturn", line::THREAD_RETURN, true}),
     [](const auto& worker) { return std::string(worker.param.name); });
-
-// Setting an event fails when the sink throws at its line.
-TEST_F(TaskHandlerFaultTest, ASinkThatThrowsOnceMoreAfterAFailedSetDoesNotDisturbTheWorker) {
-  TestSerializer serializer;
-  CEvent event(false, true);
-  serializer.onTask = [&](Message& message, int32_t) {
-    if (message.number == 1) {
-      m_session.ThrowAt(line::SET);
-      m_session.ThrowAt(line::EVENT_EXCEPTION);
-    }
-  };
-  serializer.Insert(1, 0, &event);
-  serializer.InsertMany(2, 1);
-  serializer.StartSerialization();
-  ASSERT_TRUE(serializer.WaitUntilBegun(2));
-  m_session.CallAt(line::SET, nullptr);
-  EXPECT_EQ(m_session.Count(line::EVENT_EXCEPTION), 0);
-  EXPECT_FALSE(event.Check());
-}
 
 }  // namespace

@@ -49,8 +49,6 @@ inline constexpr char EXCEPTION[] =
 inline constexpr char EVENT_SET[] = "\nCTaskSerializer     : External event object 0x%X set!";
 inline constexpr char EVENT_ERROR[] =
     "\nCTaskSerializer     : ERROR setting external event object 0x%X!";
-inline constexpr char EVENT_EXCEPTION[] =
-    "\n\nCTaskSerializer     : ## EXCEPTION setting external event object 0x%X!";
 inline constexpr char WORKER_EXIT[] = "\nCTaskSerializer     : EXIT THREAD TaskHandler()!";
 inline constexpr char THREAD_RETURN[] =
     "THREAD_RETURN: ## INFO: Thread = 0x%08X exited, Return = 0x%08x##\n";
