@@ -180,7 +180,7 @@ bool TreeRemoval::RemoveEntry(const dirent& entry) {
   m_strPath += entry.d_name;
   const Place place = FindPlace(entry);
   const bool isKnown = entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN;
-  switch (isKnown ? DTTOIF(entry.d_type) : FindKind(place)) {
+  switch (isKnown ? static_cast<mode_t>(DTTOIF(entry.d_type)) : FindKind(place)) {
     case S_IFREG:
     case S_IFLNK:  // deliberately, though links are followed and never reported
       return RemoveFile(place);
