@@ -1,11 +1,15 @@
 #include "host/file_transfer.h"
 
 #include <fcntl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "frame/opcode.h"
@@ -14,6 +18,8 @@
 #include "trace/descriptor.h"
 
 namespace {
+
+constexpr size_t COPY_BLOCK = 1 << 20;
 
 // A text of the command's data; empty when there is none.
 std::string DataText(const SipJson& request, const char* name) {
@@ -28,24 +34,47 @@ std::string DataText(const SipJson& request, const char* name) {
   return {member->value.GetString(), member->value.GetStringLength()};
 }
 
+// 0, or the errno number of the failure.
+int CopyContent(int source, int target) {
+  ssize_t count = 0;
+  do {
+    count = TEMP_FAILURE_RETRY(sendfile(target, source, nullptr, COPY_BLOCK));
+  } while (count > 0);
+  return count == 0 ? 0 : errno;
+}
+
+// Copies content and mode. 0, or the errno number of the failure.
+int CopyFile(const std::string& source, CDescriptor& target) {
+  const CDescriptor file(open(source.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status = {};
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
+    return errno;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return EINVAL;
+  }
+  if (const int error = CopyContent(file.Get(), target.Get())) {
+    return error;
+  }
+  return fchmod(target.Get(), status.st_mode & ACCESSPERMS) == 0 && target.Close() ? 0 : errno;
+}
+
 // Copies the file to a name of its own in the target's directory and then moves it to the target,
-// so that a link of that name is replaced and not followed.
-std::error_code CopyThroughTemporary(const std::string& source,
-                                     const std::filesystem::path& target) {
+// so that a link of that name is replaced and not followed. The owner of the directory may put
+// something else under the name of its own meanwhile; only the descriptor is sure to be the copy.
+// 0, or the errno number of the failure.
+int CopyThroughTemporary(const std::string& source, const std::filesystem::path& target) {
   std::string temporary = target.parent_path() / "em_host.XXXXXX";
-  const CDescriptor descriptor(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!descriptor.IsOpen()) {
-    return {errno, std::generic_category()};
+  CDescriptor copy(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!copy.IsOpen()) {
+    return errno;
   }
-  std::error_code error;
-  std::filesystem::copy_file(source, temporary, std::filesystem::copy_options::overwrite_existing,
-                             error);
-  if (!error) {
-    std::filesystem::rename(temporary, target, error);
+  int error = CopyFile(source, copy);
+  if (error == 0 && rename(temporary.c_str(), target.c_str()) != 0) {
+    error = errno;
   }
-  if (error) {
-    std::error_code ignored;
-    std::filesystem::remove(temporary, ignored);
+  if (error != 0) {
+    unlink(temporary.c_str());
   }
   return error;
 }
@@ -77,8 +106,8 @@ bool CFileTransfer::Copy(const std::string& localPath, const std::string& bmcPat
   }
   const std::filesystem::path target =
       std::filesystem::path(m_strDirectory) / BmcFileName(bmcPath, localPath);
-  if (const std::error_code error = CopyThroughTemporary(localPath, target)) {
-    m_report(localPath + " cannot be copied to " + target.string() + " (" + error.message() +
+  if (const int error = CopyThroughTemporary(localPath, target)) {
+    m_report(localPath + " cannot be copied to " + target.string() + " (" + strerror(error) +
              "): check the directory given with --bmc and the space left there.");
     return false;
   }
