@@ -1,6 +1,7 @@
 #include "host/trace_settings.h"
 
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,15 +32,26 @@ struct Setting {
 constexpr Setting LEVEL = {MODULE_NAME, LEVEL_KEY};
 constexpr Setting INTERVAL = {TRACE_GLOBAL_SECTION, INTERVAL_KEY};
 
+std::string TemporaryDirectory() {
+  std::error_code error;
+  const fs::path directory = fs::temp_directory_path(error);
+  if (error) {
+    throw CHostError(EX_CANTCREAT, "The directory for temporary files cannot be used (" +
+                                       error.message() + "): name another with TMPDIR.");
+  }
+  return directory;
+}
+
 // A copy of a file on which a change is tried.
 class Rehearsal {
  public:
-  explicit Rehearsal(const std::string& path) : m_strDirectory(fs::temp_directory_path()) {
-    m_strDirectory += "/em_host.XXXXXX";
+  explicit Rehearsal(const std::string& path) {
+    const std::string parent = TemporaryDirectory();
+    m_strDirectory = parent + "/em_host.XXXXXX";
     if (mkdtemp(m_strDirectory.data()) == nullptr) {
-      throw CHostError(EX_CANTCREAT, std::string("No directory can be made in ") +
-                                         fs::temp_directory_path().string() + " (" +
-                                         strerror(errno) + "): make room there.");
+      throw CHostError(EX_CANTCREAT, "No directory can be made in " + parent + " (" +
+                                         strerror(errno) +
+                                         "): make room there, or name another with TMPDIR.");
     }
     m_strFile = m_strDirectory + "/copy";
     std::error_code error;
@@ -99,8 +111,22 @@ void Rehearse(const std::string& path, const Setting& setting, uint32_t number) 
   }
 }
 
+// While it lives, what the process makes can be read by all and written by its owner only: agents
+// of every user read these files.
+class ReadableForAll {
+ public:
+  ReadableForAll() : m_nUmask(umask(S_IWGRP | S_IWOTH)) {}
+  ~ReadableForAll() { umask(m_nUmask); }
+  ReadableForAll(const ReadableForAll&) = delete;
+  ReadableForAll& operator=(const ReadableForAll&) = delete;
+
+ private:
+  const mode_t m_nUmask;
+};
+
 void Store(const std::string& path, const Setting& setting, uint32_t number) {
   Rehearse(path, setting, number);
+  const ReadableForAll mode;
   std::error_code error;
   fs::create_directories(fs::path(path).parent_path(), error);
   errno = EIO;

@@ -1,6 +1,7 @@
 #include "host/trace_command.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -156,6 +157,30 @@ TEST_F(TraceCommandTest, AFileThatCannotBeWrittenIsAnError) {
   EXPECT_EQ(result.exitCode, 73);
   EXPECT_THAT(result.errors,
               StartsWith(std::string("em_host: ") + TRACE_GLOBAL_FILE + " cannot be written ("));
+}
+
+TEST_F(TraceCommandTest, WhatItMakesCanBeReadByAllUnderEveryUmask) {
+  for (const mode_t mask : {mode_t{0}, mode_t{077}}) {
+    const mode_t before = umask(mask);
+    EXPECT_EQ(Trace({"set", "3"}).exitCode, 0);
+    umask(before);
+    for (std::filesystem::path path = TRACE_CONFIG_DIRECTORY; path != "/etc";
+         path = path.parent_path()) {
+      EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0755)) << path;
+    }
+    EXPECT_EQ(std::filesystem::status(TRACE_GLOBAL_FILE).permissions(),
+              std::filesystem::perms(0644));
+    std::filesystem::remove_all("/etc/orvane");
+  }
+}
+
+TEST_F(TraceCommandTest, ADirectoryForTemporaryFilesThatIsMissingIsAnError) {
+  Program program({"/usr/bin/env", "TMPDIR=/missing", EM_HOST, "trace", "set", "3"});
+  EXPECT_EQ(program.Wait(), 73);
+  EXPECT_EQ(
+      program.Errors(),
+      "em_host: The directory for temporary files cannot be used (No such file or directory): "
+      "name another with TMPDIR.\n");
 }
 
 TEST_F(TraceCommandTest, BadCommandLinesAreRefused) {
