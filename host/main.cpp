@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <exception>
+#include <new>
 #include <string>
+#include <system_error>
 
 #include "host/command_line.h"
 #include "host/demo_command.h"
@@ -59,8 +61,16 @@ int main(int argumentCount, char** arguments) {
   } catch (const CHostError& error) {
     WriteMessage(error.what());
     return error.GetExitCode();
+  } catch (const std::bad_alloc&) {
+    WriteMessage("There is not enough memory: end other programs, or raise the limit (ulimit -v).");
+    return EX_OSERR;
+  } catch (const std::system_error& error) {
+    WriteMessage(std::string("The system refuses something (") + error.what() +
+                 "): look whether processes, file descriptors and space are left.");
+    return EX_OSERR;
   } catch (const std::exception& error) {
-    WriteMessage(std::string("This was not foreseen: ") + error.what() + ".");
+    WriteMessage(std::string("This is a mistake of em_host (") + error.what() +
+                 "): report it with the command line that led to it.");
     return EX_SOFTWARE;
   }
 }

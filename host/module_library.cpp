@@ -6,10 +6,22 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "host/host_error.h"
 
 namespace {
+
+std::string FullPath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path full = std::filesystem::absolute(path, error);
+  if (error) {
+    throw CHostError(EX_OSERR, "The current directory, from which " + path +
+                                   " is found, cannot be told (" + error.message() +
+                                   "): change to one that is there.");
+  }
+  return full.lexically_normal();
+}
 
 void CheckFile(const std::string& path) {
   if (access(path.c_str(), R_OK) == 0) {
@@ -28,8 +40,7 @@ void CheckFile(const std::string& path) {
 
 }  // namespace
 
-CModuleLibrary::CModuleLibrary(const std::string& path)
-    : m_strPath(std::filesystem::absolute(path).lexically_normal()) {
+CModuleLibrary::CModuleLibrary(const std::string& path) : m_strPath(FullPath(path)) {
   CheckFile(m_strPath);
   m_pLibrary = dlopen(m_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (m_pLibrary == nullptr) {

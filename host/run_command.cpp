@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "frame/opcode.h"
@@ -32,10 +33,13 @@ std::vector<HostRequest> ReadRequests(const HostOptions& options) {
 // Before minutes are spent on an archive that has nowhere to go.
 void CheckBmcDirectory(const HostOptions& options, const std::vector<HostRequest>& requests) {
   if (!options.bmcDirectory.empty()) {
-    if (!std::filesystem::is_directory(options.bmcDirectory)) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(options.bmcDirectory, error)) {
+      const bool isThere = error && error != std::errc::no_such_file_or_directory;
       throw CHostError(EX_CANTCREAT, "There is no directory " + options.bmcDirectory +
-                                         " to stand for the BMC: make it, or name another with "
-                                         "--bmc DIR.");
+                                         " to stand for the BMC" +
+                                         (isThere ? " (" + error.message() + ")" : "") +
+                                         ": make it, or name another with --bmc DIR.");
     }
   } else if (std::any_of(requests.begin(), requests.end(), [](const HostRequest& request) {
                return OperationCode(request.record) == OC_TRANSFER_ARCHIVE;

@@ -144,6 +144,39 @@ TEST_F(HostErrorsTest, TransferHasNowhereToGo) {
               "--bmc DIR.");
 }
 
+TEST_F(HostErrorsTest, TheBmcsDirectoryCannotBeReached) {
+  std::filesystem::create_symlink("loop", m_oFiles.Path("loop"));
+  ExpectError(Host("run", {"--bmc", m_oFiles.Path("loop"), "transfer"}), 73,
+              "There is no directory " + m_oFiles.Path("loop") +
+                  " to stand for the BMC (Too many levels of symbolic links): make it, or name "
+                  "another with --bmc DIR.");
+}
+
+TEST_F(HostErrorsTest, TheCurrentDirectoryIsGone) {
+  Program program({"/bin/sh", "-c",
+                   "mkdir " + m_oFiles.Path("gone") + " && cd " + m_oFiles.Path("gone") +
+                       " && rmdir ../gone && exec " + EM_HOST + " info --module em_talvor.so"});
+  EXPECT_EQ(program.Wait(), 71);
+  EXPECT_EQ(program.Errors(),
+            "em_host: The current directory, from which em_talvor.so is found, cannot be told (No "
+            "such file or directory): change to one that is there.\n");
+}
+
+TEST_F(HostErrorsTest, MemoryIsMissing) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer takes more addresses than any limit";
+#endif
+  const std::string file = m_oFiles.Write("record", "");
+  std::filesystem::resize_file(file, 1 << 30);
+  std::vector<std::string> command = Command("run", {"@" + file});
+  command.insert(command.begin(), {"/usr/bin/prlimit", "--as=300000000"});
+  Program program(command);
+  EXPECT_EQ(program.Wait(), 71);
+  EXPECT_EQ(program.Errors(),
+            "em_host: There is not enough memory: end other programs, or raise the limit (ulimit "
+            "-v).\n");
+}
+
 TEST_F(HostErrorsTest, CopyCannotBeWritten) {
   InstallCollector("");
   m_oFiles.Write("Talvor_Data.zip", "data");

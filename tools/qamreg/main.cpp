@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -135,8 +136,13 @@ int main(int argumentCount, char** arguments) {
     std::cout.flush();
     std::cerr << "qamreg: " << failure.what() << '\n';
     return failure.GetCode();
+  } catch (const std::bad_alloc&) {
+    std::cerr << "qamreg: There is not enough memory: end other programs, or raise the limit "
+                 "(ulimit -v).\n";
+    return EXIT_FAILED;
   } catch (const std::exception& failure) {
-    std::cerr << "qamreg: This was not foreseen: " << failure.what() << ".\n";
+    std::cerr << "qamreg: This is a mistake of qamreg (" << failure.what()
+              << "): report it with the command line that led to it.\n";
     return EXIT_FAILED;
   }
 }
