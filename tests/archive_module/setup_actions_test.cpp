@@ -110,6 +110,16 @@ TEST_F(SetupActionsTest, CleanupWithoutTheCollectorsDirectorySucceeds) {
   EXPECT_EQ(SetupAction(CLEANUP), 1U);  // nothing is left
 }
 
+TEST_F(SetupActionsTest, CleanupFollowsALinkInPlaceOfTheCollectorsDirectory) {
+  InstallCollector("");
+  const std::filesystem::path target = m_directory + "elsewhere";
+  std::filesystem::remove_all(COLLECTOR_DIRECTORY);
+  std::filesystem::create_directories(target / "log");
+  std::filesystem::create_directory_symlink(target, COLLECTOR_DIRECTORY);
+  EXPECT_EQ(SetupAction(CLEANUP), 0U) << "the link itself stays";
+  EXPECT_TRUE(std::filesystem::is_empty(target));
+}
+
 TEST_F(SetupActionsTest, CleanupLeavesAFileInPlaceOfTheCollectorsDirectoryAlone) {
   InstallCollector("");
   std::filesystem::remove_all(COLLECTOR_DIRECTORY);
