@@ -54,6 +54,10 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
   }
 }
 
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+  return operator new(size, tag);
+}
+
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }

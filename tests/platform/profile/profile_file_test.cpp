@@ -2,48 +2,22 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <string>
 
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
+#include "tests/support/descriptor_count.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
 using Mode = CProfileFile::Mode;
 
-bool g_bFstatFails = false;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" int __real_fstat(int descriptor, struct stat* status);
-
-extern "C" int __wrap_fstat(int descriptor, struct stat* status) {
-  if (g_bFstatFails) {
-    status->st_mode = S_IFREG;
-    errno = EIO;
-    return -1;
-  }
-  return __real_fstat(descriptor, status);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-namespace {
-
 constexpr Mode ALL_MODES[] = {Mode::READ, Mode::UPDATE, Mode::APPEND, Mode::CREATE, Mode::MAKE};
-
-ptrdiff_t CountDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
-}
 
 // No mode opens that name, waits or keeps a descriptor.
 void ExpectRefused(const std::string& name) {
@@ -60,8 +34,6 @@ void ExpectRefused(const std::string& name) {
 int AccessOf(const CProfileFile& file) {
   return fcntl(file.GetDescriptor(), F_GETFL) & (O_ACCMODE | O_APPEND);
 }
-
-}  // namespace
 
 TEST(ProfileFileTest, OpensARegularFileForTheModesUse) {
   const ProfileTestFile file("text");
@@ -111,13 +83,14 @@ TEST(ProfileFileTest, AMissingFileIsReportedByErrno) {
 }
 
 TEST(ProfileFileTest, CreateAppendAndMakeMakeAFileThatOnlyItsOwnerWrites) {
-  umask(0);
+  const mode_t mask = umask(0);
   for (const Mode mode : {Mode::CREATE, Mode::APPEND, Mode::MAKE}) {
     const ProfileTestFile name;
     EXPECT_TRUE(CProfileFile(name.Name(), mode).IsOpen());
     EXPECT_EQ(std::filesystem::status(name.Name()).permissions(),
               static_cast<std::filesystem::perms>(0644));
   }
+  umask(mask);
 }
 
 TEST(ProfileFileTest, CreateRefusesAFileThatExists) {
@@ -130,7 +103,7 @@ TEST(ProfileFileTest, RefusesAPipeWithoutWaiting) {
   const ProfileTestFile name;
   ASSERT_EQ(mkfifo(name.Name(), 0600), 0);
   ExpectRefused(name.Name());
-  const int reader = open(name.Name(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  const int reader = open(name.Name(), O_RDWR | O_NONBLOCK | O_CLOEXEC, 0);
   ExpectRefused(name.Name());
   close(reader);
 }
@@ -148,20 +121,29 @@ TEST(ProfileFileTest, ATerminalDoesNotBecomeTheControllingOne) {
   ASSERT_GE(terminal, 0);
   ASSERT_EQ(grantpt(terminal), 0);
   ASSERT_EQ(unlockpt(terminal), 0);
-  setsid();
-  ExpectRefused(ptsname(terminal));
-  EXPECT_LT(open("/dev/tty", O_RDWR | O_CLOEXEC), 0);
+  // Only a session leader without a terminal gets one by opening it.
+  EXPECT_EXIT(
+      {
+        setsid();
+        ExpectRefused(ptsname(terminal));
+        _exit(!testing::Test::HasFailure() && open("/dev/tty", O_RDWR | O_CLOEXEC, 0) < 0 ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
   close(terminal);
 }
 
 TEST(ProfileFileTest, RefusesAFileWhoseKindIsUnknown) {
   const ProfileTestFile name("text");
-  g_bFstatFails = true;
+  const auto failing = calls::fstat.Answer([](int descriptor, FileStatus* status) {
+    status->st_mode = S_IFREG;
+    return calls::fstat.FailNow(EIO, descriptor, status);
+  });
   for (const Mode mode : {Mode::READ, Mode::UPDATE, Mode::APPEND, Mode::MAKE}) {
     const CProfileFile file(name.Name(), mode);
     EXPECT_EQ(errno, 0);
     EXPECT_FALSE(file.IsOpen());
   }
   EXPECT_TRUE(CProfileFile(name.NameOf("new").c_str(), Mode::CREATE).IsOpen());
-  g_bFstatFails = false;
 }
+
+}  // namespace

@@ -1,113 +1,61 @@
 #include "platform/profile_string.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
+#include "tests/support/descriptor_count.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 
 namespace {
 
 using std::string_literals::operator""s;
+using testing::ElementsAre;
 
 constexpr char CANNOT_OPEN[] = "GetPrivateProfileString: Cannot open %s\n";
-constexpr char NO_SECTION[] = "WritePrivateProfileString: ## WARNING: invalid pointer to AppName\n";
-constexpr char NO_FILE[] = "WritePrivateProfileString: ## WARNING: invalid pointer to FileName\n";
-constexpr char CALL[] = "WritePrivateProfileString(%s, %s, %s, %s)\n";
-constexpr char RESULT[] = "WritePrivateProfileString rc=0x%04x\n";
+constexpr char CALL_LINE[] = "WritePrivateProfileString(%s, %s, %s, %s)\n";
+constexpr char RESULT_LINE[] = "WritePrivateProfileString rc=0x%04x\n";
 constexpr char APPEND_ERROR[] = "WritePrivateProfileString: ## WARNING: append open error: %s\n";
 
-// Called before a call of the product goes to the system.
-std::function<void()> g_onRead;
-std::function<void()> g_onWrite;
-std::function<void()> g_onClose;
-std::atomic<bool> g_bReadFails = false;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
-extern "C" ssize_t __real_pwrite(int descriptor, const void* buffer, size_t size, off_t offset);
-extern "C" int __real_close(int descriptor);
-
-extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  if (g_onRead) {
-    g_onRead();
-  }
-  if (g_bReadFails) {
-    errno = EIO;
-    return -1;
-  }
-  return __real_read(descriptor, buffer, size);
-}
-
-extern "C" ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t offset) {
-  if (g_onWrite) {
-    g_onWrite();
-  }
-  return __real_pwrite(descriptor, buffer, size, offset);
-}
-
-extern "C" int __wrap_close(int descriptor) {
-  if (g_onClose) {
-    g_onClose();
-  }
-  return __real_close(descriptor);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-namespace {
-
-class ProfileStringTest : public testing::Test {
- protected:
-  ~ProfileStringTest() override {
-    g_onRead = g_onWrite = g_onClose = nullptr;
-    g_bReadFails = false;
-  }
-};
-
-ptrdiff_t CountDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
-}
-
-std::vector<std::string> TracesOf(const std::function<void()>& action) {
-  const TraceSession session(5);
+std::vector<std::string> TracesOf(const std::function<void()>& action, uint32_t level = 5) {
+  const TraceSession session(level);
   action();
   return session.Texts();
 }
 
-// Runs `action` on a thread that cancels itself at the system call of `hook`. True when the action
+// Runs `action` on a thread that is cancelled at its first call of `call`. True when the action
 // went on to its end and the cancellation came after it.
-bool SurvivesCancellation(std::function<void()>& hook, const std::function<void()>& action) {
+template <typename Call>
+bool SurvivesCancellation(Call& call, const std::function<void()>& action) {
+  std::atomic<bool> isFirst = true;
   std::atomic<bool> isDone = false;
   std::atomic<bool> isBeyond = false;
-  hook = [isFirst = true]() mutable {
-    if (std::exchange(isFirst, false)) {
+  const auto cancelling = call.Answer([&](auto... arguments) {
+    if (isFirst.exchange(false)) {
       pthread_cancel(pthread_self());
       pthread_testcancel();
     }
-  };
+    return call.Real(arguments...);
+  });
   std::thread([&] {
     action();
     isDone = true;
     pthread_testcancel();
     isBeyond = true;
   }).join();
-  hook = nullptr;
-  return isDone && !isBeyond;
+  return !isFirst && isDone && !isBeyond;
 }
 
 // Gives other threads the chance to make that true, where nothing keeps them from it.
@@ -117,9 +65,16 @@ void YieldUntil(const std::function<bool()>& condition) {
   }
 }
 
-}  // namespace
+// Runs `action` before each write of the product.
+ScopedAnswer BeforeEachWrite(const std::function<void()>& action) {
+  return calls::pwrite.Answer(
+      [action](int descriptor, const void* buffer, size_t size, off_t offset) {
+        action();
+        return calls::pwrite.Real(descriptor, buffer, size, offset);
+      });
+}
 
-TEST_F(ProfileStringTest, AFileThatCannotBeOpenedGivesTheDefault) {
+TEST(ProfileStringTest, AFileThatCannotBeOpenedGivesTheDefault) {
   const ProfileTestFile file;
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "12345", 7).text, "12345");
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "12345", 7).buffer, "12345\0#"s);
@@ -129,7 +84,7 @@ TEST_F(ProfileStringTest, AFileThatCannotBeOpenedGivesTheDefault) {
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "12345", 1).buffer, "\0"s);
 }
 
-TEST_F(ProfileStringTest, AKeyThatIsNotFoundGivesTheDefault) {
+TEST(ProfileStringTest, AKeyThatIsNotFoundGivesTheDefault) {
   const ProfileTestFile file("[s]\n");
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "12345", 6).buffer, "12345\0"s);
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "12345", 5).buffer, "1234\0"s);
@@ -137,7 +92,7 @@ TEST_F(ProfileStringTest, AKeyThatIsNotFoundGivesTheDefault) {
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "", 5).buffer, "\0####"s);
 }
 
-TEST_F(ProfileStringTest, WithoutSectionKeyOrDefaultThereIsNoDefault) {
+TEST(ProfileStringTest, WithoutSectionKeyOrDefaultThereIsNoDefault) {
   const ProfileTestFile missing;
   const ProfileTestFile empty("");
   for (const char* const name : {missing.Name(), empty.Name()}) {
@@ -150,12 +105,12 @@ TEST_F(ProfileStringTest, WithoutSectionKeyOrDefaultThereIsNoDefault) {
   }
 }
 
-TEST_F(ProfileStringTest, TheValueIsFoundWithoutADefault) {
+TEST(ProfileStringTest, TheValueIsFoundWithoutADefault) {
   const ProfileTestFile file("[s]\nkey=1\n");
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", nullptr).text, "1");
 }
 
-TEST_F(ProfileStringTest, ABufferOfNoBytesIsNotTouched) {
+TEST(ProfileStringTest, ABufferOfNoBytesIsNotTouched) {
   const ProfileTestFile file("[s]\nkey=1\n");
   EXPECT_EQ(ReadProfile(file.Name(), "s", "key", "default", 0).count, 0U);
   EXPECT_EQ(ReadProfile(file.Name(), "s", nullptr, "default", 0).count, 0U);
@@ -163,7 +118,7 @@ TEST_F(ProfileStringTest, ABufferOfNoBytesIsNotTouched) {
   EXPECT_EQ(GetPrivateProfileString("s", "key", "default", nullptr, 5, file.Name()), 0U);
 }
 
-TEST_F(ProfileStringTest, TheDefaultMayLieInTheBuffer) {
+TEST(ProfileStringTest, TheDefaultMayLieInTheBuffer) {
   const ProfileTestFile file;
   std::string buffer = "#text";
   EXPECT_EQ(GetPrivateProfileString("s", "k", buffer.data() + 1, buffer.data(), 5, file.Name()),
@@ -171,14 +126,15 @@ TEST_F(ProfileStringTest, TheDefaultMayLieInTheBuffer) {
   EXPECT_EQ(buffer, "text\0"s);
 }
 
-TEST_F(ProfileStringTest, AFileThatCannotBeOpenedIsTraced) {
+TEST(ProfileStringTest, AFileThatCannotBeOpenedIsTracedAtLevel4) {
   const ProfileTestFile file;
-  EXPECT_EQ(LevelOf(CANNOT_OPEN, [&] { ReadProfile(file.Name(), "s", "key", "x"); }), 4U);
-  EXPECT_EQ(TracesOf([&] { ReadProfile(file.Name(), nullptr, nullptr, nullptr); }),
-            std::vector{"GetPrivateProfileString: Cannot open "s + file.Name() + "\n"});
+  const auto read = [&] { ReadProfile(file.Name(), nullptr, nullptr, nullptr); };
+  EXPECT_THAT(TracesOf(read, 3), ElementsAre());
+  EXPECT_THAT(TracesOf(read, 4),
+              ElementsAre("GetPrivateProfileString: Cannot open "s + file.Name() + "\n"));
 }
 
-TEST_F(ProfileStringTest, APipeOrDirectoryCannotBeOpenedAndNothingWaits) {
+TEST(ProfileStringTest, APipeOrDirectoryCannotBeOpenedAndNothingWaits) {
   const ProfileTestFile file;
   const std::string pipe = file.NameOf("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -188,108 +144,102 @@ TEST_F(ProfileStringTest, APipeOrDirectoryCannotBeOpenedAndNothingWaits) {
   }
 }
 
-TEST_F(ProfileStringTest, ANullFileNameCannotBeOpened) {
+TEST(ProfileStringTest, ANullFileNameCannotBeOpened) {
   EXPECT_EQ(TracesOf([] { ReadProfile(nullptr, "s", "key", "x"); }),
             std::vector{"GetPrivateProfileString: Cannot open <nil>\n"s});
   EXPECT_EQ(ReadProfile(nullptr, "s", "key", "x").text, "x");
 }
 
-TEST_F(ProfileStringTest, AFileThatCannotBeReadToItsEndCountsAsNotOpened) {
+TEST(ProfileStringTest, AFileThatCannotBeReadToItsEndCountsAsNotOpened) {
   const ProfileTestFile file("[a]\n" + std::string(40000, '\n') + "[b]\n");
-  int reads = 0;
-  g_onRead = [&reads] { g_bReadFails = ++reads > 1; };
   const std::vector<std::string> traces = TracesOf([&] {
+    const auto failing = calls::read.Fail(EIO, 1);
     const ProfileAnswer answer = ReadProfile(file.Name(), nullptr, nullptr, "x");
     EXPECT_EQ(answer.count, 0U);
     EXPECT_EQ(answer.buffer.front(), '\0');
   });
-  EXPECT_EQ(traces, std::vector{"GetPrivateProfileString: Cannot open "s + file.Name() + "\n"});
-  reads = 0;
+  EXPECT_THAT(traces, ElementsAre("GetPrivateProfileString: Cannot open "s + file.Name() + "\n"));
+  const auto failing = calls::read.Fail(EIO, 1);
   EXPECT_EQ(ReadProfile(file.Name(), "b", "key", "x").text, "x");
 }
 
-TEST_F(ProfileStringTest, NothingIsReadBehindTheAnswer) {
+TEST(ProfileStringTest, NothingIsReadBehindTheAnswer) {
   const ProfileTestFile file("[a]\nkey=1\n[b]\n" + std::string(40000, '\n'));
-  int reads = 0;
-  g_onRead = [&reads] { g_bReadFails = ++reads > 1; };
+  const auto reads = calls::read.Watch();
   EXPECT_EQ(ReadProfile(file.Name(), "a", "key", "x").text, "1");
-  reads = 0;
   EXPECT_EQ(ReadProfile(file.Name(), "a", "other", "x").text, "x");
-  EXPECT_EQ(reads, 1);
-  reads = 0;
   EXPECT_EQ(ReadProfile(file.Name(), nullptr, nullptr, "x", 4).text, "a\0"s);
+  EXPECT_EQ(reads.GetCount(), 3);
 }
 
-TEST_F(ProfileStringTest, ASuccessfulReadTracesNothing) {
+TEST(ProfileStringTest, ASuccessfulReadTracesNothing) {
   const ProfileTestFile file("[s]\nkey=1\n");
   EXPECT_TRUE(TracesOf([&] { ReadProfile(file.Name(), "s", "key", "x"); }).empty());
 }
 
-TEST_F(ProfileStringTest, ANullSectionIsRefused) {
+TEST(ProfileStringTest, ANullSectionIsRefusedAtLevel4) {
   const ProfileTestFile file;
-  EXPECT_EQ(
-      LevelOf(NO_SECTION,
-              [&] { EXPECT_EQ(WritePrivateProfileString(nullptr, "k", "v", file.Name()), 0U); }),
-      4U);
+  const auto write = [&] {
+    EXPECT_EQ(WritePrivateProfileString(nullptr, "k", "v", file.Name()), 0U);
+  };
+  EXPECT_THAT(TracesOf(write, 3), ElementsAre());
+  EXPECT_THAT(TracesOf(write, 4),
+              ElementsAre("WritePrivateProfileString: ## WARNING: invalid pointer to AppName\n"));
   EXPECT_EQ(TracesOf([] { WritePrivateProfileString(nullptr, "k", "v", nullptr); }),
-            std::vector{std::string(NO_SECTION)});
+            TracesOf(write));
   EXPECT_FALSE(file.Exists());
 }
 
-TEST_F(ProfileStringTest, ANullFileNameIsRefused) {
-  EXPECT_EQ(
-      LevelOf(NO_FILE, [] { EXPECT_EQ(WritePrivateProfileString("s", "k", "v", nullptr), 0U); }),
-      4U);
-  EXPECT_EQ(TracesOf([] { WritePrivateProfileString("s", "k", "v", nullptr); }),
-            std::vector{std::string(NO_FILE)});
+TEST(ProfileStringTest, ANullFileNameIsRefusedAtLevel4) {
+  const auto write = [] { EXPECT_EQ(WritePrivateProfileString("s", "k", "v", nullptr), 0U); };
+  EXPECT_THAT(TracesOf(write, 3), ElementsAre());
+  EXPECT_THAT(TracesOf(write, 4),
+              ElementsAre("WritePrivateProfileString: ## WARNING: invalid pointer to FileName\n"));
 }
 
-TEST_F(ProfileStringTest, AWriteTracesItsCallAndItsResult) {
+TEST(ProfileStringTest, AWriteTracesItsCallAndItsResultAtLevel4) {
   const ProfileTestFile file;
   const auto write = [&] { WritePrivateProfileString("s", "k", "v", file.Name()); };
-  EXPECT_EQ(LevelOf(CALL, write), 4U);
-  EXPECT_EQ(LevelOf(RESULT, write), 4U);
-  EXPECT_EQ(TracesOf(write),
-            (std::vector{"WritePrivateProfileString(s, k, v, "s + file.Name() + ")\n",
-                         "WritePrivateProfileString rc=0x0001\n"s}));
-  EXPECT_EQ(TracesOf([&] { WritePrivateProfileString("x", "k", nullptr, file.Name()); }).back(),
-            "WritePrivateProfileString rc=0x0000\n");
+  EXPECT_THAT(TracesOf(write, 3), ElementsAre());
+  EXPECT_THAT(TracesOf(write, 4),
+              ElementsAre("WritePrivateProfileString(s, k, v, "s + file.Name() + ")\n",
+                          "WritePrivateProfileString rc=0x0001\n"));
 }
 
-TEST_F(ProfileStringTest, ANullKeyOrValueIsShownAsNil) {
+TEST(ProfileStringTest, ANullKeyOrValueIsShownAsNil) {
   const ProfileTestFile file("");
   EXPECT_EQ(
       TracesOf([&] { WritePrivateProfileString("s", nullptr, nullptr, file.Name()); }).front(),
       "WritePrivateProfileString(s, <nil>, <nil>, "s + file.Name() + ")\n");
 }
 
-TEST_F(ProfileStringTest, AFileThatCannotBeMadeIsTraced) {
+TEST(ProfileStringTest, AFileThatCannotBeMadeIsTracedAtLevel1) {
   const ProfileTestFile file;
   const std::string name = file.NameOf("missing/file");
+  const std::string error =
+      "WritePrivateProfileString: ## WARNING: append open error: " + name + "\n";
   const auto write = [&] { EXPECT_EQ(WritePrivateProfileString("s", "k", "v", name.c_str()), 0U); };
-  EXPECT_EQ(LevelOf(APPEND_ERROR, write), 1U);
-  EXPECT_EQ(TracesOf(write),
-            (std::vector{"WritePrivateProfileString(s, k, v, " + name + ")\n",
-                         "WritePrivateProfileString: ## WARNING: append open error: " + name + "\n",
-                         "WritePrivateProfileString rc=0x0000\n"s}));
+  EXPECT_THAT(TracesOf(write, 1), ElementsAre(error));
+  EXPECT_THAT(TracesOf(write), ElementsAre("WritePrivateProfileString(s, k, v, " + name + ")\n",
+                                           error, "WritePrivateProfileString rc=0x0000\n"));
 }
 
-TEST_F(ProfileStringTest, RemovingFromAMissingFileIsNoOpenError) {
+TEST(ProfileStringTest, RemovingFromAMissingFileIsNoOpenError) {
   const ProfileTestFile file;
   EXPECT_EQ(TracesOf([&] { WritePrivateProfileString("s", "k", nullptr, file.Name()); }).size(),
             2U);
 }
 
-TEST_F(ProfileStringTest, ReadsWhatWasWritten) {
+TEST(ProfileStringTest, ReadsWhatWasWritten) {
   const ProfileTestFile file;
   EXPECT_EQ(WritePrivateProfileString("s", "k", "v", file.Name()), 1U);
   EXPECT_EQ(ReadProfile(file.Name(), "s", "k", "x").text, "v");
 }
 
-TEST_F(ProfileStringTest, ASinkThatThrowsLosesNoLockAndNoDescriptor) {
+TEST(ProfileStringTest, ASinkThatThrowsLosesNoLockAndNoDescriptor) {
   const ProfileTestFile file;
   const ptrdiff_t before = CountDescriptors();
-  for (const char* const format : {CANNOT_OPEN, CALL, RESULT, APPEND_ERROR}) {
+  for (const char* const format : {CANNOT_OPEN, CALL_LINE, RESULT_LINE, APPEND_ERROR}) {
     TraceSession session(5);
     session.ThrowAt(format);
     const std::string name = format == APPEND_ERROR ? file.NameOf("x/y") : file.Name();
@@ -305,13 +255,13 @@ TEST_F(ProfileStringTest, ASinkThatThrowsLosesNoLockAndNoDescriptor) {
   EXPECT_EQ(file.Text(), "\n[s]\n\nk=v\n");
 }
 
-TEST_F(ProfileStringTest, TheSinkMayCallBack) {
+TEST(ProfileStringTest, TheSinkMayCallBack) {
   const ProfileTestFile file;
   const ProfileTestFile other;
   TraceSession session(5);
   bool isInside = false;
   int calls = 0;
-  for (const char* const format : {CANNOT_OPEN, CALL, APPEND_ERROR, RESULT}) {
+  for (const char* const format : {CANNOT_OPEN, CALL_LINE, APPEND_ERROR, RESULT_LINE}) {
     session.CallAt(format, [&] {
       if (!std::exchange(isInside, true)) {
         EXPECT_EQ(WritePrivateProfileString("s", "k", "v", other.Name()), 1U);
@@ -326,32 +276,34 @@ TEST_F(ProfileStringTest, TheSinkMayCallBack) {
   EXPECT_EQ(calls, 4);
 }
 
-TEST_F(ProfileStringTest, ACancelledThreadFinishesItsRead) {
+TEST(ProfileStringTest, ACancelledThreadFinishesItsRead) {
   const ProfileTestFile file("[s]\nk=v\n");
-  for (auto* const hook : {&g_onRead, &g_onClose}) {
-    EXPECT_TRUE(SurvivesCancellation(
-        *hook, [&] { EXPECT_EQ(ReadProfile(file.Name(), "s", "k", "x").text, "v"); }));
-  }
+  const auto read = [&] { EXPECT_EQ(ReadProfile(file.Name(), "s", "k", "x").text, "v"); };
+  EXPECT_TRUE(SurvivesCancellation(calls::read, read));
+  EXPECT_TRUE(SurvivesCancellation(calls::close, read));
 }
 
-TEST_F(ProfileStringTest, ACancelledThreadFinishesItsWrite) {
-  for (auto* const hook : {&g_onRead, &g_onWrite, &g_onClose}) {
+TEST(ProfileStringTest, ACancelledThreadFinishesItsWrite) {
+  const auto expectWritten = [](auto& call) {
     const ProfileTestFile file("[s]\nk=v\na=1\n");
     EXPECT_TRUE(SurvivesCancellation(
-        *hook, [&] { WritePrivateProfileString("s", "k", "value", file.Name()); }));
+        call, [&] { WritePrivateProfileString("s", "k", "value", file.Name()); }));
     EXPECT_EQ(file.Text(), "[s]\n\nk=value\na=1\n");
-  }
+  };
+  expectWritten(calls::read);
+  expectWritten(calls::pwrite);
+  expectWritten(calls::close);
 }
 
-TEST_F(ProfileStringTest, WritersOfOneFileDoNotLoseEachOthersKeys) {
+TEST(ProfileStringTest, WritersOfOneFileDoNotLoseEachOthersKeys) {
   const ProfileTestFile file("[s]\n\n");
   std::atomic<int> writers = 0;
   std::atomic<bool> haveMet = false;
-  g_onWrite = [&] {
+  const auto writes = BeforeEachWrite([&] {
     haveMet = ++writers > 1 || haveMet;
     YieldUntil([&] { return haveMet.load(); });
     --writers;
-  };
+  });
   const auto write = [&file](const std::string& prefix) {
     for (int i = 0; i < 8; ++i) {
       WritePrivateProfileString("s", (prefix + std::to_string(i)).c_str(), "value", file.Name());
@@ -365,7 +317,7 @@ TEST_F(ProfileStringTest, WritersOfOneFileDoNotLoseEachOthersKeys) {
   EXPECT_EQ(ReadProfile(file.Name(), "s", nullptr, nullptr, 1000).count, 2U * 8 * 3);
 }
 
-TEST_F(ProfileStringTest, AReaderNeverSeesAnUpdateHalfDone) {
+TEST(ProfileStringTest, AReaderNeverSeesAnUpdateHalfDone) {
   // While the value of b grows by ten bytes, the last line stands there twice.
   const ProfileTestFile file("[s]\na=1\nb=\n[t]\nkey=value\n");
   std::atomic<int> reads = 0;
@@ -377,10 +329,10 @@ TEST_F(ProfileStringTest, AReaderNeverSeesAnUpdateHalfDone) {
       ++reads;
     }
   });
-  g_onWrite = [&] {
+  const auto writes = BeforeEachWrite([&] {
     const int before = reads;
     YieldUntil([&] { return reads > before + 1; });
-  };
+  });
   for (const char* const value : {"0123456789", "", "0123456789", "", "0123456789"}) {
     WritePrivateProfileString("s", "b", value, file.Name());
   }
@@ -388,3 +340,5 @@ TEST_F(ProfileStringTest, AReaderNeverSeesAnUpdateHalfDone) {
   reader.join();
   EXPECT_EQ(failures, 0);
 }
+
+}  // namespace

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
 
 namespace {
 
@@ -31,8 +31,6 @@ ProfileAnswer Keys(const std::string& text, uint32_t size = 64, const char* sect
   const ProfileTestFile file(text);
   return ReadProfile(file.Name(), section, nullptr, "default", size);
 }
-
-}  // namespace
 
 TEST(ProfileReaderTest, ReadsTheValueOfAKey) {
   EXPECT_EQ(Value("[a]\nkey=1\n[s]\nother=2\nkey=3\n[b]\nkey=4\n"), "3");
@@ -203,3 +201,5 @@ TEST(ProfileReaderTest, ALineEndsAtANul) {
   EXPECT_EQ(Value("[s]\nkey=a\0b\n"s), "a");
   EXPECT_EQ(Value("[s\0]\nkey=a\n"s), "default");
 }
+
+}  // namespace

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
 
 namespace {
 
@@ -17,8 +17,6 @@ int32_t Integer(const std::string& value) {
   const ProfileTestFile file("[s]\nkey=" + value + "\n");
   return CProfile(file.Name()).ReadInteger("s", "key", 77);
 }
-
-}  // namespace
 
 TEST(ProfileTest, IsBoundToOneFileName) {
   EXPECT_EQ(CProfile("name.ini").GetFileName(), "name.ini");
@@ -157,3 +155,5 @@ TEST(ProfileTest, AWriteThatFailsIsReported) {
   EXPECT_FALSE(profile.DeleteKey("s", "key"));
   EXPECT_FALSE(profile.DeleteSection("s"));
 }
+
+}  // namespace

@@ -6,75 +6,16 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <filesystem>
-#include <functional>
 #include <string>
-#include <vector>
 
-#include "tests/platform/profile_test_file.h"
-
-namespace {
-
-// The errno with which an open with these flags fails; 0: it does not.
-std::function<int(int flags)> g_onOpen;
-bool g_bReadFails = false;
-bool g_bWriteFails = false;
-std::vector<std::string> g_oRemoved;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" int __real_open(const char* path, int flags, ...);
-extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
-extern "C" ssize_t __real_pwrite(int descriptor, const void* buffer, size_t size, off_t offset);
-extern "C" int __real_unlink(const char* path);
-
-extern "C" int __wrap_open(const char* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = va_arg(arguments, mode_t);
-  va_end(arguments);
-  const int error = g_onOpen ? g_onOpen(flags) : 0;
-  if (error != 0) {
-    errno = error;
-    return -1;
-  }
-  return __real_open(path, flags, mode);
-}
-
-extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  if (g_bReadFails) {
-    errno = EIO;
-    return -1;
-  }
-  return __real_read(descriptor, buffer, size);
-}
-
-extern "C" ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t offset) {
-  if (g_bWriteFails) {
-    errno = ENOSPC;
-    return -1;
-  }
-  return __real_pwrite(descriptor, buffer, size, offset);
-}
-
-extern "C" int __wrap_unlink(const char* path) {
-  g_oRemoved.emplace_back(path);
-  return __real_unlink(path);
-}
-// NOLINTEND(bugprone-reserved-identifier)
+#include "tests/platform/profile/profile_test_file.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
 class ProfileWriterTest : public testing::Test {
  protected:
-  ~ProfileWriterTest() override {
-    g_onOpen = nullptr;
-    g_bReadFails = g_bWriteFails = false;
-    g_oRemoved.clear();
-  }
-
   static ProfileUpdate Update(const char* key, const char* value, const std::string& file) {
     return UpdateProfileFile("s", key, value, file.c_str(), {});
   }
@@ -94,13 +35,15 @@ class ProfileWriterTest : public testing::Test {
   const ProfileTestFile m_oFile;
 };
 
-void RefuseReading(int error) {
-  g_onOpen = [error](int flags) { return (flags & O_ACCMODE) == O_RDWR ? error : 0; };
+// Lets no file be opened for reading and writing.
+ScopedAnswer RefuseReading() {
+  return calls::open.Answer([](const char* path, int flags, mode_t mode) {
+    return (flags & O_ACCMODE) == O_RDWR ? calls::open.FailNow(EACCES, path, flags, mode)
+                                         : calls::open.Real(path, flags, mode);
+  });
 }
 
 constexpr char NEW_SECTION[] = "\n[s]\n\nkey=new\n";
-
-}  // namespace
 
 TEST_F(ProfileWriterTest, ANewFileGetsAnEmptyLineTheHeaderAnEmptyLineAndTheKey) {
   EXPECT_EQ(Write(), ProfileUpdate::DONE);
@@ -126,14 +69,14 @@ TEST_F(ProfileWriterTest, RemovingFromAMissingFileMakesNone) {
 
 TEST_F(ProfileWriterTest, AFileThatCannotBeReadIsAppendedTo) {
   m_oFile.SetText("[s]\nkey=old\n");
-  RefuseReading(EACCES);
+  const auto refusing = RefuseReading();
   EXPECT_EQ(Write(), ProfileUpdate::DONE);
   EXPECT_EQ(m_oFile.Text(), std::string("[s]\nkey=old\n") + NEW_SECTION);
 }
 
 TEST_F(ProfileWriterTest, NothingIsRemovedFromAFileThatCannotBeOpened) {
   m_oFile.SetText("[s]\nkey=old\n");
-  RefuseReading(EACCES);
+  const auto refusing = RefuseReading();
   EXPECT_EQ(RemoveKey(), ProfileUpdate::CANNOT_OPEN);
   EXPECT_EQ(RemoveSection(), ProfileUpdate::CANNOT_OPEN);
   EXPECT_EQ(m_oFile.Text(), "[s]\nkey=old\n");
@@ -168,41 +111,41 @@ TEST_F(ProfileWriterTest, WritesThroughALink) {
 }
 
 TEST_F(ProfileWriterTest, AFileThatAppearsMeanwhileIsSearched) {
-  g_onOpen = [this](int flags) {
+  const auto appears = calls::open.Answer([this](const char* path, int flags, mode_t mode) {
     if ((flags & O_EXCL) != 0) {
       m_oFile.SetText("[s]\nkey=old\n[a]\n");
     }
-    return 0;
-  };
+    return calls::open.Real(path, flags, mode);
+  });
   EXPECT_EQ(Write(), ProfileUpdate::DONE);
   EXPECT_EQ(m_oFile.Text(), "[s]\n\nkey=new\n[a]\n");
 }
 
 TEST_F(ProfileWriterTest, ANewFileThatCannotBeWrittenIsRemoved) {
-  g_bWriteFails = true;
+  const auto failing = calls::pwrite.Fail(ENOSPC);
   EXPECT_EQ(Write(), ProfileUpdate::NOT_DONE);
   EXPECT_FALSE(m_oFile.Exists());
-  EXPECT_EQ(g_oRemoved, std::vector<std::string>{m_oFile.Name()});
 }
 
 TEST_F(ProfileWriterTest, AFileThatCannotBeWrittenStays) {
+  const auto failing = calls::pwrite.Fail(ENOSPC);
   for (const std::string text : {"[s]\na=1\nkey=old\n", "[s]\n", "[a]\n", ""}) {
     m_oFile.SetText(text);
-    g_bWriteFails = true;
     EXPECT_EQ(Write(), ProfileUpdate::NOT_DONE);
-    RefuseReading(EACCES);
-    EXPECT_EQ(Write(), ProfileUpdate::NOT_DONE);
-    g_onOpen = nullptr;
-    g_bWriteFails = false;
+    {
+      const auto refusing = RefuseReading();
+      EXPECT_EQ(Write(), ProfileUpdate::NOT_DONE);
+    }
+    EXPECT_TRUE(m_oFile.Exists());
     EXPECT_EQ(m_oFile.Text(), text);
   }
-  EXPECT_TRUE(g_oRemoved.empty());
 }
 
 TEST_F(ProfileWriterTest, AFileThatCannotBeReadToItsEndStays) {
   m_oFile.SetText("[s]\na=1\n");
-  g_bReadFails = true;
+  const auto failing = calls::read.Fail(EIO);
   ExpectResult(ProfileUpdate::NOT_DONE);
-  g_bReadFails = false;
   EXPECT_EQ(m_oFile.Text(), "[s]\na=1\n");
 }
+
+}  // namespace

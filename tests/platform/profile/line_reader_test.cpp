@@ -2,35 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <string>
 
+#include "tests/support/descriptor_count.h"
 #include "tests/support/scratch_directory.h"
-
-namespace {
-
-int g_nReadErrno = 0;         // a read fails with it,
-int g_nReadsThatSucceed = 0;  // after so many that do not
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-ssize_t __real_read(int descriptor, void* buffer, size_t size);
-ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  if (g_nReadErrno != 0 && g_nReadsThatSucceed-- == 0) {
-    errno = g_nReadErrno;
-    g_nReadErrno = 0;
-    return -1;
-  }
-  return __real_read(descriptor, buffer, size);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#include "tests/support/system_calls.h"
 
 namespace {
 
@@ -53,8 +31,6 @@ class LineReaderTest : public testing::Test {
 
   const ScratchDirectory m_oScratch;
 };
-
-}  // namespace
 
 TEST_F(LineReaderTest, GivesLinesWithoutTheirEnd) {
   EXPECT_EQ(Lines("one\n two \r\n\nfour\n"), "[one][ two \r][][four]");
@@ -88,23 +64,30 @@ TEST_F(LineReaderTest, DropsALineInWhichReadingFails) {
   CLineReader reader(file.c_str());
   std::string line;
   ASSERT_TRUE(reader.Read(line));
-  g_nReadErrno = EIO;
+  const auto failing = calls::read.Fail(EIO);
   EXPECT_FALSE(reader.Read(line));
   EXPECT_EQ(line, "");
 }
 
 TEST_F(LineReaderTest, RepeatsAReadThatASignalInterrupts) {
-  g_nReadErrno = EINTR;
+  const auto interrupted = calls::read.Fail(EINTR, 0, 1);
   EXPECT_EQ(Lines("one\n"), "[one]");
 }
 
-TEST_F(LineReaderTest, KeepsItsDescriptorFromOtherPrograms) {
-  const int next = dup(0);
-  ASSERT_GE(next, 0);
-  close(next);
+TEST_F(LineReaderTest, KeepsItsDescriptorFromOtherProgramsAndClosesIt) {
+  const ptrdiff_t before = CountDescriptors();
+  int descriptor = -1;
+  const auto reads = calls::read.Answer([&](int file, void* buffer, size_t size) {
+    descriptor = file;
+    return calls::read.Real(file, buffer, size);
+  });
   {
-    const CLineReader reader(Make("").c_str());
-    EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+    CLineReader reader(Make("line").c_str());
+    std::string line;
+    EXPECT_TRUE(reader.Read(line));
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
   }
-  EXPECT_EQ(fcntl(next, F_GETFD), -1) << "still open";
+  EXPECT_EQ(CountDescriptors(), before);
 }
+
+}  // namespace

@@ -2,71 +2,37 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <functional>
-#include <new>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/system_calls.h"
+#include "trace/descriptor.h"
 
 namespace {
 
 using std::string_literals::operator""s;
 
-// Gives the result of the next read of the product, or more than 0 to go on with the real one.
-std::function<ssize_t()> g_onRead;
-size_t g_nReadLimit = SIZE_MAX;  // bytes for one read
-bool g_bMemoryIsShort = false;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
-
-extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  const ssize_t result = g_onRead ? g_onRead() : 1;
-  return result > 0 ? __real_read(descriptor, buffer, std::min(size, g_nReadLimit)) : result;
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return g_bMemoryIsShort ? nullptr : ::operator new[](size);
-}
-
-namespace {
-
-class ProfileLinesTest : public testing::Test {
- protected:
-  ~ProfileLinesTest() override {
-    g_onRead = nullptr;
-    g_nReadLimit = SIZE_MAX;
-    g_bMemoryIsShort = false;
-  }
-};
-
-class OpenFile {
+class OpenProfile {
  public:
-  explicit OpenFile(const std::string& text)
-      : m_file(text), m_descriptor(open(m_file.Name(), O_RDONLY | O_CLOEXEC)) {}
-  ~OpenFile() { close(m_descriptor); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
+  explicit OpenProfile(const std::string& text)
+      : m_oFile(text), m_oOpen(open(m_oFile.Name(), O_RDONLY | O_CLOEXEC, 0)) {}
 
-  int Descriptor() const { return m_descriptor; }
+  int Descriptor() const { return m_oOpen.Get(); }
 
  private:
-  const ProfileTestFile m_file;
-  const int m_descriptor;
+  const ProfileTestFile m_oFile;
+  const CDescriptor m_oOpen;
 };
 
 using Lines = std::vector<std::string>;
 
 Lines LinesOf(const std::string& text) {
-  const OpenFile file(text);
+  const OpenProfile file(text);
   CProfileLines lines(file.Descriptor());
   Lines result;
   std::string_view line;
@@ -78,19 +44,17 @@ Lines LinesOf(const std::string& text) {
   return result;
 }
 
-}  // namespace
-
-TEST_F(ProfileLinesTest, GivesEachLineWithItsLineEnd) {
+TEST(ProfileLinesTest, GivesEachLineWithItsLineEnd) {
   EXPECT_EQ(LinesOf("a\n\nbc\n"), (Lines{"a\n", "\n", "bc\n"}));
 }
 
-TEST_F(ProfileLinesTest, AnEmptyFileHasNoLine) { EXPECT_EQ(LinesOf(""), Lines()); }
+TEST(ProfileLinesTest, AnEmptyFileHasNoLine) { EXPECT_EQ(LinesOf(""), Lines()); }
 
-TEST_F(ProfileLinesTest, TheLastLineMayHaveNoLineEnd) {
+TEST(ProfileLinesTest, TheLastLineMayHaveNoLineEnd) {
   EXPECT_EQ(LinesOf("a\nb"), (Lines{"a\n", "b"}));
 }
 
-TEST_F(ProfileLinesTest, CutsLongLinesIntoPiecesOf1023Characters) {
+TEST(ProfileLinesTest, CutsLongLinesIntoPiecesOf1023Characters) {
   const std::string piece(1023, 'x');
   EXPECT_EQ(LinesOf(piece + piece + "y\n"), (Lines{piece, piece, "y\n"}));
   EXPECT_EQ(LinesOf(piece + "\n"), (Lines{piece, "\n"}));
@@ -98,12 +62,12 @@ TEST_F(ProfileLinesTest, CutsLongLinesIntoPiecesOf1023Characters) {
   EXPECT_EQ(LinesOf(piece.substr(1) + "\ny"), (Lines{piece.substr(1) + "\n", "y"}));
 }
 
-TEST_F(ProfileLinesTest, ALineEndsAtItsFirstNul) {
+TEST(ProfileLinesTest, ALineEndsAtItsFirstNul) {
   EXPECT_EQ(LinesOf("a\0b\0c\n\0d\ne\n"s), (Lines{"a", "", "e\n"}));
   EXPECT_EQ(LinesOf("\0"s + std::string(1022, 'x') + "y\n"), (Lines{"", "y\n"}));
 }
 
-TEST_F(ProfileLinesTest, LinesMayLieAnywhereInALargeFile) {
+TEST(ProfileLinesTest, LinesMayLieAnywhereInALargeFile) {
   Lines expected;
   std::string text;
   for (size_t i = 0; text.size() < 500'000; ++i) {
@@ -117,20 +81,23 @@ TEST_F(ProfileLinesTest, LinesMayLieAnywhereInALargeFile) {
   expected.emplace_back("z");
   text += "z";
   EXPECT_EQ(LinesOf(text), expected);
-  g_nReadLimit = 700;
+  size_t limit = 700;  // bytes for one read
+  const auto reads = calls::read.Answer([&limit](int descriptor, void* buffer, size_t size) {
+    return calls::read.Real(descriptor, buffer, std::min(size, limit));
+  });
   EXPECT_EQ(LinesOf(text), expected);
-  g_nReadLimit = 1;
+  limit = 1;
   EXPECT_EQ(LinesOf(text.substr(0, 5000)).size(), 100U);
 }
 
-TEST_F(ProfileLinesTest, ANulInAnEarlierBlockStillEndsItsLine) {
+TEST(ProfileLinesTest, ANulInAnEarlierBlockStillEndsItsLine) {
   const std::string block = std::string(32765, '\n') + "a\0b"s;
   ASSERT_EQ(block.size(), 32768U);
   EXPECT_EQ(LinesOf(block + "c\n").back(), "a");
 }
 
-TEST_F(ProfileLinesTest, TellsTheOffsetBehindEachLine) {
-  const OpenFile file("ab\nc\0d\ne"s);
+TEST(ProfileLinesTest, TellsTheOffsetBehindEachLine) {
+  const OpenProfile file("ab\nc\0d\ne"s);
   CProfileLines lines(file.Descriptor());
   std::string_view line;
   std::vector<off_t> offsets = {lines.GetOffset()};
@@ -140,43 +107,35 @@ TEST_F(ProfileLinesTest, TellsTheOffsetBehindEachLine) {
   EXPECT_EQ(offsets, (std::vector<off_t>{0, 3, 7, 8}));
 }
 
-TEST_F(ProfileLinesTest, AnInterruptedReadIsRepeated) {
-  int count = 0;
-  g_onRead = [&count] {
-    errno = EINTR;
-    return ++count % 2 == 0 ? 1 : -1;
-  };
+TEST(ProfileLinesTest, AnInterruptedReadIsRepeated) {
+  const auto interrupted = calls::read.Fail(EINTR, 0, 1);
   EXPECT_EQ(LinesOf("a\nb\n"), (Lines{"a\n", "b\n"}));
-  EXPECT_EQ(count, 4);
+  EXPECT_EQ(interrupted.GetCount(), 3);
 }
 
-TEST_F(ProfileLinesTest, AReadThatFailsIsAFailure) {
-  const OpenFile file("a\nb");
+TEST(ProfileLinesTest, AReadThatFailsIsAFailure) {
+  const OpenProfile file("a\nb");
   CProfileLines lines(file.Descriptor());
   std::string_view line;
   EXPECT_TRUE(lines.Next(line));
-  g_onRead = [] {
-    errno = EIO;
-    return -1;
-  };
+  const auto failing = calls::read.Fail(EIO, 0, 1);
   EXPECT_FALSE(lines.Next(line));
   EXPECT_TRUE(lines.HasFailed());
-  g_onRead = nullptr;
   EXPECT_FALSE(lines.Next(line));
 }
 
-TEST_F(ProfileLinesTest, MissingMemoryIsAFailure) {
-  const OpenFile file("a\n");
-  g_bMemoryIsShort = true;
+TEST(ProfileLinesTest, MissingMemoryIsAFailure) {
+  const OpenProfile file("a\n");
+  FailingNew memory(0);
   CProfileLines lines(file.Descriptor());
-  g_bMemoryIsShort = false;
+  memory.Stop();
   EXPECT_TRUE(lines.HasFailed());
   std::string_view line;
   EXPECT_FALSE(lines.Next(line));
   EXPECT_TRUE(lines.HasFailed());
 }
 
-TEST_F(ProfileLinesTest, RecognisesTheHeaderOfASection) {
+TEST(ProfileLinesTest, RecognisesTheHeaderOfASection) {
   EXPECT_TRUE(IsProfileHeader("[s]", "s"));
   EXPECT_TRUE(IsProfileHeader("[s] text", "s"));
   EXPECT_TRUE(IsProfileHeader("[]", ""));
@@ -184,3 +143,5 @@ TEST_F(ProfileLinesTest, RecognisesTheHeaderOfASection) {
     EXPECT_FALSE(IsProfileHeader(line, "s")) << line;
   }
 }
+
+}  // namespace

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
 
 namespace {
 
@@ -28,8 +28,6 @@ bool IsUnchangedBy(const std::string& text, const char* key, const char* value) 
 
 // What a missing section adds at the end of the file.
 constexpr char SECTION[] = "\n[s]\n\nkey=new\n";
-
-}  // namespace
 
 TEST(ProfilePlaceTest, ReplacesTheLineOfAKey) {
   EXPECT_EQ(Written("[s]\na=1\nkey=old\nb=2\n"), "[s]\na=1\nkey=new\nb=2\n");
@@ -169,3 +167,5 @@ TEST(ProfilePlaceTest, ALineEndsAtANul) {
 TEST(ProfilePlaceTest, WritesTheTextsAsTheyAre) {
   EXPECT_EQ(Updated("[s]\na=1\n", " k ", " \"v\" ; c "), "[s]\na=1\n k = \"v\" ; c \n");
 }
+
+}  // namespace

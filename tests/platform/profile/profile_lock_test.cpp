@@ -11,48 +11,30 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "platform/profile_string.h"
 #include "platform/profile_writer.h"
-#include "tests/platform/profile_test_file.h"
+#include "tests/platform/profile/profile_test_file.h"
+#include "tests/support/system_calls.h"
 #include "trace/descriptor.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
+using std::chrono::steady_clock;
 
-// Called before the product asks for a lock.
-std::function<void()> g_onLock;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" int __real_flock(int descriptor, int operation);
-
-extern "C" int __wrap_flock(int descriptor, int operation) {
-  if (operation != LOCK_UN) {
-    if (const auto action = g_onLock) {
-      action();
-    }
-  }
-  return __real_flock(descriptor, operation);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-namespace {
-
-constexpr char TEXT[] = "[s]\nkey=old\n";
+constexpr char OLD_PROFILE[] = "[s]\nkey=old\n";
 
 // Holds the lock of a file as another process would: through an open file of its own.
 class HeldLock {
  public:
   HeldLock(const ProfileTestFile& file, int operation)
-      : m_oFile(open(file.Name(), O_RDONLY | O_CLOEXEC)) {
-    EXPECT_EQ(__real_flock(m_oFile.Get(), operation | LOCK_NB), 0);
+      : m_oFile(open(file.Name(), O_RDONLY | O_CLOEXEC, 0)) {
+    EXPECT_EQ(flock(m_oFile.Get(), operation | LOCK_NB), 0);
   }
 
-  void Release() const { EXPECT_EQ(__real_flock(m_oFile.Get(), LOCK_UN), 0); }
+  void Release() const { EXPECT_EQ(flock(m_oFile.Get(), LOCK_UN), 0); }
 
  private:
   const CDescriptor m_oFile;
@@ -60,13 +42,21 @@ class HeldLock {
 
 class ProfileLockTest : public testing::Test {
  protected:
-  ~ProfileLockTest() override { g_onLock = nullptr; }
-
   uint32_t Write() const { return WritePrivateProfileString("s", "key", "new", m_oFile.Name()); }
+
+  // Runs `action` once, between opening a file and asking for its lock.
+  static ScopedAnswer BeforeTheLock(const std::function<void()>& action) {
+    return calls::flock.Answer([action, isFirst = true](int descriptor, int operation) mutable {
+      if (std::exchange(isFirst, false)) {
+        action();
+      }
+      return calls::flock.Real(descriptor, operation);
+    });
+  }
   std::string Read() const { return ReadProfile(m_oFile.Name(), "s", "key", "x").text; }
 
-  const ProfileTestFile m_oFile{TEXT};
-  const Clock::time_point m_oStart = Clock::now();
+  const ProfileTestFile m_oFile{OLD_PROFILE};
+  const steady_clock::time_point m_oStart = steady_clock::now();
 };
 
 // Changes a key of its own 200 times, to values of other lengths, and counts what went wrong: a
@@ -82,35 +72,33 @@ int Exchange(const char* fileName, const char* key) {
   return failures;
 }
 
-}  // namespace
-
 TEST_F(ProfileLockTest, AnUpdateGivesUpAfterASecondOfAnothersRead) {
   const HeldLock lock(m_oFile, LOCK_SH);
   EXPECT_EQ(Write(), 0U);
-  EXPECT_GE(Clock::now() - m_oStart, seconds(1));
-  EXPECT_EQ(m_oFile.Text(), TEXT);
+  EXPECT_GE(steady_clock::now() - m_oStart, seconds(1));
+  EXPECT_EQ(m_oFile.Text(), OLD_PROFILE);
 }
 
 TEST_F(ProfileLockTest, AReadReadsAfterASecondOfAnothersUpdate) {
   const HeldLock lock(m_oFile, LOCK_EX);
   EXPECT_EQ(Read(), "old");
-  EXPECT_GE(Clock::now() - m_oStart, seconds(1));
+  EXPECT_GE(steady_clock::now() - m_oStart, seconds(1));
 }
 
 TEST_F(ProfileLockTest, AReadDoesNotWaitForAnothersRead) {
   const HeldLock lock(m_oFile, LOCK_SH);
   EXPECT_EQ(Read(), "old");
-  EXPECT_LT(Clock::now() - m_oStart, seconds(1));
+  EXPECT_LT(steady_clock::now() - m_oStart, seconds(1));
 }
 
 TEST_F(ProfileLockTest, AnUpdateGoesOnWhenTheOtherIsDone) {
   const HeldLock lock(m_oFile, LOCK_EX);
-  int tries = 0;
-  g_onLock = [&] {
+  const auto locks = calls::flock.Answer([&lock, tries = 0](int descriptor, int operation) mutable {
     if (++tries == 3) {
       lock.Release();
     }
-  };
+    return calls::flock.Real(descriptor, operation);
+  });
   EXPECT_EQ(Write(), 1U);
   EXPECT_EQ(Read(), "new");
 }
@@ -124,15 +112,14 @@ TEST_F(ProfileLockTest, ThreadsThatMeetAHeldFileWaitNoLongerThanOne) {
   for (std::thread& thread : threads) {
     thread.join();
   }
-  EXPECT_LT(Clock::now() - m_oStart, seconds(3));
+  EXPECT_LT(steady_clock::now() - m_oStart, seconds(3));
 }
 
 TEST_F(ProfileLockTest, AnUpdateOfAFileThatIsReplacedMeanwhileChangesTheNewOne) {
-  g_onLock = [this] {
-    g_onLock = nullptr;
+  const auto locks = BeforeTheLock([this] {
     std::filesystem::rename(m_oFile.Name(), m_oFile.NameOf("previous"));
     m_oFile.SetText("[s]\nother=1\n");
-  };
+  });
   EXPECT_EQ(Write(), 1U);
   EXPECT_EQ(m_oFile.Text(), "[s]\nother=1\nkey=new\n");
 }
@@ -140,11 +127,10 @@ TEST_F(ProfileLockTest, AnUpdateOfAFileThatIsReplacedMeanwhileChangesTheNewOne) 
 // Two that find no file: the one that makes it comes second to its lock.
 TEST_F(ProfileLockTest, AFileThatAnotherFillsBeforeItsMakerDoesIsSearchedAgain) {
   std::filesystem::remove(m_oFile.Name());
-  g_onLock = [this] {
-    g_onLock = nullptr;
-    EXPECT_EQ(WritePrivateProfileString("s", "other", "1", m_oFile.Name()), 1U);
-  };
-  EXPECT_EQ(UpdateProfileFile("s", "key", "new", m_oFile.Name(), {}), ProfileUpdate::DONE);
+  const auto locks = BeforeTheLock([this] {
+    EXPECT_EQ(UpdateProfileFile("s", "other", "1", m_oFile.Name(), {}), ProfileUpdate::DONE);
+  });
+  EXPECT_EQ(Write(), 1U);
   EXPECT_EQ(m_oFile.Text(), "\n[s]\n\nother=1\nkey=new\n");
 }
 
@@ -161,3 +147,5 @@ TEST_F(ProfileLockTest, TwoProcessesLoseNothingOfEachOthersChanges) {
   EXPECT_EQ(status, 0);
   EXPECT_EQ(m_oFile.Text(), "[s]\n\na=a\nb=b\n[t]\nuntouched=value\n");
 }
+
+}  // namespace
