@@ -1,5 +1,6 @@
 #include "platform/registry_parser.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -10,19 +11,12 @@
 
 namespace {
 
-// The longest piece of a line that is read at once, in bytes.
-constexpr size_t PIECE_SIZE = 1023;
-
-// Cuts the next piece of a line off `text`. What is returned ends before the piece's line end.
+// Cuts the next piece of a line off `text`, and the line end that follows it directly: a line end
+// that stood alone would end the node.
 std::string_view TakePiece(std::string_view& text) {
-  std::string_view piece = text.substr(0, PIECE_SIZE);
-  const size_t lineEnd = piece.find('\n');
-  if (lineEnd != std::string_view::npos) {
-    piece = piece.substr(0, lineEnd);
-    text.remove_prefix(lineEnd + 1);
-  } else {
-    text.remove_prefix(piece.size());
-  }
+  const size_t lineEnd = text.substr(0, REGISTRY_LINE_LENGTH + 1).find('\n');
+  const std::string_view piece = text.substr(0, std::min(lineEnd, REGISTRY_LINE_LENGTH));
+  text.remove_prefix(piece.size() + (lineEnd != std::string_view::npos ? 1 : 0));
   return piece;
 }
 

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 class CRegistryNode;
+
+// The longest line that is read as one, in bytes without its line end.
+constexpr size_t REGISTRY_LINE_LENGTH = 1023;
 
 // Reads a registry text into `node`. Entries of the text replace those of the same name; what they
 // replace is killed. Nothing is stored before the whole text has been read.
@@ -12,8 +16,8 @@ class CRegistryNode;
 //   name=s=text    name=es=expandable text    name=d=integer    name=b=01 ff
 //
 // and lines "[name]", each followed by the node of that subkey; an empty line or the end of the
-// text ends a node. Lines are read in pieces of 1023 bytes at most and seen up to their first NUL;
-// lines of any other form are ignored. Nesting is limited by memory only.
+// text ends a node. A longer line than REGISTRY_LINE_LENGTH is read as several, each seen up to its
+// first NUL; lines of any other form are ignored. Nesting is limited by memory only.
 //
 // Returns true when the text held at least one key, value, or integer line. Throws std::bad_alloc
 // and then stores nothing.

@@ -1,16 +1,20 @@
 #include "platform/registry_writer.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "platform/registry_node.h"
+#include "platform/registry_parser.h"
 
 namespace {
 
 constexpr char HEXADECIMAL[] = "0123456789abcdef";
+constexpr size_t BYTE_WIDTH = 3;  // two digits and a blank
 
 void WriteBytes(std::string_view bytes, std::string& text) {
   for (const char byte : bytes) {
@@ -27,31 +31,64 @@ void WriteInteger(int32_t value, std::string& text) {
   text.append(digits.data(), end);
 }
 
-void WriteValue(const CRegistryEntry& entry, std::string& text) {
-  text += entry.GetName();
-  switch (entry.GetType()) {
+const char* MarkerOf(uint32_t type) {
+  switch (type) {
     case REG_SZ:
-      text += "=s=";
-      text += entry.GetData();
-      break;
+      return "=s=";
     case REG_EXPAND_SZ:
-      text += "=es=";
-      text += entry.GetData();
-      break;
+      return "=es=";
     case REG_DWORD:
-      text += "=d=";
+      return "=d=";
+    default:
+      return "=b=";
+  }
+}
+
+// Writes what of the data fits into `room` bytes.
+void WriteData(const CRegistryEntry& entry, size_t room, std::string& text) {
+  switch (entry.GetType()) {
+    case REG_DWORD:
       WriteInteger(entry.GetInteger(), text);
       break;
-    default:
-      text += "=b=";
-      WriteBytes(entry.GetData(), text);
+    case REG_BINARY:
+      WriteBytes(entry.GetData().substr(0, room / BYTE_WIDTH), text);
       break;
+    default: {
+      const std::string_view data = entry.GetData().substr(0, room);
+      text += data.substr(0, data.find('\n'));
+      break;
+    }
+  }
+}
+
+bool IsReadAsOneLine(std::string_view line) {
+  return line.size() <= REGISTRY_LINE_LENGTH && line.find('\n') == std::string_view::npos;
+}
+
+bool IsReadAsKey(std::string_view line) {
+  return line.starts_with('[') && line.find(']') != std::string_view::npos;
+}
+
+void WriteValue(const CRegistryEntry& entry, std::string& text) {
+  const size_t start = text.size();
+  text.append(entry.GetName()).append(MarkerOf(entry.GetType()));
+  WriteData(entry, REGISTRY_LINE_LENGTH - std::min(text.size() - start, REGISTRY_LINE_LENGTH),
+            text);
+  const std::string_view line = std::string_view(text).substr(start);
+  if (!IsReadAsOneLine(line) || IsReadAsKey(line)) {
+    text.resize(start);
+    return;
   }
   text += '\n';
 }
 
+std::string HeaderOf(std::string_view name) {
+  std::string header = "[";
+  return header.append(name).append("]");
+}
+
 struct Subkey {
-  std::string name;
+  std::string header;  // its line
   std::shared_ptr<CRegistryNode> key;
 };
 
@@ -61,8 +98,9 @@ std::vector<Subkey> WriteValues(CRegistryNode& node, std::string& text) {
   node.ForEach([&](const CRegistryEntry& entry) {
     if (!entry.IsKey()) {
       WriteValue(entry, text);
-    } else if (entry.GetKey() != nullptr) {
-      subkeys.push_back({std::string(entry.GetName()), entry.GetKey()});
+    } else if (std::string header = HeaderOf(entry.GetName());
+               entry.GetKey() != nullptr && IsReadAsOneLine(header)) {
+      subkeys.push_back({std::move(header), entry.GetKey()});
     }
   });
   return {std::make_move_iterator(subkeys.rbegin()), std::make_move_iterator(subkeys.rend())};
@@ -83,9 +121,8 @@ std::string WriteRegistryText(CRegistryNode& node) {
     }
     const Subkey subkey = std::move(levels.back().back());
     levels.back().pop_back();
-    text += '[';
-    text += subkey.name;
-    text += "]\n";
+    text += subkey.header;
+    text += '\n';
     levels.push_back(WriteValues(*subkey.key, text));
   }
   return text;

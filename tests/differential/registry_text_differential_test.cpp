@@ -31,17 +31,19 @@ struct PlainEntry {
   PlainNode subkeys;  // of the key, with its values
 };
 
+constexpr size_t LONGEST_LINE = 1023;
+
 // --- The reading
 
 class PlainReader {
  public:
-  explicit PlainReader(const std::string& text) : m_oLines(text) {}
+  explicit PlainReader(const std::string& text) : m_strText(text), m_oLines(text) {}
 
   // True when anything was read.
   bool ReadNode(PlainNode& node) {
     bool hasRead = false;
     std::string line;
-    while (m_oLines.Next(line)) {
+    while (NextLine(line)) {
       if (line.empty() || line == "\n") {
         break;
       }
@@ -54,6 +56,21 @@ class PlainReader {
   }
 
  private:
+  // A line end that follows a full piece directly is no line of its own.
+  bool NextLine(std::string& line) {
+    const size_t start = m_oLines.Offset();
+    if (!m_oLines.Next(line)) {
+      return false;
+    }
+    const size_t end = m_oLines.Offset();
+    if (end - start == LONGEST_LINE && m_strText[end - 1] != '\n' && end < m_strText.size() &&
+        m_strText[end] == '\n') {
+      std::string lineEnd;
+      m_oLines.Next(lineEnd);
+    }
+    return true;
+  }
+
   static bool IsHeader(const std::string& line) {
     return line[0] == '[' && line.find(']') != std::string::npos;
   }
@@ -105,6 +122,7 @@ class PlainReader {
     return bytes;
   }
 
+  const std::string& m_strText;
   PlainLines m_oLines;
 };
 
@@ -133,6 +151,15 @@ std::string WriteValue(const PlainEntry& entry) {
   }
 }
 
+// Integers and bytes may need more room than in the text that they were read from.
+std::string LineOf(const std::string& name, const PlainEntry& entry) {
+  std::string line = name + WriteValue(entry);
+  while (entry.type == REG_BINARY && line.size() > LONGEST_LINE) {
+    line.resize(line.size() - 3);
+  }
+  return line.size() > LONGEST_LINE ? "" : line + "\n";
+}
+
 std::string WritePlainly(const PlainNode& node) {
   std::string values;
   std::string keys;
@@ -140,7 +167,7 @@ std::string WritePlainly(const PlainNode& node) {
     if (entry.type == REG_KEY) {
       keys += "[" + name + "]\n" + WritePlainly(entry.subkeys);
     } else {
-      values += name + WriteValue(entry) + "\n";
+      values += LineOf(name, entry);
     }
   }
   return values + keys + "\n";
@@ -185,7 +212,7 @@ std::string RandomLine(Random& random) {
     default: {
       std::string line = random.PickFrom(NAMES);
       if (random.Once(30)) {
-        line += std::string(1010 + random.Number(20), 'l');
+        line += std::string(1005 + random.Number(20), 'l');
       }
       line += random.PickFrom(MARKERS);
       return line + random.Join(VALUES, 3);
@@ -201,18 +228,40 @@ std::string RandomText(Random& random) {
   return random.Once(3) ? text + RandomLine(random) : text;
 }
 
+void ExpectTheSameTree(const std::string& text) {
+  PlainNode plain;
+  const bool hasRead = PlainReader(text).ReadNode(plain);
+  CRegistryNode node;
+  EXPECT_EQ(ParseRegistryText(text, node), hasRead) << text;
+  EXPECT_TRUE(PlainNodeOf(node) == plain) << text << "\nread as\n" << WriteRegistryText(node);
+}
+
 class RegistryTextDifferentialTest : public DifferentialTest {};
 
 TEST_P(RegistryTextDifferentialTest, MeansTheSameTree) {
   ForEachSeed([](uint32_t seed) {
     Random random(seed);
-    const std::string text = RandomText(random);
-    PlainNode plain;
-    const bool hasRead = PlainReader(text).ReadNode(plain);
-    CRegistryNode node;
-    EXPECT_EQ(ParseRegistryText(text, node), hasRead) << text;
-    EXPECT_TRUE(PlainNodeOf(node) == plain) << text << "\nread as\n" << WriteRegistryText(node);
+    ExpectTheSameTree(RandomText(random));
   });
+}
+
+TEST(RegistryBytesDifferentialTest, EveryByteMeansTheSameInNamesAndTexts) {
+  for (int byte = 0; byte < 256; ++byte) {
+    std::string text = "[k?k]\nn?=s=t?t\n";
+    std::replace(text.begin(), text.end(), '?', static_cast<char>(byte));
+    ExpectTheSameTree(text);
+  }
+}
+
+TEST(RegistryBytesDifferentialTest, RandomBytesMeanTheSameTree) {
+  Random random(0);
+  for (int round = 0; round < 100; ++round) {
+    std::string text(20'000, ' ');
+    for (char& byte : text) {
+      byte = static_cast<char>(random.Number(256));
+    }
+    ExpectTheSameTree(text);
+  }
 }
 
 TEST_P(RegistryTextDifferentialTest, IsTheSameForATree) {

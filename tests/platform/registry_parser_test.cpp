@@ -160,15 +160,18 @@ TEST(RegistryParserTest, EntriesReplaceThoseOfTheNodeAndKillTheirKeys) {
   EXPECT_EQ(inner->CreateKey("x"), nullptr);
 }
 
-TEST(RegistryParserTest, LineOf1022BytesIsReadWhole) {
-  const std::string text(1022 - 4, 'x');
-  EXPECT_EQ(Parsed("a=s=" + text + "\nb=d=1\n"), "a=s=" + text + "\nb=d=1\n\n");
+TEST(RegistryParserTest, LineOf1023BytesIsReadWithItsLineEnd) {
+  for (const size_t length : {1022U, 1023U}) {
+    const std::string text(length - 4, 'x');
+    EXPECT_EQ(Parsed("[k]\na=s=" + text + "\nb=d=1\n"), "[k]\na=s=" + text + "\nb=d=1\n\n\n");
+    EXPECT_EQ(Parsed("[k]\na=s=" + text + "\n\nb=d=1\n"), "b=d=1\n[k]\na=s=" + text + "\n\n\n");
+  }
 }
 
-// The line end is a piece of its own, and an empty one.
-TEST(RegistryParserTest, LineEndBehind1023BytesEndsTheNode) {
+TEST(RegistryParserTest, LineEndAfterTheLastPieceOfALongLineBelongsToIt) {
   const std::string text(1023 - 4, 'x');
-  EXPECT_EQ(Parsed("[k]\na=s=" + text + "\nb=d=1\n"), "b=d=1\n[k]\na=s=" + text + "\n\n\n");
+  EXPECT_EQ(Parsed("[k]\na=s=" + text + "b=s=" + text + "\nc=d=1\n"),
+            "[k]\na=s=" + text + "\nb=s=" + text + "\nc=d=1\n\n\n");
 }
 
 TEST(RegistryParserTest, LongerLineIsReadAsTwo) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/registry.h"
+#include "platform/registry_parser.h"
 #include "platform/registry_tree.h"
 #include "tests/support/registry_directory.h"
 #include "tests/support/registry_model.h"
@@ -16,9 +17,6 @@
 namespace {
 
 constexpr uint32_t SEEDS = 1000;
-
-// The longest line that is read as one, without its end.
-constexpr size_t LONGEST_LINE = 1022;
 
 std::string AllBytesBut(const std::string& excluded) {
   std::string bytes;
@@ -124,7 +122,7 @@ class RandomTree {
       EXPECT_EQ(registry.SetValue(name.c_str(), value), REGISTRY_OK);
       return ModelOfValue(type, std::to_string(value));
     }
-    const size_t room = LONGEST_LINE - name.size() - 4;
+    const size_t room = REGISTRY_LINE_LENGTH - name.size() - 4;
     const std::string bytes =
         type == REG_BINARY ? Bytes(ALPHABET, Length(room / 3)) : Bytes(TEXT_ALPHABET, Length(room));
     EXPECT_EQ(

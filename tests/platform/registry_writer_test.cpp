@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/registry_node.h"
@@ -87,14 +88,45 @@ TEST_F(RegistryWriterTest, LeavesTheNodeAsItIs) {
   EXPECT_EQ(WriteRegistryText(m_oTop), text);
 }
 
-// Lines are read back as they stand, so what would need quoting is lost.
-TEST_F(RegistryWriterTest, LineEndInATextDoesNotSurvive) {
-  Put(m_oTop, CRegistryEntry::MakeText("name", REG_SZ, "first\nsecond"));
-  const std::string text = WriteRegistryText(m_oTop);
-  EXPECT_EQ(text, "name=s=first\nsecond\n\n");
-  CRegistryNode loaded;
-  ParseRegistryText(text, loaded);
-  EXPECT_EQ(WriteRegistryText(loaded), "name=s=first\n\n");
+TEST_F(RegistryWriterTest, TextEndsAtItsFirstLineEnd) {
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_SZ, "first\nsecond")), "name=s=first\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_EXPAND_SZ, "\n")), "name=es=\n\n");
+}
+
+TEST_F(RegistryWriterTest, DataAreCutWhereTheLineWouldBeReadAsTwo) {
+  const std::string text(2000, 'x');
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("a", REG_SZ, text)),
+            "a=s=" + text.substr(0, 1019) + "\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeText("a", REG_EXPAND_SZ, text)),
+            "a=es=" + text.substr(0, 1018) + "\n\n");
+  for (const auto& [name, bytes] :
+       {std::pair("", 340U), {"a", 339U}, {"abc", 339U}, {"abcd", 338U}}) {
+    std::string written = std::string(name) + "=b=";
+    for (size_t count = 0; count < bytes; ++count) {
+      written += "78 ";
+    }
+    EXPECT_EQ(Written(CRegistryEntry::MakeBinary(name, text)), written + "\n\n");
+  }
+}
+
+// Any of them would displace what follows.
+TEST_F(RegistryWriterTest, LeavesOutWhatHasNoLineOfItsOwn) {
+  const std::string longName(1021, 'n');
+  m_oTop.CreateKey("key\n\n")->CreateKey("below");
+  m_oTop.CreateKey(longName + "n")->CreateKey("below");
+  Put(m_oTop, CRegistryEntry::MakeText("value\n\n", REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeText("[key]", REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeText("[key", REG_SZ, "x]"));
+  Put(m_oTop, CRegistryEntry::MakeText(longName, REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeInteger(longName + "n", 1));
+  Put(m_oTop, CRegistryEntry::MakeBinary(longName + "nn", "x"));
+  Put(m_oTop, CRegistryEntry::MakeInteger(std::string(1018, 'n'), 123));
+  EXPECT_EQ(WriteRegistryText(m_oTop), "\n");
+  CRegistryNode other;
+  other.CreateKey(longName);
+  const std::string name(1018, 'n');
+  Put(other, CRegistryEntry::MakeInteger(name, 12));
+  EXPECT_EQ(WriteRegistryText(other), name + "=d=12\n[" + longName + "]\n\n\n");
 }
 
 TEST_F(RegistryWriterTest, NameWithAnEqualsSignIsCutWhenReadBack) {

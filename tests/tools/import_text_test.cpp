@@ -87,10 +87,10 @@ TEST(ImportText, RefusesLinesThatALoadWouldIgnoreOrBend) {
 }
 
 TEST(ImportText, RefusesLinesThatALoadWouldSplit) {
-  EXPECT_EQ(RefusalOf("x=s=" + std::string(1018, 'y')), "taken");
-  EXPECT_EQ(RefusalOf("x=s=" + std::string(1019, 'y')), "Line 2: longer than 1022 characters.");
-  EXPECT_EQ(RefusalOf("[" + std::string(1020, 'y') + "]"), "taken");
-  EXPECT_EQ(RefusalOf("[" + std::string(1021, 'y') + "]"), "Line 2: longer than 1022 characters.");
+  EXPECT_EQ(RefusalOf("x=s=" + std::string(1019, 'y')), "taken");
+  EXPECT_EQ(RefusalOf("x=s=" + std::string(1020, 'y')), "Line 2: longer than 1023 characters.");
+  EXPECT_EQ(RefusalOf("[" + std::string(1021, 'y') + "]"), "taken");
+  EXPECT_EQ(RefusalOf("[" + std::string(1022, 'y') + "]"), "Line 2: longer than 1023 characters.");
 }
 
 TEST(ImportText, RefusesNamesThatNoPathReaches) {

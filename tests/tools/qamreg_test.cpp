@@ -160,7 +160,7 @@ TEST_F(QamregTest, AddRefusesWhatTheFileCannotHold) {
       "Choose a name without it.\n");
   EXPECT_EQ(Fail(2, {"add", "HKLM\\A", "-v", "n", "-d", std::string(1020, 'x')}),
             "qamreg: The registry file cannot hold that: its line would have 1024 characters, and "
-            "1022 are the limit. Shorten the name or the data.\n");
+            "1023 are the limit. Shorten the name or the data.\n");
   EXPECT_EQ(Fail(2, {"add", "HKLM\\A]\\B"}),
             "qamreg: The registry file cannot hold that: the name of the key \"A]\" has a \"]\". "
             "Choose a name without it.\n");

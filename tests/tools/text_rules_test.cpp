@@ -141,7 +141,7 @@ TEST(TextRules, KeysPassThatSurviveTheFile) {
 }
 
 TEST(TextRules, TheLimitIsTheLongestLineThatSurvives) {
-  for (const size_t length : {1010U, 1018U, 1019U, 1020U}) {
+  for (const size_t length : {1010U, 1018U, 1019U, 1020U, 1021U}) {
     const ValueData text = {REG_SZ, std::string(length, 'x')};
     EXPECT_EQ(Passes([&] { CheckValue("n", text); }), SurvivesAsValue("n", text)) << length;
     const std::string name(length - 1, 'x');
@@ -152,7 +152,7 @@ TEST(TextRules, TheLimitIsTheLongestLineThatSurvives) {
     EXPECT_EQ(Passes([&] { CheckKeyPath(CKeyPath("HKU\\" + key)); }), SurvivesAsKey(key)) << length;
   }
   const ValueData bytes = {REG_BINARY, std::string(339, '\xff')};
-  for (const std::string name : {"n", "na", "nam"}) {
+  for (const std::string name : {"n", "na", "nam", "name"}) {
     EXPECT_EQ(Passes([&] { CheckValue(name, bytes); }), SurvivesAsValue(name, bytes)) << name;
   }
 }

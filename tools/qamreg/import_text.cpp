@@ -46,8 +46,8 @@ class Importer {
           "the line ends as on Windows. Remove the carriage returns, for instance with "
           "\"tr -d '\\r'\".");
     }
-    if (line.size() > MAX_LINE_LENGTH) {
-      Refuse("longer than " + std::to_string(MAX_LINE_LENGTH) + " characters.");
+    if (line.size() > REGISTRY_LINE_LENGTH) {
+      Refuse("longer than " + std::to_string(REGISTRY_LINE_LENGTH) + " characters.");
     }
   }
 

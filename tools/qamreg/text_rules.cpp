@@ -1,11 +1,8 @@
 #include "tools/qamreg/text_rules.h"
 
 #include <string>
-#include <vector>
 
-#include "platform/registry_node.h"
 #include "platform/registry_path.h"
-#include "platform/registry_writer.h"
 #include "tools/qamreg/failure.h"
 
 namespace {
@@ -15,32 +12,27 @@ namespace {
 }
 
 void CheckLength(size_t length) {
-  if (length > MAX_LINE_LENGTH) {
+  if (length > REGISTRY_LINE_LENGTH) {
     Refuse("its line would have " + std::to_string(length) + " characters, and " +
-           std::to_string(MAX_LINE_LENGTH) + " are the limit. Shorten the name or the data.");
+           std::to_string(REGISTRY_LINE_LENGTH) + " are the limit. Shorten the name or the data.");
   }
 }
 
 bool HasLineEnd(std::string_view text) { return text.find('\n') != std::string_view::npos; }
 
-CRegistryEntry MakeEntry(std::string_view name, const ValueData& value) {
-  switch (value.type) {
-    case REG_BINARY:
-      return CRegistryEntry::MakeBinary(name, value.bytes);
-    case REG_DWORD:
-      return CRegistryEntry::MakeInteger(name, std::stoi(FormatValue(value)));
-    default:
-      return CRegistryEntry::MakeText(name, value.type, value.bytes);
-  }
-}
-
 // The value's line in the file, without line end.
 std::string LineOf(std::string_view name, const ValueData& value) {
-  CRegistryNode node;
-  std::vector<CRegistryEntry> replaced;
-  node.Store(MakeEntry(name, value), replaced);
-  const std::string text = WriteRegistryText(node);
-  return text.substr(0, text.size() - 2);  // the line's end and the empty line that ends the node
+  std::string line(name);
+  switch (value.type) {
+    case REG_BINARY:
+      return line.append("=b=").append(value.bytes.size() * 3, ' ');  // two digits and a blank each
+    case REG_DWORD:
+      return line.append("=d=").append(FormatValue(value));
+    case REG_EXPAND_SZ:
+      return line.append("=es=").append(value.bytes);
+    default:
+      return line.append("=s=").append(value.bytes);
+  }
 }
 
 }  // namespace
