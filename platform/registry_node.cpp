@@ -104,10 +104,16 @@ std::shared_ptr<CRegistryNode> CRegistryNode::CreateKey(std::string_view name) {
 bool CRegistryNode::AddKeyIfMissing(std::string_view name) {
   const CCriticalSectionGuard guard(m_oLock);
   const auto position = LowerBound(name);
-  if (position != m_oEntries.end() && position->GetName() == name) {
+  const bool isTaken = position != m_oEntries.end() && position->GetName() == name;
+  if (isTaken && position->GetKey() != nullptr) {
     return false;
   }
-  m_oEntries.insert(position, CRegistryEntry::MakeKey(name, std::make_shared<CRegistryNode>()));
+  CRegistryEntry key = CRegistryEntry::MakeKey(name, std::make_shared<CRegistryNode>());
+  if (isTaken) {
+    *position = std::move(key);
+  } else {
+    m_oEntries.insert(position, std::move(key));
+  }
   return true;
 }
 

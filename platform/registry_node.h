@@ -39,7 +39,8 @@ class CRegistryNode {
   // the name is that of a value or this key is dead. Throws std::bad_alloc.
   std::shared_ptr<CRegistryNode> CreateKey(std::string_view name);
 
-  // Makes an empty subkey when the name is free. True when it was. Throws std::bad_alloc.
+  // Makes an empty subkey unless there is one: when the name is free, that of a deleted key, or
+  // that of a value, which is lost. True when it made one. Throws std::bad_alloc.
   bool AddKeyIfMissing(std::string_view name);
 
   // Copies a value. False when the name is free or that of a subkey. Throws std::bad_alloc.

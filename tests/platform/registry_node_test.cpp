@@ -120,7 +120,7 @@ TEST(RegistryNodeTest, KeysAreNotOpenedUnderTheNameOfAValue) {
   EXPECT_EQ(Read(node, "name"), "text");
 }
 
-TEST(RegistryNodeTest, AddKeyIfMissingLeavesWhatIsThere) {
+TEST(RegistryNodeTest, AddKeyIfMissingLeavesAKeyAndReplacesAnythingElse) {
   CRegistryNode node;
   EXPECT_TRUE(node.AddKeyIfMissing("key"));
   const auto key = node.OpenKey("key");
@@ -129,7 +129,12 @@ TEST(RegistryNodeTest, AddKeyIfMissingLeavesWhatIsThere) {
   EXPECT_EQ(node.OpenKey("key"), key);
   EXPECT_TRUE(node.AddKeyIfMissing("a"));
   Put(node, Text("value"));
-  EXPECT_FALSE(node.AddKeyIfMissing("value"));
+  EXPECT_TRUE(node.AddKeyIfMissing("value"));
+  EXPECT_NE(node.OpenKey("value")->CreateKey("below"), nullptr);
+  std::shared_ptr<CRegistryNode> deleted;
+  node.DeleteKey("a", deleted);
+  EXPECT_TRUE(node.AddKeyIfMissing("a"));
+  EXPECT_NE(node.OpenKey("a")->CreateKey("below"), nullptr);
   EXPECT_THAT(Names(node), ElementsAre("a", "key", "value"));
 }
 
