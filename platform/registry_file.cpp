@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
-#include <utility>
 
+#include "platform/registry_lock.h"
 #include "platform/registry_paths.h"
 #include "trace/debug_client.h"
 #include "trace/descriptor.h"
@@ -87,7 +87,7 @@ Current ExamineCurrentFile() {
   return S_ISREG(status.st_mode) && status.st_size > 0 ? Current::FILLED : Current::NOTHING_TO_KEEP;
 }
 
-bool IsExchangeUnknown(int error) { return error == EINVAL || error == ENOSYS; }
+bool IsExchangeUnknown(int error) { return error == EINVAL || error == ENOSYS || error == EPERM; }
 
 // For file systems without exchange. Between its steps there is no current file.
 bool ReplaceInTurn(TemporaryFile& temporary) {
@@ -131,21 +131,42 @@ bool Replace(TemporaryFile& temporary) {
   }
 }
 
-bool TraceFailure(const char* path) {
+RegistrySave TraceFailure(const char* path, RegistrySave result = RegistrySave::FAILED) {
   const int error = errno;
   DEBUG_TRACE(1, "CRegistry: ERROR: Cannot save \"%s\": %s\n", path, std::strerror(error));
-  return false;
+  return result;
+}
+
+// Where no file can be made, the lock file included, the temporary file's own failure tells it.
+bool CanMakeFiles() { return access(REGISTRY_DIRECTORY, W_OK) == 0; }
+
+CDescriptor OpenDirectory() {
+  return CDescriptor(open(REGISTRY_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+RegistrySave Flush(const CDescriptor& directory) {
+  return fsync(directory.Get()) == 0 ? RegistrySave::DONE
+                                     : TraceFailure(REGISTRY_DIRECTORY, RegistrySave::NOT_FLUSHED);
 }
 
 }  // namespace
 
-bool SaveRegistryFile(const std::string& text) {
+RegistrySave SaveRegistryFile(const std::string& text) {
+  if (text.size() > LONGEST_REGISTRY_FILE) {
+    errno = EFBIG;
+    return TraceFailure(REGISTRY_FILE);
+  }
+  const CRegistryLock lock(RegistryUse::SAVE);
+  if (!lock.IsHeld() && CanMakeFiles()) {
+    errno = lock.GetError();
+    return TraceFailure(REGISTRY_LOCK_FILE);
+  }
   TemporaryFile temporary;
   if (!temporary.IsUsable()) {
     DEBUG_TRACE(1, "CRegistry: ERROR: Cannot open \"%s\" for writing\n", REGISTRY_TEMPORARY_FILE);
-    return false;
+    return RegistrySave::FAILED;
   }
-  const CDescriptor directory(open(REGISTRY_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const CDescriptor directory = OpenDirectory();
   if (!directory.IsOpen()) {
     return TraceFailure(REGISTRY_DIRECTORY);
   }
@@ -155,8 +176,11 @@ bool SaveRegistryFile(const std::string& text) {
   if (!Replace(temporary)) {
     return TraceFailure(REGISTRY_FILE);
   }
-  if (fsync(directory.Get()) != 0) {
-    return TraceFailure(REGISTRY_DIRECTORY);
-  }
-  return true;
+  return Flush(directory);
+}
+
+bool FlushRegistryDirectory() {
+  const CDescriptor directory = OpenDirectory();
+  return (directory.IsOpen() ? Flush(directory) : TraceFailure(REGISTRY_DIRECTORY)) ==
+         RegistrySave::DONE;
 }

@@ -1,13 +1,25 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+
+// Registry files longer than this, in bytes, are neither loaded nor written.
+constexpr size_t LONGEST_REGISTRY_FILE = size_t{64} << 20;
+
+// What became of a save.
+enum class RegistrySave {
+  DONE,
+  NOT_FLUSHED,  // the text is in place, but a crash of the machine may bring the old one back
+  FAILED        // the current file is as before, and the temporary file gone
+};
 
 // Makes `text` the current registry file: writes it to the temporary file, flushes it to the disk,
 // moves the current file to the backup (unless it is missing, empty or no regular file) and the
 // temporary file to the current one. A crash at any instant leaves the old or the new text, whole,
-// as current file or backup.
-//
-// Returns false, with the reason traced, when a step fails; the temporary file is then gone and the
-// current file as before. Only a failure to flush the directory comes too late for that: the new
-// text is in place, but a crash of the machine may bring the old one back.
-bool SaveRegistryFile(const std::string& text);
+// as current file or backup. Other processes that save meanwhile are waited for, two seconds at
+// most; then the save fails. The reason of what goes wrong is traced.
+RegistrySave SaveRegistryFile(const std::string& text);
+
+// Does again what a save that was not flushed lacks. False, with the reason traced, when that fails
+// again.
+bool FlushRegistryDirectory();

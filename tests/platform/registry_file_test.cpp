@@ -331,17 +331,30 @@ TEST_F(RegistryFileTest, DirectoryInThePlaceOfTheBackupKeepsTheTreeFromBeingSave
 }
 
 TEST_F(RegistryFileTest, SavingATextTellsWhetherItWorked) {
-  EXPECT_TRUE(SaveRegistryFile("one"));
+  EXPECT_EQ(SaveRegistryFile("one"), RegistrySave::DONE);
   EXPECT_EQ(ReadFile(CURRENT), "one");
   fs::create_directory(BACKUP);
-  EXPECT_FALSE(SaveRegistryFile("two"));
+  EXPECT_EQ(SaveRegistryFile("two"), RegistrySave::FAILED);
   fs::create_directory(TEMPORARY);
-  EXPECT_FALSE(SaveRegistryFile("two"));
+  EXPECT_EQ(SaveRegistryFile("two"), RegistrySave::FAILED);
   EXPECT_EQ(ReadFile(CURRENT), "one");
 }
 
+TEST_F(RegistryFileTest, TextOfMoreThan64MebibytesIsNotSaved) {
+  EXPECT_EQ(SaveRegistryFile("one"), RegistrySave::DONE);
+  const TraceSession session(1);
+  std::string text(LONGEST_REGISTRY_FILE + 1, 'x');
+  EXPECT_EQ(SaveRegistryFile(text), RegistrySave::FAILED);
+  EXPECT_THAT(session.Texts(),
+              testing::ElementsAre(
+                  "CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": File too large\n"));
+  EXPECT_EQ(ReadFile(CURRENT), "one");
+  text.pop_back();
+  EXPECT_EQ(SaveRegistryFile(text), RegistrySave::DONE);
+}
+
 TEST_F(RegistryFileTest, EmptyTextCanBeSaved) {
-  EXPECT_TRUE(SaveRegistryFile(""));
+  EXPECT_EQ(SaveRegistryFile(""), RegistrySave::DONE);
   EXPECT_EQ(ReadFile(CURRENT), "");
 }
 

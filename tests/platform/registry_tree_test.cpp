@@ -1,6 +1,7 @@
 #include "platform/registry_tree.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <string>
 #include <vector>
@@ -30,6 +31,22 @@ constexpr char CONTENT_LINE[] =
 constexpr char PATH_LINE[] = "CRegistry: ERROR: Empty file path";
 constexpr char ERROR_LINE[] = "CRegistry: SetupTree(): ## ERROR during Setup\n";
 constexpr char SAVE_LINE[] = "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]";
+
+// While it lives, no file can be opened.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &m_oLimit);
+    const rlimit none = {0, m_oLimit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_oLimit); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit m_oLimit = {};
+};
 
 class RegistryTreeTest : public RegistryFilesTest {
  protected:
@@ -165,6 +182,61 @@ TEST_F(RegistryTreeTest, ForcedSetupKeepsTheTreeWithoutAReadableFile) {
   EXPECT_EQ(Content(), "a=d=1\n\n");
 }
 
+// More than is loaded; its content is whole again without the rest.
+constexpr size_t TOO_LONG = (size_t{64} << 20) + 1;
+
+TEST_F(RegistryTreeTest, CurrentFileThatCannotBeReadIsNeverSavedOver) {
+  const std::string current = TreeText("Name=d=1\nOther=d=1\n");
+  WriteFile(REGISTRY_FILE, current);
+  std::filesystem::resize_file(REGISTRY_FILE, TOO_LONG);
+  WriteFile(REGISTRY_BACKUP_FILE, TreeText("Name=d=0\nOther=d=0\n"));
+  const TraceSession session(1);
+  Change(2);
+  EXPECT_EQ(Content(), TreeText("Name=d=2\nOther=d=0\n"));
+  EXPECT_EQ(std::filesystem::file_size(REGISTRY_FILE), TOO_LONG);
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TreeText("Name=d=0\nOther=d=0\n"));
+  EXPECT_EQ(session.Count(OPEN_LINE), 2);
+  EXPECT_FALSE(m_oTree.SaveTree());
+
+  std::filesystem::resize_file(REGISTRY_FILE, current.size());
+  EXPECT_TRUE(m_oTree.SaveTree());
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=2\nOther=d=1\n"));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), current);
+}
+
+TEST_F(RegistryTreeTest, ContentThatCouldOnceNotBeReadForWantOfDescriptorsIsInTheNextFile) {
+  WriteTree("Other=d=1\n");
+  {
+    const NoDescriptors none;
+    Loaded();
+  }
+  Change(1);
+  Change(2);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=2\nOther=d=1\n"));
+}
+
+TEST_F(RegistryTreeTest, CurrentFileThatWasRemovedSinceKeepsNothingFromBeingSaved) {
+  WriteTree("Other=d=1\n");
+  {
+    const NoDescriptors none;
+    Loaded();
+  }
+  std::filesystem::remove(REGISTRY_FILE);
+  Change(1);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=1\n"));
+}
+
+TEST_F(RegistryTreeTest, FileOfMoreThan64MebibytesIsNotLoaded) {
+  WriteFile(REGISTRY_FILE, "a=d=1\n");
+  std::filesystem::resize_file(REGISTRY_FILE, TOO_LONG);
+  const TraceSession session(1);
+  EXPECT_EQ(Loaded(), "\n");
+  EXPECT_EQ(session.Texts()[0], "CRegistry: WARNING: Could not open \"/etc/qamrel/registry\"\n");
+  std::filesystem::resize_file(REGISTRY_FILE, TOO_LONG - 1);
+  m_oTree.SetupTree(true);
+  EXPECT_EQ(Content(), "a=d=1\n\n");
+}
+
 TEST_F(RegistryTreeTest, RootHandlesFollowAReload) {
   WriteTree("Name=s=before\n");
   CRegistry stale(HKEY_LOCAL_MACHINE);
@@ -278,6 +350,16 @@ TEST_F(RegistryTreeTest, ReleaseFreesTheTreeAndForgetsWhatIsNotSaved) {
   std::filesystem::remove(REGISTRY_FILE);
   m_oTree.SaveTree();
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "(missing)");
+}
+
+TEST_F(RegistryTreeTest, RootKeyThatIsAValueOrDeletedIsAnEmptyKeyForTheNextObject) {
+  WriteFile(REGISTRY_FILE, "HKEY_LOCAL_MACHINE=d=1\n[HKEY_USERS]\nName=d=1\n\n\n");
+  EXPECT_EQ(CRegistry("", nullptr).DeleteKey("HKEY_USERS"), REGISTRY_OK);
+  EXPECT_EQ(CRegistry("", HKEY_LOCAL_MACHINE).SetValue("Name", 2), REGISTRY_OK);
+  EXPECT_EQ(CRegistry("", HKEY_USERS).SetValue("Name", 3), REGISTRY_OK);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE),
+            "[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\n\n[HKEY_CURRENT_USER]\n\n"
+            "[HKEY_LOCAL_MACHINE]\nName=d=2\n\n[HKEY_USERS]\nName=d=3\n\n\n");
 }
 
 TEST_F(RegistryTreeTest, AddMissingRootKeysTellsWhetherNoneWasMissing) {

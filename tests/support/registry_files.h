@@ -9,11 +9,17 @@
 
 #include "platform/registry.h"
 #include "platform/registry_paths.h"
+#include "platform/registry_tree.h"
 
-// The base of tests on the registry: its directory is there, and no file in it.
+// The base of tests on the registry: its directory is there, with no file in it, and the tree of the
+// process has not been loaded.
 class RegistryFilesTest : public ::testing::Test {
  protected:
-  RegistryFilesTest() { std::filesystem::create_directories(REGISTRY_DIRECTORY); }
+  RegistryFilesTest() {
+    std::filesystem::remove_all(REGISTRY_DIRECTORY);
+    std::filesystem::create_directories(REGISTRY_DIRECTORY);
+    CRegistryTree::Get().Release();
+  }
 
   static void WriteFile(const char* path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;

@@ -4,13 +4,14 @@
 #include <gmock/gmock.h>
 #include <sys/file.h>
 
-#include <chrono>
-#include <fstream>
+#include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
-#include <thread>
+#include <system_error>
 #include <vector>
 
+#include "tests/support/trace_session.h"
 #include "tests/tools/qamreg_program.h"
 #include "trace/descriptor.h"
 
@@ -20,19 +21,15 @@ using testing::HasSubstr;
 
 constexpr char LOCK_FILE[] = "/etc/qamrel/registry.lock";
 
-// Waits until a process waits for a lock on a file.
+// Waits until the process has come to its lock.
 bool WaitForWaiter(pid_t pid) {
-  const std::string waiter = "-> FLOCK  ADVISORY  WRITE " + std::to_string(pid) + " ";
-  for (int attempt = 0; attempt < 1000; ++attempt) {
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);) {
-      if (line.find(waiter) != std::string::npos) {
-        return true;
-      }
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return false;
+  const std::filesystem::path descriptors = "/proc/" + std::to_string(pid) + "/fd";
+  return WaitUntil([&] {
+    return std::any_of(std::filesystem::directory_iterator(descriptors), {}, [](const auto& entry) {
+      std::error_code gone;
+      return std::filesystem::read_symlink(entry, gone) == LOCK_FILE;
+    });
+  });
 }
 
 TEST_F(QamregTest, AChangeIsMadeToTheRegistryAsTheFormerOneLeftIt) {

@@ -268,6 +268,34 @@ TEST_F(QamregTest, ADamagedRegistryIsNotReplaced) {
             "/etc/qamrel/registry.old in its place.\n");
 }
 
+TEST_F(QamregTest, ARegistryWithALineThatIsTooLongIsNotChanged) {
+  const std::string line = "n=s=" + std::string(1019, 'x');
+  WriteTree("[A]\n" + line + "y=d=1\n\n");
+  for (const std::string command : {"add", "delete"}) {
+    EXPECT_EQ(
+        Fail(2, {command, "HKLM\\A"}),
+        "qamreg: /etc/qamrel/registry: line 9 has 1028 characters, and 1023 are the limit; "
+        "what follows counts as a line of its own. Nothing was changed: shorten the line with "
+        "an editor, and try again.\n");
+  }
+  EXPECT_THAT(Print({"query", "HKLM\\A", "-v", "y"}), HasSubstr("REG_DWORD"));
+  fs::rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
+  EXPECT_THAT(Fail(2, {"add", "HKLM\\B"}), HasSubstr("registry.old: line 9 has 1028"));
+  WriteTree("[A]\n" + line + "\n\n");
+  Change({"add", "HKLM\\B"});
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("[A]\n" + line + "\n\n[B]\n\n"));
+}
+
+TEST_F(QamregTest, ARegistryThatIsTooLongIsNotReplaced) {
+  WriteTree("[A]\n\n");
+  fs::resize_file(REGISTRY_FILE, (size_t{64} << 20) + 1);
+  const Result result = Run({"add", "HKLM\\B"});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.errors,
+            "qamreg: /etc/qamrel/registry cannot be read (longer than 64 MiB): repair it, or put "
+            "/etc/qamrel/registry.old in its place.\n");
+}
+
 TEST_F(QamregTest, TheFirstChangeMakesTheDirectory) {
   fs::remove(REGISTRY_DIRECTORY);
   Change({"add", "HKLM\\A"});

@@ -1,51 +1,32 @@
 #include "tools/qamreg/registry_edit.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <set>
 
+#include "platform/registry_file.h"
 #include "platform/registry_node.h"
 #include "platform/registry_parser.h"
 #include "platform/registry_path.h"
 #include "platform/registry_paths.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/text_file.h"
+#include "trace/regular_file.h"
 
 namespace {
 
-constexpr char LOCK_FILE[] = "/etc/qamrel/registry.lock";
 constexpr mode_t DIRECTORY_MODE = 0755;
-// Nobody else can keep the administrator waiting.
-constexpr mode_t LOCK_MODE = 0600;
 
 [[noreturn]] void ThrowNoChange(int error) {
   const bool isForbidden = error == EACCES || error == EPERM;
-  throw CFailure(EXIT_FAILED, std::string("The registry cannot be changed: ") + LOCK_FILE + ": " +
-                                  std::strerror(error) + "." +
+  throw CFailure(EXIT_FAILED, std::string("The registry cannot be changed: ") + REGISTRY_LOCK_FILE +
+                                  ": " + std::strerror(error) + "." +
                                   (isForbidden ? " Run the command as root."
                                                : std::string(" Check the directory ") +
                                                      REGISTRY_DIRECTORY + "."));
-}
-
-int TakeLock() {
-  if (mkdir(REGISTRY_DIRECTORY, DIRECTORY_MODE) != 0 && errno != EEXIST) {
-    ThrowNoChange(errno);
-  }
-  const int lock = open(LOCK_FILE, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, LOCK_MODE);
-  if (lock < 0) {
-    ThrowNoChange(errno);
-  }
-  while (flock(lock, LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      ThrowNoChange(errno);
-    }
-  }
-  CheckRegistryFile();
-  return lock;
 }
 
 bool IsMissing(const char* path) {
@@ -63,6 +44,46 @@ CKeyPath ClosestKey(CRegistry& registry, CKeyPath path) {
     path = CKeyPath(path.ParentText());
   }
   return path;
+}
+
+// A line that is read as several would be saved as these.
+void CheckLines(const char* path, std::string_view text) {
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t length = std::min(text.find('\n'), text.size());
+    if (length > REGISTRY_LINE_LENGTH) {
+      throw CFailure(
+          EXIT_FAILED,
+          std::string(path) + ": line " + std::to_string(number) + " has " +
+              std::to_string(length) + " characters, and " + std::to_string(REGISTRY_LINE_LENGTH) +
+              " are the limit; what follows counts as a line of its own. Nothing was changed: "
+              "shorten the line with an editor, and try again.");
+    }
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+}
+
+// Of the file that the registry is loaded from.
+void CheckLoadedLines() {
+  for (const char* path : {REGISTRY_FILE, REGISTRY_BACKUP_FILE, REGISTRY_DEFAULT_FILE}) {
+    std::string text;
+    if (ReadRegularFile(path, text, LONGEST_REGISTRY_FILE) && !text.empty()) {
+      CheckLines(path, text);
+      return;
+    }
+  }
+}
+
+std::unique_ptr<CRegistryLock> TakeLock() {
+  if (mkdir(REGISTRY_DIRECTORY, DIRECTORY_MODE) != 0 && errno != EEXIST) {
+    ThrowNoChange(errno);
+  }
+  auto lock = std::make_unique<CRegistryLock>(RegistryUse::EDIT);
+  if (!lock->IsHeld()) {
+    ThrowNoChange(lock->GetError());
+  }
+  CheckRegistryFile();
+  CheckLoadedLines();
+  return lock;
 }
 
 // Values may have names that a key cannot have.
@@ -112,7 +133,7 @@ void ThrowNoValue(const std::string& name, const CKeyPath& path, bool recursive)
                                      "\" shows what is there.");
 }
 
-CRegistryEdit::CRegistryEdit() : m_oLock(TakeLock()) {}
+CRegistryEdit::CRegistryEdit() : m_pLock(TakeLock()) {}
 
 void CRegistryEdit::CheckNames(const std::vector<KeyContent>& keys) {
   const std::set<std::string> paths = KeysOf(keys);

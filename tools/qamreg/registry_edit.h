@@ -1,12 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/registry.h"
+#include "platform/registry_lock.h"
 #include "tools/qamreg/key_path.h"
 #include "tools/qamreg/value_data.h"
-#include "trace/descriptor.h"
 
 struct NamedValue {
   std::string name;
@@ -30,11 +31,12 @@ void OpenExisting(CRegistry& registry, const CKeyPath& path);
 [[noreturn]] void ThrowNoValue(const std::string& name, const CKeyPath& path,
                                bool recursive = false);
 
-// One change of the registry. Between its loading and its saving no other change through this class
-// comes in, from whatever process; it is loaded when the lock is taken, so that it is the newest.
+// One change of the registry. Between its loading and its saving nobody else saves the registry,
+// from whatever process; it is loaded when the lock is taken, so that it is the newest.
 class CRegistryEdit {
  public:
-  // Waits for other changes to end. Throws CFailure.
+  // Waits for other changes to end. Throws CFailure, also when the registry is damaged or has a
+  // line that is too long.
   CRegistryEdit();
   CRegistryEdit(const CRegistryEdit&) = delete;
   CRegistryEdit& operator=(const CRegistryEdit&) = delete;
@@ -51,6 +53,6 @@ class CRegistryEdit {
  private:
   void CheckNames(const std::vector<KeyContent>& keys);
 
-  CDescriptor m_oLock;  // released last
+  const std::unique_ptr<CRegistryLock> m_pLock;  // released last
   CRegistry m_oRegistry;
 };

@@ -4,17 +4,31 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
+#include "platform/registry_file.h"
 #include "tools/qamreg/failure.h"
 #include "trace/regular_file.h"
 
+namespace {
+
+std::string ReasonOf(const std::string& path, int error) {
+  if (error != 0) {
+    return strerror(error);
+  }
+  std::error_code ignored;
+  return std::filesystem::is_regular_file(path, ignored) ? "longer than 64 MiB" : "no regular file";
+}
+
+}  // namespace
+
 std::string ReadTextFile(const std::string& path, const std::string& advice) {
   std::string text;
-  if (ReadRegularFile(path, text)) {
+  if (ReadRegularFile(path, text, LONGEST_REGISTRY_FILE)) {
     return text;
   }
   const int error = access(path.c_str(), R_OK) == 0 ? 0 : errno;
-  throw CFailure(EXIT_FAILED, path + " cannot be read (" +
-                                  (error == 0 ? "no regular file" : strerror(error)) +
+  throw CFailure(EXIT_FAILED, path + " cannot be read (" + ReasonOf(path, error) +
                                   "): " + (error == EACCES ? "run qamreg as root" : advice) + ".");
 }
