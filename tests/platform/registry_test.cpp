@@ -194,15 +194,6 @@ TEST_F(RegistryTest, AddingRootKeysDoesNotMakeTheTreeDirty) {
   EXPECT_TRUE(Saves([] { CRegistry(HKEY_USERS).SetValue("Name", 1); }));
 }
 
-TEST_F(RegistryTest, RootKeyThatTheFileHoldsAsAValueStaysAValue) {
-  WriteFile(REGISTRY_FILE, "HKEY_USERS=s=text\n\n");
-  CRegistry registry;
-  EXPECT_EQ(registry.Open("", HKEY_USERS), REGISTRY_FAILED);
-  EXPECT_EQ(registry.GetValue("Name", HKEY_USERS), nullptr);
-  EXPECT_EQ(registry.Open("", nullptr), REGISTRY_OK);
-  EXPECT_NE(registry.GetValue("HKEY_USERS"), nullptr);
-}
-
 TEST_F(RegistryTest, EndOfAnObjectSavesTheTreeOnce) {
   {
     CRegistry registry(HKEY_LOCAL_MACHINE);
