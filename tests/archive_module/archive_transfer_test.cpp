@@ -230,7 +230,7 @@ TEST_F(ArchiveTransferTest, TakesTheNameForTheBmcFromEveryFormOfTheData) {
 }
 
 TEST_F(ArchiveTransferTest, ACreationWaitsUntilHtiHasAnswered) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   ASSERT_EQ(CreateAndStart(), 1U);
   m_switch.onHtiRequest = [this](SipJson& request) {
     EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));

@@ -25,9 +25,6 @@ using testing::AnyOf;
 using testing::Contains;
 using testing::IsSupersetOf;
 
-constexpr uint32_t CLEANUP = 4;
-constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
-
 std::string ReadRegistry() {
   std::ifstream file("/etc/qamrel/registry");
   return {std::istreambuf_iterator<char>(file), {}};
@@ -42,7 +39,7 @@ void MakeCollectorDirectory() {
 class CallFaultsTest : public ModuleHost {
  protected:
   CallFaultsTest() {
-    InstallCollector("echo data > \"$archive\"");
+    InstallCollector(GOOD_COLLECTOR);
     m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
     m_registry = ReadRegistry();
   }
@@ -230,16 +227,6 @@ TEST_F(CallFaultsTest, TheFunctionsOfTheRoadAreAmongThoseThatFail) {
                                    "opendir", "readdir", "unlinkat", "syscall", "execvp", "waitpid",
                                    "kill", "pthread_create", "malloc", "_Znwm"}));
   EXPECT_THAT(names, AnyOf(Contains("fork"), Contains("vfork")));
-}
-
-TEST_F(CallFaultsTest, WithoutAProcessTheJobFailsAndTheNextOneRuns) {
-  ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
-  faults.Fail("fork", 0);
-  faults.Fail("vfork", 0);
-  EXPECT_EQ(Run(CREATE), 6U);
-  EXPECT_TRUE(faults.Stop());
-  EXPECT_EQ(Run(CREATE), 0U);
 }
 
 TEST_F(CallFaultsTest, ACollectorThatTheSystemDoesNotExecuteFailsTheJob) {

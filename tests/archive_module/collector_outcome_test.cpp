@@ -13,14 +13,13 @@
 #include "platform/process_control.h"
 #include "tests/archive_module/module_host.h"
 #include "tests/archive_module/module_trace.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 
 namespace {
 
 // Stands in for the launcher.
 std::function<bool(std::atomic<int32_t>& pid, int32_t& exitCode)> g_fnRun;
-// Stands in for the kill, when it is set.
-std::function<bool(int32_t pid)> g_fnKill;
 
 constexpr char TERMINATE[] =
     "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
@@ -50,23 +49,12 @@ class CollectorOutcomeTest : public ModuleHost {
 
 }  // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-bool __wrap__Z10RunProgramPKcRSt6atomicIiERiS0_bb(const char* /*program*/,
-                                                  std::atomic<int32_t>& pid, int32_t& exitCode,
-                                                  const char* /*workingDirectory*/,
-                                                  bool /*reserved*/, bool /*keepDescriptors*/) {
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's name.
+extern "C" bool __wrap__Z10RunProgramPKcRSt6atomicIiERiS0_bb(
+    const char* /*program*/, std::atomic<int32_t>& pid, int32_t& exitCode,
+    const char* /*workingDirectory*/, bool /*reserved*/, bool /*keepDescriptors*/) {
   return g_fnRun(pid, exitCode);
 }
-
-bool __real__Z11KillProcessib(int32_t pid, bool force);
-bool __wrap__Z11KillProcessib(int32_t pid, bool force) {
-  return g_fnKill ? g_fnKill(pid) : __real__Z11KillProcessib(pid, force);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 TEST_F(CollectorOutcomeTest, AnExitCodeWithBit7StandsForASignal) {
   ExpectFailure(0x80 + 9,
@@ -115,7 +103,7 @@ TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithou
   ASSERT_TRUE(StartProcess("sleep 60", collector, nullptr, false, false));
   std::promise<void> begun;
   std::promise<void> end;
-  g_fnKill = [](int32_t /*pid*/) { return true; };
+  auto killing = calls::kill.Answer([](pid_t /*pid*/, int /*signal*/) { return 0; });
   g_fnRun = [&](std::atomic<int32_t>& pid, int32_t& /*exitCode*/) {
     pid = collector.load();
     begun.set_value();
@@ -141,7 +129,7 @@ TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithou
     end.set_value();
   }
   EXPECT_EQ(m_switch.StatusOf(0), 6U);
-  g_fnKill = nullptr;
+  killing.End();
   int32_t exitCode = 0;
   EXPECT_TRUE(KillProcess(collector, true));
   EXPECT_FALSE(WaitProcess(collector, exitCode, 0));

@@ -125,7 +125,7 @@ TEST_F(EmTalvorTest, KeepsTheOperationsThatItDoesNotOverride) {
 }
 
 TEST_F(EmTalvorTest, NothingOfTheRegistryIsMadeOrTouched) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   const std::vector<int64_t> directory = StateOf("/etc/qamrel");
   const std::vector<int64_t> registry = StateOf("/etc/qamrel/registry");
   RunWholeRoad();
@@ -142,7 +142,7 @@ TEST_F(EmTalvorTest, WithoutARegistryNoneIsMade) {
 }
 
 TEST_F(EmTalvorTest, IsGoneFromTheProcessWhenItIsUnloaded) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   RunWholeRoad();
   EXPECT_FALSE(IsLoaded());
   std::ifstream maps("/proc/self/maps");
@@ -151,7 +151,7 @@ TEST_F(EmTalvorTest, IsGoneFromTheProcessWhenItIsUnloaded) {
 }
 
 TEST_F(EmTalvorTest, TwentyRoundsLeaveNothingBehind) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   size_t threads = 0;
   size_t descriptors = 0;
   size_t bytes = 0;

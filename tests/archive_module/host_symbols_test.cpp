@@ -62,7 +62,7 @@ TEST_F(HostSymbolsTest, TheModuleBringsNoRuntimeOfItsOwn) {
 }
 
 TEST_F(HostSymbolsTest, TheModuleRunsOnItsOwnCode) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   std::filesystem::create_directories("/var/log/Talvor/logs");
   const TraceSession session(5);
   m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };

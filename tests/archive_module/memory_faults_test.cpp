@@ -19,7 +19,7 @@ using testing::AnyOf;
 class MemoryFaultsTest : public ModuleHost {
  protected:
   MemoryFaultsTest() {
-    InstallCollector("echo data > \"$archive\"");
+    InstallCollector(GOOD_COLLECTOR);
     m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
   }
 };

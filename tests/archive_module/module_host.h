@@ -20,6 +20,13 @@ constexpr char TRANSFER[] = R"({"OC":13314})";
 // Data whose name for the BMC is built from bytes.
 constexpr char NAMED_TRANSFER[] = R"({"OC":13314,"TO":60,"DA":{"RAW":[98,109,99,46,122,105,112]}})";
 
+// For InstallCollector(): does what a collector should.
+constexpr char GOOD_COLLECTOR[] = "echo data > \"$archive\"";
+
+// For SetupAction(), and the directory that it removes.
+constexpr uint32_t CLEANUP = 4;
+constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
+
 // The host's switch: keeps what the module hands to it.
 class TestSwitch : public CISwitch {
  public:

@@ -278,7 +278,7 @@ TEST_F(ModuleStartTest, AsksForTheCollectorOnceMoreWhenItIsStartedAgain) {
 }
 
 TEST_F(ModuleStartTest, MayBeStartedAgainWhileJobsBegin) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   ASSERT_EQ(CreateAndStart(), 1U);
   for (size_t job = 0; job < 10; ++job) {
     EXPECT_EQ(Send(job % 2 == 0 ? CREATE : TRANSFER), std::make_pair(1U, 22U));

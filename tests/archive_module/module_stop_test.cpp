@@ -119,7 +119,7 @@ TEST_F(ModuleStopTest, AModuleThatDidNotStartIsStopped) {
 }
 
 TEST_F(ModuleStopTest, NothingIsTerminatedAfterASuccessfulRun) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   const TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 0U);
@@ -223,7 +223,7 @@ TEST_F(ModuleStopTest, ACollectorThatBeginsAfterTheGraceIsKilledToo) {
 }
 
 TEST_F(ModuleStopTest, AHandBackThatWaitsForStopGetsFiveMoreSeconds) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   const size_t threads = CountThreads();
   std::promise<void> begun;
   std::promise<void> release;
@@ -327,7 +327,7 @@ TEST_F(ModuleStopTest, TheIdOfAFailedRunIsForgottenByTheNextOne) {
 }
 
 TEST_F(ModuleStopTest, MayComeFromWithinTheHandBack) {
-  InstallCollector("echo data > \"$archive\"");
+  InstallCollector(GOOD_COLLECTOR);
   uint32_t stopped = 0;
   m_switch.onAnswer = [&](SipJson& /*answer*/) { stopped = m_module->Stop(); };
   ASSERT_EQ(CreateAndStart(), 1U);

@@ -16,8 +16,6 @@ using testing::Contains;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr char SCRIPT[] = "echo data > \"$archive\"";
-
 class RequestHandlingTest : public ModuleHost {
  protected:
   // Expects a request of a started module to have that result and that status, and those lines.
@@ -40,7 +38,7 @@ std::string Record(const std::string& tag, const std::string& opcode, const std:
 }  // namespace
 
 TEST_F(RequestHandlingTest, AnswersTheQueryAtOnce) {
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   ExpectRequest(QUERY, 1, 0,
                 {{2, Record("REQ", "0x3400", "0x16")},
                  {2, "\nEM_TALVOR (Request) : -> Talvor is available"},
@@ -62,7 +60,7 @@ TEST_F(RequestHandlingTest, AnswersTheQueryWithoutTheCollector) {
 }
 
 TEST_F(RequestHandlingTest, QueuesACreation) {
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   ExpectRequest(
       R"({"OC":13313})", 1, 22,
       {{2, Record("REQ", "0x3401", "0x16")},
@@ -74,7 +72,7 @@ TEST_F(RequestHandlingTest, QueuesACreation) {
 }
 
 TEST_F(RequestHandlingTest, QueuesATransfer) {
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   ExpectRequest(TRANSFER, 1, 22,
                 {{2, Record("REQ", "0x3402", "0x16")},
                  {2, "\nEM_TALVOR (Request) : -> Initiate Talvor archive transfer to BMC task"},
@@ -138,7 +136,7 @@ TEST_F(RequestHandlingTest, AnswersTheCurrentCommandOnly) {
 }
 
 TEST_F(RequestHandlingTest, RefusesARequestForAnotherCabinetWithoutTheTraceOfAnAnswer) {
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   ExpectLines(
       LinesOfThisThread(),
       {{2,
@@ -174,7 +172,7 @@ TEST_F(RequestHandlingTest, AFullQueueKeepsTheAnswerPendingAndNoOtherFollows) {
 }
 
 TEST_F(RequestHandlingTest, WhatTheSinkThrowsBecomesStatus13) {
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   constexpr char RECORD[] =
       "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X CABID %04d MID 0x%04X%04X Stat 0x%02X";
   const struct {
@@ -229,7 +227,7 @@ TEST_F(RequestHandlingTest, TheLineOfAnExceptionIsAnErrorAndMayThrowItself) {
 }
 
 TEST_F(RequestHandlingTest, NothingOfARequestIsLostWhenItsTaskCannotBeTaken) {
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
   session.ThrowAt("\nCTaskSerializer     : Task at level %d raised");
@@ -245,7 +243,7 @@ TEST_F(RequestHandlingTest, AThreadOfTheHostMayEndWithinARequest) {
   GTEST_SKIP()
       << "the sanitizer takes what ends a thread, which is no object, for a null reference";
 #endif
-  InstallCollector(SCRIPT);
+  InstallCollector(GOOD_COLLECTOR);
   TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
   for (

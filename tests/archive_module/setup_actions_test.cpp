@@ -14,9 +14,6 @@ namespace {
 
 using Lines = std::vector<LevelLine>;
 
-constexpr uint32_t CLEANUP = 4;
-constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
-
 class SetupActionsTest : public ModuleHost {
  protected:
   void SetUp() override {

@@ -18,7 +18,7 @@ constexpr char NO_TASK[] = "\n\nCTaskSerializer     : ## EXCEPTION in OnTaskExec
 class ThrowingSinkTest : public ModuleHost {
  protected:
   ThrowingSinkTest() {
-    InstallCollector("echo data > \"$archive\"");
+    InstallCollector(GOOD_COLLECTOR);
     m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
   }
 
