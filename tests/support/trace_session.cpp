@@ -12,8 +12,8 @@
 #include <string_view>
 #include <thread>
 
+#include "tests/support/default_sink.h"
 #include "trace/debug_client.h"
-#include "trace/trace_sink.h"
 
 namespace {
 
@@ -34,21 +34,8 @@ std::string Format(const char* format, va_list arguments) {
 
 }  // namespace
 
-class CollectingSink final : public ITraceSink {
+class CollectingSink final : public DefaultSink {
  public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
-  bool IsValid() override { return true; }
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-
-  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
-                                                 const char* moduleName) override {
-    Output(format, arguments, moduleName);
-  }
-
   [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
                                             const char* moduleName) override {
     std::function<void(const std::string&)> actionForEach;

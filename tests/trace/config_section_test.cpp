@@ -18,8 +18,6 @@ std::optional<uint32_t> Read(std::string_view text, std::string_view key = "Key"
   return section ? std::optional(section->ReadNumber(key).value_or(MISSING)) : std::nullopt;
 }
 
-}  // namespace
-
 TEST(ConfigSectionTest, FindsASectionWhateverTheCaseOfItsName) {
   EXPECT_EQ(Read("[Name]\nKey=1\n"), 1U);
   EXPECT_EQ(Read("[nAME]\nKey=1\n"), 1U);
@@ -115,3 +113,5 @@ TEST(ConfigSectionTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
 TEST(ConfigSectionTest, ReadsNoNumberFromTheLineAfterTheKey) {
   EXPECT_EQ(Read("[Name]\nKey=\n5\n"), 0U);
 }
+
+}  // namespace

@@ -8,24 +8,12 @@
 #include <cstring>
 #include <string>
 
+#include "tests/support/default_sink.h"
 #include "trace/debug_client.h"
-#include "trace/trace_sink.h"
 
 // Lives before the first and after the last static object, as a host's sink may.
-class Sink final : public ITraceSink {
+class Sink final : public DefaultSink {
  public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
-  bool IsValid() override { return true; }
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
-                                                 const char* moduleName) override {
-    Output(format, arguments, moduleName);
-  }
-
   [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
                                             const char* moduleName) override {
     std::array<char, 100> text = {};

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/trace/next_sink.h"
+#include "tests/trace/taken_system_log.h"
 #include "trace/debug_client.h"
 #include "trace/trace_sink.h"
 
@@ -51,12 +52,6 @@ class Sink final : public ITraceSink {
   }
 };
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-// Lines of level 0 shall not reach the machine's log.
-extern "C" void __wrap_openlog(const char* /*name*/, int /*options*/, int /*facility*/) {}
-extern "C" void __wrap_syslog(int /*priority*/, const char* /*format*/, ...) {}
-// NOLINTEND(bugprone-reserved-identifier)
-
 // The object that the trace client finds first; a library that this program is linked to exports
 // the next one.
 Sink Debug;
@@ -75,6 +70,7 @@ class DebugClientSinkTest : public testing::Test {
   }
   ~DebugClientSinkTest() override { m_client.Release(); }
 
+  TakenSystemLog m_oLog;
   CDebugClient m_client;
 };
 
@@ -86,8 +82,6 @@ size_t PositionOf(Operation operation) {
   std::memcpy(words, &operation, sizeof words);
   return (words[0] - 1) / sizeof(void*);
 }
-
-}  // namespace
 
 TEST_F(DebugClientSinkTest, OperationsLieWhereTheHostHasThem) {
   EXPECT_EQ(PositionOf(&ITraceSink::IsValid), 2U);
@@ -144,6 +138,7 @@ TEST_F(DebugClientSinkTest, LosesTheLineWhenNoObjectIsValidAndLooksAgainAtTheNex
   m_client.Print("lost");
   m_client.PrintFor(0, "lost");
   EXPECT_EQ(TakeLinesOfNextSink(), 0);
+  EXPECT_EQ(m_oLog.entries.size(), 1U) << "the line of level 0 is in the system log";
   Debug.m_isValid = true;
   m_client.Trace(0, "line");
   EXPECT_EQ(Debug.m_lines, Texts({"leveled EM_TALVOR: line"}));
@@ -179,3 +174,5 @@ TEST_F(DebugClientSinkTest, ThreadsThatStartTogetherFindIt) {
   second.join();
   EXPECT_EQ(TakeLinesOfNextSink(), 2);
 }
+
+}  // namespace

@@ -3,21 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/trace_session.h"
+#include "tests/trace/taken_system_log.h"
 
 namespace {
 
-constexpr uint32_t LARGEST = 0xFFFFFFFF;
-
-std::string g_logged;
+constexpr uint32_t LARGEST_LEVEL = 0xFFFFFFFF;
 
 void ChangeErrno() { errno = EPIPE; }
 
@@ -26,22 +23,6 @@ void TraceLines(uint32_t first, uint32_t last) {
     g_oDebugClient.Trace(level, "line %u", level);
   }
 }
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" void __wrap_openlog(const char* /*name*/, int /*options*/, int /*facility*/) {}
-
-extern "C" [[gnu::format(printf, 2, 3)]] void __wrap_syslog(int /*priority*/, const char* format,
-                                                            ...) {
-  char text[100];
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  g_logged += text;
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 TEST(DebugClientTest, WritesALineAtItsLevelAndDropsItBelow) {
   {
@@ -64,12 +45,12 @@ TEST(DebugClientTest, ComparesLevelsWithoutSign) {
   {
     const TraceSession session(5);
     g_oDebugClient.Trace(0x80000000, "high");
-    g_oDebugClient.Trace(LARGEST, "highest");
+    g_oDebugClient.Trace(LARGEST_LEVEL, "highest");
     EXPECT_EQ(session.Lines().size(), 0U);
   }
-  const TraceSession session(LARGEST);
+  const TraceSession session(LARGEST_LEVEL);
   g_oDebugClient.Trace(1, "low");
-  g_oDebugClient.Trace(LARGEST, "highest");
+  g_oDebugClient.Trace(LARGEST_LEVEL, "highest");
   EXPECT_EQ(session.Texts(), std::vector<std::string>({"low", "highest"}));
 }
 
@@ -83,20 +64,24 @@ TEST(DebugClientTest, HandsFormatAndArgumentsAndModuleNameToTheSink) {
 }
 
 TEST(DebugClientTest, HandsALineOfLevelZeroToSinkAndSystemLogWithItsArgumentsIntact) {
+  const TakenSystemLog log;
   const TraceSession session(1);
   DEBUG_TRACE(0, "\n\nnumber %d and %s", 7, "text");
   EXPECT_EQ(session.Texts(), std::vector<std::string>({"\n\nnumber 7 and text"}));
-  EXPECT_EQ(g_logged, "number 7 and text");
+  ASSERT_EQ(log.entries.size(), 1U);
+  EXPECT_EQ(log.entries[0].text, "number 7 and text");
 }
 
 TEST(DebugClientTest, SinkThatThrowsCannotKeepALineOfLevelZeroFromTheSystemLog) {
+  const TakenSystemLog log;
   TraceSession session(1);
   session.ThrowAt("line");
   EXPECT_THROW(DEBUG_TRACE(0, "line"), std::runtime_error);
-  EXPECT_EQ(g_logged, "line");
+  EXPECT_EQ(log.entries.size(), 1U);
 }
 
 TEST(DebugClientTest, WritesALineOfLevelZeroWhileTheLevelIsZero) {
+  const TakenSystemLog log;
   const TraceSession session(0);
   g_oDebugClient.Trace(0, "line");
   g_oDebugClient.Trace(1, "line");
@@ -219,3 +204,5 @@ TEST(DebugClientTest, TakesLinesOfManyThreads) {
   }
   EXPECT_EQ(session.Count("line %d"), THREADS * LINES);
 }
+
+}  // namespace

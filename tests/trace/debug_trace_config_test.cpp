@@ -34,8 +34,6 @@ class DebugTraceConfigTest : public TraceConfigDirectory {
   }
 };
 
-}  // namespace
-
 TEST_F(DebugTraceConfigTest, IsOffBeforeTheFirstLoad) {
   EXPECT_FALSE(m_client.IsEnabled());
   EXPECT_EQ(m_client.GetDebugLevel(), 0U);
@@ -328,3 +326,5 @@ TEST_F(DebugTraceConfigTest, LoadsAgainAfterRelease) {
   EXPECT_EQ(LoadedLevel(), 4U);
   EXPECT_STREQ(m_client.GetModuleName(), "EM_TALVOR");
 }
+
+}  // namespace

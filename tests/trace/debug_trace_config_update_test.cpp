@@ -8,47 +8,19 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/failing_new.h"
+#include "tests/support/system_calls.h"
 #include "tests/trace/trace_config_directory.h"
 #include "trace/debug_trace_config.h"
 
 namespace {
 
+// Outlives the answers of a case.
 std::atomic<time_t> g_now = 5000;
-std::atomic<bool> g_outOfMemory = false;
-std::atomic<bool> g_cannotRead = false;
-std::atomic<int> g_stats = 0;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
-extern "C" int __real_stat(const char* path, struct stat* status);
-
-extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  if (g_outOfMemory) {
-    throw std::bad_alloc();
-  }
-  if (g_cannotRead) {
-    errno = EIO;
-    return -1;
-  }
-  return __real_read(descriptor, buffer, size);
-}
-
-extern "C" time_t __wrap_time(time_t* /*result*/) { return g_now; }
-
-extern "C" int __wrap_stat(const char* path, struct stat* status) {
-  ++g_stats;
-  return __real_stat(path, status);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-namespace {
 
 constexpr time_t OLD = 1000;
 constexpr time_t NEWER = 2000;
@@ -69,13 +41,7 @@ class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
     }
   }
 
-  void TearDown() override {
-    g_outOfMemory = false;
-    g_cannotRead = false;
-    TraceConfigDirectory::TearDown();
-  }
-
-  // Any trace call of that second. No trace sink is in this program.
+  // Any trace call of that second.
   void TraceAt(time_t now) {
     g_now = now;
     m_client.Trace(LEVEL_OF_NO_LINE, "line");
@@ -83,15 +49,15 @@ class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
 
   // True when a trace call of that second looks at the files.
   bool ChecksAt(time_t now) {
-    const int before = g_stats;
+    const auto stats = calls::stat.Watch();
     TraceAt(now);
-    return g_stats != before;
+    return stats.GetCount() > 0;
   }
 
   static constexpr uint32_t LEVEL_OF_NO_LINE = 0xFFFFFFFF;
-};
 
-}  // namespace
+  const ScopedAnswer m_oTime = calls::time.Answer([](time_t* /*result*/) { return g_now.load(); });
+};
 
 TEST_F(DebugTraceConfigUpdateTest, TakesANewLevelTenSecondsAfterTheLastCheckAndNotEarlier) {
   Write("talvor.ini", Module("FileDebugLevel=5\nTraceFlags=0x11\nMemoryTracesFlag=7\n"), NEWER);
@@ -345,9 +311,10 @@ TEST_F(DebugTraceConfigUpdateTest, NeverReadsAgainAfterRelease) {
 TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
   Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
   Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
-  g_outOfMemory = true;
-  EXPECT_NO_THROW(TraceAt(5010));
-  g_outOfMemory = false;
+  FailingNew memory(0);
+  TraceAt(5010);
+  memory.Stop();
+  EXPECT_TRUE(memory.HasFailed());
   EXPECT_EQ(m_client.GetDebugLevel(), 3U);
   EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
   TraceAt(5020);
@@ -358,9 +325,10 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
 TEST_F(DebugTraceConfigUpdateTest, ReadsAFileLaterThatCannotBeReadNow) {
   Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
   Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
-  g_cannotRead = true;
-  TraceAt(5010);
-  g_cannotRead = false;
+  {
+    const auto failing = calls::read.Fail(EIO);
+    TraceAt(5010);
+  }
   EXPECT_EQ(m_client.GetDebugLevel(), 3U);
   EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
   TraceAt(5020);
@@ -394,3 +362,5 @@ TEST_F(DebugTraceConfigUpdateTest, LoadsAndReleasesWhileOtherThreadsTrace) {
     thread.join();
   }
 }
+
+}  // namespace

@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <stdexcept>
 
-#include "trace/trace_sink.h"
+#include "tests/support/default_sink.h"
 
 namespace {
 
@@ -15,22 +15,15 @@ std::atomic<int> g_lines = 0;
 
 }  // namespace
 
-class NextSink final : public ITraceSink {
+class NextSink final : public DefaultSink {
  public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
+  constexpr NextSink() = default;
+
   bool IsValid() override {
     if (g_isThrowing) {
       throw std::runtime_error("sink");
     }
     return g_isValid;
-  }
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-  void PlainOutput(const char* /*format*/, va_list /*arguments*/, const char* /*name*/) override {
-    ++g_lines;
   }
   void Output(const char* /*format*/, va_list /*arguments*/, const char* /*name*/) override {
     ++g_lines;

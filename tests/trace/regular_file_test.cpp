@@ -7,85 +7,25 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
-namespace {
-
-// What happens instead of the next call of the product, or before it.
-thread_local std::function<ssize_t(int)> t_onRead;
-thread_local std::function<void()> t_onClose;
-thread_local bool t_failFstat = false;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
-extern "C" ssize_t __real_read(int descriptor, void* buffer, size_t size);
-extern "C" int __real_close(int descriptor);
-extern "C" int __real_fstat(int descriptor, struct stat* status);
-
-extern "C" ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  if (t_onRead) {
-    if (const ssize_t result = t_onRead(descriptor); result < 0) {
-      return result;
-    }
-  }
-  return __real_read(descriptor, buffer, size);
-}
-
-extern "C" int __wrap_close(int descriptor) {
-  if (t_onClose) {
-    t_onClose();
-  }
-  return __real_close(descriptor);
-}
-
-extern "C" int __wrap_fstat(int descriptor, struct stat* status) {
-  if (t_failFstat) {
-    errno = EIO;
-    return -1;
-  }
-  return __real_fstat(descriptor, status);
-}
-// NOLINTEND(bugprone-reserved-identifier)
+#include "tests/support/descriptor_count.h"
+#include "tests/support/scratch_directory.h"
+#include "tests/support/system_calls.h"
 
 namespace {
-
-constexpr unsigned HANG_LIMIT = 60;  // seconds
-
-ssize_t FailWith(int error) {
-  errno = error;
-  return -1;
-}
-
-ptrdiff_t CountDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
-}
 
 class RegularFileTest : public testing::Test {
  protected:
-  RegularFileTest() { alarm(HANG_LIMIT); }
-
-  ~RegularFileTest() override {
-    t_onRead = nullptr;
-    t_onClose = nullptr;
-    t_failFstat = false;
-    std::filesystem::remove_all(m_directory);
-    alarm(0);
-  }
-
-  std::string Path(const std::string& name) const { return m_directory + "/" + name; }
+  std::string Path(const std::string& name) const { return m_oScratch.Path(name); }
 
   std::string Write(const std::string& name, const std::string& text) const {
-    std::ofstream(Path(name), std::ios::binary) << text;
-    return Path(name);
+    return m_oScratch.Write(name, text);
   }
 
   std::string MakePipe() const {
@@ -108,16 +48,8 @@ class RegularFileTest : public testing::Test {
   }
 
  private:
-  static std::string MakeDirectory() {
-    std::string name = testing::TempDir() + "regular_file_XXXXXX";
-    EXPECT_NE(mkdtemp(name.data()), nullptr);
-    return name;
-  }
-
-  const std::string m_directory = MakeDirectory();
+  const ScratchDirectory m_oScratch;
 };
-
-}  // namespace
 
 TEST_F(RegularFileTest, ReadsTheWholeFileWhateverItsLength) {
   for (const size_t length : {0U, 1U, 16'383U, 16'384U, 16'385U, 100'000U}) {
@@ -165,7 +97,7 @@ TEST_F(RegularFileTest, ReadsAFileThatItCannotLookAt) {
   const std::string path = Write("file", "text");
   const ptrdiff_t descriptors = CountDescriptors();
   std::string text;
-  t_failFstat = true;
+  const auto failing = calls::fstat.Fail(EIO);
   EXPECT_TRUE(ReadRegularFile(path, text));
   EXPECT_EQ(text, "text");
   EXPECT_EQ(CountDescriptors(), descriptors);
@@ -174,7 +106,7 @@ TEST_F(RegularFileTest, ReadsAFileThatItCannotLookAt) {
 TEST_F(RegularFileTest, PassesOverAFileThatIsLongerThanAsked) {
   const std::string path = Write("file", std::string(20'000, 'x'));
   for (const bool isSizeUnknown : {false, true}) {
-    t_failFstat = isSizeUnknown;
+    const auto unknown = calls::fstat.Fail(EIO, 0, isSizeUnknown ? 2 : 0);
     std::string text = "untouched";
     EXPECT_FALSE(ReadRegularFile(path, text, 19'999));
     EXPECT_EQ(text, "untouched");
@@ -187,34 +119,32 @@ TEST_F(RegularFileTest, PassesOverAFileThatIsLongerThanAsked) {
 TEST_F(RegularFileTest, ReadsNothingOfAFileThatIsTooLong) {
   const std::string path = Write("file", "text");
   ASSERT_EQ(truncate(path.c_str(), off_t{1} << 40), 0);
-  int reads = 0;
-  t_onRead = [&reads](int /*descriptor*/) {
-    ++reads;
-    return FailWith(EIO);
-  };
+  const auto reads = calls::read.Watch();
   std::string text;
   EXPECT_FALSE(ReadRegularFile(path, text, 1000));
-  EXPECT_EQ(reads, 0);
+  EXPECT_EQ(reads.GetCount(), 0);
 }
 
 TEST_F(RegularFileTest, GivesUpOnAReadErrorAndLeavesTheTextAlone) {
   const std::string path = Write("file", std::string(20'000, 'x'));
   const ptrdiff_t descriptors = CountDescriptors();
   for (const int failing : {1, 2, 3}) {
-    int reads = 0;
-    t_onRead = [&](int) { return ++reads == failing ? FailWith(EIO) : 0; };
+    const auto reads = calls::read.Fail(EIO, failing - 1);
     std::string text = "untouched";
     EXPECT_FALSE(ReadRegularFile(path, text)) << failing;
     EXPECT_EQ(text, "untouched");
-    EXPECT_EQ(reads, failing);
+    EXPECT_EQ(reads.GetCount(), failing);
   }
   EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
 TEST_F(RegularFileTest, GoesOnAfterASignal) {
   const std::string path = Write("file", std::string(20'000, 'x'));
-  int reads = 0;
-  t_onRead = [&](int) { return ++reads % 2 == 1 ? FailWith(EINTR) : 0; };
+  const auto reads =
+      calls::read.Answer([call = 0](int descriptor, void* buffer, size_t size) mutable {
+        return ++call % 2 == 1 ? calls::read.FailNow(EINTR, descriptor, buffer, size)
+                               : calls::read.Real(descriptor, buffer, size);
+      });
   std::string text;
   EXPECT_TRUE(ReadRegularFile(path, text));
   EXPECT_EQ(text, std::string(20'000, 'x'));
@@ -224,10 +154,10 @@ TEST_F(RegularFileTest, ReadsThroughACloseOnExecDescriptorAndClosesIt) {
   const std::string path = Write("file", "text");
   const ptrdiff_t descriptors = CountDescriptors();
   std::vector<int> flags;
-  t_onRead = [&](int descriptor) {
+  const auto reads = calls::read.Answer([&](int descriptor, void* buffer, size_t size) {
     flags.push_back(fcntl(descriptor, F_GETFD));
-    return 0;
-  };
+    return calls::read.Real(descriptor, buffer, size);
+  });
   std::string text;
   EXPECT_TRUE(ReadRegularFile(path, text));
   EXPECT_EQ(flags, std::vector<int>({FD_CLOEXEC, FD_CLOEXEC}));
@@ -247,7 +177,7 @@ TEST_F(RegularFileTest, NeverTakesATerminalAsControllingTerminal) {
         signal(SIGHUP, SIG_IGN);
         std::string text;
         const bool isRead = ReadRegularFile(terminal, text);
-        const bool hasTerminal = open("/dev/tty", O_RDWR | O_CLOEXEC) >= 0;
+        const bool hasTerminal = open("/dev/tty", O_RDWR | O_CLOEXEC, 0) >= 0;
         _exit(!isRead && !hasTerminal && errno == ENXIO ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
@@ -259,16 +189,19 @@ TEST_F(RegularFileTest, SurvivesThatItsThreadIsCancelledWhenItClosesTheFile) {
   const ptrdiff_t descriptors = CountDescriptors();
   bool isRead = false;
   bool isCancelled = true;
-  std::thread thread([&] {
-    t_onClose = [] { pthread_cancel(pthread_self()); };
+  const auto cancelling = calls::close.Answer([](int descriptor) {
+    pthread_cancel(pthread_self());
+    return calls::close.Real(descriptor);
+  });
+  std::thread([&] {
     std::string text;
     isRead = ReadRegularFile(path, text);
-    t_onClose = nullptr;
     pthread_testcancel();
     isCancelled = false;
-  });
-  thread.join();
+  }).join();
   EXPECT_TRUE(isRead);
   EXPECT_TRUE(isCancelled);
   EXPECT_EQ(CountDescriptors(), descriptors);
 }
+
+}  // namespace

@@ -3,23 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdarg>
 
-// A sink that must not be called: what it is shows without a call.
-class Sink final : public ITraceSink {
- public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
+#include "tests/support/default_sink.h"
+
+// What a host may export under the sink's name. Each needs a symbol, for which it is not local.
+namespace exported {
+
+// Must not be called: what it is shows without a call.
+class Sink final : public DefaultSink {
   bool IsValid() override { throw "called"; }
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-  void PlainOutput(const char* /*format*/, va_list /*arguments*/, const char* /*name*/) override {}
-  void Output(const char* /*format*/, va_list /*arguments*/, const char* /*name*/) override {}
 };
 
-// What a host may export under the sink's name. A symbol of each, for which they are not local.
 extern constinit Sink SinkObject;
 constinit Sink SinkObject;
 extern ITraceSink* SinkPointer;
@@ -53,14 +47,20 @@ asm(R"(
   .type HalfOfASink, @object
   .size HalfOfASink, 4
 HalfOfASink:
-  .quad _ZTV4Sink + 16
+  .quad _ZTVN8exported4SinkE + 16
   .globl LabelOfASink
 LabelOfASink:
-  .quad _ZTV4Sink + 16
+  .quad _ZTVN8exported4SinkE + 16
   .text
 )");
-extern int HalfOfASink;
-extern char LabelOfASink;
+extern "C" int HalfOfASink;
+extern "C" char LabelOfASink;
+
+}  // namespace exported
+
+namespace {
+
+using namespace exported;  // NOLINT(google-build-using-namespace)
 
 TEST(SinkSymbolTest, IsASinkWhereAnObjectHasOperations) {
   EXPECT_EQ(SinkAtSymbol(&SinkObject), &SinkObject);
@@ -91,3 +91,5 @@ TEST(SinkSymbolTest, IsNoneWhereNothingIsLoaded) {
   EXPECT_EQ(SinkAtSymbol(&local), nullptr);
   EXPECT_EQ(SinkAtSymbol(reinterpret_cast<void*>(8)), nullptr);
 }
+
+}  // namespace

@@ -18,7 +18,7 @@
 class HeldConfigFile {
  public:
   explicit HeldConfigFile(const std::string& path)
-      : m_oFile(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+      : m_oFile(open(path.c_str(), O_RDONLY | O_CLOEXEC, 0)) {
     EXPECT_EQ(flock(m_oFile.Get(), LOCK_EX | LOCK_NB), 0);
   }
 
@@ -42,6 +42,8 @@ class TraceConfigDirectory : public testing::Test {
       m_client.Release();
       std::filesystem::remove_all(ROOT);
     }
+    unsetenv("CV_LOG_DEBUG_LEVEL");
+    unsetenv("CV_LOG_DYNAMIC_UPDATE");
   }
 
   static std::string Path(const std::string& name) { return DIRECTORY + name; }

@@ -43,8 +43,6 @@ class Mark {
   bool& m_flag;
 };
 
-}  // namespace
-
 TEST(TraceShieldTest, IsUpWhileItLives) {
   EXPECT_FALSE(CTraceShield::IsUp());
   {
@@ -147,6 +145,7 @@ TEST(TraceShieldTest, RestoresTheCancelStateThatItFound) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   { const CTraceShield shield; }
   EXPECT_EQ(CancelState(), PTHREAD_CANCEL_DISABLE);
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
 }
 
 TEST(TraceShieldTest, SinkThatEndsTheThreadUnwindsItInSpiteOfTheShield) {
@@ -158,3 +157,5 @@ TEST(TraceShieldTest, SinkThatEndsTheThreadUnwindsItInSpiteOfTheShield) {
   }));
   EXPECT_TRUE(IsUnwound([] { DEBUG_TRACE_NOTHROW(1, "line"); }));
 }
+
+}  // namespace
