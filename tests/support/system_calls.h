@@ -35,6 +35,8 @@
 using ThreadFunction = void* (*)(void*);
 using SignalAction = struct sigaction;
 using FileStatus = struct stat;
+using DirectoryFilter = int (*)(const dirent*);
+using DirectoryOrder = int (*)(const dirent**, const dirent**);
 
 // How a function tells that it failed.
 enum class Failure {
@@ -72,6 +74,8 @@ enum class Failure {
   CALL(1, ERRNO, DIR*, opendir, const char*) \
   CALL(1, ERRNO, DIR*, fdopendir, int) \
   CALL(1, ERRNO, dirent*, readdir, DIR*) \
+  CALL(4, ERRNO, int, scandir, const char*, dirent***, DirectoryFilter, DirectoryOrder) \
+  CALL(2, ERRNO, int, mkostemp, char*, int) \
   CALL(2, ERRNO, char*, getcwd, char*, size_t) \
   CALL(1, ERRNO, int, fchdir, int) \
   CALL(3, ERRNO, int, close_range, unsigned, unsigned, int) \

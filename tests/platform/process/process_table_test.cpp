@@ -5,31 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 
-namespace {
-
-bool g_bReadlinkIsFull = false;  // readlink fills whatever buffer it gets
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-ssize_t __real_readlink(const char* path, char* buffer, size_t size);
-ssize_t __wrap_readlink(const char* path, char* buffer, size_t size) {
-  if (g_bReadlinkIsFull) {
-    memset(buffer, 'x', size);
-    return static_cast<ssize_t>(size);
-  }
-  return __real_readlink(path, buffer, size);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#include "tests/support/open_descriptors.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
@@ -95,7 +76,10 @@ TEST(ProcessTableTest, ReadsTheExecutableOfAProcess) {
 }
 
 TEST(ProcessTableTest, RefusesAnExecutableWhosePathMayBeCut) {
-  g_bReadlinkIsFull = true;
+  const auto full = calls::readlink.Answer([](const char*, char* buffer, size_t size) {
+    memset(buffer, 'x', size);
+    return static_cast<ssize_t>(size);
+  });
   std::string executable = "before";
   EXPECT_FALSE(GetProcessExecutable(executable, getpid()));
   EXPECT_EQ(executable, "");
@@ -216,10 +200,7 @@ TEST(ProcessTableTest, FindsNoMemoryOfAProcessThatHasEnded) {
 }
 
 TEST(ProcessTableTest, LeavesNoDescriptorOpen) {
-  const auto openDescriptors = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-  };
-  const auto before = openDescriptors();
+  const ptrdiff_t before = CountDescriptors();
   int32_t pid = 0;
   EXPECT_FALSE(FindProcessByName(pid, "nobody"));
   const Child child("somebody");
@@ -227,5 +208,5 @@ TEST(ProcessTableTest, LeavesNoDescriptorOpen) {
   std::string text;
   EXPECT_TRUE(ReadProcStatusField(pid, text, "Name:"));
   EXPECT_FALSE(ReadProcStatusField(pid, text, "None:"));
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(CountDescriptors(), before);
 }

@@ -9,60 +9,16 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 
-#include "tests/support/scratch_directory.h"
+#include "tests/platform/process/scratch_working_directory.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
-std::atomic<int> g_nKills = 0;
-std::atomic<int> g_nWaits = 0;
-std::atomic<int> g_nWaitOptions = -1;
-bool g_bNoDirectoryName = false;
-std::function<pid_t(int*)> g_fnWait;  // stands in for waitpid()
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-pid_t __real_waitpid(pid_t pid, int* status, int options);
-pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
-  ++g_nWaits;
-  g_nWaitOptions = options;
-  return g_fnWait ? g_fnWait(status) : __real_waitpid(pid, status, options);
-}
-
-// Lets nothing through that names more than one process.
-int __real_kill(pid_t pid, int signal);
-int __wrap_kill(pid_t pid, int signal) {
-  ++g_nKills;
-  return pid < 1 ? 0 : __real_kill(pid, signal);
-}
-
-char* __real_getcwd(char* buffer, size_t size);
-char* __wrap_getcwd(char* buffer, size_t size) {
-  if (g_bNoDirectoryName) {
-    *buffer = '\0';
-    return buffer;
-  }
-  return __real_getcwd(buffer, size);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
-namespace {
-
-std::string Current() { return std::filesystem::read_symlink("/proc/self/cwd"); }
-
-class ProcessControlTest : public testing::Test {
+class ProcessControlTest : public ScratchWorkingDirectory {
  protected:
-  ProcessControlTest() { std::filesystem::current_path(m_oScratch.Path()); }
-  ~ProcessControlTest() override { std::filesystem::current_path("/"); }
-
   bool Start(const char* commandLine) {
     return StartProcess(commandLine, m_nPid, nullptr, false, false);
   }
@@ -71,7 +27,6 @@ class ProcessControlTest : public testing::Test {
     return Start(m_oScratch.WriteScript("script", commands).c_str());
   }
 
-  const ScratchDirectory m_oScratch;
   std::atomic<int32_t> m_nPid = 77;
   int32_t m_nExitCode = 77;
 };
@@ -87,7 +42,6 @@ TEST_F(WaitProcessTest, TellsHowTheChildEnded) {
   m_nExitCode = 77;
   EXPECT_TRUE(WaitProcess(m_nPid, m_nExitCode, 2000));
   EXPECT_EQ(m_nExitCode, 0);
-  EXPECT_EQ(g_nWaitOptions, 0);
   ASSERT_TRUE(StartScript("exit 200"));
   EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 2000));
   EXPECT_EQ(m_nExitCode, 200);
@@ -98,10 +52,11 @@ TEST_F(WaitProcessTest, TellsHowTheChildEnded) {
 
 TEST_F(WaitProcessTest, WaitsWithoutLimitWhateverTheTimeOut) {
   ASSERT_TRUE(Start("sleep 2.3"));
+  const auto waits = calls::waitpid.Watch();
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_TRUE(WaitProcess(m_nPid, m_nExitCode, 2000));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2200));
-  EXPECT_EQ(g_nWaits, 1);
+  EXPECT_EQ(waits.GetCount(), 1);
 }
 
 TEST_F(WaitProcessTest, IsFalseForAProcessThatIsNoChild) {
@@ -110,31 +65,32 @@ TEST_F(WaitProcessTest, IsFalseForAProcessThatIsNoChild) {
 }
 
 TEST_F(WaitProcessTest, RefusesPidsThatNameMoreThanOneProcess) {
+  const auto waits = calls::waitpid.Answer([](pid_t, int*, int) { return -1; });
   for (const int32_t pid : {0, -1, -2, INT32_MIN}) {
     m_nExitCode = 77;
     EXPECT_FALSE(WaitProcess(pid, m_nExitCode, 2000));
     EXPECT_EQ(errno, ECHILD);
     EXPECT_EQ(m_nExitCode, -1);
   }
-  EXPECT_EQ(g_nWaits, 0);
+  EXPECT_EQ(waits.GetCount(), 0);
 }
 
 TEST_F(WaitProcessTest, IsFalseWhenTheWaitGivesAnotherPid) {
-  g_fnWait = [](int* status) {
+  const auto answer = calls::waitpid.Answer([](pid_t, int* status, int) {
     *status = 0;
     return 6;
-  };
+  });
   EXPECT_FALSE(WaitProcess(5, m_nExitCode, 2000));
   EXPECT_EQ(m_nExitCode, -1);
 }
 
 TEST_F(WaitProcessTest, RepeatsAWaitThatASignalInterruptsAndNoOtherFailure) {
-  g_fnWait = [](int*) {
-    errno = g_nWaits <= 2 ? EINTR : EINVAL;
+  const auto waits = calls::waitpid.Answer([calls = 0](pid_t, int*, int) mutable {
+    errno = ++calls <= 2 ? EINTR : EINVAL;
     return -1;
-  };
+  });
   EXPECT_FALSE(WaitProcess(5, m_nExitCode, 2000));
-  EXPECT_EQ(g_nWaits, 3);
+  EXPECT_EQ(waits.GetCount(), 3);
 }
 
 TEST_F(WaitProcessTest, GivesTheExitCodeToOneOfTwoThreads) {
@@ -179,7 +135,7 @@ TEST_F(KillProcessTest, SendsSigkillWithAndWithoutForce) {
     ASSERT_TRUE(Start("sleep 60"));
     EXPECT_TRUE(KillProcess(m_nPid, force));
     int status = 0;
-    EXPECT_EQ(__real_waitpid(m_nPid, &status, 0), m_nPid);
+    EXPECT_EQ(waitpid(m_nPid, &status, 0), m_nPid);
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(WTERMSIG(status), SIGKILL);
   }
@@ -191,11 +147,12 @@ TEST_F(KillProcessTest, IsFalseForAProcessThatIsGone) {
 }
 
 TEST_F(KillProcessTest, RefusesPidsThatNameMoreThanOneProcess) {
+  const auto kills = calls::kill.Answer([](pid_t, int) { return 0; });
   for (const int32_t pid : {0, -1, -2, INT32_MIN}) {
     EXPECT_FALSE(KillProcess(pid, true));
     EXPECT_EQ(errno, ESRCH);
   }
-  EXPECT_EQ(g_nKills, 0);
+  EXPECT_EQ(kills.GetCount(), 0);
 }
 
 TEST_F(ProcessControlTest, StoresTheCurrentDirectory) {
@@ -206,9 +163,13 @@ TEST_F(ProcessControlTest, StoresTheCurrentDirectory) {
 
 TEST_F(ProcessControlTest, KeepsTheStringWhenThereIsNoCurrentDirectory) {
   std::string path = "before";
-  g_bNoDirectoryName = true;
-  EXPECT_FALSE(GetCurrentDirectory(path));
-  g_bNoDirectoryName = false;
+  {
+    const auto empty = calls::getcwd.Answer([](char* buffer, size_t) {
+      *buffer = '\0';
+      return buffer;
+    });
+    EXPECT_FALSE(GetCurrentDirectory(path));
+  }
   std::filesystem::create_directories(m_oScratch.Path("removed"));
   ASSERT_TRUE(SetCurrentDirectory("removed"));
   std::filesystem::remove(m_oScratch.Path("removed"));

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,12 +13,16 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/process_control.h"
+#include "tests/support/open_descriptors.h"
 #include "tests/support/scratch_directory.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 
 using testing::ElementsAre;
@@ -27,43 +30,20 @@ using testing::IsEmpty;
 
 namespace {
 
-bool g_bNoCloseRange = false;
-
-// What the child does first, in its own process and on the memory of the test. May be null.
-void (*g_fnInChild)() = nullptr;
-const pid_t g_nParent = getpid();
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-int __real_close_range(unsigned first, unsigned last, int flags);
-int __wrap_close_range(unsigned first, unsigned last, int flags) {
-  if (g_bNoCloseRange) {
-    errno = ENOSYS;
-    return -1;
-  }
-  return __real_close_range(first, last, flags);
-}
-
-int __real_sigaction(int signal, const struct sigaction* action, struct sigaction* old);
-int __wrap_sigaction(int signal, const struct sigaction* action, struct sigaction* old) {
-  if (g_fnInChild != nullptr && getpid() != g_nParent) {
-    void (*inChild)() = g_fnInChild;
-    g_fnInChild = nullptr;
-    inChild();
-  }
-  return __real_sigaction(signal, action, old);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
-namespace {
-
 constexpr bool KEEP = true;
 constexpr bool CLOSE = false;
+
+// While it is held, the first thing that a child does, on the memory of the test, is `action`.
+ScopedAnswer InChild(void (*action)()) {
+  const auto isDone = std::make_shared<std::atomic<bool>>(false);
+  return calls::sigaction.Answer(
+      [action, isDone, parent = getpid()](int signal, auto* wanted, auto* old) {
+        if (getpid() != parent && !isDone->exchange(true)) {
+          action();
+        }
+        return calls::sigaction.Real(signal, wanted, old);
+      });
+}
 
 // The exit status of a child that executes the program; -1 when it ends otherwise.
 int Execute(const CChildProgram& program) {
@@ -78,7 +58,7 @@ int Execute(const CChildProgram& program) {
 class ChildProgramTest : public testing::Test {
  protected:
   // Which of the descriptors, opened before the limit is lowered, a child has: "299 300 ".
-  std::string Inherited(bool keep, const std::vector<int>& descriptors, rlim_t lowered = 0) const {
+  std::string Inherited(bool keep, const std::vector<int>& descriptors, rlim_t lowered) const {
     std::string commands;
     for (const int descriptor : descriptors) {
       EXPECT_EQ(dup2(STDIN_FILENO, descriptor), descriptor);
@@ -86,12 +66,11 @@ class ChildProgramTest : public testing::Test {
       commands += "[ ! -e /proc/self/fd/" + number + " ] || printf '" + number + " ' >>$D/out\n";
     }
     const std::string script = m_oScratch.WriteScript("list", commands + "exit 0");
-    rlimit limit = {};
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit low = {lowered != 0 ? lowered : limit.rlim_cur, limit.rlim_max};
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    const DescriptorLimit limit(lowered);
     EXPECT_EQ(Execute({{script}, keep}), 0);
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    for (const int descriptor : descriptors) {
+      close(descriptor);
+    }
     return m_oScratch.Read("out");
   }
 
@@ -131,8 +110,10 @@ TEST_F(ChildProgramTest, ManyArgumentsAllArrive) {
 
 TEST_F(ChildProgramTest, LooksTheProgramUpThroughPath) {
   m_oScratch.WriteScript("only-here", "exit 3");
+  const std::string path = getenv("PATH");
   setenv("PATH", ("/nowhere:" + m_oScratch.Path() + ":/bin").c_str(), 1);
   EXPECT_EQ(Execute({{"only-here"}, CLOSE}), 3);
+  setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(ChildProgramTest, EndsWith255WhenItCannotBeExecuted) {
@@ -177,7 +158,7 @@ TEST_F(ChildProgramTest, ClosesEveryDescriptorAlsoAboveTheLimit) {
 }
 
 TEST_F(ChildProgramTest, KeepsDescriptorsWhenAsked) {
-  EXPECT_EQ(Inherited(KEEP, {20, 299, 300}), "20 299 300 ");
+  EXPECT_EQ(Inherited(KEEP, {20, 299, 300}, 1024), "20 299 300 ");
 }
 
 TEST_F(ChildProgramTest, UnblocksFourSignalsAndNoOther) {
@@ -203,7 +184,7 @@ TEST_F(ChildProgramTest, NoHandlerOfTheHostRunsInTheChild) {
   static volatile sig_atomic_t handled = 0;
   handled = 0;
   signal(SIGUSR1, [](int) { handled = handled + 1; });
-  g_fnInChild = [] { kill(getpid(), SIGUSR1); };
+  const auto inChild = InChild([] { kill(getpid(), SIGUSR1); });
   EXPECT_EQ(Execute({{"true"}, CLOSE}), -1) << "the signal ends the child";
   EXPECT_EQ(handled, 0);
   raise(SIGUSR1);
@@ -218,7 +199,7 @@ TEST_F(ChildProgramTest, AnIgnoredSignalStaysIgnored) {
 }
 
 TEST_F(ChildProgramTest, ACancelledThreadStartsTheChildAllTheSame) {
-  g_bNoCloseRange = true;
+  const auto failing = calls::close_range.Fail(ENOSYS);
   const CChildProgram program({m_oScratch.WriteScript("end", "exit 5")}, CLOSE);
   std::atomic<int32_t> child = 0;
   bool isCancelled = true;
@@ -229,7 +210,6 @@ TEST_F(ChildProgramTest, ACancelledThreadStartsTheChildAllTheSame) {
     isCancelled = false;
   });
   thread.join();
-  g_bNoCloseRange = false;
   int status = 0;
   ASSERT_GT(child, 1);
   EXPECT_EQ(waitpid(child, &status, 0), child);
@@ -239,7 +219,7 @@ TEST_F(ChildProgramTest, ACancelledThreadStartsTheChildAllTheSame) {
 }
 
 TEST_F(ChildProgramTest, OthersHaveTheIdBeforeTheProgramIsExecuted) {
-  g_fnInChild = [] { sleep(15); };
+  const auto inChild = InChild([] { sleep(15); });
   std::atomic<int32_t> pid = 0;
   std::thread thread([&pid] {
     const pid_t child = CChildProgram({"true"}, CLOSE).Start(pid);
@@ -261,7 +241,7 @@ TEST_F(ChildProgramTest, AnIdThatOnlyHoldsInANamespaceOfTheChildIsNotGiven) {
     if (unshare(CLONE_NEWPID) != 0) {
       _exit(REFUSED);
     }
-    g_fnInChild = [] { seen = pid; };
+    const auto inChild = InChild([] { seen = pid; });
     const pid_t child = CChildProgram({"true"}, CLOSE).Start(pid);
     waitpid(child, nullptr, 0);
     _exit(seen <= 0 && pid == child && child > 1 ? 0 : 1);
@@ -279,7 +259,7 @@ TEST_F(ChildProgramTest, TheChildCopiesNoMemory) {
   GTEST_SKIP() << "the thread sanitizer makes every vfork() a fork()";
 #endif
   static volatile bool isSeen = false;
-  g_fnInChild = [] { isSeen = true; };
+  const auto inChild = InChild([] { isSeen = true; });
   EXPECT_EQ(Execute({{"true"}, CLOSE}), 0);
   EXPECT_TRUE(isSeen) << "what the child writes is not the memory of its parent";
 }

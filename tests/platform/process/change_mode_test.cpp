@@ -6,39 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
+#include <climits>
+#include <filesystem>
 #include <string>
 
 #include "tests/support/scratch_directory.h"
+#include "tests/support/system_calls.h"
 #include "trace/descriptor.h"
-
-namespace {
-
-int g_nErrno = 0;  // what fchmodat2() fails with; 0: it works
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-long __real_syscall(long number, ...);
-long __wrap_syscall(long number, ...) {
-  va_list arguments;
-  va_start(arguments, number);
-  const int directory = va_arg(arguments, int);
-  const char* path = va_arg(arguments, const char*);
-  const mode_t mode = va_arg(arguments, mode_t);
-  const int flags = va_arg(arguments, int);
-  va_end(arguments);
-  if (g_nErrno != 0) {
-    errno = g_nErrno;
-    return -1;
-  }
-  return __real_syscall(number, directory, path, mode, flags);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace {
 
@@ -46,7 +20,6 @@ namespace {
 class ChangeModeTest : public testing::TestWithParam<int> {
  protected:
   ChangeModeTest() {
-    g_nErrno = GetParam();
     m_oScratch.Write("file", "");
     EXPECT_EQ(chmod(m_oScratch.Path("file").c_str(), 0400), 0);
   }
@@ -62,6 +35,7 @@ class ChangeModeTest : public testing::TestWithParam<int> {
   }
 
   const ScratchDirectory m_oScratch;
+  const ScopedAnswer m_oChange = calls::syscall.Fail(GetParam(), 0, GetParam() == 0 ? 0 : INT_MAX);
 };
 
 INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS, EPERM),
@@ -99,7 +73,7 @@ TEST_P(ChangeModeTest, ReportsAFailureWithItsError) {
 }
 
 TEST_P(ChangeModeTest, ReportsAFileSystemThatKnowsNoModes) {
-  g_nErrno = EOPNOTSUPP;
+  const auto failing = calls::syscall.Fail(EOPNOTSUPP);
   EXPECT_FALSE(Change("file"));
   EXPECT_EQ(errno, EOPNOTSUPP);
   EXPECT_FALSE(Change("missing"));

@@ -2,50 +2,24 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <string>
 
-#include "tests/support/scratch_directory.h"
+#include "tests/platform/process/scratch_working_directory.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
-bool g_bCannotReturn = false;
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-int __real_fchdir(int descriptor);
-int __wrap_fchdir(int descriptor) {
-  if (g_bCannotReturn) {
-    errno = EACCES;
-    return -1;
-  }
-  return __real_fchdir(descriptor);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
-namespace {
-
-class WorkingDirectoryTest : public testing::Test {
+class WorkingDirectoryTest : public ScratchWorkingDirectory {
  protected:
   WorkingDirectoryTest() {
-    std::filesystem::create_directories(m_oScratch.Path("old"));
-    std::filesystem::create_directories(m_oScratch.Path("new"));
-    std::filesystem::current_path(m_oScratch.Path("old"));
+    std::filesystem::create_directory("old");
+    std::filesystem::create_directory("new");
+    std::filesystem::current_path("old");
   }
-  ~WorkingDirectoryTest() override { std::filesystem::current_path("/"); }
-
-  static std::string Current() { return std::filesystem::current_path(); }
-
-  const ScratchDirectory m_oScratch;
 };
 
 }  // namespace
@@ -80,7 +54,7 @@ TEST_F(WorkingDirectoryTest, StaysForNullAndForAnEmptyPath) {
     CWorkingDirectory directory;
     EXPECT_TRUE(directory.Enter(path));
     EXPECT_EQ(Current(), m_oScratch.Path("old"));
-    g_bCannotReturn = true;
+    const auto failing = calls::fchdir.Fail(EACCES);
     EXPECT_TRUE(directory.Leave());
   }
 }
@@ -89,19 +63,15 @@ TEST_F(WorkingDirectoryTest, RefusesADirectoryThatCannotBeEntered) {
   CWorkingDirectory directory;
   EXPECT_FALSE(directory.Enter("missing"));
   EXPECT_EQ(Current(), m_oScratch.Path("old"));
-  g_bCannotReturn = true;
+  const auto failing = calls::fchdir.Fail(EACCES);
   EXPECT_TRUE(directory.Leave());
 }
 
 TEST_F(WorkingDirectoryTest, StaysWhenTheOldDirectoryCannotBeRemembered) {
-  rlimit limit = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none = {0, limit.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const auto failing = calls::open.Fail(EMFILE);
   CWorkingDirectory directory;
   EXPECT_FALSE(directory.Enter("../new"));
   EXPECT_EQ(Current(), m_oScratch.Path("old"));
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(WorkingDirectoryTest, ReturnsToADirectoryThatWasRenamed) {
@@ -123,7 +93,7 @@ TEST_F(WorkingDirectoryTest, ReturnsToADirectoryThatWasRemoved) {
 TEST_F(WorkingDirectoryTest, ReportsAFailedReturn) {
   CWorkingDirectory directory;
   EXPECT_TRUE(directory.Enter("../new"));
-  g_bCannotReturn = true;
+  const auto failing = calls::fchdir.Fail(EACCES);
   EXPECT_FALSE(directory.Leave());
   EXPECT_EQ(Current(), m_oScratch.Path("new"));
 }

@@ -1,57 +1,14 @@
 #include "platform/close_descriptors.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 
-namespace {
-
-bool g_bHasCloseRange = true;
-bool g_bHasListing = true;
-int g_nCloses = 0;
-long g_nLimit = 0;  // what sysconf() says; 0: the truth
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-int __real_close_range(unsigned first, unsigned last, int flags);
-int __wrap_close_range(unsigned first, unsigned last, int flags) {
-  if (!g_bHasCloseRange) {
-    errno = ENOSYS;
-    return -1;
-  }
-  return __real_close_range(first, last, flags);
-}
-
-ssize_t __real_getdents64(int descriptor, void* buffer, size_t size);
-ssize_t __wrap_getdents64(int descriptor, void* buffer, size_t size) {
-  if (!g_bHasListing) {
-    errno = ENOTDIR;
-    return -1;
-  }
-  return __real_getdents64(descriptor, buffer, size);
-}
-
-int __real_close(int descriptor);
-int __wrap_close(int descriptor) {
-  ++g_nCloses;
-  return __real_close(descriptor);
-}
-
-long __real_sysconf(int name);
-long __wrap_sysconf(int name) {
-  return name == _SC_OPEN_MAX && g_nLimit != 0 ? g_nLimit : __real_sysconf(name);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#include "tests/support/open_descriptors.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
@@ -75,37 +32,37 @@ void ExpectToCloseAllBelow(int end) {
 }  // namespace
 
 TEST(CloseDescriptorsTest, ClosesFromTheFirstUpAlsoAboveTheLimit) {
-  g_nCloses = 0;
+  const auto closes = calls::close.Watch();
   ExpectToCloseAllBelow(201);
-  EXPECT_EQ(g_nCloses, 0);
+  EXPECT_EQ(closes.GetCount(), 0);
 }
 
 TEST(CloseDescriptorsTest, ClosesThemOneByOneOnAKernelWithoutTheCall) {
-  g_bHasCloseRange = false;
+  const auto noCall = calls::close_range.Fail(ENOSYS);
   ExpectToCloseAllBelow(201);
 }
 
 TEST(CloseDescriptorsTest, ClosesThoseBelowTheLimitWithoutTheCallAndWithoutAListing) {
-  g_bHasCloseRange = false;
-  g_bHasListing = false;
+  const auto noCall = calls::close_range.Fail(ENOSYS);
+  const auto noListing = calls::getdents64.Fail(ENOTDIR);
   ExpectToCloseAllBelow(150);
 }
 
 TEST(CloseDescriptorsTest, ClosesMoreThanOneBlockOfAListing) {
-  g_bHasCloseRange = false;
+  const auto noCall = calls::close_range.Fail(ENOSYS);
   for (int descriptor = 300; descriptor < 900; ++descriptor) {
     Open(descriptor);
   }
-  g_nCloses = 0;
+  const auto closes = calls::close.Watch();
   CloseDescriptors(300, 900);
-  EXPECT_EQ(g_nCloses, 600 + 1) << "one for the listing";
+  EXPECT_EQ(closes.GetCount(), 600 + 1) << "one for the listing";
   for (int descriptor = 300; descriptor < 900; ++descriptor) {
     EXPECT_FALSE(IsOpen(descriptor)) << descriptor;
   }
 }
 
 TEST(CloseDescriptorsTest, KeepsItsListingWhileItReads) {
-  g_bHasCloseRange = false;
+  const auto noCall = calls::close_range.Fail(ENOSYS);
   const int listing = dup(STDIN_FILENO);  // the number that the listing gets
   ASSERT_GE(listing, 3);
   close(listing);
@@ -120,26 +77,23 @@ TEST(CloseDescriptorsTest, KeepsItsListingWhileItReads) {
 
 TEST(CloseDescriptorsTest, CostsNothingForAHugeLimit) {
   for (const bool hasCloseRange : {true, false}) {
-    g_bHasCloseRange = hasCloseRange;
+    const auto noCall = calls::close_range.Fail(ENOSYS, 0, hasCloseRange ? 0 : INT_MAX);
     Open(150);
-    g_nCloses = 0;
+    const auto closes = calls::close.Watch();
     CloseDescriptors(100, 1U << 30);
     EXPECT_FALSE(IsOpen(150));
-    EXPECT_LE(g_nCloses, 2);
+    EXPECT_LE(closes.GetCount(), 2);
   }
 }
 
 TEST(CloseDescriptorsTest, TakesTheLimitOfTheProcess) {
-  rlimit limit = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  limit.rlim_cur = 345;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  const DescriptorLimit limit(345);
   EXPECT_EQ(GetDescriptorLimit(), 345U);
 }
 
 TEST(CloseDescriptorsTest, TakesALimitBelow256AndNoneAs1024) {
   const auto limitFor = [](long limit) {
-    g_nLimit = limit;
+    const auto answer = calls::sysconf.Answer([limit](int) { return limit; });
     return GetDescriptorLimit();
   };
   EXPECT_EQ(limitFor(-1), 1024U);

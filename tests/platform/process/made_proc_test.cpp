@@ -1,54 +1,18 @@
 // Queries on a proc file system that the test made.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 
 #include <cerrno>
-#include <cstdarg>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <new>
 
 #include "platform/process_table.h"
-
-namespace {
-
-int g_nAllocations = 0;
-int g_nOpens = 0;
-
-}  // namespace
-
-// Not inlined, so that the compiler does not take them for a mismatch of malloc() and delete.
-[[gnu::noinline]] void* operator new(size_t size) {
-  ++g_nAllocations;
-  if (void* memory = malloc(size)) {
-    return memory;
-  }
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept { free(memory); }
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-int __real_openat(int directory, const char* path, int flags, ...);
-int __wrap_openat(int directory, const char* path, int flags, ...) {
-  ++g_nOpens;
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-  va_end(arguments);
-  return __real_openat(directory, path, flags, mode);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#include "tests/support/failing_new.h"
+#include "tests/support/open_descriptors.h"
+#include "tests/support/system_calls.h"
 
 namespace {
 
@@ -208,30 +172,22 @@ TEST_F(MadeProcTest, DoesNotFindALongNameOfAKernelThread) {
 
 TEST_F(MadeProcTest, FindsNothingWhenTheDirectoryCannotBeOpened) {
   Make("1/comm", "name\n");
-  rlimit limit = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none = {0, limit.rlim_max};  // it cannot be opened
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const DescriptorLimit none(0);
   int32_t pid = 7;
   EXPECT_FALSE(FindProcessByName(pid, "name"));
   EXPECT_EQ(pid, -1);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(MadeProcTest, SearchesWithOneOpenAndNoAllocationForEachProcess) {
-  const auto cost = [](int processes) {
-    for (int number = 0; number < processes; ++number) {
-      Make(std::to_string(1'000'000 + number) + "/comm", "fifteen letters\n");
-    }
-    g_nOpens = 0;
-    g_nAllocations = 0;
-    int32_t pid = 0;
-    EXPECT_FALSE(FindProcessByName(pid, "somebody"));
-    EXPECT_EQ(g_nOpens, processes);
-    return g_nAllocations;
-  };
-  const int costOf10 = cost(10);
-  EXPECT_EQ(cost(2000), costOf10);
+  for (int number = 0; number < 2000; ++number) {
+    Make(std::to_string(1'000'000 + number) + "/comm", "fifteen letters\n");
+  }
+  const auto opens = calls::openat.Watch();
+  const FailingNew few(20);
+  int32_t pid = 0;
+  EXPECT_FALSE(FindProcessByName(pid, "somebody"));
+  EXPECT_EQ(opens.GetCount(), 2000);
+  EXPECT_FALSE(few.HasFailed());
 }
 
 TEST_F(MadeProcTest, TakesTheFirstLineThatBeginsWithTheKey) {

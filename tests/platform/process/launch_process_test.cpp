@@ -12,55 +12,22 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "platform/process_control.h"
-#include "tests/support/scratch_directory.h"
+#include "tests/platform/process/scratch_working_directory.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "trace/descriptor.h"
 
 namespace {
 
-std::atomic<int> g_nWaits = 0;
-std::atomic<int> g_nWaitOptions = -1;
-bool g_bCannotReturn = false;
-// Stands in for waitpid(); may call __real_waitpid().
-std::function<pid_t(pid_t, int*)> g_fnWait;
+constexpr int INHERITABLE = 50;  // a descriptor that a test may open
 
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-pid_t __real_waitpid(pid_t pid, int* status, int options);
-pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
-  ++g_nWaits;
-  g_nWaitOptions = options;
-  return g_fnWait ? g_fnWait(pid, status) : __real_waitpid(pid, status, options);
-}
-
-int __real_fchdir(int descriptor);
-int __wrap_fchdir(int descriptor) {
-  if (g_bCannotReturn) {
-    errno = EACCES;
-    return -1;
-  }
-  return __real_fchdir(descriptor);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
-namespace {
-
-std::string Current() { return std::filesystem::read_symlink("/proc/self/cwd"); }
-
-class LaunchProcessTest : public testing::Test {
+class LaunchProcessTest : public ScratchWorkingDirectory {
  protected:
-  LaunchProcessTest() { std::filesystem::current_path(m_oScratch.Path()); }
-  ~LaunchProcessTest() override { std::filesystem::current_path("/"); }
+  ~LaunchProcessTest() override { close(INHERITABLE); }
 
   // Launches and waits. Stores pid and exit code in the members.
   bool Launch(const std::string& commandLine, const char* workingDirectory = nullptr) {
@@ -86,7 +53,7 @@ class LaunchProcessTest : public testing::Test {
   }
   void Release() const { m_oScratch.Write("gate", "go\n"); }
 
-  const ScratchDirectory m_oScratch;
+  const ScopedAnswer m_oWaits = calls::waitpid.Watch();
   std::atomic<int32_t> m_nPid = 77;
   int32_t m_nExitCode = 77;
 };
@@ -109,12 +76,6 @@ TEST_F(LaunchProcessTest, IsFalseForAnyOtherExitStatus) {
 TEST_F(LaunchProcessTest, PassesTheWordsOfTheCommandLine) {
   EXPECT_TRUE(Launch(Script(R"(printf '[%s]' "$@" >$D/out)") + "  a \"b c\"\t'd'"));
   EXPECT_EQ(m_oScratch.Read("out"), "[a][\"b][c\"]['d']");
-}
-
-TEST_F(LaunchProcessTest, GivesExitCode255ForAProgramThatDoesNotExist) {
-  EXPECT_FALSE(Launch("/missing/program"));
-  EXPECT_EQ(m_nExitCode, 255);
-  EXPECT_GT(m_nPid, 1);
 }
 
 TEST_F(LaunchProcessTest, GivesExitCode255ForAnEmptyCommandLine) {
@@ -178,21 +139,10 @@ TEST_F(LaunchProcessTest, ALaunchWithoutAWorkingDirectoryWaitsForNoOther) {
   other.join();
 }
 
-TEST_F(LaunchProcessTest, PublishesThePidBeforeItWaits) {
-  int32_t seen = 0;
-  g_fnWait = [&](pid_t pid, int* status) {
-    seen = m_nPid;
-    return __real_waitpid(pid, status, 0);
-  };
-  EXPECT_TRUE(Launch("true"));
-  EXPECT_EQ(seen, m_nPid);
-  EXPECT_GT(seen, 1);
-}
-
 TEST_F(LaunchProcessTest, DoesNotWaitForADetachedChild) {
   EXPECT_TRUE(LaunchDetached(BlockingScript()));
   EXPECT_EQ(m_nExitCode, -1);
-  EXPECT_EQ(g_nWaits, 0);
+  EXPECT_EQ(m_oWaits.GetCount(), 0);
   Release();
   EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 0));
   EXPECT_EQ(m_nExitCode, 4);
@@ -208,10 +158,10 @@ TEST_F(LaunchProcessTest, IsTrueForADetachedChildThatCannotExecute) {
 TEST_F(LaunchProcessTest, StartsTheChildInTheWorkingDirectory) {
   std::filesystem::create_directories(m_oScratch.Path("there"));
   std::string during;
-  g_fnWait = [&](pid_t pid, int* status) {
+  const auto waits = calls::waitpid.Answer([&](pid_t pid, int* status, int options) {
     during = Current();
-    return __real_waitpid(pid, status, 0);
-  };
+    return calls::waitpid.Real(pid, status, options);
+  });
   EXPECT_TRUE(Launch(Script("pwd >$D/out"), "there"));
   EXPECT_EQ(m_oScratch.Read("out"), m_oScratch.Path("there") + "\n");
   EXPECT_EQ(during, m_oScratch.Path("there")) << "until the launch is over";
@@ -233,7 +183,7 @@ TEST_F(LaunchProcessTest, LaunchesNothingWhenTheWorkingDirectoryCannotBeEntered)
 }
 
 TEST_F(LaunchProcessTest, IsFalseWhenTheProcessCannotReturnToItsDirectory) {
-  g_bCannotReturn = true;
+  const auto failing = calls::fchdir.Fail(EACCES);
   EXPECT_FALSE(Launch("true", "/"));
   EXPECT_EQ(m_nExitCode, 0);
   EXPECT_EQ(Current(), "/");
@@ -242,60 +192,18 @@ TEST_F(LaunchProcessTest, IsFalseWhenTheProcessCannotReturnToItsDirectory) {
   WaitProcess(m_nPid, m_nExitCode, 0);
 }
 
-TEST_F(LaunchProcessTest, ClosesOrKeepsDescriptorsAsAsked) {
-  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
-  const std::string script = Script("[ -e /proc/self/fd/50 ]");
-  EXPECT_FALSE(LaunchProcess(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false, false));
-  EXPECT_TRUE(LaunchProcess(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false, true));
-}
-
-TEST_F(LaunchProcessTest, GivesTheChildNoDescriptorOfItsOwn) {
-  const int next = dup(STDIN_FILENO);
-  ASSERT_GE(next, 0);
-  close(next);
-  const std::string script = Script("[ ! -e /proc/self/fd/" + std::to_string(next) + " ]");
-  EXPECT_TRUE(LaunchProcess(script.c_str(), m_nPid, m_nExitCode, "/", false, false, true));
-}
-
-TEST_F(LaunchProcessTest, DoesNotLookAtTheReservedArgument) {
-  EXPECT_TRUE(LaunchProcess("true", m_nPid, m_nExitCode, nullptr, true, false, false));
-  EXPECT_EQ(m_nExitCode, 0);
-}
-
-TEST_F(LaunchProcessTest, RepeatsAWaitThatASignalInterrupts) {
-  g_fnWait = [](pid_t pid, int* status) {
-    if (g_nWaits <= 2) {
-      errno = EINTR;
-      return -1;
-    }
-    return __real_waitpid(pid, status, 0);
-  };
-  EXPECT_TRUE(Launch("true"));
-  EXPECT_EQ(g_nWaits, 3);
-  EXPECT_EQ(g_nWaitOptions, 0);
-}
-
-TEST_F(LaunchProcessTest, GivesNoExitCodeWhenAnotherThreadHasWaitedForTheChild) {
-  g_fnWait = [](pid_t pid, int* status) {
-    EXPECT_EQ(__real_waitpid(pid, status, 0), pid);
-    return __real_waitpid(pid, status, 0);
-  };
-  EXPECT_FALSE(Launch("true"));
-  EXPECT_EQ(m_nExitCode, -1);
-}
-
 TEST_F(LaunchProcessTest, HasAFormThatRunsAndReturnsTheResultOnly) {
   EXPECT_TRUE(RunProcess("true", nullptr, false, false));
   EXPECT_FALSE(RunProcess("false", nullptr, false, false));
   EXPECT_TRUE(RunProcess(Script("[ \"$PWD\" = / ]").c_str(), "/", true, false));
-  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  ASSERT_EQ(dup2(STDIN_FILENO, INHERITABLE), INHERITABLE);
   EXPECT_FALSE(RunProcess(Script("[ -e /proc/self/fd/50 ]").c_str(), nullptr, false, false));
   EXPECT_TRUE(RunProcess(Script("[ -e /proc/self/fd/50 ]").c_str(), nullptr, false, true));
-  EXPECT_EQ(g_nWaits, 5);
+  EXPECT_EQ(m_oWaits.GetCount(), 5);
 }
 
 TEST_F(LaunchProcessTest, HasAFormThatRunsAndReturnsPidAndExitCode) {
-  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  ASSERT_EQ(dup2(STDIN_FILENO, INHERITABLE), INHERITABLE);
   const std::string script =
       Script("[ \"$PWD\" = / ] && [ -e /proc/self/fd/50 ] && echo $$ >$D/out");
   EXPECT_TRUE(RunProcess(script.c_str(), m_nPid, m_nExitCode, "/", false, true));
@@ -308,18 +216,18 @@ TEST_F(LaunchProcessTest, HasAFormThatRunsAndReturnsPidAndExitCode) {
 TEST_F(LaunchProcessTest, HasAFormThatStartsDetached) {
   const std::string script = BlockingScript();
   EXPECT_TRUE(StartProcess(script.c_str(), nullptr, false, false));
-  EXPECT_EQ(g_nWaits, 0);
+  EXPECT_EQ(m_oWaits.GetCount(), 0);
   Release();
   int status = 0;
-  EXPECT_GT(__real_waitpid(-1, &status, 0), 1);
+  EXPECT_GT(waitpid(-1, &status, 0), 1);
   EXPECT_EQ(WEXITSTATUS(status), 4);
 }
 
 TEST_F(LaunchProcessTest, HasAFormThatStartsDetachedAndReturnsThePid) {
-  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
+  ASSERT_EQ(dup2(STDIN_FILENO, INHERITABLE), INHERITABLE);
   const std::string script = Script("[ \"$PWD\" = / ] && [ -e /proc/self/fd/50 ]");
   EXPECT_TRUE(StartProcess(script.c_str(), m_nPid, "/", false, true));
-  EXPECT_EQ(g_nWaits, 0);
+  EXPECT_EQ(m_oWaits.GetCount(), 0);
   EXPECT_TRUE(WaitProcess(m_nPid, m_nExitCode, 0));
   EXPECT_TRUE(StartProcess(script.c_str(), m_nPid, "/", false, false));
   EXPECT_FALSE(WaitProcess(m_nPid, m_nExitCode, 0));
@@ -335,6 +243,10 @@ TEST_F(LaunchProcessTest, HasAFormThatTakesTheProgramAsOneWord) {
   EXPECT_EQ(m_oScratch.Read("out"), program + " 0\n");
   EXPECT_FALSE(RunProgram("true x", m_nPid, m_nExitCode, nullptr, false, false));
   EXPECT_EQ(m_nExitCode, 255);
+  ASSERT_EQ(dup2(STDIN_FILENO, INHERITABLE), INHERITABLE);
+  const std::string script = Script("[ -e /proc/self/fd/50 ]");
+  EXPECT_FALSE(RunProgram(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false));
+  EXPECT_TRUE(RunProgram(script.c_str(), m_nPid, m_nExitCode, nullptr, false, true));
 }
 
 TEST_F(LaunchProcessTest, OneWordMayBeNullOrEmpty) {
@@ -342,11 +254,4 @@ TEST_F(LaunchProcessTest, OneWordMayBeNullOrEmpty) {
     EXPECT_FALSE(RunProgram(program, m_nPid, m_nExitCode, nullptr, false, false));
     EXPECT_EQ(m_nExitCode, 255);
   }
-}
-
-TEST_F(LaunchProcessTest, OneWordKeepsDescriptorsAsAsked) {
-  ASSERT_EQ(dup2(STDIN_FILENO, 50), 50);
-  const std::string script = Script("[ -e /proc/self/fd/50 ]");
-  EXPECT_FALSE(RunProgram(script.c_str(), m_nPid, m_nExitCode, nullptr, false, false));
-  EXPECT_TRUE(RunProgram(script.c_str(), m_nPid, m_nExitCode, nullptr, false, true));
 }

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <sys/resource.h>
+
+#include <cstddef>
+#include <filesystem>
+
+// The number of descriptors that this process has open.
+inline ptrdiff_t CountDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// While it lives, new descriptors of this process are below `limit`.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(rlim_t limit) {
+    getrlimit(RLIMIT_NOFILE, &m_oSaved);
+    const rlimit lowered = {limit, m_oSaved.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &lowered);
+  }
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_oSaved); }
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+ private:
+  rlimit m_oSaved = {};
+};
