@@ -6,7 +6,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 namespace {
 
@@ -48,21 +47,30 @@ bool IsObject(void* symbol) {
                             : type == STT_NOTYPE && entry->st_size == 0;
 }
 
+using Word [[gnu::may_alias]] = uintptr_t;
+
+// Reads a word of a loaded segment. To whom it belongs is not known: a sanitizer must not ask.
+[[gnu::no_sanitize_address]] uintptr_t WordAt(uintptr_t address) {
+  return *reinterpret_cast<const volatile Word*>(address);
+}
+
+bool IsReadable(uintptr_t address, size_t words) {
+  return address % alignof(Word) == 0 && IsLoaded({address, words * sizeof(Word), PF_R});
+}
+
 }  // namespace
 
 ITraceSink* SinkAtSymbol(void* symbol) {
-  if (!IsObject(symbol) || !IsLoaded({reinterpret_cast<uintptr_t>(symbol), sizeof(void*), PF_R})) {
+  const auto address = reinterpret_cast<uintptr_t>(symbol);
+  if (!IsObject(symbol) || !IsReadable(address, 1)) {
     return nullptr;
   }
-  uintptr_t table = 0;
-  std::memcpy(&table, symbol, sizeof(table));
-  std::array<uintptr_t, OPERATIONS> operations;
-  if (!IsLoaded({table, sizeof(operations), PF_R})) {
+  const uintptr_t table = WordAt(address);
+  if (!IsReadable(table, OPERATIONS)) {
     return nullptr;
   }
-  std::memcpy(operations.data(), reinterpret_cast<const void*>(table), sizeof(operations));
   for (const size_t position : CALLED_OPERATIONS) {
-    if (!IsLoaded({operations[position], 1, PF_X})) {
+    if (!IsLoaded({WordAt(table + position * sizeof(Word)), 1, PF_X})) {
       return nullptr;
     }
   }

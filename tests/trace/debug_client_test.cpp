@@ -64,7 +64,7 @@ TEST(DebugClientTest, HandsFormatAndArgumentsAndModuleNameToTheSink) {
 }
 
 TEST(DebugClientTest, HandsALineOfLevelZeroToSinkAndSystemLogWithItsArgumentsIntact) {
-  const TakenSystemLog log;
+  TakenSystemLog log;
   const TraceSession session(1);
   DEBUG_TRACE(0, "\n\nnumber %d and %s", 7, "text");
   EXPECT_EQ(session.Texts(), std::vector<std::string>({"\n\nnumber 7 and text"}));
@@ -73,7 +73,7 @@ TEST(DebugClientTest, HandsALineOfLevelZeroToSinkAndSystemLogWithItsArgumentsInt
 }
 
 TEST(DebugClientTest, SinkThatThrowsCannotKeepALineOfLevelZeroFromTheSystemLog) {
-  const TakenSystemLog log;
+  TakenSystemLog log;
   TraceSession session(1);
   session.ThrowAt("line");
   EXPECT_THROW(DEBUG_TRACE(0, "line"), std::runtime_error);
@@ -81,7 +81,7 @@ TEST(DebugClientTest, SinkThatThrowsCannotKeepALineOfLevelZeroFromTheSystemLog) 
 }
 
 TEST(DebugClientTest, WritesALineOfLevelZeroWhileTheLevelIsZero) {
-  const TakenSystemLog log;
+  TakenSystemLog log;
   const TraceSession session(0);
   g_oDebugClient.Trace(0, "line");
   g_oDebugClient.Trace(1, "line");

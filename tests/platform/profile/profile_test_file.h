@@ -13,9 +13,9 @@
 class ProfileTestFile {
  public:
   // The file does not exist yet.
-  ProfileTestFile() = default;
+  ProfileTestFile() : m_strName(m_oScratch.Path("file.ini")) {}
 
-  explicit ProfileTestFile(const std::string& text) { SetText(text); }
+  explicit ProfileTestFile(const std::string& text) : ProfileTestFile() { SetText(text); }
 
   const char* Name() const { return m_strName.c_str(); }
 
@@ -29,7 +29,7 @@ class ProfileTestFile {
 
  private:
   const ScratchDirectory m_oScratch;
-  const std::string m_strName = m_oScratch.Path("file.ini");
+  const std::string m_strName;
 };
 
 // The result of a read, and what it left in the buffer: as many characters as it says and all bytes
