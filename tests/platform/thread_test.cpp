@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/platform/thread_texts.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 
 using testing::ElementsAre;
@@ -122,6 +123,28 @@ TEST_F(ThreadTest, StartWritesWaitable) {
   EXPECT_FALSE(m_oThread.Waitable);
 }
 
+TEST_F(ThreadTest, HasItsHandleBeforeTheThreadRuns) {
+  // Gives the new thread a head start on whoever stores its handle.
+  const auto creation = calls::pthread_create.Answer([&](auto... arguments) {
+    const int error = calls::pthread_create.Real(arguments...);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    return error;
+  });
+  struct Seen {
+    CThread thread;
+    pthread_t handle = 0;
+  } seen;
+  const auto see = [](void* argument) -> void* {
+    auto& seenByThread = *static_cast<Seen*>(argument);
+    seenByThread.handle = seenByThread.thread.GetHandle();
+    return nullptr;
+  };
+  ASSERT_TRUE(seen.thread.Start(see, &seen, 0, false, 0, 0, true));
+  const pthread_t handle = seen.thread.GetHandle();
+  ASSERT_TRUE(seen.thread.WaitForTermination(CThread::INFINITE_TIME));
+  EXPECT_EQ(seen.handle, handle);
+}
+
 TEST_F(ThreadTest, ASuspendedStartRunsAtOnce) {
   m_bMayEnd = true;
   ASSERT_TRUE(
@@ -225,6 +248,28 @@ TEST_F(ThreadTest, AWaitWithNothingToWaitForAsksNobody) {
   EXPECT_TRUE(m_oThread.WaitForTermination(2000, fail));
   ASSERT_TRUE(Start(false));
   EXPECT_FALSE(m_oThread.WaitForTermination(2000, fail));
+}
+
+TEST_F(ThreadTest, AThreadThatJoinsItselfFailsAndCanBeJoinedByOthers) {
+  const TraceSession session(1);
+  // With each of the two waits.
+  const auto joinItself = [](void* argument) -> void* {
+    auto& thread = *static_cast<CThread*>(argument);
+    EXPECT_TRUE(thread.IsCurrentThread());
+    EXPECT_FALSE(thread.WaitForTermination(CThread::INFINITE_TIME));
+    EXPECT_FALSE(thread.WaitForTermination(CThread::INFINITE_TIME, [](std::chrono::milliseconds) {
+      ADD_FAILURE() << "waited";
+      return false;
+    }));
+    return nullptr;
+  };
+  ASSERT_TRUE(m_oThread.Start(joinItself, &m_oThread, 0, false, 0, 0, true));
+  EXPECT_FALSE(m_oThread.IsCurrentThread());
+  EXPECT_TRUE(m_oThread.WaitForTermination(CThread::INFINITE_TIME));
+  EXPECT_EQ(
+      session.Count(
+          "\nCThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x"),
+      2);
 }
 
 TEST_F(ThreadTest, WaitForTerminationOfNoThreadSucceedsAtOnce) {
