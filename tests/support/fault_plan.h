@@ -1,9 +1,13 @@
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "tests/support/system_calls.h"
 
 // What becomes of a system call.
 enum class Outcome {
@@ -12,8 +16,7 @@ enum class Outcome {
   DONE_AND_FAILED  // it is made, and fails nevertheless, as on network file systems
 };
 
-// While it lives, decides what becomes of the file system calls that the program makes. For
-// programs that wrap open, close, write, fchmod, fsync, stat, fstat, rename, renameat2 and unlink.
+// While it lives, decides by their order what becomes of the calls with which a file is replaced.
 // One at a time, on the thread that made it.
 class FaultPlan {
  public:
@@ -21,27 +24,61 @@ class FaultPlan {
 
   // What fails, fails with `error`. `decide` is asked before each call, from index 0.
   FaultPlan(int error, Decide decide);
-  ~FaultPlan();
   FaultPlan(const FaultPlan&) = delete;
   FaultPlan& operator=(const FaultPlan&) = delete;
 
   // Each write takes one byte only.
-  void WriteByteByByte() { m_bByteByByte = true; }
+  void WriteByteByByte() { m_nLongestWrite = 1; }
 
   // The calls so far, by name.
   const std::vector<std::string>& GetCalls() const { return m_calls; }
 
-  // For the wrappers. False, with errno, when the call shall look as if it failed; `isMade` tells
-  // whether it is to be made.
-  bool Enter(const char* name, bool& isMade);
-  size_t GetWriteLength(size_t length) const;
-
  private:
+  template <typename Result, typename... Arguments>
+  ScopedAnswer Plan(const char* name, SystemCall<Result(Arguments...)>& call) {
+    return call.Answer([this, name, &call](Arguments... arguments) {
+      return Decided(name, [&] { return call.Real(arguments...); });
+    });
+  }
+  ScopedAnswer PlanWrites();
+  ScopedAnswer PlanClosing();
+  ScopedAnswer PlanExchange();
+
+  template <typename Call>
+  auto Decided(const char* name, const Call& call) -> decltype(call()) {
+    const int errnoBefore = errno;
+    const Outcome outcome = m_decide(m_calls.size(), name);
+    m_calls.emplace_back(name);
+    errno = errnoBefore;
+    if (outcome == Outcome::DONE) {
+      return call();
+    }
+    if (outcome == Outcome::DONE_AND_FAILED) {
+      call();
+    }
+    errno = m_nError;
+    return -1;
+  }
+
   const Decide m_decide;
   const int m_nError;
-  bool m_bByteByByte = false;
+  size_t m_nLongestWrite = SIZE_MAX;  // bytes
   std::vector<std::string> m_calls;
+  const ScopedAnswer m_answers[10];
 };
 
-// From now on no two files can be exchanged, for that reason (0: they can). Needs no plan.
-void RefuseExchange(int error);
+// While it lives, no two files can be exchanged, for that reason (0: they can).
+class ExchangeRefusal {
+ public:
+  explicit ExchangeRefusal(int error);
+  ~ExchangeRefusal() { s_nError = 0; }
+  ExchangeRefusal(const ExchangeRefusal&) = delete;
+  ExchangeRefusal& operator=(const ExchangeRefusal&) = delete;
+
+  static int GetError() { return s_nError; }
+
+ private:
+  static inline int s_nError = 0;
+
+  const ScopedAnswer m_oAnswer;
+};

@@ -12,7 +12,7 @@
 #include "platform/registry.h"
 #include "platform/registry_tree.h"
 #include "platform/registry_writer.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 
 namespace {
@@ -41,7 +41,7 @@ constexpr Removal REMOVALS[] = {
     {"Release", [] { CRegistryTree::Get().Release(); }},
     {"ReloadWithoutTheKey",
      [] {
-       WriteFile(CURRENT, "[HKEY_LOCAL_MACHINE]\n");
+       WriteFile(REGISTRY_FILE, "[HKEY_LOCAL_MACHINE]\n");
        CRegistryTree::Get().SetupTree(true);
      }},
     {"DeletedAndMadeAnew", [] {
@@ -73,12 +73,9 @@ void ExpectNoEffect(CRegistry& registry) {
   EXPECT_EQ(registry.Open("Below", registry.GetKey()), REGISTRY_FAILED);
 }
 
-class RegistryRemovalTest : public testing::TestWithParam<Removal> {
+class RegistryRemovalTest : public RegistryFilesTest, public testing::WithParamInterface<Removal> {
  protected:
-  RegistryRemovalTest() {
-    ResetRegistryDirectory();
-    WriteFile(CURRENT, BEFORE);
-  }
+  RegistryRemovalTest() { WriteFile(REGISTRY_FILE, BEFORE); }
 
   static void Remove() { std::thread(GetParam().run).join(); }
 
@@ -104,7 +101,7 @@ TEST_P(RegistryRemovalTest, ObjectWhoseKeyIsGoneFindsNothingAndChangesNothing) {
   }
   EXPECT_EQ(WriteRegistryText(*CRegistryTree::Get().GetTop()), after);
   { const CRegistry saver; }
-  EXPECT_EQ(ReadFile(CURRENT), after);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), after);
 }
 
 TEST_P(RegistryRemovalTest, HandleOfAKeyThatIsGoneFindsNothingAndChangesNothing) {
@@ -121,7 +118,7 @@ TEST_P(RegistryRemovalTest, HandleOfAKeyThatIsGoneFindsNothingAndChangesNothing)
     ExpectNothing(registry);
   }
   EXPECT_EQ(WriteRegistryText(*CRegistryTree::Get().GetTop()), after);
-  EXPECT_EQ(ReadFile(CURRENT), after);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), after);
 }
 
 TEST_P(RegistryRemovalTest, ValueReadBeforeStaysValid) {
@@ -209,10 +206,8 @@ class Worker {
   const bool m_bReloads;
 };
 
-class RegistryThreadsTest : public testing::TestWithParam<bool> {
+class RegistryThreadsTest : public RegistryFilesTest, public testing::WithParamInterface<bool> {
  protected:
-  RegistryThreadsTest() { ResetRegistryDirectory(); }
-
   static void RunWorkers() {
     std::vector<std::thread> threads;
     for (uint32_t seed = 0; seed < THREADS; ++seed) {
@@ -232,19 +227,19 @@ INSTANTIATE_TEST_SUITE_P(Registry, RegistryThreadsTest, testing::Bool(),
 TEST_P(RegistryThreadsTest, ThreadsThatChangeTheSameKeysLeaveTheirTreeInTheFile) {
   RunWorkers();
   { const CRegistry saver; }
-  EXPECT_EQ(ReadFile(CURRENT), WriteRegistryText(*CRegistryTree::Get().GetTop()));
-  EXPECT_FALSE(Exists(TEMPORARY));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), WriteRegistryText(*CRegistryTree::Get().GetTop()));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }
 
 TEST_P(RegistryThreadsTest, EveryFileThatAThreadSavesCanBeLoaded) {
   RunWorkers();
-  const std::string text = ReadFile(CURRENT);
+  const std::string text = ReadFile(REGISTRY_FILE);
   LoadTree();
   EXPECT_EQ(WriteRegistryText(*CRegistryTree::Get().GetTop()), text);
 }
 
 TEST_F(RegistryThreadsTest, FirstUseByManyThreadsLoadsTheTree) {
-  WriteFile(CURRENT, BEFORE);
+  WriteFile(REGISTRY_FILE, BEFORE);
   std::vector<std::thread> threads(8);
   for (std::thread& thread : threads) {
     thread = std::thread([] {

@@ -8,7 +8,7 @@
 
 #include "platform/registry.h"
 #include "platform/registry_tree.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 
 namespace fs = std::filesystem;
@@ -40,14 +40,11 @@ RegistryModel RootsOnly() {
 }
 
 RegistryModel Load(const std::string& text) {
-  WriteFile(CURRENT, text);
+  WriteFile(REGISTRY_FILE, text);
   return LoadTree();
 }
 
-class RegistryHostileTest : public testing::Test {
- protected:
-  RegistryHostileTest() { ResetRegistryDirectory(); }
-};
+using RegistryHostileTest = RegistryFilesTest;
 
 TEST_F(RegistryHostileTest, RandomTextCanBeSavedAndLoadedAgain) {
   std::mt19937 random(1);
@@ -102,25 +99,25 @@ void MakeLinkToDevice(const char* path) { fs::create_symlink("/dev/zero", path);
 TEST_F(RegistryHostileTest, WhatIsNoFileIsPassedOverWithoutWaiting) {
   for (const auto make :
        {MakePipe, MakeDirectory, MakeDanglingLink, MakeLinkToItself, MakeLinkToDevice}) {
-    ResetRegistryDirectory();
-    make(CURRENT);
-    WriteFile(BACKUP, "[backup]\n");
+    ResetRegistry();
+    make(REGISTRY_FILE);
+    WriteFile(REGISTRY_BACKUP_FILE, "[backup]\n");
     EXPECT_THAT(LoadTree(), Contains(Pair("backup\n", ModelOfKey())));
 
-    fs::remove(BACKUP);
-    make(BACKUP);
-    WriteFile(DEFAULT, "[default]\n");
+    fs::remove(REGISTRY_BACKUP_FILE);
+    make(REGISTRY_BACKUP_FILE);
+    WriteFile(REGISTRY_DEFAULT_FILE, "[default]\n");
     EXPECT_THAT(LoadTree(), Contains(Pair("default\n", ModelOfKey())));
 
-    fs::remove(DEFAULT);
-    make(DEFAULT);
+    fs::remove(REGISTRY_DEFAULT_FILE);
+    make(REGISTRY_DEFAULT_FILE);
     EXPECT_EQ(LoadTree(), RootsOnly());
   }
 }
 
 TEST_F(RegistryHostileTest, LinkToAFileIsFollowed) {
   WriteFile("/etc/qamrel/elsewhere", "[there]\n");
-  fs::create_symlink("elsewhere", CURRENT);
+  fs::create_symlink("elsewhere", REGISTRY_FILE);
   EXPECT_THAT(LoadTree(), Contains(Key("there\n")));
 }
 

@@ -11,7 +11,7 @@
 #include "platform/registry.h"
 #include "platform/registry_parser.h"
 #include "platform/registry_tree.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 
 namespace {
@@ -136,20 +136,20 @@ class RandomTree {
   std::vector<Key> m_keys;
 };
 
-class RegistryRoundTripTest : public testing::Test {};
+using RegistryRoundTripTest = RegistryFilesTest;
 
 TEST_F(RegistryRoundTripTest, RandomTreesComeBackAsTheyWere) {
   for (uint32_t seed = 0; seed < SEEDS; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    ResetRegistryDirectory();
+    ResetRegistry();
     LoadTree();
     RandomTree tree(seed);
     tree.Grow();
     ASSERT_EQ(ReadTree(), tree.GetModel()) << "stored";
-    if (!Exists(CURRENT)) {
+    if (!Exists(REGISTRY_FILE)) {
       continue;  // nothing was stored
     }
-    const std::string text = ReadFile(CURRENT);
+    const std::string text = ReadFile(REGISTRY_FILE);
 
     CRegistryTree::Get().SetupTree(true);
     ASSERT_EQ(ReadTree(), tree.GetModel()) << "loaded in place";
@@ -157,8 +157,8 @@ TEST_F(RegistryRoundTripTest, RandomTreesComeBackAsTheyWere) {
 
     CRegistryTree::Get().MarkDirty();
     CRegistryTree::Get().SaveTree();
-    ASSERT_EQ(ReadFile(CURRENT), text) << "saved again";
-    ASSERT_EQ(ReadFile(BACKUP), text);
+    ASSERT_EQ(ReadFile(REGISTRY_FILE), text) << "saved again";
+    ASSERT_EQ(ReadFile(REGISTRY_BACKUP_FILE), text);
   }
 }
 

@@ -1,16 +1,17 @@
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <functional>
 #include <ostream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "platform/registry.h"
 #include "platform/registry_tree.h"
 #include "platform/registry_writer.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 
 namespace {
@@ -21,47 +22,27 @@ class Interruption {
  public:
   // Before the lock of that number, from 0.
   Interruption(int lock, std::function<void()> action)
-      : m_action(std::move(action)), m_nLocksLeft(lock) {
-    s_pCurrent = this;
-  }
-  ~Interruption() { s_pCurrent = nullptr; }
+      : m_action(std::move(action)), m_nLocksLeft(lock) {}
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;
 
   bool HasHappened() const { return m_nLocksLeft < 0; }
 
-  static void BeforeLock() {
-    Interruption* current = s_pCurrent;
-    if (current != nullptr && current->m_nLocksLeft-- == 0) {
-      std::thread(current->m_action).join();
+ private:
+  void BeforeLock() {
+    if (std::this_thread::get_id() == m_nThread && m_nLocksLeft-- == 0) {
+      std::thread(m_action).join();
     }
   }
 
- private:
-  static thread_local Interruption* s_pCurrent;
-
   const std::function<void()> m_action;
+  const std::thread::id m_nThread = std::this_thread::get_id();
   int m_nLocksLeft;
+  const ScopedAnswer m_oAnswer = calls::pthread_mutex_lock.Answer([this](pthread_mutex_t* mutex) {
+    BeforeLock();
+    return calls::pthread_mutex_lock.Real(mutex);
+  });
 };
-
-thread_local Interruption* Interruption::s_pCurrent = nullptr;
-
-}  // namespace
-
-extern "C" {
-
-// NOLINTBEGIN(bugprone-reserved-identifier)
-int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-  Interruption::BeforeLock();
-  return __real_pthread_mutex_lock(mutex);
-}
-// NOLINTEND(bugprone-reserved-identifier)
-
-}  // extern "C"
-
-namespace {
 
 constexpr char BEFORE[] = "[HKEY_LOCAL_MACHINE]\n[Key]\ntext=s=old\n[Below]\nnumber=d=1\n\n\n\n\n";
 
@@ -87,12 +68,10 @@ constexpr Change CHANGES[] = {
 
 std::string NameOf(const testing::TestParamInfo<Change>& info) { return info.param.name; }
 
-class RegistryInterleavingTest : public testing::TestWithParam<Change> {
+class RegistryInterleavingTest : public RegistryFilesTest,
+                                 public testing::WithParamInterface<Change> {
  protected:
-  RegistryInterleavingTest() {
-    ResetRegistryDirectory();
-    WriteFile(CURRENT, BEFORE);
-  }
+  RegistryInterleavingTest() { WriteFile(REGISTRY_FILE, BEFORE); }
 
   // Runs the change, with `action` before its lock of that number. False when it takes fewer.
   static bool Run(int lock, const std::function<void()>& action) {
@@ -110,11 +89,11 @@ TEST_P(RegistryInterleavingTest, SaveInTheMidstOfAChangeDoesNotKeepItFromTheFile
   int lock = 0;
   for (bool isInterrupted = true; isInterrupted; ++lock) {
     SCOPED_TRACE("lock " + std::to_string(lock));
-    WriteFile(CURRENT, BEFORE);
+    WriteFile(REGISTRY_FILE, BEFORE);
     LoadTree();
     isInterrupted = Run(lock, [] { const CRegistry saver; });
-    EXPECT_EQ(ReadFile(CURRENT), WriteRegistryText(*CRegistryTree::Get().GetTop()));
-    EXPECT_NE(ReadFile(CURRENT), BEFORE);
+    EXPECT_EQ(ReadFile(REGISTRY_FILE), WriteRegistryText(*CRegistryTree::Get().GetTop()));
+    EXPECT_NE(ReadFile(REGISTRY_FILE), BEFORE);
   }
   EXPECT_GT(lock, 1);
 }
@@ -124,14 +103,14 @@ TEST_P(RegistryInterleavingTest, KeyThatGoesInTheMidstOfAChangeStaysAway) {
     int lock = 0;
     for (bool isInterrupted = true; isInterrupted; ++lock) {
       SCOPED_TRACE(std::string(gone) + " at lock " + std::to_string(lock));
-      WriteFile(CURRENT, BEFORE);
+      WriteFile(REGISTRY_FILE, BEFORE);
       LoadTree();
       isInterrupted = Run(lock, [gone] {
         CRegistry deleter(*gone == 'K' ? "" : "Key", HKEY_LOCAL_MACHINE);
         deleter.DeleteValue(gone);
       });
       const std::string text = WriteRegistryText(*CRegistryTree::Get().GetTop());
-      EXPECT_EQ(ReadFile(CURRENT), text);
+      EXPECT_EQ(ReadFile(REGISTRY_FILE), text);
       if (isInterrupted) {
         EXPECT_EQ(text.find('[' + std::string(gone) + ']'), std::string::npos) << text;
       }
@@ -146,7 +125,7 @@ TEST_P(RegistryInterleavingTest, ReloadInTheMidstOfAChangeLeavesAWholeTree) {
   int lock = 0;
   for (bool isInterrupted = true; isInterrupted; ++lock) {
     SCOPED_TRACE("lock " + std::to_string(lock));
-    WriteFile(CURRENT, BEFORE);
+    WriteFile(REGISTRY_FILE, BEFORE);
     LoadTree();
     isInterrupted = Run(lock, [] { CRegistryTree::Get().SetupTree(true); });
     const RegistryModel tree = LoadTree();
@@ -154,9 +133,8 @@ TEST_P(RegistryInterleavingTest, ReloadInTheMidstOfAChangeLeavesAWholeTree) {
   }
 }
 
-TEST(RegistryFirstUseTest, TreeThatAnotherThreadHasJustLoadedIsNotLoadedAgain) {
-  ResetRegistryDirectory();
-  WriteFile(CURRENT, BEFORE);
+TEST_F(RegistryFilesTest, TreeThatAnotherThreadHasJustLoadedIsNotLoadedAgain) {
+  WriteFile(REGISTRY_FILE, BEFORE);
   const TraceSession session(2);
   const Interruption interruption(0, [] { const CRegistry loader; });
   const CRegistry registry;

@@ -6,7 +6,7 @@
 
 #include "platform/registry.h"
 #include "tests/support/fault_plan.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/stepped_child.h"
 
@@ -31,17 +31,16 @@ void PrintTo(const Files& files, std::ostream* stream) { *stream << files.name; 
 constexpr char NOT_A_REGISTRY[] = "nothing that can be read\n";
 
 void Make(const Files& files) {
-  RefuseExchange(files.exchangeError);
-  ResetRegistryDirectory();
+  ResetRegistry();
   const auto write = [](const char* path, const char* text) {
     if (text != nullptr) {
       WriteFile(path, text == NOT_A_REGISTRY || *text == '\0' ? text : TextOf(text));
     }
   };
-  write(CURRENT, files.current);
-  write(BACKUP, files.backup);
-  write(TEMPORARY, files.temporary);
-  write(DEFAULT, files.standard);
+  write(REGISTRY_FILE, files.current);
+  write(REGISTRY_BACKUP_FILE, files.backup);
+  write(REGISTRY_TEMPORARY_FILE, files.temporary);
+  write(REGISTRY_DEFAULT_FILE, files.standard);
 }
 
 std::string NameOf(const testing::TestParamInfo<Files>& info) { return info.param.name; }
@@ -54,7 +53,7 @@ void Change(CRegistry& registry) {
   EXPECT_EQ(registry.SetValue("number", 7), REGISTRY_OK);
 }
 
-class RegistryCrashTest : public testing::TestWithParam<Files> {
+class RegistryCrashTest : public RegistryFilesTest, public testing::WithParamInterface<Files> {
  protected:
   // A process that has changed the tree and is about to save it.
   static void SaveStepwise() {
@@ -75,6 +74,8 @@ class RegistryCrashTest : public testing::TestWithParam<Files> {
     Change(registry);
     return ReadTree();
   }
+
+  const ExchangeRefusal m_oRefusal{GetParam().exchangeError};
 };
 
 INSTANTIATE_TEST_SUITE_P(
@@ -133,7 +134,7 @@ TEST_P(RegistryCrashTest, NextSaveAfterAnyCrashWorks) {
       Change(registry);
     }
     ASSERT_EQ(LoadTree(), after) << "killed at step " << count;
-    ASSERT_FALSE(Exists(TEMPORARY));
+    ASSERT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
   }
 }
 

@@ -6,7 +6,7 @@
 
 #include "platform/registry.h"
 #include "platform/registry_tree.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 
 namespace {
 
@@ -41,11 +41,10 @@ void RunOnSmallStack(const std::function<void()>& action) {
   pthread_attr_destroy(&attributes);
 }
 
-class RegistryNestingTest : public testing::Test {
+class RegistryNestingTest : public RegistryFilesTest {
  protected:
   RegistryNestingTest() {
-    ResetRegistryDirectory();
-    WriteFile(CURRENT, "[HKEY_LOCAL_MACHINE]\n" + Repeated("[k]\n", DEEP) + "deep=d=1\n");
+    WriteFile(REGISTRY_FILE, "[HKEY_LOCAL_MACHINE]\n" + Repeated("[k]\n", DEEP) + "deep=d=1\n");
     m_path = Repeated("/k", DEEP);
   }
 
@@ -83,7 +82,7 @@ TEST_F(RegistryNestingTest, DeepTreeIsSaved) {
     ASSERT_TRUE(OpenDeepest(registry));
     EXPECT_EQ(registry.SetValue("deep", 2), REGISTRY_OK);
   });
-  const std::string text = ReadFile(CURRENT);
+  const std::string text = ReadFile(REGISTRY_FILE);
   EXPECT_TRUE(text.find(Repeated("[k]\n", DEEP) + "deep=d=2\n" + Repeated("\n", DEEP) + "\n[") !=
               std::string::npos);
 }
@@ -120,7 +119,7 @@ TEST_F(RegistryNestingTest, DeepTreeIsStoredOver) {
 
 TEST_F(RegistryNestingTest, DeepTreeIsReplacedByAReload) {
   ExpectRemoval([] {
-    WriteFile(CURRENT, "[HKEY_LOCAL_MACHINE]\n");
+    WriteFile(REGISTRY_FILE, "[HKEY_LOCAL_MACHINE]\n");
     CRegistryTree::Get().SetupTree(true);
   });
 }

@@ -14,7 +14,7 @@
 #include "platform/registry_file.h"
 #include "platform/registry_tree.h"
 #include "tests/support/fault_plan.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/trace_session.h"
 
@@ -48,13 +48,12 @@ constexpr Start STARTS[] = {{"Nothing", nullptr, nullptr},
                             {"Backup", nullptr, OLD}};
 
 void Make(const Start& start) {
-  RefuseExchange(start.exchangeError);
-  ResetRegistryDirectory();
+  ResetRegistry();
   if (start.current != nullptr) {
-    WriteFile(CURRENT, start.current);
+    WriteFile(REGISTRY_FILE, start.current);
   }
   if (start.backup != nullptr) {
-    WriteFile(BACKUP, start.backup);
+    WriteFile(REGISTRY_BACKUP_FILE, start.backup);
   }
   LoadTree();
 }
@@ -76,11 +75,10 @@ std::vector<std::string> CallsOfASave(const Start& start) {
   return plan.GetCalls();
 }
 
-class RegistryFaultTest : public testing::TestWithParam<std::tuple<Start, int>> {
+class RegistryFaultTest : public RegistryFilesTest,
+                          public testing::WithParamInterface<std::tuple<Start, int>> {
  protected:
   RegistryFaultTest() {
-    ResetRegistryDirectory();
-    std::tie(m_start, m_nError) = GetParam();
     const std::vector<std::string> calls = CallsOfASave(m_start);
     m_calls = calls;
     m_after = LoadTree();
@@ -94,8 +92,9 @@ class RegistryFaultTest : public testing::TestWithParam<std::tuple<Start, int>> 
     return index + 2 >= m_calls.size() && m_calls[index] == "close";
   }
 
-  Start m_start = {};
-  int m_nError = 0;
+  const Start m_start = std::get<0>(GetParam());
+  const int m_nError = std::get<1>(GetParam());
+  const ExchangeRefusal m_oRefusal{m_start.exchangeError};
   std::vector<std::string> m_calls;  // of a save in which nothing fails
   RegistryModel m_before;
   RegistryModel m_after;
@@ -128,9 +127,9 @@ TEST_P(RegistryFaultTest, SaveInWhichAnySystemCallFailsLosesNothing) {
       if (!IsHarmless(failing)) {
         EXPECT_THAT(session.Texts(), Contains(StartsWith("CRegistry: ERROR: Cannot ")));
       }
-      EXPECT_FALSE(Exists(TEMPORARY));
+      EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
       CRegistryTree::Get().SaveTree();
-      EXPECT_FALSE(Exists(TEMPORARY));
+      EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
     }
     EXPECT_EQ(LoadTree(), m_after) << "what failed was not tried again";
   }
@@ -179,7 +178,7 @@ TEST_P(RegistryFaultTest, FailureBeforeTheFlushOfTheDirectoryLeavesTheCurrentFil
       return index == failing ? Outcome::FAILED : Outcome::DONE;
     });
     EXPECT_EQ(SaveRegistryFile("new"), RegistrySave::FAILED);
-    EXPECT_EQ(ReadFile(CURRENT), m_start.current != nullptr ? m_start.current : "<missing>");
+    EXPECT_EQ(ReadFile(REGISTRY_FILE), m_start.current != nullptr ? m_start.current : "(missing)");
   }
 }
 
@@ -215,7 +214,7 @@ TEST(RegistryFaultTraceTest, DirectoryThatCannotBeFlushedIsNamed) {
   EXPECT_EQ(SaveRegistryFile("new"), RegistrySave::NOT_FLUSHED);
   EXPECT_THAT(session.Texts(),
               ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel\": Input/output error\n"));
-  EXPECT_EQ(ReadFile(CURRENT), "new");
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "new");
 }
 
 TEST(RegistryFlushTest, SaveAfterAFailedFlushRepeatsNothingElseAndKeepsTheBackup) {
@@ -226,11 +225,11 @@ TEST(RegistryFlushTest, SaveAfterAFailedFlushRepeatsNothingElseAndKeepsTheBackup
     return call == "fsync" && (++flushes == 2 || flushes == 3) ? Outcome::FAILED : Outcome::DONE;
   });
   EXPECT_FALSE(CRegistryTree::Get().SaveTree());
-  const std::string saved = ReadFile(CURRENT);
+  const std::string saved = ReadFile(REGISTRY_FILE);
   EXPECT_FALSE(CRegistryTree::Get().SaveTree());
   EXPECT_TRUE(CRegistryTree::Get().SaveTree());
-  EXPECT_EQ(ReadFile(CURRENT), saved);
-  EXPECT_EQ(ReadFile(BACKUP), OLD);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), saved);
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), OLD);
   EXPECT_EQ(flushes, 4U);
   const size_t end = plan.GetCalls().size();
   EXPECT_TRUE(CRegistryTree::Get().SaveTree());
@@ -246,10 +245,10 @@ TEST(RegistryFlushTest, ChangeAfterAFailedFlushIsSaved) {
   });
   EXPECT_FALSE(CRegistryTree::Get().SaveTree());
   CRegistry("", HKEY_LOCAL_MACHINE).SetValue("number", 3);
-  EXPECT_THAT(ReadFile(CURRENT), testing::HasSubstr("number=d=3"));
+  EXPECT_THAT(ReadFile(REGISTRY_FILE), testing::HasSubstr("number=d=3"));
 }
 
-class RegistryWriteTest : public testing::Test {
+class RegistryWriteTest : public RegistryFilesTest {
  protected:
   RegistryWriteTest() { Make(STARTS[1]); }
 };
@@ -258,7 +257,7 @@ TEST_F(RegistryWriteTest, PartialWritesAreContinued) {
   FaultPlan plan(0, [](size_t, const std::string&) { return Outcome::DONE; });
   plan.WriteByteByByte();
   EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::DONE);
-  EXPECT_EQ(ReadFile(CURRENT), "new text");
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "new text");
   EXPECT_THAT(plan.GetCalls(), Contains("write").Times(8));
 }
 
@@ -269,7 +268,7 @@ TEST_F(RegistryWriteTest, InterruptedWritesAreRepeated) {
   });
   plan.WriteByteByByte();
   EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::DONE);
-  EXPECT_EQ(ReadFile(CURRENT), "new text");
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "new text");
   EXPECT_EQ(writes, 24U);
 }
 
@@ -280,9 +279,9 @@ TEST_F(RegistryWriteTest, FailureAfterAPartialWriteLeavesTheOldFile) {
   });
   plan.WriteByteByByte();
   EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::FAILED);
-  EXPECT_EQ(ReadFile(CURRENT), OLD);
-  EXPECT_FALSE(Exists(BACKUP));
-  EXPECT_FALSE(Exists(TEMPORARY));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), OLD);
+  EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }
 
 int CountInheritedDescriptors() {

@@ -11,7 +11,7 @@
 
 #include "platform/registry.h"
 #include "platform/registry_tree.h"
-#include "tests/support/registry_directory.h"
+#include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/trace_session.h"
 
@@ -53,10 +53,8 @@ ino_t InodeOf(const char* path) {
   return status.st_ino;
 }
 
-class RegistryFileTest : public testing::Test {
+class RegistryFileTest : public RegistryFilesTest {
  protected:
-  RegistryFileTest() { ResetRegistryDirectory(); }
-
   // The next save goes wrong, says so, leaves no temporary file of its own and the tree dirty.
   static void ExpectFailingSave(const std::string& line) {
     const TraceSession session(1);
@@ -68,65 +66,65 @@ class RegistryFileTest : public testing::Test {
   // The tree of the save that went wrong is saved by the end of the next object.
   static void ExpectSaveByNextObject() {
     { const CRegistry registry; }
-    EXPECT_EQ(ReadFile(CURRENT), TextOf(2));
-    EXPECT_FALSE(Exists(TEMPORARY));
+    EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(2));
+    EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
   }
 };
 
 TEST_F(RegistryFileTest, FirstSaveLeavesTheCurrentFileOnly) {
   StoreNumber(1);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(1));
-  EXPECT_FALSE(Exists(BACKUP));
-  EXPECT_FALSE(Exists(TEMPORARY));
-  EXPECT_FALSE(Exists(DEFAULT));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(1));
+  EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
+  EXPECT_FALSE(Exists(REGISTRY_DEFAULT_FILE));
 }
 
 TEST_F(RegistryFileTest, SecondSaveKeepsTheTreeFromBeforeItAsBackup) {
   StoreNumber(1);
   StoreNumber(2);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(2));
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(1));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(2));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(1));
   StoreNumber(3);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(3));
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(2));
-  EXPECT_FALSE(Exists(TEMPORARY));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(3));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(2));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }
 
 TEST_F(RegistryFileTest, EmptyCurrentFileDoesNotReplaceTheBackup) {
-  WriteFile(CURRENT, "");
-  WriteFile(BACKUP, TextOf(1));
+  WriteFile(REGISTRY_FILE, "");
+  WriteFile(REGISTRY_BACKUP_FILE, TextOf(1));
   StoreNumber(2);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(2));
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(1));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(2));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(1));
 }
 
 TEST_F(RegistryFileTest, MissingCurrentFileLeavesTheBackup) {
-  WriteFile(BACKUP, TextOf(1));
+  WriteFile(REGISTRY_BACKUP_FILE, TextOf(1));
   StoreNumber(2);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(2));
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(1));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(2));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(1));
 }
 
 TEST_F(RegistryFileTest, DefaultFileIsNeverWritten) {
-  WriteFile(DEFAULT, TextOf(1));
-  const ino_t inode = InodeOf(DEFAULT);
+  WriteFile(REGISTRY_DEFAULT_FILE, TextOf(1));
+  const ino_t inode = InodeOf(REGISTRY_DEFAULT_FILE);
   StoreNumber(2);
   StoreNumber(3);
-  EXPECT_EQ(ReadFile(DEFAULT), TextOf(1));
-  EXPECT_EQ(InodeOf(DEFAULT), inode);
+  EXPECT_EQ(ReadFile(REGISTRY_DEFAULT_FILE), TextOf(1));
+  EXPECT_EQ(InodeOf(REGISTRY_DEFAULT_FILE), inode);
 }
 
 TEST_F(RegistryFileTest, UnchangedTreeIsNotSaved) {
   { const CRegistry registry; }
-  EXPECT_FALSE(Exists(CURRENT));
+  EXPECT_FALSE(Exists(REGISTRY_FILE));
   StoreNumber(1);
-  const ino_t inode = InodeOf(CURRENT);
+  const ino_t inode = InodeOf(REGISTRY_FILE);
   {
     CRegistry registry("", HKEY_LOCAL_MACHINE);
     EXPECT_NE(registry.GetValue("number"), nullptr);
   }
-  EXPECT_EQ(InodeOf(CURRENT), inode);
-  EXPECT_FALSE(Exists(BACKUP));
+  EXPECT_EQ(InodeOf(REGISTRY_FILE), inode);
+  EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
 }
 
 TEST_F(RegistryFileTest, TreeIsSavedOnceForEachChange) {
@@ -139,19 +137,19 @@ TEST_F(RegistryFileTest, TreeIsSavedOnceForEachChange) {
 TEST_F(RegistryFileTest, CurrentFileIsReadableByAllAndWritableByRootWhateverTheUmask) {
   umask(0077);
   StoreNumber(1);
-  EXPECT_EQ(ModeOf(CURRENT), S_IFREG | 0644U);
+  EXPECT_EQ(ModeOf(REGISTRY_FILE), S_IFREG | 0644U);
   umask(0);
   StoreNumber(2);
-  EXPECT_EQ(ModeOf(CURRENT), S_IFREG | 0644U);
+  EXPECT_EQ(ModeOf(REGISTRY_FILE), S_IFREG | 0644U);
 }
 
 TEST_F(RegistryFileTest, TemporaryFileOfACrashIsOverwritten) {
-  WriteFile(TEMPORARY, std::string(100'000, 'x'));
-  fs::permissions(TEMPORARY, fs::perms::all);
+  WriteFile(REGISTRY_TEMPORARY_FILE, std::string(100'000, 'x'));
+  fs::permissions(REGISTRY_TEMPORARY_FILE, fs::perms::all);
   StoreNumber(1);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(1));
-  EXPECT_EQ(ModeOf(CURRENT), S_IFREG | 0644U);
-  EXPECT_FALSE(Exists(TEMPORARY));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(1));
+  EXPECT_EQ(ModeOf(REGISTRY_FILE), S_IFREG | 0644U);
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }
 
 TEST_F(RegistryFileTest, SaveIsTracedWithBothPaths) {
@@ -165,18 +163,18 @@ TEST_F(RegistryFileTest, SaveIsTracedWithBothPaths) {
 
 TEST_F(RegistryFileTest, LevelsOfTheTraceLines) {
   EXPECT_EQ(LevelOf(SAVED, [] { StoreNumber(1); }), 2U);
-  fs::remove(BACKUP);
-  fs::create_directory(BACKUP);
+  fs::remove(REGISTRY_BACKUP_FILE);
+  fs::create_directory(REGISTRY_BACKUP_FILE);
   EXPECT_EQ(LevelOf(CANNOT_SAVE, [] { StoreNumber(2); }), 1U);
-  fs::create_directory(TEMPORARY);
+  fs::create_directory(REGISTRY_TEMPORARY_FILE);
   EXPECT_EQ(LevelOf(CANNOT_OPEN, [] { StoreNumber(3); }), 1U);
 }
 
 TEST_F(RegistryFileTest, SaveWithoutTheDirectoryFailsAndDoesNotMakeIt) {
-  fs::remove_all(DIRECTORY);
+  fs::remove_all(REGISTRY_DIRECTORY);
   ExpectFailingSave("CRegistry: ERROR: Cannot open \"/etc/qamrel/registry.new\" for writing\n");
-  EXPECT_FALSE(Exists(DIRECTORY));
-  ResetRegistryDirectory();
+  EXPECT_FALSE(Exists(REGISTRY_DIRECTORY));
+  fs::create_directory(REGISTRY_DIRECTORY);
   ExpectSaveByNextObject();
 }
 
@@ -187,7 +185,7 @@ TEST_F(RegistryFileTest, SaveLeavesNoDescriptorOpen) {
   StoreNumber(1);
   const auto before = count();
   StoreNumber(2);
-  fs::create_directory(TEMPORARY);
+  fs::create_directory(REGISTRY_TEMPORARY_FILE);
   StoreNumber(3);
   EXPECT_EQ(count(), before);
 }
@@ -241,27 +239,27 @@ INSTANTIATE_TEST_SUITE_P(RegistryFile, TemporaryFileObstacleTest,
 
 TEST_P(TemporaryFileObstacleTest, SaveFailsAndTouchesNothing) {
   StoreNumber(1);
-  GetParam().make(TEMPORARY);
-  const mode_t mode = ModeOf(TEMPORARY);
+  GetParam().make(REGISTRY_TEMPORARY_FILE);
+  const mode_t mode = ModeOf(REGISTRY_TEMPORARY_FILE);
   ExpectFailingSave("CRegistry: ERROR: Cannot open \"/etc/qamrel/registry.new\" for writing\n");
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(1));
-  EXPECT_FALSE(Exists(BACKUP));
-  EXPECT_EQ(ModeOf(TEMPORARY), mode);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(1));
+  EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
+  EXPECT_EQ(ModeOf(REGISTRY_TEMPORARY_FILE), mode);
   EXPECT_EQ(Exists(LINK_TARGET), std::string(GetParam().name) == "LiveLink");
   ExpectUntouchedTarget();
-  fs::remove_all(TEMPORARY);
+  fs::remove_all(REGISTRY_TEMPORARY_FILE);
   ExpectSaveByNextObject();
 }
 
 TEST_F(RegistryFileTest, SaveDoesNotWriteIntoATemporaryPipeThatSomebodyReads) {
-  MakePipe(TEMPORARY);
-  const int reader = open(TEMPORARY, O_RDONLY | O_NONBLOCK);
+  MakePipe(REGISTRY_TEMPORARY_FILE);
+  const int reader = open(REGISTRY_TEMPORARY_FILE, O_RDONLY | O_NONBLOCK);
   ExpectFailingSave("CRegistry: ERROR: Cannot open \"/etc/qamrel/registry.new\" for writing\n");
   char byte = 0;
   EXPECT_EQ(read(reader, &byte, 1), 0);
   close(reader);
-  EXPECT_EQ(ModeOf(TEMPORARY), S_IFIFO | 0600U);
-  fs::remove(TEMPORARY);
+  EXPECT_EQ(ModeOf(REGISTRY_TEMPORARY_FILE), S_IFIFO | 0600U);
+  fs::remove(REGISTRY_TEMPORARY_FILE);
   ExpectSaveByNextObject();
 }
 
@@ -270,18 +268,18 @@ INSTANTIATE_TEST_SUITE_P(RegistryFile, CurrentFileObstacleTest,
                          testing::Values(PIPE, DANGLING_LINK, LIVE_LINK), NameOf);
 
 TEST_P(CurrentFileObstacleTest, SaveReplacesIt) {
-  GetParam().make(CURRENT);
+  GetParam().make(REGISTRY_FILE);
   StoreNumber(2);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(2));
-  EXPECT_EQ(ModeOf(CURRENT), S_IFREG | 0644U);
-  EXPECT_FALSE(Exists(TEMPORARY));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(2));
+  EXPECT_EQ(ModeOf(REGISTRY_FILE), S_IFREG | 0644U);
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
   ExpectUntouchedTarget();
 }
 
 TEST_F(RegistryFileTest, BackupKeepsTheTextThatALinkLedTo) {
-  MakeLiveLink(CURRENT);
+  MakeLiveLink(REGISTRY_FILE);
   StoreNumber(2);
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(1));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(1));
 }
 
 class CurrentDirectoryTest : public RegistryFileObstacleTest {};
@@ -289,21 +287,21 @@ INSTANTIATE_TEST_SUITE_P(RegistryFile, CurrentDirectoryTest,
                          testing::Values(EMPTY_DIRECTORY, FULL_DIRECTORY), NameOf);
 
 TEST_P(CurrentDirectoryTest, SaveFailsAndTouchesNothing) {
-  WriteFile(BACKUP, TextOf(1));
-  GetParam().make(CURRENT);
+  WriteFile(REGISTRY_BACKUP_FILE, TextOf(1));
+  GetParam().make(REGISTRY_FILE);
   ExpectFailingSave("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": ");
-  EXPECT_TRUE(fs::is_directory(CURRENT));
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(1));
-  EXPECT_FALSE(Exists(TEMPORARY));
-  fs::remove_all(CURRENT);
+  EXPECT_TRUE(fs::is_directory(REGISTRY_FILE));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(1));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
+  fs::remove_all(REGISTRY_FILE);
   ExpectSaveByNextObject();
 }
 
 TEST_P(CurrentDirectoryTest, DirectoryNeverBecomesTheBackup) {
-  GetParam().make(CURRENT);
+  GetParam().make(REGISTRY_FILE);
   ExpectFailingSave("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": ");
-  EXPECT_TRUE(fs::is_directory(CURRENT));
-  EXPECT_FALSE(Exists(BACKUP));
+  EXPECT_TRUE(fs::is_directory(REGISTRY_FILE));
+  EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
 }
 
 class BackupObstacleTest : public RegistryFileObstacleTest {};
@@ -312,32 +310,32 @@ INSTANTIATE_TEST_SUITE_P(RegistryFile, BackupObstacleTest,
 
 TEST_P(BackupObstacleTest, SaveReplacesIt) {
   StoreNumber(1);
-  GetParam().make(BACKUP);
+  GetParam().make(REGISTRY_BACKUP_FILE);
   StoreNumber(2);
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(2));
-  EXPECT_EQ(ReadFile(BACKUP), TextOf(1));
-  EXPECT_EQ(ModeOf(BACKUP), S_IFREG | 0644U);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(2));
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TextOf(1));
+  EXPECT_EQ(ModeOf(REGISTRY_BACKUP_FILE), S_IFREG | 0644U);
   ExpectUntouchedTarget();
 }
 
 TEST_F(RegistryFileTest, DirectoryInThePlaceOfTheBackupKeepsTheTreeFromBeingSaved) {
   StoreNumber(1);
-  fs::create_directory(BACKUP);
+  fs::create_directory(REGISTRY_BACKUP_FILE);
   ExpectFailingSave("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": Is a directory\n");
-  EXPECT_EQ(ReadFile(CURRENT), TextOf(1));
-  EXPECT_FALSE(Exists(TEMPORARY));
-  fs::remove(BACKUP);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TextOf(1));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
+  fs::remove(REGISTRY_BACKUP_FILE);
   ExpectSaveByNextObject();
 }
 
 TEST_F(RegistryFileTest, SavingATextTellsWhetherItWorked) {
   EXPECT_EQ(SaveRegistryFile("one"), RegistrySave::DONE);
-  EXPECT_EQ(ReadFile(CURRENT), "one");
-  fs::create_directory(BACKUP);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
+  fs::create_directory(REGISTRY_BACKUP_FILE);
   EXPECT_EQ(SaveRegistryFile("two"), RegistrySave::FAILED);
-  fs::create_directory(TEMPORARY);
+  fs::create_directory(REGISTRY_TEMPORARY_FILE);
   EXPECT_EQ(SaveRegistryFile("two"), RegistrySave::FAILED);
-  EXPECT_EQ(ReadFile(CURRENT), "one");
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
 }
 
 TEST_F(RegistryFileTest, TextOfMoreThan64MebibytesIsNotSaved) {
@@ -348,14 +346,14 @@ TEST_F(RegistryFileTest, TextOfMoreThan64MebibytesIsNotSaved) {
   EXPECT_THAT(session.Texts(),
               testing::ElementsAre(
                   "CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": File too large\n"));
-  EXPECT_EQ(ReadFile(CURRENT), "one");
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
   text.pop_back();
   EXPECT_EQ(SaveRegistryFile(text), RegistrySave::DONE);
 }
 
 TEST_F(RegistryFileTest, EmptyTextCanBeSaved) {
   EXPECT_EQ(SaveRegistryFile(""), RegistrySave::DONE);
-  EXPECT_EQ(ReadFile(CURRENT), "");
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "");
 }
 
 }  // namespace
