@@ -11,6 +11,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/installed_registry.h"
+
 namespace {
 
 constexpr char REGISTRY[] = "/etc/qamrel/registry";
@@ -45,12 +47,7 @@ void WriteScript(const std::string& path, const std::string& text) {
 CCollectorSite::CCollectorSite() {
   std::string pattern = std::filesystem::temp_directory_path() / "em_talvor_soak.XXXXXX";
   m_strDirectory = std::string(mkdtemp(pattern.data())) + "/";
-  m_strRegistry =
-      "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" + m_strDirectory +
-      "\nFileRoot=s=" + m_strDirectory +
-      "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
-      "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
-      "Talvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
+  m_strRegistry = InstalledRegistry(SetupValues(m_strDirectory, m_strDirectory));
   std::filesystem::create_directories("/etc/qamrel");
   std::ofstream(REGISTRY) << m_strRegistry;
   WriteScript(m_strDirectory + "Talvor", "D='" + m_strDirectory + "'" + SCRIPT);

@@ -21,10 +21,6 @@ uintptr_t CSoakSwitch::ForwardRequest(CIExtensionModule* /*module*/, SipJson* re
   return 1;
 }
 
-uintptr_t CSoakSwitch::ForwardFlag(CIExtensionModule* /*module*/, bool /*flag*/) { return 0; }
-
-uintptr_t CSoakSwitch::Forward(CIExtensionModule* /*module*/) { return 0; }
-
 uintptr_t CSoakSwitch::ReturnRequest(CIExtensionModule* /*module*/, SipJson* request,
                                      uint32_t messageIdHigh, uint32_t messageIdLow) {
   m_oBook.AnswerFinally(messageIdHigh << 16 | messageIdLow,

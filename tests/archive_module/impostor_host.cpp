@@ -20,6 +20,8 @@
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "frame/switch_interface.h"
+#include "tests/support/default_switch.h"
+#include "tests/support/installed_registry.h"
 
 namespace {
 
@@ -44,41 +46,13 @@ bool Check(bool isRight, const char* what) {
   return isRight;
 }
 
-#define PLACEHOLDER(number) \
-  void Placeholder##number() override {}
-
-class Switch : public CISwitch {
+class Switch : public DefaultSwitch {
  public:
-  PLACEHOLDER(0)
-  PLACEHOLDER(1)
-  PLACEHOLDER(2)
-  PLACEHOLDER(3)
-  PLACEHOLDER(4)
-  PLACEHOLDER(5)
-  PLACEHOLDER(6)
-  PLACEHOLDER(7)
-  PLACEHOLDER(8)
-  PLACEHOLDER(9)
   uintptr_t ForwardRequest(CIExtensionModule* /*module*/, SipJson* request) override {
     auto& record = *reinterpret_cast<Record*>(request);
     record.GetCommand().AddMember("ST", STATUS_DONE, record.document.GetAllocator());
     return 1;
   }
-  uintptr_t ForwardFlag(CIExtensionModule* /*module*/, bool /*flag*/) override { return 0; }
-  uintptr_t Forward(CIExtensionModule* /*module*/) override { return 0; }
-  PLACEHOLDER(13)
-  PLACEHOLDER(14)
-  PLACEHOLDER(15)
-  PLACEHOLDER(16)
-  PLACEHOLDER(17)
-  PLACEHOLDER(18)
-  PLACEHOLDER(19)
-  PLACEHOLDER(20)
-  PLACEHOLDER(21)
-  PLACEHOLDER(22)
-  PLACEHOLDER(23)
-  PLACEHOLDER(24)
-  PLACEHOLDER(25)
   uintptr_t ReturnRequest(CIExtensionModule* /*module*/, SipJson* request, uint32_t /*high*/,
                           uint32_t /*low*/) override {
     const std::lock_guard guard(m_oLock);
@@ -100,16 +74,10 @@ class Switch : public CISwitch {
   std::vector<uint32_t> m_oStatuses;
 };
 
-#undef PLACEHOLDER
-
 void InstallCollector() {
   mkdir("/etc/qamrel", 0755);
   mkdir(ROOT, 0755);
-  std::ofstream("/etc/qamrel/registry")
-      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" << ROOT
-      << "\nFileRoot=s=" << ROOT << "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
-      << "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\nTalvor=s=HKEY_LOCAL_MACHINE\\SOFTWARE\\Talvor\n"
-      << "\n\n\n\n\n\n\n";
+  std::ofstream("/etc/qamrel/registry") << InstalledRegistry(SetupValues(ROOT, ROOT));
   std::ofstream(COLLECTOR) << "#!/bin/sh\necho data >" << ROOT << "Talvor_Data.zip\n";
   chmod(COLLECTOR, 0755);
 }

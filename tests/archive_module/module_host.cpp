@@ -13,6 +13,7 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"
 
 namespace {
@@ -53,10 +54,6 @@ uintptr_t TestSwitch::ForwardRequest(CIExtensionModule* /*module*/, SipJson* req
   }
   return 1;
 }
-
-uintptr_t TestSwitch::ForwardFlag(CIExtensionModule* /*module*/, bool /*flag*/) { return 0; }
-
-uintptr_t TestSwitch::Forward(CIExtensionModule* /*module*/) { return 0; }
 
 uintptr_t TestSwitch::ReturnRequest(CIExtensionModule* /*module*/, SipJson* request,
                                     uint32_t messageIdHigh, uint32_t messageIdLow) {
@@ -119,17 +116,13 @@ void ModuleHost::InstallCollector(const std::string& script) {
 }
 
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
-  WriteRegistryText("DataRoot=s=" + dataRoot + "\nFileRoot=s=" + fileRoot + "\n",
-                    "Talvor=s=SOFTWARE\\Talvor\n");
+  std::filesystem::create_directories("/etc/qamrel");
+  std::ofstream("/etc/qamrel/registry") << InstalledRegistry(SetupValues(fileRoot, dataRoot));
 }
 
 void ModuleHost::WriteRegistryText(const std::string& setup, const std::string& pointer) {
   std::filesystem::create_directories("/etc/qamrel");
-  std::ofstream("/etc/qamrel/registry")
-      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\n"
-      << setup << "\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
-      << "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
-      << pointer << "\n\n\n\n\n\n\n";
+  std::ofstream("/etc/qamrel/registry") << InstalledRegistry(setup, pointer);
 }
 
 bool ModuleHost::WaitForCollector() const {

@@ -11,7 +11,7 @@
 
 #include "frame/extension_module_interface.h"
 #include "frame/sip_json.h"
-#include "frame/switch_interface.h"
+#include "tests/support/default_switch.h"
 
 // Commands for MakeRequest() and Send().
 constexpr char QUERY[] = R"({"OC":13312})";
@@ -28,37 +28,11 @@ constexpr uint32_t CLEANUP = 4;
 constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
 
 // The host's switch: keeps what the module hands to it.
-class TestSwitch : public CISwitch {
+class TestSwitch : public DefaultSwitch {
  public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
-  void Placeholder2() override {}
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-  void Placeholder7() override {}
-  void Placeholder8() override {}
-  void Placeholder9() override {}
   uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) override;
-  uintptr_t ForwardFlag(CIExtensionModule* module, bool flag) override;
-  uintptr_t Forward(CIExtensionModule* module) override;
-  void Placeholder13() override {}
-  void Placeholder14() override {}
-  void Placeholder15() override {}
-  void Placeholder16() override {}
-  void Placeholder17() override {}
-  void Placeholder18() override {}
-  void Placeholder19() override {}
-  void Placeholder20() override {}
-  void Placeholder21() override {}
-  void Placeholder22() override {}
-  void Placeholder23() override {}
-  void Placeholder24() override {}
-  void Placeholder25() override {}
   uintptr_t ReturnRequest(CIExtensionModule* module, SipJson* request, uint32_t messageIdHigh,
                           uint32_t messageIdLow) override;
-  uint32_t GetAgentType() override { return 0; }
 
   // Plays HTI: called with each request for it, on the module's worker. May be empty.
   std::function<void(SipJson&)> onHtiRequest;
