@@ -1,6 +1,5 @@
 #include "platform/critical_section.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,39 +9,35 @@
 #include <optional>
 #include <thread>
 
-#include "tests/platform/pthread_calls.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
 class CriticalSectionTest : public testing::Test {
  protected:
-  PthreadCalls m_oCalls;
   CCriticalSection m_oSection;
 
-  // True when another thread finds the lock taken, and once `release` has run gets it.
-  bool ExcludesOthersUntil(const std::function<void()>& release) {
-    m_oCalls.Take();
+  // Expects that another thread finds the lock taken, and once `release` has run gets it.
+  void ExpectHeldUntil(const std::function<void()>& release) {
+    const auto locks = calls::pthread_mutex_lock.Watch();
     std::atomic<bool> isInside = false;
     std::thread other([&] {
       m_oSection.Acquire();
       isInside = true;
       m_oSection.Release();
     });
-    const bool hasAsked = WaitUntil([&] { return m_oCalls.Take().size() == 1; });
-    const bool wasExcluded = !isInside;
+    EXPECT_TRUE(WaitUntil([&] { return locks.GetCount() == 1; }));
+    EXPECT_FALSE(isInside);
     release();
     other.join();
-    return hasAsked && wasExcluded && isInside;
+    EXPECT_TRUE(isInside);
   }
 };
 
 TEST_F(CriticalSectionTest, ExcludesOtherThreadsUntilReleased) {
   m_oSection.Acquire();
-  EXPECT_TRUE(ExcludesOthersUntil([&] { m_oSection.Release(); }));
+  ExpectHeldUntil([&] { m_oSection.Release(); });
 }
 
 TEST_F(CriticalSectionTest, KeepsNestedAcquisitionsUntilTheLastRelease) {
@@ -51,37 +46,25 @@ TEST_F(CriticalSectionTest, KeepsNestedAcquisitionsUntilTheLastRelease) {
   m_oSection.Acquire();
   m_oSection.Release();
   m_oSection.Release();
-  EXPECT_TRUE(ExcludesOthersUntil([&] { m_oSection.Release(); }));
-}
-
-TEST_F(CriticalSectionTest, LocksItsMutexOnceForNestedAcquisitions) {
-  m_oCalls.Take();
-  m_oSection.Acquire();
-  m_oSection.Acquire();
-  m_oSection.Release();
-  EXPECT_THAT(m_oCalls.Take(), ElementsAre("mutex_lock"));
-  m_oSection.Release();
-  EXPECT_THAT(m_oCalls.Take(), ElementsAre("mutex_unlock"));
+  ExpectHeldUntil([&] { m_oSection.Release(); });
 }
 
 TEST_F(CriticalSectionTest, IgnoresTheReleaseOfAThreadThatDoesNotHoldIt) {
   m_oSection.Acquire();
-  m_oCalls.Take();
+  const auto unlocks = calls::pthread_mutex_unlock.Watch();
   std::thread([&] { m_oSection.Release(); }).join();
-  EXPECT_THAT(m_oCalls.Take(), IsEmpty());
-  m_oSection.Release();
-  EXPECT_THAT(m_oCalls.Take(), ElementsAre("mutex_unlock"));
+  EXPECT_EQ(unlocks.GetCount(), 0);
+  ExpectHeldUntil([&] { m_oSection.Release(); });
 }
 
 TEST_F(CriticalSectionTest, IgnoresAReleaseWhenItIsFree) {
   m_oSection.Acquire();
   m_oSection.Release();
-  m_oCalls.Take();
+  const auto unlocks = calls::pthread_mutex_unlock.Watch();
   m_oSection.Release();
-  EXPECT_THAT(m_oCalls.Take(), IsEmpty());
+  EXPECT_EQ(unlocks.GetCount(), 0);
   m_oSection.Acquire();
-  m_oSection.Release();
-  EXPECT_THAT(m_oCalls.Take(), ElementsAre("mutex_lock", "mutex_unlock"));
+  ExpectHeldUntil([&] { m_oSection.Release(); });
 }
 
 TEST_F(CriticalSectionTest, ExcludesThreadsFromEachOther) {
@@ -100,38 +83,36 @@ TEST_F(CriticalSectionTest, ExcludesThreadsFromEachOther) {
 
 TEST_F(CriticalSectionTest, IsHeldForTheLifeOfAGuard) {
   std::optional<CCriticalSectionGuard> guard(m_oSection);
-  EXPECT_TRUE(ExcludesOthersUntil([&] { guard.reset(); }));
+  ExpectHeldUntil([&] { guard.reset(); });
 }
 
-TEST(CriticalSectionEndTest, DestroysItsMutex) {
-  PthreadCalls calls;
-  { const CCriticalSection section; }
-  EXPECT_THAT(calls.Take(), ElementsAre("mutex_init", "mutex_destroy"));
-}
-
-TEST(CriticalSectionEndTest, IsFreedWhenTheHolderDestroysIt) {
-  PthreadCalls calls;
+TEST(CriticalSectionEndTest, FreesAndDestroysItsMutexWhenTheHolderDestroysIt) {
+  const auto unlocks = calls::pthread_mutex_unlock.Watch();
+  const auto destroys = calls::pthread_mutex_destroy.Watch();
   {
     CCriticalSection section;
     section.Acquire();
     section.Acquire();
   }
-  EXPECT_THAT(calls.Take(),
-              ElementsAre("mutex_init", "mutex_lock", "mutex_unlock", "mutex_destroy"));
+  EXPECT_EQ(unlocks.GetCount(), 1);
+  EXPECT_EQ(destroys.GetCount(), 1);
 }
 
 TEST(CriticalSectionEndTest, IsNotFreedWhenAnotherThreadHoldsIt) {
-  PthreadCalls calls;
   auto section = std::make_unique<CCriticalSection>();
   std::thread([&] { section->Acquire(); }).join();
-  calls.AnswerNext("mutex_destroy", [] { return EBUSY; });
+  const auto unlocks = calls::pthread_mutex_unlock.Watch();
+  const auto destroys = calls::pthread_mutex_destroy.Fail(EBUSY);
   section.reset();
-  EXPECT_THAT(calls.Take(), ElementsAre("mutex_init", "mutex_lock", "mutex_destroy"));
+  EXPECT_EQ(unlocks.GetCount(), 0);
+  EXPECT_EQ(destroys.GetCount(), 1);
 }
 
 TEST(CriticalSectionEndTest, ProtectsNothingWithoutAMutex) {
-  PthreadCalls calls;
-  calls.FailNext("mutex_init", ENOMEM);
+  const auto inits = calls::pthread_mutex_init.Fail(ENOMEM);
+  const auto locks = calls::pthread_mutex_lock.Watch();
+  const auto unlocks = calls::pthread_mutex_unlock.Watch();
+  const auto destroys = calls::pthread_mutex_destroy.Watch();
   {
     CCriticalSection section;
     section.Acquire();
@@ -141,7 +122,7 @@ TEST(CriticalSectionEndTest, ProtectsNothingWithoutAMutex) {
     }).join();
     section.Release();
   }
-  EXPECT_THAT(calls.Take(), ElementsAre("mutex_init"));
+  EXPECT_EQ(locks.GetCount() + unlocks.GetCount() + destroys.GetCount(), 0);
 }
 
 }  // namespace

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/trace_session.h"
+
+// A line, and the lowest level at which it is written.
+struct LevelLine {
+  uint32_t level;
+  std::string text;
+};
+
+// Runs `action` with tracing at each level from 1 to 5 and expects exactly the lines of the level,
+// in that order. `texts` reads them from the session.
+inline void ExpectLines(const std::vector<LevelLine>& lines, const std::function<void()>& action,
+                        const std::function<std::vector<std::string>(const TraceSession&)>& texts =
+                            &TraceSession::Texts) {
+  for (uint32_t level = 1; level <= 5; ++level) {
+    std::vector<std::string> expected;
+    for (const LevelLine& line : lines) {
+      if (line.level <= level) {
+        expected.push_back(line.text);
+      }
+    }
+    const TraceSession session(level);
+    action();
+    EXPECT_EQ(texts(session), expected) << "at level " << level;
+  }
+}
