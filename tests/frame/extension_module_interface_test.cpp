@@ -12,6 +12,7 @@
 
 #include "frame/extension_module.h"
 #include "tests/frame/records.h"
+#include "tests/frame/test_module.h"
 
 namespace {
 
@@ -179,6 +180,7 @@ TEST(ExtensionModuleInterfaceTest, TheDefaultInfoLeavesTheRecordUntouched) {
 }
 
 TEST(ExtensionModuleInterfaceTest, TheOtherDefaultsReturnTrueOrFalse) {
+  const CabinetReset reset;
   CExtensionModule module;
   SipJson request = MakeCommands("{}");
   EXPECT_EQ(CallSlot<uint32_t>(&module, 4, static_cast<void*>(nullptr), 1U), 1U);

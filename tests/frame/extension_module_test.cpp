@@ -12,6 +12,7 @@
 #include "tests/frame/fake_switch.h"
 #include "tests/frame/records.h"
 #include "tests/frame/test_module.h"
+#include "tests/support/level_lines.h"
 #include "tests/support/trace_session.h"
 
 namespace {
@@ -76,10 +77,8 @@ TEST(ExtensionModuleTest, StartChoosesTheSourceAgainAfterTheRegistration) {
 
 TEST(ExtensionModuleTest, StartWithoutASwitchNamesServerControl) {
   TestModule module;
-  const TraceSession session(4);
-  EXPECT_EQ(module.Start(nullptr, 1), 1U);
-  EXPECT_THAT(session.Texts(),
-              ElementsAre(RegisterText(SERVER_CONTROL), RegisteredText(SERVER_CONTROL)));
+  ExpectLines({{4, RegisterText(SERVER_CONTROL)}, {4, RegisteredText(SERVER_CONTROL)}},
+              [&] { EXPECT_EQ(module.Start(nullptr, 1), 1U); });
 }
 
 TEST(ExtensionModuleTest, StartRegistersWhileTracingIsOff) {
@@ -88,13 +87,6 @@ TEST(ExtensionModuleTest, StartRegistersWhileTracingIsOff) {
   EXPECT_EQ(module.Start(host.Get(), 1), 1U);
   ASSERT_FALSE(host.Calls().empty());
   EXPECT_EQ(host.Calls().back().position, 27U);
-}
-
-TEST(ExtensionModuleTest, StartTracesAtLevel4) {
-  TestModule module;
-  for (const char* format : {REGISTER, REGISTERED}) {
-    EXPECT_EQ(LevelOf(format, [&] { module.Start(nullptr, 1); }), 4U) << format;
-  }
 }
 
 // The order and the widths of the members are fixed: modules derive from the base in binary form.
@@ -135,19 +127,14 @@ TEST(ExtensionModuleTest, ABaseModuleIsNamedEmXxxInItsLines) {
 }
 
 TEST(ExtensionModuleTest, TracesTheCabinetNumber) {
+  const CabinetReset reset;
   TestModule module;
-  const TraceSession session(2);
-  EXPECT_EQ(module.SetCabinetNumber(3), 1U);
-  EXPECT_EQ(module.SetCabinetNumber(0xFFFFFFFF), 1U);
-  EXPECT_THAT(session.Texts(),
-              ElementsAre("\n\nEM_TEST             : ## Server cabinet number = 3 ##\n",
-                          "\n\nEM_TEST             : ## Server cabinet number = -1 ##\n"));
-  EXPECT_EQ(session.Count(CABINET_NUMBER), 2);
-}
-
-TEST(ExtensionModuleTest, TracesTheCabinetNumberAtLevel2) {
-  TestModule module;
-  EXPECT_EQ(LevelOf(CABINET_NUMBER, [&] { module.SetCabinetNumber(3); }), 2U);
+  ExpectLines({{2, "\n\nEM_TEST             : ## Server cabinet number = 3 ##\n"},
+               {2, "\n\nEM_TEST             : ## Server cabinet number = -1 ##\n"}},
+              [&] {
+                EXPECT_EQ(module.SetCabinetNumber(3), 1U);
+                EXPECT_EQ(module.SetCabinetNumber(0xFFFFFFFF), 1U);
+              });
 }
 
 TEST(ExtensionModuleTest, ServesCabinet0UntilTold) {
@@ -156,6 +143,7 @@ TEST(ExtensionModuleTest, ServesCabinet0UntilTold) {
 }
 
 TEST(ExtensionModuleTest, ACabinetThatIsNoNumberCountsAs0) {
+  const CabinetReset reset;
   TestModule module;
   for (const uint32_t number : {0U, 1U}) {
     module.SetCabinetNumber(number);
@@ -165,6 +153,7 @@ TEST(ExtensionModuleTest, ACabinetThatIsNoNumberCountsAs0) {
 }
 
 TEST(ExtensionModuleTest, ServesTheLastCabinetToldToAnyModule) {
+  const CabinetReset reset;
   TestModule first;
   TestModule second;
   first.SetCabinetNumber(2);
@@ -177,6 +166,7 @@ TEST(ExtensionModuleTest, ServesTheLastCabinetToldToAnyModule) {
 }
 
 TEST(ExtensionModuleTest, ServesARequestThatNamesNoCabinet) {
+  const CabinetReset reset;
   TestModule module;
   module.SetCabinetNumber(3);
   EXPECT_TRUE(IsForServerCabinet(R"({"OC":1})"));
@@ -270,6 +260,7 @@ TEST(ThrowingSinkTest, DoesNotDisturbAStart) {
 }
 
 TEST(ThrowingSinkTest, DoesNotDisturbTheCabinetNumber) {
+  const CabinetReset reset;
   TestModule module;
   TraceSession session(5);
   session.ThrowAt(CABINET_NUMBER);

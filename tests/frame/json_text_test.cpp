@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <string>
@@ -59,4 +62,17 @@ TEST(JsonTextTest, KeepsZerosWithinTexts) {
 TEST(JsonTextTest, ANumberThatJsonCannotExpressIsNull) {
   EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::infinity()), LONGEST), "null");
   EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::quiet_NaN()), LONGEST), "null");
+}
+
+TEST(JsonTextTest, ReadsNothingBehindTheLimit) {
+  const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  void* const pages =
+      mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  auto* const text = static_cast<char*>(pages);
+  std::fill_n(text, size, 'x');
+  ASSERT_EQ(mprotect(text + size, size, PROT_NONE), 0);
+  const Value value(rapidjson::StringRef(text, 1 << 30));
+  EXPECT_EQ(BuildJsonText(value, size), '"' + std::string(size - 1, 'x'));
+  munmap(pages, 2 * size);
 }

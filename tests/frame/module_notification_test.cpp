@@ -1,47 +1,48 @@
 // What a module does with a notification of the switch.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "frame/extension_module.h"
 #include "tests/frame/records.h"
 #include "tests/frame/test_module.h"
+#include "tests/support/level_lines.h"
 #include "tests/support/trace_session.h"
 
 namespace {
-
-using testing::ElementsAre;
 
 constexpr char NOTIFY[] = "\n\n%-20s: ## NOTIFY: Code = 0Xx%02X, param = 0x%08X";
 constexpr char CALL_HOOK[] = "\n%-20s:   call OnModuleNotification()...";
 constexpr char HOOK_COMPLETED[] = "\n%-20s:   ... OnModuleNotification() completed";
 
-// The lines that a notification writes beside those of every notification, with their levels.
+constexpr char LABEL[] = "EM_TEST             : ";
+
+// The lines that a notification writes beside those of every notification, after the label.
 struct NotificationLines {
   uint32_t code;
-  std::vector<std::pair<const char*, uint32_t>> lines;
+  std::vector<LevelLine> lines;
 };
 
 const NotificationLines NOTIFICATIONS[] = {
     {0x20000,
-     {{"\n%-20s: *** SCN_SWITCH_SHUTDOWN *** \n", 1},
-      {"\n%-20s: -> SWITCH shutdown notification, set SwitchShutdown flag", 3}}},
+     {{1, "*** SCN_SWITCH_SHUTDOWN *** \n"},
+      {3, "-> SWITCH shutdown notification, set SwitchShutdown flag"}}},
     {0x20001,
-     {{"\n%-20s: *** SCN_SWITCH_REQUEST_ENABLED *** \n", 1},
-      {"\n%-20s: -> SWITCH start completed (all layers started) - requests enabled", 3}}},
-    {0x30000, {{"\n%-20s: *** SCN_SYSTEM_SHUTDOWN *** \n", 1}, {"\n%-20s: -> System shutdown", 2}}},
-    {0x40000, {{"\n%-20s: *** SCN_POWERSTATE_SUSPEND *** \n", 1}}},
-    {0x40001, {{"\n%-20s: *** SCN_POWERSTATE_STANDBY *** \n", 1}}},
-    {0x40002, {{"\n%-20s: *** SCN_POWERSTATE_RESUME *** \n", 1}}},
-    {0x40003, {{"\n%-20s: *** SCN_POWERSTATE_AC_OFFLINE *** \n", 1}}},
-    {0x40004, {{"\n%-20s: *** SCN_POWERSTATE_AC_ONLINE *** \n", 1}}},
+     {{1, "*** SCN_SWITCH_REQUEST_ENABLED *** \n"},
+      {3, "-> SWITCH start completed (all layers started) - requests enabled"}}},
+    {0x30000, {{1, "*** SCN_SYSTEM_SHUTDOWN *** \n"}, {2, "-> System shutdown"}}},
+    {0x40000, {{1, "*** SCN_POWERSTATE_SUSPEND *** \n"}}},
+    {0x40001, {{1, "*** SCN_POWERSTATE_STANDBY *** \n"}}},
+    {0x40002, {{1, "*** SCN_POWERSTATE_RESUME *** \n"}}},
+    {0x40003, {{1, "*** SCN_POWERSTATE_AC_OFFLINE *** \n"}}},
+    {0x40004, {{1, "*** SCN_POWERSTATE_AC_ONLINE *** \n"}}},
     {0, {}},
     {0x1FFFF, {}},
     {0x20002, {}},
@@ -51,67 +52,20 @@ const NotificationLines NOTIFICATIONS[] = {
 
 }  // namespace
 
-TEST(ModuleNotificationTest, HasTheCodesOfTheSwitch) {
-  EXPECT_EQ(SCN_SWITCH_SHUTDOWN, 0x20000U);
-  EXPECT_EQ(SCN_SWITCH_REQUEST_ENABLED, 0x20001U);
-  EXPECT_EQ(SCN_SYSTEM_SHUTDOWN, 0x30000U);
-  EXPECT_EQ(SCN_POWERSTATE_SUSPEND, 0x40000U);
-  EXPECT_EQ(SCN_POWERSTATE_STANDBY, 0x40001U);
-  EXPECT_EQ(SCN_POWERSTATE_RESUME, 0x40002U);
-  EXPECT_EQ(SCN_POWERSTATE_AC_OFFLINE, 0x40003U);
-  EXPECT_EQ(SCN_POWERSTATE_AC_ONLINE, 0x40004U);
-}
-
 TEST(ModuleNotificationTest, WritesTheLinesOfItsCodeBetweenThoseOfEveryNotification) {
-  for (const auto& [code, lines] : NOTIFICATIONS) {
-    SCOPED_TRACE(code);
-    std::vector<std::string> expected = {NOTIFY};
-    for (const auto& line : lines) {
-      expected.emplace_back(line.first);
-    }
-    expected.insert(expected.end(), {CALL_HOOK, HOOK_COMPLETED});
-    TestModule module;
-    const TraceSession session(5);
-    module.ModuleNotification(code, 0, 0);
-    EXPECT_EQ(session.Formats(), expected);
-  }
-}
-
-TEST(ModuleNotificationTest, WritesEachLineAtItsLevel) {
   TestModule module;
   for (const auto& [code, lines] : NOTIFICATIONS) {
-    SCOPED_TRACE(code);
-    const auto notify = [&, code = code] { module.ModuleNotification(code, 0, 0); };
-    EXPECT_EQ(LevelOf(NOTIFY, notify), 2U);
-    for (const auto& [format, level] : lines) {
-      EXPECT_EQ(LevelOf(format, notify), level) << format;
+    std::array<char, 100> notify;
+    snprintf(notify.data(), notify.size(), "\n\n%s## NOTIFY: Code = 0Xx%02X, param = 0x00000ABC",
+             LABEL, code);
+    std::vector<LevelLine> expected = {{2, notify.data()}};
+    for (const LevelLine& line : lines) {
+      expected.push_back({line.level, "\n" + (LABEL + line.text)});
     }
-    EXPECT_EQ(LevelOf(CALL_HOOK, notify), 4U);
-    EXPECT_EQ(LevelOf(HOOK_COMPLETED, notify), 4U);
-  }
-}
-
-TEST(ModuleNotificationTest, LinesShowNameAndCodeAndTheLow32BitsOfTheParameter) {
-  TestModule module;
-  const TraceSession session(5);
-  module.ModuleNotification(SCN_SYSTEM_SHUTDOWN, 0x1234567800000ABC, 7);
-  EXPECT_THAT(
-      session.Texts(),
-      ElementsAre("\n\nEM_TEST             : ## NOTIFY: Code = 0Xx30000, param = 0x00000ABC",
-                  "\nEM_TEST             : *** SCN_SYSTEM_SHUTDOWN *** \n",
-                  "\nEM_TEST             : -> System shutdown",
-                  "\nEM_TEST             :   call OnModuleNotification()...",
-                  "\nEM_TEST             :   ... OnModuleNotification() completed"));
-}
-
-TEST(ModuleNotificationTest, EveryLineOfACodeIsLabelledWithTheName) {
-  TestModule module("EM_LABEL");
-  const TraceSession session(5);
-  for (const auto& notification : NOTIFICATIONS) {
-    module.ModuleNotification(notification.code, 0, 0);
-  }
-  for (const std::string& text : session.Texts()) {
-    EXPECT_THAT(text, testing::HasSubstr("\nEM_LABEL            : "));
+    expected.push_back({4, std::string("\n") + LABEL + "  call OnModuleNotification()..."});
+    expected.push_back({4, std::string("\n") + LABEL + "  ... OnModuleNotification() completed"});
+    ExpectLines(expected,
+                [&, code = code] { module.ModuleNotification(code, 0x1234567800000ABC, 7); });
   }
 }
 
@@ -179,6 +133,7 @@ TEST(ModuleNotificationTest, TheFlagIsSetBeforeTheHookRuns) {
 }
 
 TEST(ModuleNotificationTest, AnotherThreadSeesFlagAndCabinet) {
+  const CabinetReset reset;
   TestModule module;
   const SipJson request = MakeCommands(R"({"CA":7})");
   std::atomic<bool> hasSeen = false;
@@ -193,8 +148,9 @@ TEST(ModuleNotificationTest, AnotherThreadSeesFlagAndCabinet) {
 }
 
 TEST(ModuleNotificationTest, AThrowingSinkDoesNotDisturb) {
-  for (const char* format : {NOTIFY, NOTIFICATIONS[0].lines[0].first,
-                             NOTIFICATIONS[0].lines[1].first, CALL_HOOK, HOOK_COMPLETED}) {
+  for (const char* format : {NOTIFY, "\n%-20s: *** SCN_SWITCH_SHUTDOWN *** \n",
+                             "\n%-20s: -> SWITCH shutdown notification, set SwitchShutdown flag",
+                             CALL_HOOK, HOOK_COMPLETED}) {
     SCOPED_TRACE(format);
     TestModule module;
     module.hook = [](uint32_t, uintptr_t, uintptr_t) -> uintptr_t { return 5; };

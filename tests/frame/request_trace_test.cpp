@@ -4,17 +4,20 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <limits>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tests/frame/records.h"
 #include "tests/frame/test_module.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/level_lines.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "tests/trace/trace_config_directory.h"
 
@@ -24,10 +27,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr size_t MEBIBYTE = 1 << 20;
-
-// Allocations of at least that many bytes fail, those of operator new and those of realloc.
-size_t g_nFailingNew = SIZE_MAX;
-size_t g_nFailingRealloc = SIZE_MAX;
 
 const std::string PLAIN = "\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X";
 const std::string CABINET =
@@ -63,49 +62,26 @@ std::pair<std::string, std::string> TraceData(const std::string& data) {
   return {line.format.substr(PLAIN.size()), line.text.substr(header.size())};
 }
 
-// Checks that a trace of that data ends the process once the allocations of `failingSize` fail.
-void ExpectEnd(const std::string& data, size_t& failingSize) {
-  TestModule module;
-  const SipJson request = MakeData(data);
-  const TraceSession session(2);
-  EXPECT_DEATH(
-      {
-        failingSize = 4096;
-        module.TraceRequest(request, 2);
-      },
-      "terminate called");
+// The size of the largest piece of memory that is taken while `action` runs.
+size_t LargestTaken(const std::function<void()>& action) {
+  size_t largest = 0;
+  const auto allocations = calls::malloc.Answer([&](size_t size) {
+    largest = std::max(largest, size);
+    return calls::malloc.Real(size);
+  });
+  const auto moves = calls::realloc.Answer([&](void* memory, size_t size) {
+    largest = std::max(largest, size);
+    return calls::realloc.Real(memory, size);
+  });
+  largest = 0;  // the answers took some themselves
+  action();
+  return largest;
 }
 
 void ExpectData(const std::string& data, const std::string& format, const std::string& text) {
   SCOPED_TRACE(data);
   EXPECT_EQ(TraceData(data), std::pair(format, text));
 }
-
-}  // namespace
-
-// Out of line, because a compiler that sees through one of them complains of the mismatch.
-[[gnu::noinline]] void* operator new(size_t size) {
-  if (size >= g_nFailingNew) {
-    throw std::bad_alloc();
-  }
-  if (void* memory = std::malloc(size)) {
-    return memory;
-  }
-  throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
-
-extern "C" {
-void* __real_realloc(void* memory, size_t size);  // NOLINT(bugprone-reserved-identifier)
-
-void* __wrap_realloc(void* memory, size_t size) {  // NOLINT(bugprone-reserved-identifier)
-  return size >= g_nFailingRealloc ? nullptr : __real_realloc(memory, size);
-}
-}
-
-namespace {
 
 // Data of that many levels, a scalar being one.
 std::string Nested(size_t levels) {
@@ -138,27 +114,27 @@ void RunOnLittleStack(std::function<void()> action) {
 // Settings that are read again while the module runs.
 class RequestTraceSettingsTest : public TraceConfigDirectory {};
 
-TEST(RequestTraceTest, HasEightForms) {
+TEST(RequestTraceTest, HasEightFormsAtTheLevelOfTheCaller) {
   struct Form {
     const char* data;
-    std::string format;
     std::string text;
   };
   const Form forms[] = {
-      {R"(,"DA":7)", INTEGER, " Data 7"},
-      {R"(,"DA":{"a":[1]})", STRUCTURE,
-       " Data (JSON struct):\n{\n    \"a\": [\n        1\n    ]\n}"},
-      {R"(,"DA":"abc")", LENGTH, " Len 4"},
-      {"", "", ""},
+      {R"(,"DA":7)", " Data 7"},
+      {R"(,"DA":{"a":[1]})", " Data (JSON struct):\n{\n    \"a\": [\n        1\n    ]\n}"},
+      {R"(,"DA":"abc")", " Len 4"},
+      {"", ""},
   };
+  TestModule module("EM_TALVOR");
   for (const Form& form : forms) {
-    SCOPED_TRACE(form.data);
-    const TraceLine plain = TraceCommand("{" + HEADER + form.data + "}");
-    EXPECT_EQ(plain.format, PLAIN + form.format);
-    EXPECT_EQ(plain.text, PLAIN_TEXT + form.text);
-    const TraceLine cabinet = TraceCommand("{" + HEADER + R"(,"CA":3)" + form.data + "}");
-    EXPECT_EQ(cabinet.format, CABINET + form.format);
-    EXPECT_EQ(cabinet.text, CABINET_TEXT + form.text);
+    const SipJson plain = MakeCommands("{" + HEADER + form.data + "}");
+    const SipJson cabinet = MakeCommands("{" + HEADER + R"(,"CA":3)" + form.data + "}");
+    for (uint32_t level = 1; level <= 5; ++level) {
+      ExpectLines({{level, PLAIN_TEXT + form.text}, {level, CABINET_TEXT + form.text}}, [&] {
+        module.TraceRequest(plain, level);
+        module.TraceRequest(cabinet, level);
+      });
+    }
   }
 }
 
@@ -286,11 +262,7 @@ TEST(RequestTraceTest, AVeryDeepStructureCostsWhatItsTraceShows) {
   }
   TestModule module;
   const TraceSession session(2);
-  g_nFailingNew = 4 * MEBIBYTE;
-  g_nFailingRealloc = 4 * MEBIBYTE;
-  module.TraceRequest(request, 2);
-  g_nFailingNew = SIZE_MAX;
-  g_nFailingRealloc = SIZE_MAX;
+  EXPECT_LT(LargestTaken([&] { module.TraceRequest(request, 2); }), 4 * MEBIBYTE);
   EXPECT_THAT(session.Formats(), ElementsAre(PLAIN + STRUCTURE));
   EXPECT_THAT(session.Texts(), ElementsAre(testing::SizeIs(testing::Lt(2 * MEBIBYTE))));
 }
@@ -299,9 +271,7 @@ TEST(RequestTraceTest, ARequestAboveTheLevelCostsNothing) {
   TestModule module;
   const SipJson request = MakeData(Nested(2000));
   const TraceSession session(1);
-  g_nFailingNew = 0;
-  EXPECT_NO_THROW(module.TraceRequest(request, 2));
-  g_nFailingNew = SIZE_MAX;
+  EXPECT_EQ(LargestTaken([&] { module.TraceRequest(request, 2); }), 0U);
   EXPECT_EQ(module.nameCalls, 0);
   EXPECT_THAT(session.Lines(), IsEmpty());
 }
@@ -323,14 +293,15 @@ TEST_F(RequestTraceSettingsTest, ANewerLevelHoldsForTheRequestThatFindsIt) {
 TEST(RequestTraceTest, TheThreeOperationsHaveTheirTags) {
   TestModule module("EM_OTHER");
   const SipJson request = MakeCommands(R"({"ST":0})");
-  const TraceSession session(2);
-  module.TraceRequest(request, 2);
-  module.TraceReturn(request, 2);
-  module.TraceReply(request, 2);
   const std::string fields = ": OC 0x0000-0x0000 OID 0x0000 MID 0x00000000 Stat 0x00";
-  EXPECT_THAT(session.Texts(),
-              ElementsAre("\nEM_OTHER (REQ)      " + fields, "\nEM_OTHER (RET)      " + fields,
-                          "\nEM_OTHER (RPL)      " + fields));
+  ExpectLines({{2, "\nEM_OTHER (REQ)      " + fields},
+               {3, "\nEM_OTHER (RET)      " + fields},
+               {4, "\nEM_OTHER (RPL)      " + fields}},
+              [&] {
+                module.TraceRequest(request, 2);
+                module.TraceReturn(request, 3);
+                module.TraceReply(request, 4);
+              });
 }
 
 TEST(RequestTraceTest, ALongLabelIsPrintedWhole) {
@@ -339,22 +310,6 @@ TEST(RequestTraceTest, ALongLabelIsPrintedWhole) {
   module.TraceRequest(MakeCommands("{}"), 2);
   EXPECT_THAT(session.Texts(),
               ElementsAre(testing::StartsWith("\nEM_WITH_A_VERY_LONG_NAME (REQ): OC ")));
-}
-
-TEST(RequestTraceTest, EveryFormIsWrittenAtTheLevelOfTheCaller) {
-  TestModule module;
-  for (const char* cabinet : {"", R"(,"CA":1)"}) {
-    for (const auto& [data, part] :
-         {std::pair("7", INTEGER), {"{}", STRUCTURE}, {"\"x\"", LENGTH}, {"null", std::string()}}) {
-      const SipJson request = MakeCommands(R"({"DA":)" + std::string(data) + cabinet + "}");
-      const std::string format = (*cabinet == '\0' ? PLAIN : CABINET) + part;
-      for (uint32_t level = 1; level <= 5; ++level) {
-        EXPECT_EQ(LevelOf(format, [&] { module.TraceRequest(request, level); }), level) << format;
-        EXPECT_EQ(LevelOf(format, [&] { module.TraceReturn(request, level); }), level) << format;
-        EXPECT_EQ(LevelOf(format, [&] { module.TraceReply(request, level); }), level) << format;
-      }
-    }
-  }
 }
 
 TEST(RequestTraceTest, TheRequestIsNotChanged) {
@@ -374,11 +329,12 @@ TEST(RequestTraceTest, TheRequestIsNotChanged) {
 TEST(RequestTraceTest, NothingIsBuiltWhileTracingIsOff) {
   TestModule module;
   const SipJson request = MakeCommands(R"({"DA":{"a":1}})");
-  g_nFailingNew = 0;
-  EXPECT_NO_THROW(module.TraceRequest(request, 2));
-  EXPECT_NO_THROW(module.TraceReturn(request, 2));
-  EXPECT_NO_THROW(module.TraceReply(request, 2));
-  g_nFailingNew = SIZE_MAX;
+  const auto trace = [&] {
+    module.TraceRequest(request, 2);
+    module.TraceReturn(request, 2);
+    module.TraceReply(request, 2);
+  };
+  EXPECT_EQ(LargestTaken(trace), 0U);
   EXPECT_EQ(module.nameCalls, 0);
 }
 
@@ -390,17 +346,30 @@ TEST(RequestTraceTest, WhatTheSinkThrowsPassesThrough) {
   EXPECT_THROW(module.TraceRequest(request, 2), std::runtime_error);
 }
 
-TEST(RequestTraceDeathTest, ExhaustedMemoryForTheJsonTextEndsTheProcess) {
-  ExpectEnd(R"({"a":")" + std::string(8192, 'x') + "\"}", g_nFailingNew);
-  ExpectEnd(Nested(500), g_nFailingRealloc);
-}
-
 TEST(RequestTraceTest, TheLengthOfBytesNeedsNoMemory) {
   TestModule module;
   const SipJson request = MakeData("\"" + std::string(8192, 'x') + "\"");
   const TraceSession session(2);
-  g_nFailingNew = 4096;
-  module.TraceRequest(request, 2);
-  g_nFailingNew = SIZE_MAX;
+  EXPECT_LT(LargestTaken([&] { module.TraceRequest(request, 2); }), 8192U);
   EXPECT_THAT(session.Texts(), ElementsAre(testing::EndsWith(" Len 8193")));
+}
+
+TEST(RequestTraceDeathTest, ExhaustedMemoryForTheTextOfAStructureEndsTheProcess) {
+  TestModule module;
+  const SipJson request = MakeData(R"({"a":"a text of considerable length"})");
+  const TraceSession session(2);
+  for (const int successes : {0, 1, 2}) {
+    EXPECT_DEATH(
+        {
+          const FailingNew failing(successes);
+          module.TraceRequest(request, 2);
+        },
+        "terminate called");
+  }
+  EXPECT_DEATH(
+      {
+        const auto failing = calls::realloc.Fail(ENOMEM);
+        module.TraceRequest(request, 2);
+      },
+      "terminate called");
 }

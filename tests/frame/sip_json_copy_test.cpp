@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <cerrno>
+#include <functional>
 #include <memory>
 #include <new>
 #include <string>
@@ -8,12 +9,9 @@
 
 #include "frame/sip_json.h"
 #include "tests/frame/records.h"
+#include "tests/support/system_calls.h"
 
 namespace {
-
-// The allocation from now that fails; 0: none does.
-int g_nFailingMalloc = 0;
-int g_nMallocs = 0;
 
 // A record that needs far more than one default chunk of the JSON library's allocator.
 SipJson MakeBigRecord() {
@@ -40,16 +38,13 @@ SipJson MakeRecordOfLongTexts() {
   return record;
 }
 
+int CountAllocations(const std::function<void()>& action) {
+  const auto allocations = calls::malloc.Watch();
+  action();
+  return allocations.GetCount();
+}
+
 }  // namespace
-
-extern "C" {
-void* __real_malloc(size_t size);  // NOLINT(bugprone-reserved-identifier)
-
-void* __wrap_malloc(size_t size) {  // NOLINT(bugprone-reserved-identifier)
-  ++g_nMallocs;
-  return g_nFailingMalloc > 0 && --g_nFailingMalloc == 0 ? nullptr : __real_malloc(size);
-}
-}
 
 TEST(SipJsonCopyTest, CopiesDocumentAndIndex) {
   const SipJson record = MakeCommands(R"({"OC":1,"DA":[1,"x",{"a":null}]},{"OC":2})", 1);
@@ -146,37 +141,42 @@ TEST(SipJsonCopyTest, GivesItsDocumentAway) {
   EXPECT_EQ(TextOf(document), R"({"SIP":{"CMD":[{"OC":1}]}})");
 }
 
-TEST(SipJsonCopyTest, ThrowsBadAllocWhenMemoryIsExhausted) {
+TEST(SipJsonCopyTest, ThrowsBadAllocForEachAllocationThatFails) {
   for (const SipJson& record : {MakeCommands(R"({"OC":1})"), MakeBigRecord()}) {
-    g_nFailingMalloc = 1;
-    EXPECT_THROW(SipJson{record}, std::bad_alloc);
+    const int allocations = CountAllocations([&] { const SipJson copy(record); });
+    for (int skip = 0; skip < allocations; ++skip) {
+      const auto failing = calls::malloc.Fail(ENOMEM, skip, 1);
+      EXPECT_THROW(SipJson{record}, std::bad_alloc) << skip;
+    }
   }
 }
 
-TEST(SipJsonCopyTest, NeedsNoMemoryBeyondItsFirst) {
+TEST(SipJsonCopyTest, NeedsNoMoreAllocationsForMore) {
+  const SipJson empty;
+  const int allocations = CountAllocations([&] { const SipJson copy(empty); });
   for (const SipJson& record :
-       {SipJson(), MakeCommands(R"({"OC":1})"), MakeBigRecord(), MakeRecordOfLongTexts()}) {
-    g_nMallocs = 0;
-    const SipJson copy(record);
-    EXPECT_EQ(g_nMallocs, 1);
-    EXPECT_EQ(TextOf(copy), TextOf(record));
+       {MakeCommands(R"({"OC":1})"), MakeBigRecord(), MakeRecordOfLongTexts()}) {
+    EXPECT_EQ(CountAllocations([&] { const SipJson copy(record); }), allocations);
   }
 }
 
 TEST(SipJsonCopyTest, HasRoomForAnAnswer) {
   const SipJson record = MakeCommands(R"({"OC":1})");
   SipJson copy(record);
-  g_nMallocs = 0;
-  copy.SetCmdUInt("ST", 0);
-  copy.SetCmdUInt("MI", 0xFFFFFFFF);
-  EXPECT_EQ(g_nMallocs, 0);
+  const auto answer = [&] {
+    copy.SetCmdUInt("ST", 0);
+    copy.SetCmdUInt("MI", 0xFFFFFFFF);
+  };
+  EXPECT_EQ(CountAllocations(answer), 0);
 }
 
 TEST(SipJsonCopyTest, ChangesNothingWhenAnAssignmentThrows) {
   const SipJson record = MakeCommands(R"({"OC":1})", 1);
   SipJson target = MakeCommands(R"({"OC":9})");
-  g_nFailingMalloc = 1;
-  EXPECT_THROW(target = record, std::bad_alloc);
+  {
+    const auto failing = calls::malloc.Fail(ENOMEM);
+    EXPECT_THROW(target = record, std::bad_alloc);
+  }
   EXPECT_EQ(CommandsOf(target), R"([{"OC":9}])");
   EXPECT_EQ(target.m_nCmdIndex, 0U);
 }

@@ -2,17 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <cerrno>
 #include <functional>
 #include <new>
 #include <string>
 
 #include "frame/sip_json.h"
 #include "tests/frame/records.h"
+#include "tests/support/system_calls.h"
 
 namespace {
-
-bool g_isOutOfMemory = false;
 
 // `count` members, which are none of a command's own.
 std::string Members(int count) {
@@ -25,19 +24,24 @@ std::string Members(int count) {
 
 // Takes what is left of the memory that the document has.
 void FillUp(SipJson& record) {
-  g_isOutOfMemory = true;
+  const auto failing = calls::malloc.Fail(ENOMEM);
   while (record.m_oDocument.GetAllocator().Malloc(8) != nullptr) {
   }
-  g_isOutOfMemory = false;
 }
+
+// Writes while there is no memory.
+void WriteWithoutMemory(SipJson& record, const std::function<void(SipJson&)>& write) {
+  const auto failing = calls::malloc.Fail(ENOMEM);
+  write(record);
+}
+
+void SetStatus(SipJson& record) { record.SetCmdUInt("ST", 6); }
 
 // The record changes when there is memory, and stays as it is when there is none.
 void ExpectAllOrNothing(const SipJson& original, const std::function<void(SipJson&)>& write) {
   SipJson record = original;
   FillUp(record);
-  g_isOutOfMemory = true;
-  write(record);
-  g_isOutOfMemory = false;
+  WriteWithoutMemory(record, write);
   EXPECT_EQ(TextOf(record), TextOf(original));
 
   write(record);
@@ -49,21 +53,12 @@ void ExpectAllOrNothing(const SipJson& original, const std::function<void(SipJso
 
 }  // namespace
 
-extern "C" {
-void* __real_malloc(size_t size);  // NOLINT(bugprone-reserved-identifier)
-
-void* __wrap_malloc(size_t size) {  // NOLINT(bugprone-reserved-identifier)
-  return g_isOutOfMemory ? nullptr : __real_malloc(size);
-}
-}
-
 // Member arrays of copies have room for 16, 24, 36... members, those of a document that was read
 // for none more than it has.
 TEST(SipJsonMemoryTest, AMemberIsAddedOrNot) {
   for (const int count : {0, 16, 24, 36}) {
     SCOPED_TRACE(count);
-    ExpectAllOrNothing(MakeCommands("{" + Members(count) + "}"),
-                       [](SipJson& record) { record.SetCmdUInt("ST", 6); });
+    ExpectAllOrNothing(MakeCommands("{" + Members(count) + "}"), SetStatus);
   }
 }
 
@@ -79,27 +74,23 @@ TEST(SipJsonMemoryTest, AMemberWithALongNameIsAddedOrNot) {
 }
 
 TEST(SipJsonMemoryTest, CommandsAreAddedOrNot) {
-  ExpectAllOrNothing(MakeCommands("{}", 100), [](SipJson& record) { record.SetCmdUInt("ST", 6); });
+  ExpectAllOrNothing(MakeCommands("{}", 100), SetStatus);
 }
 
 TEST(SipJsonMemoryTest, WhatHasRoomIsWrittenWithoutMemory) {
   SipJson record = MakeCommands(R"({"ST":22})");
   FillUp(record);
-  g_isOutOfMemory = true;
-  record.SetCmdUInt("ST", 6);
-  g_isOutOfMemory = false;
+  WriteWithoutMemory(record, SetStatus);
   EXPECT_EQ(CommandsOf(record), R"([{"ST":6}])");
 }
 
 TEST(SipJsonMemoryTest, ADocumentThatWasReadTakesAMemberOrNot) {
   SipJson record = MakeCommands(R"({"OC":1})");
   FillUp(record);
-  for (const bool isOutOfMemory : {true, false}) {
-    g_isOutOfMemory = isOutOfMemory;
-    record.SetCmdUInt("ST", 6);
-    g_isOutOfMemory = false;
-    EXPECT_EQ(CommandsOf(record), isOutOfMemory ? R"([{"OC":1}])" : R"([{"OC":1,"ST":6}])");
-  }
+  WriteWithoutMemory(record, SetStatus);
+  EXPECT_EQ(CommandsOf(record), R"([{"OC":1}])");
+  SetStatus(record);
+  EXPECT_EQ(CommandsOf(record), R"([{"OC":1,"ST":6}])");
 }
 
 TEST(SipJsonMemoryTest, ACommandThatFindsNoMemoryForItsNumberStaysEmpty) {
@@ -108,9 +99,7 @@ TEST(SipJsonMemoryTest, ACommandThatFindsNoMemoryForItsNumberStaysEmpty) {
   rapidjson::Value& commands = record.m_oDocument["SIP"]["CMD"];
   commands.Reserve(1, record.m_oDocument.GetAllocator());
   FillUp(record);
-  g_isOutOfMemory = true;
-  record.SetCmdUInt("ST", 6);
-  g_isOutOfMemory = false;
+  WriteWithoutMemory(record, SetStatus);
   EXPECT_EQ(CommandsOf(record), "[{}]");
 }
 
@@ -120,9 +109,10 @@ TEST(SipJsonMemoryTest, JsonDataIsCopiedOrNot) {
   SipJson target = MakeCommands("{}");
   rapidjson::Value copy("untouched");
   FillUp(target);
-  g_isOutOfMemory = true;
-  EXPECT_THROW(record.GetJsonData(0, copy, target.m_oDocument.GetAllocator()), std::bad_alloc);
-  g_isOutOfMemory = false;
+  {
+    const auto failing = calls::malloc.Fail(ENOMEM);
+    EXPECT_THROW(record.GetJsonData(0, copy, target.m_oDocument.GetAllocator()), std::bad_alloc);
+  }
   EXPECT_EQ(TextOf(copy), R"("untouched")");
   EXPECT_TRUE(record.GetJsonData(0, copy, target.m_oDocument.GetAllocator()));
   EXPECT_EQ(TextOf(copy), TextOf(*record.FindCmdMember(0, "DA")));

@@ -4,7 +4,6 @@
 
 #include <limits>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "tests/frame/records.h"
@@ -72,15 +71,6 @@ const char* const SHAPELESS_DOCUMENTS[] = {
 };
 
 }  // namespace
-
-TEST(SipJsonTest, HasTheLayoutOfTheBinaryInterface) {
-  EXPECT_EQ(sizeof(SipJson), 104U);
-  EXPECT_FALSE(std::is_polymorphic_v<SipJson>);
-  SipJson record;
-  const auto* start = reinterpret_cast<const char*>(&record);
-  EXPECT_EQ(reinterpret_cast<const char*>(&record.m_oDocument) - start, 0);
-  EXPECT_EQ(reinterpret_cast<const char*>(&record.m_nCmdIndex) - start, 96);
-}
 
 TEST(SipJsonTest, StartsWithTheFirstCommandOfAnEmptyDocument) {
   const SipJson record;

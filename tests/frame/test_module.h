@@ -43,3 +43,12 @@ class TestModule : public CExtensionModule {
  private:
   const std::string m_name;
 };
+
+// Makes the cabinet number, which all modules of the process share, what it is at first.
+class CabinetReset {
+ public:
+  CabinetReset() = default;
+  ~CabinetReset() { CExtensionModule().SetCabinetNumber(0); }
+  CabinetReset(const CabinetReset&) = delete;
+  CabinetReset& operator=(const CabinetReset&) = delete;
+};
