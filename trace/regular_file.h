@@ -10,6 +10,7 @@ struct ModificationTime {
   int64_t seconds = 0;
   int64_t nanoseconds = 0;  // below a second
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): of what the compiler makes of it
   auto operator<=>(const ModificationTime&) const = default;
 };
 
