@@ -21,10 +21,6 @@ namespace {
 // Stands in for the launcher.
 std::function<bool(std::atomic<int32_t>& pid, int32_t& exitCode)> g_fnRun;
 
-constexpr char TERMINATE[] =
-    "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
-constexpr std::chrono::milliseconds GRACE(2100);
-
 class CollectorOutcomeTest : public ModuleHost {
  protected:
   // Expects a creation whose collector "succeeds" with that exit code to fail, with that line.
@@ -79,8 +75,8 @@ TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
       return false;
     }
     begun.set_value();
-    std::this_thread::sleep_for(GRACE + std::chrono::milliseconds(500));
-    killsMeanwhile = session.Count(TERMINATE);
+    std::this_thread::sleep_for(STOP_GRACE + std::chrono::milliseconds(500));
+    killsMeanwhile = session.Count(TERMINATE_FORMAT);
     return true;
   };
   EM_TALVOR module;
@@ -121,7 +117,7 @@ TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithou
     const auto time = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(time, std::chrono::milliseconds(7100));
     EXPECT_LT(time, std::chrono::seconds(30));
-    EXPECT_EQ(session.Count(TERMINATE), 1);
+    EXPECT_EQ(session.Count(TERMINATE_FORMAT), 1);
     EXPECT_EQ(
         session.Count(
             "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n"),

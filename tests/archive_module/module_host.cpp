@@ -171,6 +171,13 @@ uint32_t ModuleHost::StartAfresh() {
   return CreateAndStart();
 }
 
+void ModuleHost::StartWithRunningCollector() {
+  std::filesystem::remove(m_directory + "runs");
+  ASSERT_EQ(StartAfresh(), 1U);
+  EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
+  ASSERT_TRUE(WaitForCollector());
+}
+
 uint32_t ModuleHost::DeleteModule() {
   m_module = nullptr;
   return Delete();

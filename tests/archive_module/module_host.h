@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -22,6 +23,17 @@ constexpr char NAMED_TRANSFER[] = R"({"OC":13314,"TO":60,"DA":{"RAW":[98,109,99,
 
 // For InstallCollector(): does what a collector should.
 constexpr char GOOD_COLLECTOR[] = "echo data > \"$archive\"";
+// Runs until it is killed, or for a second.
+constexpr char LONG_RUN[] = "echo $$ > \"$D/runs\"; exec sleep 60";
+constexpr char SHORT_RUN[] = "touch \"$D/runs\"; sleep 1; echo data > \"$archive\"";
+
+// What a job has left when the module ends, and what a loaded machine may add to that.
+constexpr std::chrono::milliseconds STOP_GRACE(2100);
+constexpr std::chrono::seconds LOAD_DELAY(20);
+
+// The format of the line of a kill.
+constexpr char TERMINATE_FORMAT[] =
+    "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
 
 // For SetupAction(), and the directory that it removes.
 constexpr uint32_t CLEANUP = 4;
@@ -83,6 +95,8 @@ class ModuleHost : public testing::Test {
   uint32_t CreateAndStart();
   // As a host that starts afresh: the library too is loaded again.
   uint32_t StartAfresh();
+  // The same, with a job whose collector runs, which was installed with LONG_RUN or SHORT_RUN.
+  void StartWithRunningCollector();
   uint32_t DeleteModule();
 
   // Sends one command. Returns the module's result and the status that it left.

@@ -22,10 +22,6 @@ using std::chrono::duration_cast;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-constexpr milliseconds TIMING_GRACE(2100);
-// What a loaded machine, with a sanitizer, may add.
-constexpr milliseconds TIMING_DELAY(10000);
-
 constexpr int DEFAULT_ROUNDS = 4;
 
 constexpr char CREATION_BEGINS[] =
@@ -78,7 +74,7 @@ class StopTimingTest : public ModuleHost, public testing::WithParamInterface<uin
     EXPECT_EQ(end(), 1U);
     const auto time = duration_cast<milliseconds>(Clock::now() - begin);
     m_longest = std::max(m_longest, time);
-    EXPECT_LT(time, TIMING_GRACE + TIMING_DELAY);
+    EXPECT_LT(time, STOP_GRACE + LOAD_DELAY);
     EXPECT_EQ(m_switch.Answers().size(), 1U);
     EXPECT_THAT(m_switch.StatusOf(0), testing::AnyOf(0U, 6U));
     EXPECT_TRUE(HasOnlyThreads(m_threads));
