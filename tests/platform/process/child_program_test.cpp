@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "platform/process_control.h"
-#include "tests/support/open_descriptors.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/scratch_directory.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"

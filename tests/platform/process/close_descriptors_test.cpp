@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <climits>
 
-#include "tests/support/open_descriptors.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/system_calls.h"
 
 namespace {

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/descriptor_count.h"
 #include "tests/support/dropped_capabilities.h"
-#include "tests/support/open_descriptors.h"
 #include "tests/support/scratch_directory.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"

@@ -10,8 +10,8 @@
 #include <fstream>
 
 #include "platform/process_table.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/failing_new.h"
-#include "tests/support/open_descriptors.h"
 #include "tests/support/system_calls.h"
 
 namespace {

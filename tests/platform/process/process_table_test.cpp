@@ -9,7 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "tests/support/open_descriptors.h"
+#include "tests/support/descriptor_count.h"
 #include "tests/support/system_calls.h"
 
 namespace {

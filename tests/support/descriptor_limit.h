@@ -2,14 +2,6 @@
 
 #include <sys/resource.h>
 
-#include <cstddef>
-#include <filesystem>
-
-// The number of descriptors that this process has open.
-inline ptrdiff_t CountDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 // While it lives, new descriptors of this process are below `limit`.
 class DescriptorLimit {
  public:
