@@ -9,6 +9,7 @@
 
 #include "platform/registry_paths.h"
 #include "tests/host/host_program.h"
+#include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"
 
 namespace {
@@ -40,12 +41,8 @@ class DoctorCommandTest : public HostProgramTest {
 
   // A registry with these values in the Setup key.
   static void WriteSetup(const std::string& values) {
-    WriteRegistry("@", "@");
-    std::ifstream in(REGISTRY_FILE);
-    std::string text((std::istreambuf_iterator<char>(in)), {});
-    const std::string old = "DataRoot=s=@\nFileRoot=s=@\n";
-    text.replace(text.find(old), old.size(), values);
-    std::ofstream(REGISTRY_FILE) << text;
+    std::filesystem::create_directories(REGISTRY_DIRECTORY);
+    std::ofstream(REGISTRY_FILE) << InstalledRegistry(values);
   }
 };
 

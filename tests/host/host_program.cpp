@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "platform/registry_paths.h"
+#include "tests/support/installed_registry.h"
 
 HostProgramTest::HostProgramTest()
     : m_strArchive(m_oFiles.Path("Talvor_Data.zip")), m_strBmc(m_oFiles.Path("bmc")) {
@@ -19,11 +20,7 @@ void HostProgramTest::InstallCollector(const std::string& commands) {
 
 void HostProgramTest::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
   std::filesystem::create_directories(REGISTRY_DIRECTORY);
-  std::ofstream(REGISTRY_FILE)
-      << "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" << dataRoot
-      << "\nFileRoot=s=" << fileRoot
-      << "\n\n\n\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
-         "Talvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
+  std::ofstream(REGISTRY_FILE) << InstalledRegistry(SetupValues(fileRoot, dataRoot));
 }
 
 std::vector<std::string> HostProgramTest::Command(const std::string& command,

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/registry_paths.h"
+#include "tests/support/installed_registry.h"
 #include "tests/support/program.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/scratch_directory.h"
@@ -57,11 +58,8 @@ class SampleCollectorTest : public RegistryFilesTest {
  protected:
   // Makes the registry name the data directory.
   static void Install(const std::string& dataRoot) {
-    WriteTree("[SOFTWARE]\n[Talvor]\n[Setup]\nDataRoot=s=" + dataRoot +
-              "\n\n\n\n"
-              "[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
-              "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\n"
-              "Talvor=s=HKEY_LOCAL_MACHINE\\SOFTWARE\\Talvor\n\n\n\n\n\n");
+    WriteFile(REGISTRY_FILE, InstalledRegistry("DataRoot=s=" + dataRoot + "\n",
+                                               "Talvor=s=HKEY_LOCAL_MACHINE\\SOFTWARE\\Talvor\n"));
   }
 
   static std::vector<std::string> Names(const std::string& directory) {
