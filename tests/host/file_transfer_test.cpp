@@ -4,32 +4,11 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "tests/support/scratch_directory.h"
-
-namespace {
-
-std::function<void(const std::string& path)> g_fnWhenMade;  // told of the file that is made
-
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names.
-extern "C" {
-
-int __real_mkostemp(char* path, int flags);
-int __wrap_mkostemp(char* path, int flags) {
-  const int descriptor = __real_mkostemp(path, flags);
-  if (g_fnWhenMade) {
-    g_fnWhenMade(path);
-  }
-  return descriptor;
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#include "tests/support/system_calls.h"
 
 namespace {
 
@@ -70,10 +49,12 @@ TEST_F(FileTransferTest, CopiesContentAndMode) {
 
 TEST_F(FileTransferTest, WritesNothingThroughALinkThatTheDirectorysOwnerPutsInPlaceOfTheNewFile) {
   m_oFiles.Write("precious", "untouched");
-  g_fnWhenMade = [this](const std::string& path) {
+  const auto swap = calls::mkostemp.Answer([this](char* path, int flags) {
+    const int descriptor = calls::mkostemp.Real(path, flags);
     std::filesystem::remove(path);
     std::filesystem::create_symlink(m_oFiles.Path("precious"), path);
-  };
+    return descriptor;
+  });
   Transfer("archive");
   EXPECT_EQ(m_oFiles.Read("precious"), "untouched");
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "platform/process_control.h"
 #include "platform/process_table.h"
 #include "tests/host/host_program.h"
 #include "tests/support/trace_session.h"
@@ -25,6 +26,20 @@ using testing::StartsWith;
 
 class RunCommandTest : public HostProgramTest {
  protected:
+  // A run that is cut short leaves its collector behind.
+  ~RunCommandTest() override {
+    int32_t pid = 0;
+    if (FindProcessByName(pid, "Talvor")) {
+      KillProcess(pid, true);
+    }
+    EXPECT_TRUE(WaitUntil([] { return !CollectorRuns(); }));
+  }
+
+  static bool CollectorRuns() {
+    int32_t pid = 0;
+    return FindProcessByName(pid, "Talvor");
+  }
+
   void InstallWorkingCollector() { InstallCollector("echo data >\"$D/Talvor_Data.zip\""); }
 
   static HostResult Run(const std::vector<std::string>& arguments) {
@@ -44,11 +59,6 @@ std::vector<rapidjson::Document> JsonLines(const std::string& output) {
     documents.emplace_back().Parse(line.c_str());
   }
   return documents;
-}
-
-bool CollectorRuns() {
-  int32_t pid = 0;
-  return FindProcessByName(pid, "Talvor");
 }
 
 }  // namespace

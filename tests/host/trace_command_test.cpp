@@ -105,8 +105,9 @@ TEST_F(TraceCommandTest, ShowTellsWhatWasSet) {
 }
 
 TEST_F(TraceCommandTest, ShowTellsOfTheEnvironment) {
-  setenv("CV_LOG_DEBUG_LEVEL", "5", 1);
-  EXPECT_THAT(Trace({"show"}).output,
+  Program program({"/usr/bin/env", "CV_LOG_DEBUG_LEVEL=5", EM_HOST, "trace", "show"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Output(),
               HasSubstr("environment  CV_LOG_DEBUG_LEVEL=5 holds over the files for what is "
                         "started from here\n"));
 }
