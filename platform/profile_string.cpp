@@ -22,9 +22,9 @@ namespace {
 // have been waited for.
 constexpr std::chrono::seconds LONGEST_WAIT(1);
 
-// Makes the calls of this process wait for each other: the lock of a file is waited for by trying
-// again, for which there is no order and only a second. No line is traced under it: the sink may
-// call back.
+// Makes the calls of this process wait for each other, also where the file system has no locks. The
+// lock of a file is waited for by trying again, in no order: alone it would let readers keep a
+// writer out for its whole second. No line is traced under this one: the sink may call back.
 std::shared_mutex& ProcessLock() {
   static constinit std::shared_mutex lock;
   return lock;

@@ -15,7 +15,8 @@
 //
 // Thread safety: both may be called from any thread, and no call, of this process or another, sees
 // an update half done: an update holds an exclusive lock (flock) on the file, a read a shared one.
-// Each waits a second at most for whoever holds the file; an update fails then, a read reads. A
+// Each waits a second at most for whoever holds the file; an update fails then, a read reads. Where
+// the file system has no locks, only the calls of one process keep out of each other's way. A
 // thread that is cancelled keeps going until the file is closed.
 
 // Reads the value of a key, or a list of names: of the sections when `section` is null, else of the
