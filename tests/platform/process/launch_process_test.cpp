@@ -112,7 +112,7 @@ TEST_F(LaunchProcessTest, AChildWhoseExecutionIsHeldBackCanBeKilled) {
   fanotify_event_metadata event = {};
   EXPECT_EQ(read(scanner.Get(), &event, sizeof event), ssize_t{sizeof event});
   const CDescriptor program(event.fd);
-  EXPECT_EQ(event.pid, m_nPid) << "not published while the execution is held back";
+  EXPECT_TRUE(WaitUntil([&] { return m_nPid == event.pid; })) << "until the execution goes on";
   EXPECT_TRUE(KillProcess(event.pid, true));
   launcher.join();
 }
