@@ -114,6 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ModuleFile().Fill(rest, 2);
   config.UpdateWhenDue();
   FUZZ_CHECK(config.IsEnabled() == wasEnabled);
+  FUZZ_CHECK(config.GetDebugLevel() != UNSET || level == UNSET);
   FUZZ_CHECK(config.GetDynamicUpdate() != UNSET);
   return 0;
 }

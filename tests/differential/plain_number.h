@@ -69,8 +69,3 @@ inline int64_t PlainSigned(const PlainNumber& number) {
   const auto value = static_cast<int64_t>(number.magnitude);
   return number.isNegative ? -value : value;
 }
-
-// As an unsigned number of 64 bits; a sign takes the complement.
-inline uint64_t PlainUnsigned(const PlainNumber& number) {
-  return number.isNegative && !number.isTooLarge ? 0 - number.magnitude : number.magnitude;
-}
