@@ -33,6 +33,14 @@ inline bool Exists(const std::string& path) {
   return std::filesystem::symlink_status(path).type() != std::filesystem::file_type::not_found;
 }
 
+inline std::string Repeated(const std::string& text, size_t count) {
+  std::string repeated;
+  for (size_t index = 0; index < count; ++index) {
+    repeated += text;
+  }
+  return repeated;
+}
+
 // The registry text of a tree that holds nothing but `machine`, what stands between the header of
 // HKEY_LOCAL_MACHINE and the empty line that ends it.
 inline std::string TreeText(const std::string& machine) {

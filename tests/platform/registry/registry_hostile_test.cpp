@@ -22,15 +22,6 @@ using testing::Pair;
 constexpr size_t LONG_LINE = 10'000'000;
 constexpr int DEEP = 100'000;
 
-std::string Repeated(const std::string& text, size_t count) {
-  std::string repeated;
-  repeated.reserve(text.size() * count);
-  for (size_t index = 0; index < count; ++index) {
-    repeated += text;
-  }
-  return repeated;
-}
-
 RegistryModel RootsOnly() {
   RegistryModel model;
   for (const char* root : ROOT_KEY_NAMES) {

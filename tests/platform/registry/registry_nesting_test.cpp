@@ -12,15 +12,6 @@ namespace {
 
 constexpr size_t DEEP = 100'000;
 
-std::string Repeated(const std::string& text, size_t count) {
-  std::string repeated;
-  repeated.reserve(text.size() * count);
-  for (size_t index = 0; index < count; ++index) {
-    repeated += text;
-  }
-  return repeated;
-}
-
 // A recursion on this stack would not come far.
 constexpr size_t SMALL_STACK = size_t{256} * 1024;
 

@@ -202,13 +202,4 @@ TEST(RegistryParserTest, NulDoesNotLengthenThePiece) {
   EXPECT_EQ(Parsed("x" + nuls + "b=d=1\n"), "b=d=1\n\n");
 }
 
-TEST(RegistryParserTest, DeepNestingIsReadWithoutRecursion) {
-  constexpr int DEPTH = 100'000;
-  std::string text;
-  for (int depth = 0; depth < DEPTH; ++depth) {
-    text += "[k]\n";
-  }
-  EXPECT_EQ(Parsed(text), text + std::string(DEPTH + 1, '\n'));
-}
-
 }  // namespace

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <new>
 #include <optional>
@@ -23,6 +25,7 @@
 #include "platform/registry_tree.h"
 #include "platform/registry_writer.h"
 #include "tests/support/registry_files.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "trace/descriptor.h"
 
@@ -129,8 +132,9 @@ TEST_F(RegistryProcessesTest, SaverWaitsTwoSecondsForAnotherOneAndFails) {
 }
 
 TEST_F(RegistryProcessesTest, SaveLeavesALockFileThatOnlyItsOwnerOpensAndNoLock) {
-  umask(0);
+  const mode_t before = umask(0);
   CRegistry("", HKEY_LOCAL_MACHINE).SetValue("second", 2);
+  umask(before);
   EXPECT_EQ(std::filesystem::status(REGISTRY_LOCK_FILE).permissions(),
             std::filesystem::perms(0600));
   EXPECT_FALSE(IsLocked());
@@ -143,6 +147,15 @@ TEST_F(RegistryProcessesTest, SaveWithoutALockFileFailsAndNamesIt) {
   EXPECT_EQ(session.Texts(),
             std::vector<std::string>{
                 "CRegistry: ERROR: Cannot save \"/etc/qamrel/registry.lock\": Is a directory\n"});
+}
+
+TEST_F(RegistryProcessesTest, SaveNeedsNoLockWhereTheFileSystemHasNone) {
+  for (const int error : {ENOLCK, EOPNOTSUPP}) {
+    const auto refusal = calls::flock.Fail(error);
+    EXPECT_EQ(SaveRegistryFile(strerror(error)), RegistrySave::DONE);
+    EXPECT_EQ(ReadFile(REGISTRY_FILE), strerror(error));
+    EXPECT_GT(refusal.GetCount(), 0);
+  }
 }
 
 TEST_F(RegistryProcessesTest, HolderGetsTheLockAgainUntilItsLastObjectEnds) {

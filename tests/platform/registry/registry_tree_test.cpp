@@ -1,13 +1,13 @@
 #include "platform/registry_tree.h"
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 #include <string>
 #include <vector>
 
 #include "platform/registry.h"
 #include "platform/registry_writer.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
@@ -31,22 +31,6 @@ constexpr char CONTENT_LINE[] =
 constexpr char PATH_LINE[] = "CRegistry: ERROR: Empty file path";
 constexpr char ERROR_LINE[] = "CRegistry: SetupTree(): ## ERROR during Setup\n";
 constexpr char SAVE_LINE[] = "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]";
-
-// While it lives, no file can be opened.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &m_oLimit);
-    const rlimit none = {0, m_oLimit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-  }
-  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_oLimit); }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-
- private:
-  rlimit m_oLimit = {};
-};
 
 class RegistryTreeTest : public RegistryFilesTest {
  protected:
@@ -193,7 +177,7 @@ TEST_F(RegistryTreeTest, CurrentFileThatCannotBeReadIsNeverSavedOver) {
   const TraceSession session(1);
   Change(2);
   EXPECT_EQ(Content(), TreeText("Name=d=2\nOther=d=0\n"));
-  EXPECT_EQ(std::filesystem::file_size(REGISTRY_FILE), TOO_LONG);
+  ASSERT_EQ(std::filesystem::file_size(REGISTRY_FILE), TOO_LONG);
   EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TreeText("Name=d=0\nOther=d=0\n"));
   EXPECT_EQ(session.Count(OPEN_LINE), 2);
   EXPECT_FALSE(m_oTree.SaveTree());
@@ -207,7 +191,7 @@ TEST_F(RegistryTreeTest, CurrentFileThatCannotBeReadIsNeverSavedOver) {
 TEST_F(RegistryTreeTest, ContentThatCouldOnceNotBeReadForWantOfDescriptorsIsInTheNextFile) {
   WriteTree("Other=d=1\n");
   {
-    const NoDescriptors none;
+    const DescriptorLimit none(0);
     Loaded();
   }
   Change(1);
@@ -218,7 +202,7 @@ TEST_F(RegistryTreeTest, ContentThatCouldOnceNotBeReadForWantOfDescriptorsIsInTh
 TEST_F(RegistryTreeTest, CurrentFileThatWasRemovedSinceKeepsNothingFromBeingSaved) {
   WriteTree("Other=d=1\n");
   {
-    const NoDescriptors none;
+    const DescriptorLimit none(0);
     Loaded();
   }
   std::filesystem::remove(REGISTRY_FILE);
@@ -295,24 +279,6 @@ TEST_F(RegistryTreeTest, SaveDoesNothingUnlessDirty) {
                           "MPRegistry[/etc/qamrel/registry]"));
   m_oTree.SaveTree();
   EXPECT_EQ(session.Lines().size(), 1U);
-}
-
-TEST_F(RegistryTreeTest, SavingIsTracedAtLevel2) {
-  Loaded();
-  EXPECT_EQ(LevelOf(SAVE_LINE,
-                    [] {
-                      m_oTree.MarkDirty();
-                      m_oTree.SaveTree();
-                    }),
-            2U);
-}
-
-TEST_F(RegistryTreeTest, SecondSaveKeepsTheTreeFromBeforeAsBackup) {
-  Change(1);
-  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), "(missing)");
-  Change(2);
-  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TreeText("Name=d=1\n"));
-  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("Name=d=2\n"));
 }
 
 TEST_F(RegistryTreeTest, ChangeDuringASaveIsSavedByTheNextOne) {
