@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <thread>
@@ -10,6 +12,7 @@
 
 #include "platform/event.h"
 #include "tests/support/level_lines.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 
 // What the tests of events share: the formats of their lines, and questions to an event.
@@ -75,6 +78,26 @@ inline bool IsAutoReset(CEvent& event) {
   event.Set();
   event.Wait(0);
   return !event.Check();
+}
+
+// Long enough never to pass in a test.
+inline constexpr uint32_t LONG = 100'000;
+
+// Waits until a thread counts as waiting on the event, which is not signalled and of that kind of
+// reset: that is when changing nothing is refused. The thread may not block yet.
+inline bool HasWaiter(CEvent& event, bool isManualReset) {
+  return WaitUntil([&] { return !event.Create(false, isManualReset); });
+}
+
+// The monotonic clock of the program stands still.
+inline ScopedAnswer StopClockAt(const timespec& now) {
+  return calls::clock_gettime.Answer([now](clockid_t clock, timespec* time) {
+    if (clock != CLOCK_MONOTONIC) {
+      return calls::clock_gettime.Real(clock, time);
+    }
+    *time = now;
+    return 0;
+  });
 }
 
 // Expects what a handle answers that is closed or empty, without a line.
