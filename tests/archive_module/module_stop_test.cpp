@@ -232,9 +232,11 @@ TEST_F(ModuleStopTest, AHandBackThatWaitsForStopGetsFiveMoreSeconds) {
 TEST_F(ModuleStopTest, ACollectorThatCannotBeKilledGetsFiveMoreSeconds) {
   InstallCollector("touch \"$D/runs\"; while test ! -e \"$D/go\"; do sleep 0.1; done");
   const TraceSession session(1);
-  StartWithRunningCollector();
+  ASSERT_EQ(CreateAndStart(), 1U);
   CallFaults faults(m_library);
   faults.Fail("kill", 0);
+  Send(CREATE);
+  ASSERT_TRUE(WaitForCollector());
   ExpectStopAfter(STOP_GRACE + LAST_WAIT);
   EXPECT_EQ(
       session.Count(
