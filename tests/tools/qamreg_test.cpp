@@ -13,6 +13,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
@@ -238,7 +239,8 @@ TEST_F(QamregTest, AWrongCommandLineIsExplained) {
   for (const auto& [arguments, sentence] : mistakes) {
     EXPECT_EQ(Fail(2, arguments), "qamreg: " + sentence + ".\n");
   }
-  EXPECT_THAT(Print({"--help"}), HasSubstr("Exit code: 0 done, 1 "));
+  EXPECT_THAT(Print({"--help"}), AllOf(HasSubstr("Stop the agent before a change: "),
+                                       HasSubstr("Exit code: 0 done, 1 ")));
   EXPECT_THAT(Print({"add", "--help"}), HasSubstr("REG_EXPAND_SZ"));
   EXPECT_THAT(Print({"--version"}), MatchesRegex("[0-9.]+\n"));
 }

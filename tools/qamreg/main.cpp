@@ -3,9 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <new>
 #include <functional>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -17,7 +17,8 @@ namespace {
 
 constexpr char DESCRIPTION[] =
     "Shows and changes the registry below /etc/qamrel.\n"
-    "KEY is a path such as HKLM\\SOFTWARE\\Talvor; quote it, or separate by \"/\".";
+    "KEY is a path such as HKLM\\SOFTWARE\\Talvor; quote it, or separate by \"/\".\n"
+    "Stop the agent before a change: when it stores values, it saves its whole tree over yours.";
 constexpr char EXIT_CODES[] =
     "Exit code: 0 done, 1 no such key, value or pointer, 2 anything else.";
 
