@@ -107,6 +107,8 @@ enum class Failure {
   CALL(4, RESULT, int, pthread_clockjoin_np, pthread_t, void**, clockid_t, const timespec*) \
   CALL(3, RESULT, int, pthread_getschedparam, pthread_t, int*, sched_param*) \
   CALL(1, RESULT, int, pthread_cancel, pthread_t) \
+  CALL(2, RESULT, int, pthread_setcancelstate, int, int*) \
+  CALL(0, ERRNO, void, pthread_testcancel) \
   CALL(1, RESULT, int, pthread_condattr_init, pthread_condattr_t*) \
   CALL(2, RESULT, int, pthread_condattr_setclock, pthread_condattr_t*, clockid_t) \
   CALL(1, RESULT, int, pthread_condattr_destroy, pthread_condattr_t*) \

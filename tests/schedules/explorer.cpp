@@ -1,0 +1,46 @@
+#include "tests/schedules/explorer.h"
+
+#include "tests/schedules/choices.h"
+#include "tests/schedules/memory_watch.h"
+#include "tests/schedules/modelled_calls.h"
+#include "tests/schedules/scheduler.h"
+
+namespace {
+
+void RunOnce(const ScenarioEntry& scenario, Choices& choices, bool isTold) {
+  ModelledCalls::StretchJoins(0);
+  Scheduler scheduler(choices, scenario.name.c_str(), isTold);
+  scheduler.Run(scenario.run);
+}
+
+// What the product makes once and keeps is no part of a run.
+void WarmUp(const ScenarioEntry& scenario) {
+  Choices first(0);
+  MemoryWatch::Ignore(true);
+  RunOnce(scenario, first, false);
+  MemoryWatch::Ignore(false);
+}
+
+}  // namespace
+
+std::vector<ScenarioEntry>& AllScenarios() {
+  static std::vector<ScenarioEntry> scenarios;
+  return scenarios;
+}
+
+int64_t Explore(const ScenarioEntry& scenario, int bound) {
+  WarmUp(scenario);
+  Choices choices(bound);
+  int64_t count = 0;
+  do {
+    RunOnce(scenario, choices, false);
+    ++count;
+  } while (choices.Advance());
+  return count;
+}
+
+void Replay(const ScenarioEntry& scenario, const std::string& schedule) {
+  Choices choices(schedule);
+  WarmUp(scenario);
+  RunOnce(scenario, choices, true);
+}
