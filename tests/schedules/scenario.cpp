@@ -54,6 +54,12 @@ void WaitFor(std::function<bool()> condition) {
   Scheduler::Current()->BlockUntil(std::move(condition));
 }
 
+bool WaitFor(std::function<bool()> condition, int milliseconds) {
+  Scheduler& scheduler = *Scheduler::Current();
+  return scheduler.BlockUntil(std::move(condition),
+                              scheduler.Now() + int64_t{milliseconds} * 1'000'000);
+}
+
 void SleepFor(int milliseconds) {
   Scheduler& scheduler = *Scheduler::Current();
   scheduler.Block(Scheduler::State::SLEEP, nullptr,

@@ -44,6 +44,9 @@ void Require(bool holds, const std::string& what);
 // must touch no atomic and no lock.
 void WaitFor(std::function<bool()> condition);
 
+// The same, for `milliseconds` at most. False when they have passed.
+bool WaitFor(std::function<bool()> condition, int milliseconds);
+
 // Lets virtual time pass.
 void SleepFor(int milliseconds);
 

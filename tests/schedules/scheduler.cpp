@@ -91,13 +91,12 @@ bool Scheduler::Block(State state, const void* object, int64_t deadline, const c
   return !m_pSelf->hasTimedOut;
 }
 
-void Scheduler::BlockUntil(std::function<bool()> condition) {
+bool Scheduler::BlockUntil(std::function<bool()> condition, int64_t deadline) {
   const Internal internal;
   m_pSelf->condition = std::move(condition);
-  m_pSelf->state = State::UNTIL;
-  m_pSelf->step = "waits until the others are done";
-  HandOver();
+  const bool holds = Block(State::UNTIL, nullptr, deadline, "go on when the others are so far");
   m_pSelf->condition = nullptr;
+  return holds;
 }
 
 size_t Scheduler::Choose(size_t count) {

@@ -68,8 +68,8 @@ class Scheduler {
 
   // Lets the thread wait. False when `deadline` came first. Ends the thread when it is cancelled.
   bool Block(State state, const void* object, int64_t deadline, const char* step);
-  // The same for a condition that only the schedule knows.
-  void BlockUntil(std::function<bool()> condition);
+  // The same for a condition that only the scenario knows.
+  bool BlockUntil(std::function<bool()> condition, int64_t deadline = NEVER);
 
   // One of `count` alternatives of equal cost.
   size_t Choose(size_t count);
