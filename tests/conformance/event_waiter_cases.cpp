@@ -65,6 +65,7 @@ std::string SettersAndWaiters() {
   waiters.Start(event, 4);
   CEvent turn(true, false);
   std::vector<std::thread> setters;
+  setters.reserve(4);
   for (int number = 0; number < 4; ++number) {
     setters.emplace_back([&] {
       turn.Wait(100'000);

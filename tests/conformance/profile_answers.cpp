@@ -40,7 +40,7 @@ std::string Apply(const ProfileTestFile& file, const std::vector<Update>& update
 
 }  // namespace
 
-Answer Read(Reading reading, std::optional<std::string> text) {
+Answer Read(Reading reading, const std::optional<std::string>& text) {
   return [=] {
     const ProfileTestFile file;
     Fill(file, text);
@@ -52,7 +52,7 @@ std::string WithLineEnds(const std::string& text, const std::string& lineEnd) {
   return Replaced(text, "\n", lineEnd);
 }
 
-Answer FileAfter(std::optional<std::string> text, std::vector<Update> updates) {
+Answer FileAfter(const std::optional<std::string>& text, const std::vector<Update>& updates) {
   return [=]() -> std::string {
     const ProfileTestFile file;
     Fill(file, text);
@@ -63,7 +63,7 @@ Answer FileAfter(std::optional<std::string> text, std::vector<Update> updates) {
   };
 }
 
-Answer ResultsOf(std::optional<std::string> text, std::vector<Update> updates) {
+Answer ResultsOf(const std::optional<std::string>& text, const std::vector<Update>& updates) {
   return [=] {
     const ProfileTestFile file;
     Fill(file, text);
@@ -71,7 +71,8 @@ Answer ResultsOf(std::optional<std::string> text, std::vector<Update> updates) {
   };
 }
 
-Answer ReadAfter(std::optional<std::string> text, std::vector<Update> updates, Reading reading) {
+Answer ReadAfter(const std::optional<std::string>& text, const std::vector<Update>& updates,
+                 Reading reading) {
   return [=] {
     const ProfileTestFile file;
     Fill(file, text);

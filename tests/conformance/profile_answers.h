@@ -22,7 +22,7 @@ struct Reading {
 };
 
 // The count and the characters stored, as in `4, "val1"`; NULs show as \0.
-Answer Read(Reading reading, std::optional<std::string> text = PROFILE_TEXT);
+Answer Read(Reading reading, const std::optional<std::string>& text = PROFILE_TEXT);
 
 // `text` with other line ends.
 std::string WithLineEnds(const std::string& text, const std::string& lineEnd);
@@ -36,10 +36,11 @@ struct Update {
 
 // The file after the updates, with "⏎" for each line end, or what is wrong with it: "no file", "0"
 // when an update failed.
-Answer FileAfter(std::optional<std::string> text, std::vector<Update> updates);
+Answer FileAfter(const std::optional<std::string>& text, const std::vector<Update>& updates);
 
 // The results of the updates, as in "1, 0".
-Answer ResultsOf(std::optional<std::string> text, std::vector<Update> updates);
+Answer ResultsOf(const std::optional<std::string>& text, const std::vector<Update>& updates);
 
 // What a reading gives after the updates, which succeed.
-Answer ReadAfter(std::optional<std::string> text, std::vector<Update> updates, Reading reading);
+Answer ReadAfter(const std::optional<std::string>& text, const std::vector<Update>& updates,
+                 Reading reading);
