@@ -34,7 +34,7 @@ class ScratchDirectory {
   // Writes an executable for the shell and returns its path. It runs in the current directory; "$D"
   // is the scratch directory.
   std::string WriteScript(const std::string& name, const std::string& commands) const {
-    const std::string file = Write(name, "#!/bin/sh\nD='" + Path() + "'\n" + commands + "\n");
+    std::string file = Write(name, "#!/bin/sh\nD='" + Path() + "'\n" + commands + "\n");
     std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     return file;
   }
