@@ -1,11 +1,29 @@
 #include "tests/schedules/explorer.h"
 
+#include <csignal>
+
 #include "tests/schedules/choices.h"
 #include "tests/schedules/memory_watch.h"
 #include "tests/schedules/modelled_calls.h"
 #include "tests/schedules/scheduler.h"
 
 namespace {
+
+#ifdef __SANITIZE_ADDRESS__
+extern "C" void __sanitizer_set_death_callback(void (*callback)());
+#endif
+
+// A run that crashes is reported as one that fails.
+void ReportCrashes() {
+#ifdef __SANITIZE_ADDRESS__
+  __sanitizer_set_death_callback(Scheduler::FailCrashed);
+#else
+  for (const int number : {SIGSEGV, SIGBUS}) {
+    signal(number, [](int) { Scheduler::FailCrashed(); });
+  }
+#endif
+  signal(SIGABRT, [](int) { Scheduler::FailCrashed(); });
+}
 
 void RunOnce(const ScenarioEntry& scenario, Choices& choices, bool isTold) {
   ModelledCalls::StretchJoins(0);
@@ -15,6 +33,7 @@ void RunOnce(const ScenarioEntry& scenario, Choices& choices, bool isTold) {
 
 // What the product makes once and keeps is no part of a run.
 void WarmUp(const ScenarioEntry& scenario) {
+  ReportCrashes();
   Choices first(0);
   MemoryWatch::Ignore(true);
   RunOnce(scenario, first, false);

@@ -98,6 +98,7 @@ int Create(Scheduler& scheduler, pthread_t* handle, const pthread_attr_t* attrib
       "", [function, argument] { return function(argument); },
       detachState == PTHREAD_CREATE_DETACHED);
   *handle = thread.os->GetHandle();
+  scheduler.SwitchPoint("go on beside a new thread", nullptr);
   return 0;
 }
 

@@ -17,7 +17,9 @@ Thread::Thread(const char* name, std::function<void()> body)
             body();
             return nullptr;
           },
-          false)) {}
+          false)) {
+  SwitchPoint("go on beside a new thread");
+}
 
 Thread::~Thread() {
   if (m_pThread != nullptr) {

@@ -28,6 +28,12 @@ void QuietScope::End() noexcept { --t_quiet; }
 
 Scheduler* Scheduler::Current() { return t_quiet == 0 ? t_scheduler : nullptr; }
 
+void Scheduler::FailCrashed() {
+  if (t_scheduler != nullptr) {
+    t_scheduler->Fail("a crash");
+  }
+}
+
 Scheduler::Scheduler(Choices& choices, const char* scenario, bool isTold)
     : m_oChoices(choices), m_pScenario(scenario), m_bTold(isTold) {}
 

@@ -50,6 +50,9 @@ class Scheduler {
   // The scheduler whose thread this is; null on any other thread, and inside a QuietScope.
   static Scheduler* Current();
 
+  // For a handler of fatal signals: reports the run of the calling thread, if it is in one.
+  static void FailCrashed();
+
   Scheduler(Choices& choices, const char* scenario, bool isTold);
   ~Scheduler();
   Scheduler(const Scheduler&) = delete;

@@ -62,6 +62,7 @@ void Scheduler::Unlock(const void* mutex) {
     Fail("a lock is unlocked by " + m_pSelf->name + ", who does not hold it");
   }
   SetOwner(mutex, nullptr);
+  SwitchPoint("go on after an unlock", nullptr);
 }
 
 // The lock is held again when the thread ends here because it is cancelled.

@@ -81,8 +81,9 @@ void OrderOfALevel() {
 }
 const Scenario orderOfALevel("serializer-order", OrderOfALevel);
 
-// Two tasks for the last free place, while the worker makes another one.
-void FullLevel() {
+// The first task runs, a place is free, and two tasks come for it. With `makesRoom` the worker goes
+// on meanwhile and takes one more.
+void FullLevel(bool makesRoom) {
   Serializer serializer(1);
   bool mayGoOn = false;
   bool areQueued = false;
@@ -102,15 +103,17 @@ void FullLevel() {
   schedules::WaitFor([&] { return serializer.run.size() == 1; });
   uint32_t queued = 0;
   Thread other("other", [&] { queued += serializer.InsertTask(101, 0, nullptr); });
-  mayGoOn = true;
+  mayGoOn = makesRoom;
   queued += serializer.InsertTask(102, 0, nullptr);
   other.Join();
-  areQueued = true;
-  Require(queued >= 1, "the free place is taken");
+  Require(queued == 1 || (makesRoom && queued == 2), "each free place is taken once");
   Require(serializer.refusals == 3 - static_cast<int>(queued), "each refusal is told once");
+  mayGoOn = true;
+  areQueued = true;
   serializer.Terminate();
 }
-const Scenario fullLevel("serializer-full", FullLevel);
+const Scenario fullLevel("serializer-full", [] { FullLevel(false); });
+const Scenario fullLevelWithRoom("serializer-full-room", [] { FullLevel(true); });
 
 void ThrowingTask() {
   Serializer serializer(1);
