@@ -9,8 +9,8 @@
 #include "archive_module/em_talvor.h"
 #include "archive_module/flag_guard.h"
 #include "frame/status.h"
-#include "platform/process_control.h"
-#include "platform/process_table.h"
+#include "platform/process/process_control.h"
+#include "platform/process/process_table.h"
 #include "trace/debug_client.h"
 
 namespace {

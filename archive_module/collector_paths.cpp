@@ -4,9 +4,9 @@
 #include <new>
 #include <string_view>
 
-#include "platform/registry.h"
-#include "platform/registry_path.h"
-#include "platform/registry_pointer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_path.h"
+#include "platform/registry/registry_pointer.h"
 #include "trace/debug_client.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
 #include "archive_module/module_info.h"
-#include "platform/process_control.h"
+#include "platform/process/process_control.h"
 #include "trace/debug_client.h"
 
 namespace {

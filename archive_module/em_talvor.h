@@ -9,7 +9,7 @@
 
 #include "archive_module/archive_file.h"
 #include "frame/extension_module.h"
-#include "platform/event.h"
+#include "platform/sync/event.h"
 #include "tasks/task_serializer.h"
 
 // The name of the module, for the host and for trace lines.

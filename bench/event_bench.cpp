@@ -12,7 +12,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/event.h"
+#include "platform/sync/event.h"
 
 namespace {
 

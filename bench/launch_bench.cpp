@@ -4,7 +4,7 @@
 
 #include "bench/child_processes.h"
 #include "bench/launch_hosts.h"
-#include "platform/process_control.h"
+#include "platform/process/process_control.h"
 
 namespace {
 

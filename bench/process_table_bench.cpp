@@ -5,7 +5,7 @@
 #include <fcntl.h>
 
 #include "bench/child_processes.h"
-#include "platform/process_table.h"
+#include "platform/process/process_table.h"
 
 namespace {
 

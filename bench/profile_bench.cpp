@@ -4,7 +4,7 @@
 
 #include "bench/files.h"
 #include "bench/profile_texts.h"
-#include "platform/profile_string.h"
+#include "platform/profile/profile_string.h"
 
 namespace {
 

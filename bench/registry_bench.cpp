@@ -13,9 +13,9 @@
 #include "bench/files.h"
 #include "bench/memory.h"
 #include "bench/registry_texts.h"
-#include "platform/registry.h"
-#include "platform/registry_paths.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_tree.h"
 
 namespace {
 

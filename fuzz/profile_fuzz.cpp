@@ -19,8 +19,8 @@
 
 #include "fuzz/check.h"
 #include "fuzz/text_input.h"
-#include "platform/profile.h"
-#include "platform/profile_string.h"
+#include "platform/profile/profile.h"
+#include "platform/profile/profile_string.h"
 #include "tests/support/memory_file.h"
 
 namespace {

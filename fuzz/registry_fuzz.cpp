@@ -10,11 +10,11 @@
 
 #include "fuzz/check.h"
 #include "fuzz/text_input.h"
-#include "platform/registry_entry.h"
-#include "platform/registry_expand.h"
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_entry.h"
+#include "platform/registry/registry_expand.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_writer.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <mutex>
 
+#include "base/descriptor.h"
 #include "frame/sip_json.h"
-#include "trace/descriptor.h"
 
 // The final answers on their way from the module's thread to the one that waits for them.
 //

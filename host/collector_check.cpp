@@ -10,13 +10,13 @@
 #include <cstring>
 
 #include "archive_module/collector_paths.h"
-#include "platform/process_table.h"
-#include "platform/registry.h"
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_paths.h"
-#include "platform/registry_pointer.h"
-#include "trace/regular_file.h"
+#include "base/regular_file.h"
+#include "platform/process/process_table.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_pointer.h"
 
 namespace {
 

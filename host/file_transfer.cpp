@@ -12,10 +12,10 @@
 #include <filesystem>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "host/bmc_file_name.h"
-#include "trace/descriptor.h"
 
 namespace {
 

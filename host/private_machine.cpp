@@ -11,9 +11,9 @@
 
 #include "host/host_error.h"
 #include "host/installation.h"
-#include "platform/registry.h"
-#include "platform/registry_paths.h"
-#include "platform/registry_pointer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_pointer.h"
 
 namespace fs = std::filesystem;
 

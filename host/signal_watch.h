@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-#include "trace/descriptor.h"
+#include "base/descriptor.h"
 
 // Takes the signals that ask a program to end (SIGINT, SIGTERM, SIGHUP), so that it can end in
 // order. Only the first one: the next has its usual effect. Meanwhile a closed pipe is an error of

@@ -11,11 +11,11 @@
 #include <optional>
 
 #include "archive_module/em_talvor.h"
+#include "base/regular_file.h"
 #include "host/host_error.h"
-#include "platform/profile.h"
+#include "platform/profile/profile.h"
 #include "trace/config_files.h"
 #include "trace/config_section.h"
-#include "trace/regular_file.h"
 
 namespace fs = std::filesystem;
 

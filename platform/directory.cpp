@@ -13,9 +13,9 @@
 #include <optional>
 #include <string>
 
+#include "base/descriptor.h"
 #include "platform/change_mode.h"
 #include "trace/debug_client.h"
-#include "trace/descriptor.h"
 
 namespace {
 

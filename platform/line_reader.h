@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "trace/descriptor.h"
+#include "base/descriptor.h"
 
 // Reads a file line by line, as std::getline() on an input stream does, and takes no memory of its
 // own: a short file costs an open, a read and a close.

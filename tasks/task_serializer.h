@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/critical_section.h"
-#include "platform/event.h"
-#include "platform/thread.h"
+#include "platform/sync/critical_section.h"
+#include "platform/sync/event.h"
+#include "platform/sync/thread.h"
 #include "tasks/byte_ring.h"
 #include "trace/debug_client.h"
 

@@ -6,9 +6,9 @@
 #include <memory>
 #include <optional>
 
+#include "base/regular_file.h"
 #include "trace/config_files.h"
 #include "trace/config_section.h"
-#include "trace/regular_file.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/process_table.h"
+#include "platform/process/process_table.h"
 
 namespace {
 

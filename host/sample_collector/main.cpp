@@ -12,11 +12,11 @@
 
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
+#include "base/regular_file.h"
 #include "host/sample_collector/machine_data.h"
 #include "host/sample_collector/stop_signals.h"
 #include "host/sample_collector/zip_archive.h"
-#include "platform/registry_pointer.h"
-#include "trace/regular_file.h"
+#include "platform/registry/registry_pointer.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "trace/descriptor.h"
+#include "base/descriptor.h"
 
 struct archive;
 

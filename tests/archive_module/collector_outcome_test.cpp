@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "archive_module/em_talvor.h"
-#include "platform/process_control.h"
+#include "platform/process/process_control.h"
 #include "tests/archive_module/module_host.h"
 #include "tests/archive_module/module_trace.h"
 #include "tests/support/system_calls.h"

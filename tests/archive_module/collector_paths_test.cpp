@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_pointer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_pointer.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"

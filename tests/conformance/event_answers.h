@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/event.h"
+#include "platform/sync/event.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 

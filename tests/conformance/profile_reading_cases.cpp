@@ -1,6 +1,6 @@
 // Values of profile files.
 
-#include "platform/profile.h"
+#include "platform/profile/profile.h"
 #include "tests/conformance/conformance.h"
 #include "tests/conformance/profile_answers.h"
 #include "tests/platform/profile/profile_test_file.h"

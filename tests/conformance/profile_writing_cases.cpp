@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "platform/profile_string.h"
+#include "platform/profile/profile_string.h"
 #include "tests/conformance/conformance.h"
 #include "tests/conformance/profile_answers.h"
 #include "tests/platform/profile/profile_test_file.h"

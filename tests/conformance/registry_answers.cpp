@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/registry_tree.h"
+#include "platform/registry/registry_tree.h"
 #include "tests/support/registry_files.h"
 
 namespace {

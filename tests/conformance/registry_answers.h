@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 // Questions to the registry. Each begins with an empty tree, and with an object that has the new
 // key "Key" below HKEY_CURRENT_USER open.

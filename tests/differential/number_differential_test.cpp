@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "frame/sip_json.h"
-#include "platform/profile.h"
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
+#include "platform/profile/profile.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
 #include "tests/differential/plain_number.h"
 #include "tests/differential/random_case.h"
 #include "tests/support/memory_file.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/profile_string.h"
+#include "platform/profile/profile_string.h"
 #include "tests/differential/plain_profile.h"
 #include "tests/differential/random_case.h"
 #include "tests/support/memory_file.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry_path.h"
+#include "platform/registry/registry_path.h"
 #include "tests/differential/random_case.h"
 
 namespace {

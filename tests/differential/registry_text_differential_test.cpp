@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry_entry.h"
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_entry.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/differential/plain_lines.h"
 #include "tests/differential/plain_number.h"
 #include "tests/differential/random_case.h"

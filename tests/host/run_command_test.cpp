@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "platform/process_control.h"
-#include "platform/process_table.h"
+#include "platform/process/process_control.h"
+#include "platform/process/process_table.h"
 #include "tests/host/host_program.h"
 #include "tests/support/trace_session.h"
 

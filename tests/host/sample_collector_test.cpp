@@ -16,12 +16,12 @@
 #include <thread>
 #include <vector>
 
-#include "platform/registry_paths.h"
+#include "base/descriptor.h"
+#include "platform/registry/registry_paths.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/program.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/scratch_directory.h"
-#include "trace/descriptor.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/event.h"
+#include "platform/sync/event.h"
 #include "tests/schedules/scenario.h"
 
 using schedules::Require;

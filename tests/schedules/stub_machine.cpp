@@ -4,8 +4,8 @@
 
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
-#include "platform/process_control.h"
-#include "platform/process_table.h"
+#include "platform/process/process_control.h"
+#include "platform/process/process_table.h"
 #include "tests/schedules/scenario.h"
 
 StubMachine g_machine;

@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
-#include "platform/critical_section.h"
-#include "platform/event.h"
-#include "platform/thread.h"
+#include "platform/sync/critical_section.h"
+#include "platform/sync/event.h"
+#include "platform/sync/thread.h"
 #include "tests/schedules/scenario.h"
 
 using schedules::Require;

@@ -7,9 +7,9 @@
 #include <iterator>
 #include <string>
 
-#include "platform/registry.h"
-#include "platform/registry_paths.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_tree.h"
 
 // Leaves the registry's directory empty and the tree of the process unloaded.
 inline void ResetRegistry() {

@@ -1,8 +1,8 @@
 #include "tests/support/registry_model.h"
 
-#include "platform/registry.h"
-#include "platform/registry_node.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_tree.h"
 
 namespace {
 

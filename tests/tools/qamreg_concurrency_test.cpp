@@ -11,9 +11,9 @@
 #include <system_error>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "tests/support/trace_session.h"
 #include "tests/tools/qamreg_program.h"
-#include "trace/descriptor.h"
 
 namespace {
 

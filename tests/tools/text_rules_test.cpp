@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_writer.h"
 #include "tools/qamreg/failure.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include <fstream>
 #include <string>
 
+#include "base/descriptor.h"
 #include "trace/debug_client.h"
-#include "trace/descriptor.h"
 
 // Holds a file as a profile writer does while it changes it.
 class HeldConfigFile {

@@ -4,8 +4,8 @@
 #include <charconv>
 #include <utility>
 
-#include "platform/registry_key.h"
-#include "platform/registry_path.h"
+#include "platform/registry/registry_key.h"
+#include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/text_rules.h"
 

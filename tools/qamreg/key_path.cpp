@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "platform/registry_key.h"
-#include "platform/registry_path.h"
+#include "platform/registry/registry_key.h"
+#include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 
 namespace {

@@ -7,14 +7,14 @@
 #include <cstring>
 #include <set>
 
-#include "platform/registry_file.h"
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_path.h"
-#include "platform/registry_paths.h"
+#include "base/regular_file.h"
+#include "platform/registry/registry_file.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_path.h"
+#include "platform/registry/registry_paths.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/text_file.h"
-#include "trace/regular_file.h"
 
 namespace {
 

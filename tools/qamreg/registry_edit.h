@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_lock.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_lock.h"
 #include "tools/qamreg/key_path.h"
 #include "tools/qamreg/value_data.h"
 

@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/registry_file.h"
+#include "base/regular_file.h"
+#include "platform/registry/registry_file.h"
 #include "tools/qamreg/failure.h"
-#include "trace/regular_file.h"
 
 namespace {
 

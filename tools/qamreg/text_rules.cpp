@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/registry_path.h"
+#include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 
 namespace {

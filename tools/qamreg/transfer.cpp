@@ -6,9 +6,9 @@
 #include <iostream>
 #include <iterator>
 
-#include "platform/registry_node.h"
-#include "platform/registry_path.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_path.h"
+#include "platform/registry/registry_writer.h"
 #include "tools/qamreg/commands.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/import_text.h"

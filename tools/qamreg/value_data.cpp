@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/registry_path.h"
+#include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 
 namespace {

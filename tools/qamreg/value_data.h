@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 // The data of a value: texts without terminator, an integer as 4 bytes.
 struct ValueData {

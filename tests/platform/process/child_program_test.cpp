@@ -1,4 +1,4 @@
-#include "platform/child_program.h"
+#include "platform/process/child_program.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/process_control.h"
+#include "platform/process/process_control.h"
 #include "tests/support/descriptor_limit.h"
 #include "tests/support/scratch_directory.h"
 #include "tests/support/system_calls.h"

@@ -1,4 +1,4 @@
-#include "platform/close_descriptors.h"
+#include "platform/process/close_descriptors.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "platform/process_control.h"
+#include "platform/process/process_control.h"
 #include "tests/support/system_calls.h"
 
 namespace {

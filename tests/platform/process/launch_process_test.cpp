@@ -15,11 +15,11 @@
 #include <string>
 #include <thread>
 
-#include "platform/process_control.h"
+#include "base/descriptor.h"
+#include "platform/process/process_control.h"
 #include "tests/platform/process/scratch_working_directory.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
-#include "trace/descriptor.h"
 
 namespace {
 

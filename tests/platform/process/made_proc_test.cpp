@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/process_table.h"
+#include "platform/process/process_table.h"
 #include "tests/support/descriptor_limit.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/system_calls.h"

@@ -1,4 +1,4 @@
-#include "platform/process_control.h"
+#include "platform/process/process_control.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

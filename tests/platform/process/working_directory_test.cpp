@@ -1,4 +1,4 @@
-#include "platform/working_directory.h"
+#include "platform/process/working_directory.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/file_range.h"
+#include "platform/profile/file_range.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "tests/platform/profile/profile_test_file.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/system_calls.h"
-#include "trace/descriptor.h"
 
 namespace {
 

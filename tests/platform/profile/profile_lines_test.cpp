@@ -1,4 +1,4 @@
-#include "platform/profile_lines.h"
+#include "platform/profile/profile_lines.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "tests/platform/profile/profile_test_file.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/system_calls.h"
-#include "trace/descriptor.h"
 
 namespace {
 

@@ -13,11 +13,11 @@
 #include <thread>
 #include <utility>
 
-#include "platform/profile_string.h"
-#include "platform/profile_writer.h"
+#include "base/descriptor.h"
+#include "platform/profile/profile_string.h"
+#include "platform/profile/profile_writer.h"
 #include "tests/platform/profile/profile_test_file.h"
 #include "tests/support/system_calls.h"
-#include "trace/descriptor.h"
 
 namespace {
 

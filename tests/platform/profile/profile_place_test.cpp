@@ -1,4 +1,4 @@
-#include "platform/profile_place.h"
+#include "platform/profile/profile_place.h"
 
 #include <gtest/gtest.h>
 

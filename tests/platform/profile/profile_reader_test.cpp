@@ -1,4 +1,4 @@
-#include "platform/profile_reader.h"
+#include "platform/profile/profile_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/profile_string.h"
+#include "platform/profile/profile_string.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

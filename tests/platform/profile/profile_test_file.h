@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/profile_string.h"
+#include "platform/profile/profile_string.h"
 #include "tests/support/scratch_directory.h"
 
 // A file in a fresh temporary directory, which goes with the object.

@@ -1,4 +1,4 @@
-#include "platform/profile_writer.h"
+#include "platform/profile/profile_writer.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

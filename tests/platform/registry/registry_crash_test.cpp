@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <ostream>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 #include "tests/support/fault_plan.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"

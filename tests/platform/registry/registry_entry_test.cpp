@@ -1,11 +1,11 @@
-#include "platform/registry_entry.h"
+#include "platform/registry/registry_entry.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
 
-#include "platform/registry_node.h"
+#include "platform/registry/registry_node.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_paths.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_paths.h"
 #include "tests/support/registry_files.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/registry_expand.h"
+#include "platform/registry/registry_expand.h"
 
 #include <gtest/gtest.h>
 

@@ -10,9 +10,9 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_file.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_file.h"
+#include "platform/registry/registry_tree.h"
 #include "tests/support/fault_plan.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"

@@ -1,4 +1,4 @@
-#include "platform/registry_file.h"
+#include "platform/registry/registry_file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <ostream>
 
-#include "platform/registry.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_tree.h"
 #include "tests/support/descriptor_count.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"

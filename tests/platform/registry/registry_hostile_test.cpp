@@ -6,8 +6,8 @@
 #include <random>
 #include <string>
 
-#include "platform/registry.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_tree.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 

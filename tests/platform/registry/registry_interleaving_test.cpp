@@ -6,9 +6,9 @@
 #include <thread>
 #include <utility>
 
-#include "platform/registry.h"
-#include "platform/registry_tree.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_tree.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/system_calls.h"

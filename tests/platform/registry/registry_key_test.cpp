@@ -1,9 +1,9 @@
-#include "platform/registry_key.h"
+#include "platform/registry/registry_key.h"
 
 #include <gmock/gmock.h>
 
-#include "platform/registry.h"
-#include "platform/registry_node.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_node.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 

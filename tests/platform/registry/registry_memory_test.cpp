@@ -6,12 +6,12 @@
 #include <new>
 #include <string>
 
-#include "platform/registry.h"
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_pointer.h"
-#include "platform/registry_tree.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_pointer.h"
+#include "platform/registry/registry_tree.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"
 

@@ -1,13 +1,13 @@
-#include "platform/registry_merge.h"
+#include "platform/registry/registry_merge.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_writer.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "platform/registry.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_tree.h"
 #include "tests/support/registry_files.h"
 
 namespace {

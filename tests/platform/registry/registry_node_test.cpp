@@ -1,4 +1,4 @@
-#include "platform/registry_node.h"
+#include "platform/registry/registry_node.h"
 
 #include <gmock/gmock.h>
 

@@ -1,11 +1,11 @@
-#include "platform/registry_parser.h"
+#include "platform/registry/registry_parser.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/registry_node.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/support/trace_session.h"
 
 namespace {

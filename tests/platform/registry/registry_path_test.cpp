@@ -1,4 +1,4 @@
-#include "platform/registry_path.h"
+#include "platform/registry/registry_path.h"
 
 #include <gmock/gmock.h>
 

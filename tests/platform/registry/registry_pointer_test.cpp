@@ -1,8 +1,8 @@
-#include "platform/registry_pointer.h"
+#include "platform/registry/registry_pointer.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 

@@ -19,15 +19,15 @@
 #include <thread>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_file.h"
-#include "platform/registry_lock.h"
-#include "platform/registry_tree.h"
-#include "platform/registry_writer.h"
+#include "base/descriptor.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_file.h"
+#include "platform/registry/registry_lock.h"
+#include "platform/registry/registry_tree.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
-#include "trace/descriptor.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 

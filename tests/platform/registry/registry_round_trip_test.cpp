@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_parser.h"
-#include "platform/registry_tree.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_tree.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 

@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_tree.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_tree.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 

@@ -1,12 +1,12 @@
-#include "platform/registry_tree.h"
+#include "platform/registry/registry_tree.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
 
-#include "platform/registry.h"
-#include "platform/registry_writer.h"
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_writer.h"
 #include "tests/support/descriptor_limit.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"

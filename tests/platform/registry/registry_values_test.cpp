@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 

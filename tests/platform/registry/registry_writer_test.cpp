@@ -1,4 +1,4 @@
-#include "platform/registry_writer.h"
+#include "platform/registry/registry_writer.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/registry_node.h"
-#include "platform/registry_parser.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_parser.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/critical_section.h"
+#include "platform/sync/critical_section.h"
 
 #include <gtest/gtest.h>
 

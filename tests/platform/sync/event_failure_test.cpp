@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/event.h"
-#include "platform/thread.h"
+#include "platform/sync/event.h"
+#include "platform/sync/thread.h"
 #include "tests/platform/sync/event_fixture.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/system_calls.h"

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/event.h"
+#include "platform/sync/event.h"
 #include "tests/support/level_lines.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"

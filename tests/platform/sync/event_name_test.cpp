@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/event.h"
+#include "platform/sync/event.h"
 #include "tests/platform/sync/event_fixture.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"

@@ -1,4 +1,4 @@
-#include "platform/event.h"
+#include "platform/sync/event.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

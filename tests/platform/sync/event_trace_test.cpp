@@ -7,7 +7,7 @@
 #include <functional>
 #include <thread>
 
-#include "platform/event.h"
+#include "platform/sync/event.h"
 #include "tests/platform/sync/event_fixture.h"
 #include "tests/support/trace_session.h"
 

@@ -1,0 +1,132 @@
+#include "platform/process/child_program.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <string_view>
+#include <utility>
+
+#include "base/white_space.h"
+#include "platform/process/close_descriptors.h"
+
+namespace {
+
+constexpr uint32_t FIRST_DESCRIPTOR = 3;  // behind standard input, output and error
+constexpr int CANNOT_EXECUTE = 255;       // exit status
+
+// Keeps signal handlers and cancellation from the calling thread for the life of the object.
+class UndisturbedThread {
+ public:
+  UndisturbedThread() noexcept {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nCancelState);
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &m_oBlocked);
+  }
+  ~UndisturbedThread() {
+    pthread_sigmask(SIG_SETMASK, &m_oBlocked, nullptr);
+    pthread_setcancelstate(m_nCancelState, nullptr);
+  }
+  UndisturbedThread(const UndisturbedThread&) = delete;
+  UndisturbedThread& operator=(const UndisturbedThread&) = delete;
+
+  // The signals that the thread itself blocks.
+  const sigset_t& GetBlocked() const { return m_oBlocked; }
+
+ private:
+  sigset_t m_oBlocked = {};
+  int m_nCancelState = PTHREAD_CANCEL_ENABLE;
+};
+
+// The host blocks some for its worker threads, and the program would inherit that.
+sigset_t BlockedInChild(sigset_t blocked) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
+    sigdelset(&blocked, signal);
+  }
+  return blocked;
+}
+
+// Gives up every handler of the host, as the execution of the program does, but before a signal can
+// arrive: its handler would run on the host's memory.
+void ResetHandlers() {
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action = {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&
+        action.sa_handler != SIG_DFL) {
+      action = {};
+      sigaction(signal, &action, nullptr);
+    }
+  }
+}
+
+// The parent's thread stands still until the program begins, and execution can take long. In a
+// process namespace of its own, where the parent's id is 0, the child's id is not the one that the
+// parent needs.
+void PublishId(std::atomic<int32_t>& pid) {
+  if (getppid() != 0) {
+    pid = getpid();
+  }
+}
+
+}  // namespace
+
+CChildProgram::CChildProgram(std::vector<std::string> words, bool keepDescriptors)
+    : m_oWords(std::move(words)),
+      m_pProgram(m_oWords.empty() ? "" : m_oWords.front().c_str()),
+      m_bKeepDescriptors(keepDescriptors),
+      m_nDescriptorLimit(GetDescriptorLimit()) {
+  for (std::string& word : m_oWords) {
+    m_oArguments.push_back(word.data());
+  }
+  m_oArguments.push_back(nullptr);
+}
+
+pid_t CChildProgram::Start(std::atomic<int32_t>& pid) const noexcept {
+  const UndisturbedThread undisturbed;
+  const sigset_t blocked = BlockedInChild(undisturbed.GetBlocked());
+  // Not posix_spawn(): it leaves no child of a program that cannot be executed.
+  // NOLINTBEGIN(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
+  pid_t child = vfork();
+  if (child == 0) {
+    Execute(blocked, pid);
+  }
+  // NOLINTEND(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
+  if (child < 0) {
+    // Where the system refuses to share memory.
+    child = fork();
+    if (child == 0) {
+      Execute(blocked, pid);
+    }
+  }
+  pid = child;
+  return child;
+}
+
+// The child's side, in the memory of the parent: only makes calls that are safe in a signal
+// handler, and changes nothing but `pid`.
+void CChildProgram::Execute(const sigset_t& blocked, std::atomic<int32_t>& pid) const noexcept {
+  PublishId(pid);
+  ResetHandlers();
+  if (!m_bKeepDescriptors) {
+    CloseDescriptors(FIRST_DESCRIPTOR, m_nDescriptorLimit);
+  }
+  sigprocmask(SIG_SETMASK, &blocked, nullptr);
+  // The C library's search of PATH takes no memory and no lock.
+  execvp(m_pProgram, m_oArguments.data());
+  _exit(CANNOT_EXECUTE);
+}
+
+std::vector<std::string> SplitIntoWords(const char* commandLine) {
+  std::vector<std::string> words;
+  std::string_view rest(commandLine != nullptr ? commandLine : "");
+  for (;;) {
+    const size_t begin = rest.find_first_not_of(WHITE_SPACE);
+    if (begin == std::string_view::npos) {
+      return words;
+    }
+    rest.remove_prefix(begin);
+    const std::string_view word = rest.substr(0, rest.find_first_of(WHITE_SPACE));
+    words.emplace_back(word);
+    rest.remove_prefix(word.size());
+  }
+}

@@ -1,0 +1,53 @@
+#include "platform/profile/profile_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr mode_t NEW_FILE_MODE = 0644;
+
+// Without O_NONBLOCK the open of a pipe would wait for its other end.
+constexpr int COMMON_FLAGS = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+int FlagsOf(CProfileFile::Mode mode) {
+  switch (mode) {
+    case CProfileFile::Mode::READ:
+      return COMMON_FLAGS | O_RDONLY;
+    case CProfileFile::Mode::UPDATE:
+      return COMMON_FLAGS | O_RDWR;
+    case CProfileFile::Mode::APPEND:
+      return COMMON_FLAGS | O_WRONLY | O_APPEND | O_CREAT;
+    case CProfileFile::Mode::CREATE:
+      return COMMON_FLAGS | O_RDWR | O_CREAT | O_EXCL;
+    case CProfileFile::Mode::MAKE:
+      return COMMON_FLAGS | O_RDWR | O_CREAT;
+  }
+  return COMMON_FLAGS;
+}
+
+bool IsRegularFile(int descriptor) {
+  struct stat status = {};
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+CProfileFile::CProfileFile(const char* fileName, Mode mode)
+    : m_nDescriptor(open(fileName, FlagsOf(mode), NEW_FILE_MODE)) {
+  if (m_nDescriptor < 0 || mode == Mode::CREATE || IsRegularFile(m_nDescriptor)) {
+    return;
+  }
+  close(m_nDescriptor);
+  m_nDescriptor = -1;
+  errno = 0;
+}
+
+CProfileFile::~CProfileFile() {
+  if (m_nDescriptor >= 0) {
+    close(m_nDescriptor);
+  }
+}

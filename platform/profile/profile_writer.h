@@ -1,0 +1,18 @@
+#pragma once
+
+#include "base/file_lock.h"
+
+enum class ProfileUpdate {
+  DONE,
+  NOT_DONE,     // nothing to change, the change failed, or another held the file all the time
+  CANNOT_OPEN,  // the file exists and cannot be opened, or cannot be made
+};
+
+// Changes one entry of a profile file: stores the key's value; with a null value removes the key,
+// with a null key the section. What is missing is made when there is a value to store. Unless the
+// result is DONE, the file is as it was.
+//
+// Holds the file under an exclusive lock from the search for the place to the end of the change,
+// and waits for that lock until the time `until`.
+ProfileUpdate UpdateProfileFile(const char* section, const char* key, const char* value,
+                                const char* fileName, CFileLock::Time until);

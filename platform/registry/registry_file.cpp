@@ -1,0 +1,186 @@
+#include "platform/registry/registry_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "base/descriptor.h"
+#include "platform/registry/registry_lock.h"
+#include "platform/registry/registry_paths.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+constexpr mode_t FILE_MODE = 0644;
+
+// The temporary file; it is removed again unless it has been moved away.
+class TemporaryFile {
+ public:
+  // Without O_NONBLOCK the open of a pipe of that name would wait for a reader.
+  TemporaryFile()
+      : m_oFile(open(REGISTRY_TEMPORARY_FILE,
+                     O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                     FILE_MODE)) {
+    struct stat status = {};
+    const bool isKnown = m_oFile.IsOpen() && fstat(m_oFile.Get(), &status) == 0;
+    m_bUsable = isKnown && S_ISREG(status.st_mode);
+    m_bRemove = m_oFile.IsOpen() && (m_bUsable || !isKnown);
+  }
+  ~TemporaryFile() {
+    if (m_bRemove) {
+      unlink(REGISTRY_TEMPORARY_FILE);
+    }
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  bool IsUsable() const { return m_bUsable; }
+
+  // Writes the text so that it survives a crash of the machine. False with errno.
+  bool Fill(std::string_view text) {
+    while (!text.empty()) {
+      const ssize_t written = write(m_oFile.Get(), text.data(), text.size());
+      if (written < 0 && errno == EINTR) {
+        continue;
+      }
+      if (written < 0) {
+        return false;
+      }
+      text.remove_prefix(static_cast<size_t>(written));
+    }
+    return fchmod(m_oFile.Get(), FILE_MODE) == 0 && fsync(m_oFile.Get()) == 0 && m_oFile.Close();
+  }
+
+  // Swaps the contents of the temporary file and of `path` at one blow. False with errno.
+  static bool ExchangeWith(const char* path) {
+    return renameat2(AT_FDCWD, REGISTRY_TEMPORARY_FILE, AT_FDCWD, path, RENAME_EXCHANGE) == 0;
+  }
+
+  // False with errno.
+  bool MoveTo(const char* path) {
+    if (rename(REGISTRY_TEMPORARY_FILE, path) != 0) {
+      return false;
+    }
+    m_bRemove = false;
+    return true;
+  }
+
+ private:
+  CDescriptor m_oFile;
+  bool m_bUsable = false;
+  bool m_bRemove = false;
+};
+
+enum class Current { FILLED, NOTHING_TO_KEEP, UNKNOWN };
+
+// A directory is nothing to keep either: it would become a backup that no file can replace.
+Current ExamineCurrentFile() {
+  struct stat status = {};
+  if (stat(REGISTRY_FILE, &status) != 0) {
+    return errno == ENOENT ? Current::NOTHING_TO_KEEP : Current::UNKNOWN;
+  }
+  return S_ISREG(status.st_mode) && status.st_size > 0 ? Current::FILLED : Current::NOTHING_TO_KEEP;
+}
+
+bool IsExchangeUnknown(int error) { return error == EINVAL || error == ENOSYS || error == EPERM; }
+
+// For file systems without exchange. Between its steps there is no current file.
+bool ReplaceInTurn(TemporaryFile& temporary) {
+  if (rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE) != 0) {
+    return false;
+  }
+  if (temporary.MoveTo(REGISTRY_FILE)) {
+    return true;
+  }
+  const int error = errno;
+  rename(REGISTRY_BACKUP_FILE, REGISTRY_FILE);
+  errno = error;
+  return false;
+}
+
+// The new text comes into its place before the current one replaces the backup: a current file that
+// cannot be loaded must not displace a good backup while a crash could still lose the new text.
+bool ReplaceAndKeep(TemporaryFile& temporary) {
+  if (!TemporaryFile::ExchangeWith(REGISTRY_FILE)) {
+    return IsExchangeUnknown(errno) && ReplaceInTurn(temporary);
+  }
+  if (temporary.MoveTo(REGISTRY_BACKUP_FILE)) {
+    return true;
+  }
+  const int error = errno;
+  TemporaryFile::ExchangeWith(REGISTRY_FILE);
+  errno = error;
+  return false;
+}
+
+// Puts the filled temporary file in the place of the current one. False with errno; all files are
+// then as before, but for the backup, which may be gone on file systems without exchange.
+bool Replace(TemporaryFile& temporary) {
+  switch (ExamineCurrentFile()) {
+    case Current::FILLED:
+      return ReplaceAndKeep(temporary);
+    case Current::NOTHING_TO_KEEP:
+      return temporary.MoveTo(REGISTRY_FILE);
+    default:
+      return false;
+  }
+}
+
+RegistrySave TraceFailure(const char* path, RegistrySave result = RegistrySave::FAILED) {
+  const int error = errno;
+  DEBUG_TRACE(1, "CRegistry: ERROR: Cannot save \"%s\": %s\n", path, std::strerror(error));
+  return result;
+}
+
+// Where no file can be made, the lock file included, the temporary file's own failure tells it.
+bool CanMakeFiles() { return access(REGISTRY_DIRECTORY, W_OK) == 0; }
+
+CDescriptor OpenDirectory() {
+  return CDescriptor(open(REGISTRY_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+RegistrySave Flush(const CDescriptor& directory) {
+  return fsync(directory.Get()) == 0 ? RegistrySave::DONE
+                                     : TraceFailure(REGISTRY_DIRECTORY, RegistrySave::NOT_FLUSHED);
+}
+
+}  // namespace
+
+RegistrySave SaveRegistryFile(const std::string& text) {
+  if (text.size() > LONGEST_REGISTRY_FILE) {
+    errno = EFBIG;
+    return TraceFailure(REGISTRY_FILE);
+  }
+  const CRegistryLock lock(RegistryUse::SAVE);
+  if (!lock.IsHeld() && CanMakeFiles()) {
+    errno = lock.GetError();
+    return TraceFailure(REGISTRY_LOCK_FILE);
+  }
+  TemporaryFile temporary;
+  if (!temporary.IsUsable()) {
+    DEBUG_TRACE(1, "CRegistry: ERROR: Cannot open \"%s\" for writing\n", REGISTRY_TEMPORARY_FILE);
+    return RegistrySave::FAILED;
+  }
+  const CDescriptor directory = OpenDirectory();
+  if (!directory.IsOpen()) {
+    return TraceFailure(REGISTRY_DIRECTORY);
+  }
+  if (!temporary.Fill(text)) {
+    return TraceFailure(REGISTRY_TEMPORARY_FILE);
+  }
+  if (!Replace(temporary)) {
+    return TraceFailure(REGISTRY_FILE);
+  }
+  return Flush(directory);
+}
+
+bool FlushRegistryDirectory() {
+  const CDescriptor directory = OpenDirectory();
+  return (directory.IsOpen() ? Flush(directory) : TraceFailure(REGISTRY_DIRECTORY)) ==
+         RegistrySave::DONE;
+}

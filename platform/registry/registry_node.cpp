@@ -1,0 +1,273 @@
+#include "platform/registry/registry_node.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "trace/debug_client.h"
+
+namespace {
+
+bool ComesBefore(const CRegistryEntry& left, const CRegistryEntry& right) {
+  return left.GetName() < right.GetName();
+}
+
+bool HaveOneName(const CRegistryEntry& left, const CRegistryEntry& right) {
+  return left.GetName() == right.GetName();
+}
+
+// Sorted, with each name once, as the registry writes them.
+bool IsInOrder(const std::vector<CRegistryEntry>& entries) {
+  return std::adjacent_find(entries.begin(), entries.end(),
+                            [](const CRegistryEntry& left, const CRegistryEntry& right) {
+                              return !ComesBefore(left, right);
+                            }) == entries.end();
+}
+
+size_t CountRepeatedNames(const std::vector<CRegistryEntry>& entries) {
+  size_t count = 0;
+  for (size_t index = 1; index < entries.size(); ++index) {
+    count += HaveOneName(entries[index - 1], entries[index]) ? 1 : 0;
+  }
+  return count;
+}
+
+// Of neighbours with one name only the last stays; the others go to `replaced`.
+void KeepLastOfEachName(std::vector<CRegistryEntry>& entries,
+                        std::vector<CRegistryEntry>& replaced) {
+  const size_t repeated = CountRepeatedNames(entries);
+  if (repeated == 0) {
+    return;
+  }
+  replaced.reserve(replaced.size() + repeated);
+  auto kept = entries.begin();
+  for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+    if (entry + 1 != entries.end() && HaveOneName(*entry, *(entry + 1))) {
+      replaced.push_back(std::move(*entry));
+    } else if (kept++ != entry) {
+      *(kept - 1) = std::move(*entry);
+    }
+  }
+  entries.erase(kept, entries.end());
+}
+
+// Whether deleting the entry frees anything: integers and deleted keys have nothing.
+bool HasPayload(const CRegistryEntry& entry) {
+  return entry.IsKey() ? entry.GetKey() != nullptr : entry.GetType() != REG_DWORD;
+}
+
+}  // namespace
+
+CRegistryNode::~CRegistryNode() {
+  if (Kill(nullptr)) {
+    FreeEntries(false);
+  }
+}
+
+void CRegistryNode::Clear() {
+  CRegistryNode taken;  // its end frees them
+  const CCriticalSectionGuard guard(m_oLock);
+  taken.m_oEntries.swap(m_oEntries);
+}
+
+std::shared_ptr<CRegistryNode> CRegistryNode::OpenKey(std::string_view name) {
+  const CCriticalSectionGuard guard(m_oLock);
+  const CRegistryEntry* entry = Find(name);
+  if (entry == nullptr || !entry->IsKey()) {
+    return nullptr;
+  }
+  if (entry->GetKey() == nullptr) {
+    auto deleted = std::make_shared<CRegistryNode>();
+    deleted->m_bDead = true;
+    return deleted;
+  }
+  return entry->GetKey();
+}
+
+std::shared_ptr<CRegistryNode> CRegistryNode::CreateKey(std::string_view name) {
+  const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return nullptr;
+  }
+  const auto position = LowerBound(name);
+  if (position == m_oEntries.end() || position->GetName() != name) {
+    auto key = std::make_shared<CRegistryNode>();
+    m_oEntries.insert(position, CRegistryEntry::MakeKey(name, key));
+    return key;
+  }
+  if (position->IsKey() && position->GetKey() == nullptr) {
+    position->SetKey(std::make_shared<CRegistryNode>());
+  }
+  return position->GetKey();
+}
+
+bool CRegistryNode::AddKeyIfMissing(std::string_view name) {
+  const CCriticalSectionGuard guard(m_oLock);
+  const auto position = LowerBound(name);
+  const bool isTaken = position != m_oEntries.end() && position->GetName() == name;
+  if (isTaken && position->GetKey() != nullptr) {
+    return false;
+  }
+  CRegistryEntry key = CRegistryEntry::MakeKey(name, std::make_shared<CRegistryNode>());
+  if (isTaken) {
+    *position = std::move(key);
+  } else {
+    m_oEntries.insert(position, std::move(key));
+  }
+  return true;
+}
+
+bool CRegistryNode::ReadValue(std::string_view name, RegistryValue& value) {
+  const CCriticalSectionGuard guard(m_oLock);
+  const CRegistryEntry* entry = Find(name);
+  if (entry == nullptr || entry->IsKey()) {
+    return false;
+  }
+  const std::string_view data = entry->GetData();
+  switch (entry->GetType()) {
+    case REG_DWORD: {
+      const int32_t integer = entry->GetInteger();
+      value.bytes.resize(sizeof(integer));
+      std::memcpy(value.bytes.data(), &integer, sizeof(integer));
+      break;
+    }
+    case REG_BINARY:
+      value.bytes.assign(data);
+      break;
+    default:
+      value.bytes.assign(data.data(), data.size() + 1);
+      break;
+  }
+  value.type = entry->GetType();
+  return true;
+}
+
+CRegistryNode::Stored CRegistryNode::Store(CRegistryEntry entry,
+                                           std::vector<CRegistryEntry>& replaced) {
+  const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return Stored::REFUSED;
+  }
+  const auto position = LowerBound(entry.GetName());
+  if (position == m_oEntries.end() || position->GetName() != entry.GetName()) {
+    m_oEntries.insert(position, std::move(entry));
+    return Stored::ADDED;
+  }
+  replaced.reserve(replaced.size() + 1);
+  replaced.push_back(std::exchange(*position, std::move(entry)));
+  return Stored::REPLACED;
+}
+
+void CRegistryNode::StoreAll(std::vector<CRegistryEntry> entries,
+                             std::vector<CRegistryEntry>& replaced) {
+  const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return;
+  }
+  if (!IsInOrder(entries)) {
+    std::stable_sort(entries.begin(), entries.end(), ComesBefore);
+    KeepLastOfEachName(entries, replaced);
+  }
+  if (m_oEntries.empty()) {
+    m_oEntries = std::move(entries);
+    return;
+  }
+  // From here on nothing needs memory.
+  replaced.reserve(replaced.size() + entries.size());
+  m_oEntries.reserve(m_oEntries.size() + entries.size());
+  const auto middle = m_oEntries.insert(m_oEntries.end(), std::make_move_iterator(entries.begin()),
+                                        std::make_move_iterator(entries.end()));
+  std::inplace_merge(m_oEntries.begin(), middle, m_oEntries.end(), ComesBefore);
+  KeepLastOfEachName(m_oEntries, replaced);
+}
+
+bool CRegistryNode::Remove(std::string_view name, std::vector<CRegistryEntry>& removed) {
+  const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return false;
+  }
+  const auto position = LowerBound(name);
+  if (position == m_oEntries.end() || position->GetName() != name) {
+    return false;
+  }
+  removed.push_back(std::move(*position));
+  m_oEntries.erase(position);
+  return true;
+}
+
+bool CRegistryNode::DeleteKey(std::string_view name, std::shared_ptr<CRegistryNode>& key) {
+  const CCriticalSectionGuard guard(m_oLock);
+  CRegistryEntry* entry = Find(name);
+  if (entry == nullptr || !entry->IsKey()) {
+    return false;
+  }
+  key = entry->TakeKey();
+  return true;
+}
+
+void CRegistryNode::deleteNode() {
+  const CTraceShield shield;
+  if (Kill(nullptr)) {
+    FreeEntries(true);
+  }
+}
+
+// Makes this key dead, on the way from `outer`, so that the caller may free its entries. False when
+// it was dead.
+bool CRegistryNode::Kill(CRegistryNode* outer) {
+  const CCriticalSectionGuard guard(m_oLock);
+  if (m_bDead) {
+    return false;
+  }
+  m_bDead = true;
+  m_pOuter = outer;
+  return true;
+}
+
+// Frees the entries of this key and of the keys below it. The way back up is kept in the keys,
+// because freeing must not need memory. No lock: nobody but the thread that killed a key looks at
+// its entries any more.
+void CRegistryNode::FreeEntries(bool isTraced) {
+  CRegistryNode* key = this;
+  while (key != nullptr) {
+    if (key->m_nFreed == key->m_oEntries.size()) {
+      key->m_nFreed = 0;
+      std::vector<CRegistryEntry>().swap(key->m_oEntries);
+      key = std::exchange(key->m_pOuter, nullptr);
+      continue;
+    }
+    const CRegistryEntry& entry = key->m_oEntries[key->m_nFreed];
+    if (entry.GetKey() != nullptr && entry.GetKey()->Kill(key)) {
+      key = entry.GetKey().get();
+      continue;
+    }
+    if (isTraced && HasPayload(entry)) {
+      DEBUG_TRACE(2, "CRegistryNode::deleteNode \"%s\"\n", entry.GetName().data());
+    }
+    ++key->m_nFreed;
+  }
+}
+
+std::vector<CRegistryEntry>::iterator CRegistryNode::LowerBound(std::string_view name) {
+  return std::lower_bound(m_oEntries.begin(), m_oEntries.end(), name,
+                          [](const CRegistryEntry& entry, std::string_view wanted) {
+                            return entry.GetName() < wanted;
+                          });
+}
+
+// Null for a dead key.
+CRegistryEntry* CRegistryNode::Find(std::string_view name) {
+  if (m_bDead) {
+    return nullptr;
+  }
+  const auto position = LowerBound(name);
+  return position != m_oEntries.end() && position->GetName() == name ? &*position : nullptr;
+}
+
+void KillRegistryKeys(const std::vector<CRegistryEntry>& entries) {
+  for (const CRegistryEntry& entry : entries) {
+    if (entry.GetKey() != nullptr) {
+      entry.GetKey()->deleteNode();
+    }
+  }
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/registry/registry_entry.h"
+#include "platform/sync/critical_section.h"
+
+// A value as read from a key.
+struct RegistryValue {
+  uint32_t type = 0;
+  std::string bytes;  // texts with their terminator, 4 bytes of an integer
+};
+
+// One key of the registry tree: values and subkeys, sorted by name (byte order) in one name space.
+//
+// A key that is taken out of the tree, with everything below it, is dead from then on, for whoever
+// still refers to it: it is empty and stores nothing. The entry of a deleted key stays in its
+// parent; it opens as a dead key until a new key or value is stored under its name.
+//
+// Freeing a subtree, however deep, needs neither stack nor memory.
+//
+// Thread safety: every operation may be called from any thread. Each locks this key only, so no two
+// keys are ever locked at once.
+class CRegistryNode {
+ public:
+  CRegistryNode() = default;
+  ~CRegistryNode();
+  CRegistryNode(const CRegistryNode&) = delete;
+  CRegistryNode& operator=(const CRegistryNode&) = delete;
+
+  // The subkey of that name, or null when there is none or the name is that of a value.
+  std::shared_ptr<CRegistryNode> OpenKey(std::string_view name);
+
+  // As OpenKey(), but makes the subkey when the name is free or that of a deleted key. Null when
+  // the name is that of a value or this key is dead. Throws std::bad_alloc.
+  std::shared_ptr<CRegistryNode> CreateKey(std::string_view name);
+
+  // Makes an empty subkey unless there is one: when the name is free, that of a deleted key, or
+  // that of a value, which is lost. True when it made one. Throws std::bad_alloc.
+  bool AddKeyIfMissing(std::string_view name);
+
+  // Copies a value. False when the name is free or that of a subkey. Throws std::bad_alloc.
+  bool ReadValue(std::string_view name, RegistryValue& value);
+
+  enum class Stored { ADDED, REPLACED, REFUSED };  // refused: the key is dead
+
+  // Stores the entry; one of its name is moved to `replaced` and the caller's to discard. Throws
+  // std::bad_alloc and then changes nothing.
+  Stored Store(CRegistryEntry entry, std::vector<CRegistryEntry>& replaced);
+
+  // Stores many entries at once, in any order; of entries of one name the last one stays. Takes
+  // time in proportion to the number of entries. Otherwise as Store().
+  void StoreAll(std::vector<CRegistryEntry> entries, std::vector<CRegistryEntry>& replaced);
+
+  // Takes an entry out; false when there is none of that name.
+  bool Remove(std::string_view name, std::vector<CRegistryEntry>& removed);
+
+  // Takes the subkey out and leaves the entry of a deleted key. False when the name is not that of
+  // a subkey; `key` is null when it was deleted before.
+  bool DeleteKey(std::string_view name, std::shared_ptr<CRegistryNode>& key);
+
+  // Calls `visit` with each entry, in order, under the lock.
+  template <typename Visit>
+  void ForEach(const Visit& visit) {
+    const CCriticalSectionGuard guard(m_oLock);
+    if (m_bDead) {
+      return;
+    }
+    for (const CRegistryEntry& entry : m_oEntries) {
+      visit(entry);
+    }
+  }
+
+  // Frees everything below this key, without a trace, and leaves it alive.
+  void Clear();
+
+  // Kills this key and everything below it and traces each entry that had something to free. What
+  // the sink throws ends here.
+  void deleteNode();
+
+ private:
+  std::vector<CRegistryEntry>::iterator LowerBound(std::string_view name);
+  CRegistryEntry* Find(std::string_view name);
+  bool Kill(CRegistryNode* outer);
+  void FreeEntries(bool isTraced);
+
+  CCriticalSection m_oLock;
+  std::vector<CRegistryEntry> m_oEntries;
+  bool m_bDead = false;
+  // Of a dead key, while it is being freed.
+  CRegistryNode* m_pOuter = nullptr;
+  size_t m_nFreed = 0;  // entries
+};
+
+// Kills the keys among entries that were taken out of the tree.
+void KillRegistryKeys(const std::vector<CRegistryEntry>& entries);

@@ -1,0 +1,206 @@
+#include "platform/registry/registry_tree.h"
+
+#include <cxxabi.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <new>
+#include <optional>
+#include <string>
+
+#include "base/regular_file.h"
+#include "platform/registry/registry_file.h"
+#include "platform/registry/registry_key.h"
+#include "platform/registry/registry_lock.h"
+#include "platform/registry/registry_merge.h"
+#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_writer.h"
+#include "trace/debug_client.h"
+
+CRegistryTree& CRegistryTree::Get() {
+  alignas(CRegistryTree) static unsigned char storage[sizeof(CRegistryTree)];
+  static CRegistryTree& tree = *new (storage) CRegistryTree;
+  return tree;
+}
+
+namespace {
+
+bool IsMissing(const char* path) {
+  struct stat status = {};
+  return stat(path, &status) != 0 && errno == ENOENT;
+}
+
+// Whether something is lost when the file is saved over.
+bool HasContent(const char* path) {
+  struct stat status = {};
+  return stat(path, &status) == 0 ? S_ISREG(status.st_mode) : errno != ENOENT;
+}
+
+// Runs after the last static destructor of the library or program.
+[[gnu::destructor(102)]] void ReleaseRegistryTree() { CRegistryTree::Get().Release(); }
+
+}  // namespace
+
+void CRegistryTree::Release() {
+  const CCriticalSectionGuard guard(m_oLock);
+  m_oTop.Clear();
+  MIsSetup = false;
+  MIsDirty = false;
+  m_bUnflushed = false;
+  m_bUnread = false;
+}
+
+// Shares nothing: the top lives as long as the process.
+std::shared_ptr<CRegistryNode> CRegistryTree::GetTop() {
+  return {std::shared_ptr<CRegistryNode>(), &m_oTop};
+}
+
+void CRegistryTree::SetupTree(bool force) {
+  if (!force && MIsSetup) {
+    return;
+  }
+  const CTraceShield
+      shield;  // a tree that the sink kept from loading would be saved over the files
+  const CCriticalSectionGuard guard(m_oLock);
+  if (!force && MIsSetup) {
+    return;
+  }
+  DEBUG_TRACE(2, "CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n", force,
+              MIsSetup.load(), MIsDirty.load());
+  try {
+    LoadFiles();
+    m_strLoaded = m_bUnread ? WriteRegistryText(m_oTop) : std::string();
+    MIsSetup = true;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    DEBUG_TRACE(1, "CRegistry: SetupTree(): ## ERROR during Setup\n");
+  }
+}
+
+void CRegistryTree::LoadFiles() {
+  m_bUnread = false;
+  if (LoadCurrentFile()) {
+    return;
+  }
+  DEBUG_TRACE(1, "CRegistry: WARNING: Could not restore tree from \"%s\", trying backup\n",
+              REGISTRY_FILE);
+  if (RestoreNode(REGISTRY_BACKUP_FILE, m_oTop)) {
+    return;
+  }
+  DEBUG_TRACE(1, "CRegistry: WARNING: Could not restore tree from \"%s\", trying default\n",
+              REGISTRY_BACKUP_FILE);
+  if (RestoreNode(REGISTRY_DEFAULT_FILE, m_oTop)) {
+    return;
+  }
+  DEBUG_TRACE(1, "CRegistry: ERROR: Could not restore tree from \"%s\", restoring failed\n",
+              REGISTRY_DEFAULT_FILE);
+}
+
+bool CRegistryTree::LoadCurrentFile() {
+  // Where files cannot be exchanged, there is no current file for an instant of each save.
+  std::optional<CRegistryLock> lock;
+  if (IsMissing(REGISTRY_FILE)) {
+    lock.emplace(RegistryUse::LOAD);
+  }
+  const Restored restored = RestoreFile(REGISTRY_FILE, m_oTop);
+  m_bUnread = restored == Restored::UNREADABLE;
+  return restored == Restored::DONE;
+}
+
+// As if the current file, which could not be read when it was time, had been loaded then. False
+// when it still cannot be read.
+bool CRegistryTree::LoadCurrentFileLate() {
+  CRegistryNode file;
+  const Restored restored = RestoreFile(REGISTRY_FILE, file);
+  if (restored == Restored::UNREADABLE) {
+    return false;
+  }
+  if (restored == Restored::DONE) {
+    CRegistryNode loaded;
+    ParseRegistryText(m_strLoaded, loaded);
+    MergeRegistryNodes(loaded, file, m_oTop);
+  }
+  m_bUnread = false;
+  m_strLoaded = {};
+  return true;
+}
+
+bool CRegistryTree::RestoreNode(const char* path, CRegistryNode& node) {
+  if (path == nullptr) {
+    DEBUG_TRACE(1, "CRegistry: ERROR: Empty file path");
+    return false;
+  }
+  return RestoreFile(path, node) == Restored::DONE;
+}
+
+CRegistryTree::Restored CRegistryTree::RestoreFile(const char* path, CRegistryNode& node) {
+  std::string text;
+  if (!ReadRegularFile(path, text, LONGEST_REGISTRY_FILE)) {
+    const Restored restored = HasContent(path) ? Restored::UNREADABLE : Restored::NOTHING;
+    DEBUG_TRACE(1, "CRegistry: WARNING: Could not open \"%s\"\n", path);
+    return restored;
+  }
+  if (text.empty()) {
+    DEBUG_TRACE(1, "CRegistry: WARNING: The length of \"%s\" is not sufficient\n", path);
+    return Restored::NOTHING;
+  }
+  if (!ParseRegistryText(text, node)) {
+    DEBUG_TRACE(
+        1,
+        "CRegistry: WARNING: Node restoring from \"%s\" failed - check the content of this file\n",
+        path);
+    return Restored::NOTHING;
+  }
+  return Restored::DONE;
+}
+
+bool CRegistryTree::AddMissingRootKeys() {
+  bool isComplete = true;
+  for (const char* name : ROOT_KEY_NAMES) {
+    isComplete = !m_oTop.AddKeyIfMissing(name) && isComplete;
+  }
+  return isComplete;
+}
+
+bool CRegistryTree::SaveTree() {
+  if (!MIsDirty && !m_bUnflushed) {
+    return true;
+  }
+  const CCriticalSectionGuard guard(m_oLock);
+  if (!MIsSetup) {
+    return false;
+  }
+  if (MIsDirty ? !WriteTree() : m_bUnflushed && !FlushRegistryDirectory()) {
+    return false;
+  }
+  m_bUnflushed = false;
+  return true;
+}
+
+bool CRegistryTree::WriteTree() {
+  if (m_bUnread && !LoadCurrentFileLate()) {
+    return false;
+  }
+  // Cleared before the tree is read: a change that comes meanwhile marks it again.
+  MIsDirty = false;
+  RegistrySave result = RegistrySave::FAILED;
+  try {
+    result = SaveRegistryFile(WriteRegistryText(m_oTop));
+  } catch (...) {
+    MIsDirty = true;
+    throw;
+  }
+  if (result == RegistrySave::FAILED) {
+    MIsDirty = true;
+    return false;
+  }
+  m_bUnflushed = result == RegistrySave::NOT_FLUSHED;
+  if (m_bUnflushed) {
+    return false;
+  }
+  DEBUG_TRACE(2, "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]",
+              REGISTRY_TEMPORARY_FILE, REGISTRY_FILE);
+  return true;
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/registry/registry_node.h"
+#include "platform/sync/critical_section.h"
+
+// The one registry tree of the process: loaded from its files on first use, saved back when it has
+// been changed. Exists before its first use and after the last static object of the process.
+//
+// Thread safety: every operation may be called from any thread. Loading and saving exclude each
+// other.
+class CRegistryTree {
+ public:
+  static CRegistryTree& Get();
+
+  CRegistryTree(const CRegistryTree&) = delete;
+  CRegistryTree& operator=(const CRegistryTree&) = delete;
+
+  // The key whose subkeys are the root keys.
+  std::shared_ptr<CRegistryNode> GetTop();
+
+  // Loads the tree once, or again with `force`: from the current file, else from the backup, else
+  // from the default. What a file holds replaces the entries of the same name below the top;
+  // without any readable file the tree stays as it is. What goes wrong is traced.
+  //
+  // A current file that is there and could not be read is read again before the next save. What it
+  // holds then comes into the tree, except where the tree has been changed meanwhile.
+  void SetupTree(bool force);
+
+  // Makes an empty key for each root key that is missing, deleted or a value; that does not make
+  // the tree dirty. True when none was.
+  bool AddMissingRootKeys();
+
+  // Saves the tree when it is dirty. False when that fails, with the reason traced; the next call
+  // tries again. When only the flush of the directory failed, the next one repeats nothing else,
+  // unless the tree has been changed, so that the backup stays. A tree that could not be loaded is
+  // never saved.
+  bool SaveTree();
+
+  // Makes the next save write the tree. Operations that change it hold a CRegistryChange instead.
+  void MarkDirty() { MIsDirty = true; }
+
+  // Frees the tree; it is loaded again on its next use. Changes that are not saved are lost.
+  void Release();
+
+  // Loads one file into a node. False, with the reason traced, when it cannot be read or holds
+  // nothing.
+  static bool RestoreNode(const char* path, CRegistryNode& node);
+
+ private:
+  CRegistryTree() = default;
+  ~CRegistryTree() = default;
+
+  enum class Restored { DONE, NOTHING, UNREADABLE };  // unreadable: there is a file
+
+  static Restored RestoreFile(const char* path, CRegistryNode& node);
+  void LoadFiles();
+  bool LoadCurrentFile();
+  bool LoadCurrentFileLate();
+  bool WriteTree();
+
+  CCriticalSection m_oLock;  // the class lock: held while loading and saving
+  CRegistryNode m_oTop;
+  std::atomic<bool> MIsDirty = false;
+  std::atomic<bool> MIsSetup = false;
+  std::atomic<bool> m_bUnflushed = false;  // the files are saved, but for their directory
+  bool m_bUnread = false;                  // the current file is there and could not be read
+  std::string m_strLoaded;                 // what was loaded instead, as a text
+};
+
+// Lives while an operation changes the tree, and marks it dirty also when the change then fails:
+// before the change, and again after it, because a save in the midst of it may have come too early.
+class CRegistryChange {
+ public:
+  CRegistryChange() { CRegistryTree::Get().MarkDirty(); }
+  ~CRegistryChange() { CRegistryTree::Get().MarkDirty(); }
+  CRegistryChange(const CRegistryChange&) = delete;
+  CRegistryChange& operator=(const CRegistryChange&) = delete;
+};

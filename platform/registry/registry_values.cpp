@@ -1,0 +1,178 @@
+// The operations of CRegistry on values.
+
+#include <cstring>
+#include <vector>
+
+#include "platform/registry/registry.h"
+#include "platform/registry/registry_expand.h"
+#include "platform/registry/registry_node.h"
+#include "platform/registry/registry_tree.h"
+#include "trace/debug_client.h"
+
+namespace {
+
+// For trace lines.
+const char* OrNullName(const char* text) { return text != nullptr ? text : "<null>"; }
+
+bool IsText(uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ; }
+
+// Whether a value of that type can be made of `length` bytes of `data`.
+bool IsValidValue(const void* data, int32_t length, uint32_t type) {
+  if (length < 0 || (data == nullptr && length > 0)) {
+    return false;
+  }
+  return IsText(type) || type == REG_BINARY || (type == REG_DWORD && length == sizeof(int32_t));
+}
+
+CRegistryEntry MakeEntry(const char* name, std::string_view bytes, uint32_t type) {
+  if (type == REG_DWORD) {
+    int32_t value = 0;
+    std::memcpy(&value, bytes.data(), sizeof(value));
+    return CRegistryEntry::MakeInteger(name, value);
+  }
+  return type == REG_BINARY ? CRegistryEntry::MakeBinary(name, bytes)
+                            : CRegistryEntry::MakeText(name, type, bytes);
+}
+
+// Stores the entry in the key. False when the key has been deleted.
+bool Store(CRegistryNode& node, CRegistryEntry entry) {
+  std::vector<CRegistryEntry> replaced;
+  const CRegistryNode::Stored stored = node.Store(std::move(entry), replaced);
+  if (stored == CRegistryNode::Stored::REPLACED) {
+    KillRegistryKeys(replaced);
+    DEBUG_TRACE(2, "CRegistry::SetValue oEntry = %p\n",
+                static_cast<const void*>(replaced.front().GetName().data()));
+  }
+  return stored != CRegistryNode::Stored::REFUSED;
+}
+
+}  // namespace
+
+const void* CRegistry::GetValue(const char* name, const HKEY& key) {
+  const void* bytes = nullptr;
+  Finish(REGISTRY_NO_DATA, [&] {
+    const int32_t result = FindValue(name, key);
+    bytes = result == REGISTRY_OK ? m_strValue.data() : nullptr;
+    return result;
+  });
+  return bytes;
+}
+
+// Reads a value into the value buffer.
+int32_t CRegistry::FindValue(const char* name, const HKEY& key) {
+  const std::shared_ptr<CRegistryNode> node = NodeOf(key);
+  if (node == nullptr) {
+    return REGISTRY_INVALID;
+  }
+  RegistryValue value;
+  if (name == nullptr || !node->ReadValue(name, value)) {
+    return REGISTRY_NO_DATA;
+  }
+  if (value.type == REG_EXPAND_SZ && m_bExpand) {
+    value.bytes = ExpandEnvironment(value.bytes.c_str());
+    value.bytes.push_back('\0');
+  }
+  m_strValue = std::move(value.bytes);
+  m_nValueType = value.type;
+  m_nValueLength = static_cast<uint32_t>(m_strValue.size());
+  DEBUG_TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", name,
+              static_cast<int32_t>(m_nValueLength));
+  return REGISTRY_OK;
+}
+
+// As FindValue(), for texts only.
+int32_t CRegistry::FindText(const char* name, const HKEY& key) {
+  const int32_t result = FindValue(name, key);
+  return result == REGISTRY_OK && !IsText(m_nValueType) ? REGISTRY_NO_DATA : result;
+}
+
+int32_t CRegistry::QueryValue(char* buffer, const char* name, uint32_t* count, const HKEY& key) {
+  return Finish(REGISTRY_NO_DATA, [&] {
+    const int32_t result = FindText(name, key);
+    if (result != REGISTRY_OK) {
+      return result;
+    }
+    if (count == nullptr) {
+      DEBUG_TRACE(1, "CRegistry::QueryValue: ** ERROR **  pdwCount is a NULL pointer\n");
+      return REGISTRY_TOO_SMALL;
+    }
+    return CopyText(buffer, *count);
+  });
+}
+
+// Copies the text in the value buffer out.
+int32_t CRegistry::CopyText(char* buffer, uint32_t& count) const {
+  const auto size = static_cast<uint32_t>(m_strValue.size());
+  const uint32_t length = size - 1;
+  if (buffer == nullptr) {
+    count = size;
+    return REGISTRY_OK;
+  }
+  if (length >= count) {
+    std::memcpy(buffer, m_strValue.data(), count);
+    return REGISTRY_TOO_SMALL;
+  }
+  std::memcpy(buffer, m_strValue.data(), size);
+  count = length;  // deliberately not the size: callers use it as the length of the text
+  return REGISTRY_OK;
+}
+
+int32_t CRegistry::QueryValue(std::string& text, const char* name, const HKEY& key) {
+  return Finish(REGISTRY_NO_DATA, [&] {
+    const int32_t result = FindText(name, key);
+    if (result == REGISTRY_OK) {
+      text.assign(m_strValue.data(), m_strValue.size() - 1);
+    }
+    return result;
+  });
+}
+
+uint32_t CRegistry::SetValue(const char* name, const void* data, int32_t length, uint32_t type,
+                             const HKEY& key) {
+  const int32_t result = Finish(REGISTRY_INVALID, [&] {
+    const CRegistryChange change;
+    DEBUG_TRACE(2, "CRegistry::SetValue \"%s\" %d %d\n", OrNullName(name), length,
+                static_cast<int32_t>(type));
+    const std::shared_ptr<CRegistryNode> node = NodeOf(key);
+    if (node == nullptr || !IsValidValue(data, length, type)) {
+      return REGISTRY_INVALID;
+    }
+    if (name == nullptr) {
+      return REGISTRY_OK;
+    }
+    const std::string_view bytes(static_cast<const char*>(data), static_cast<size_t>(length));
+    return Store(*node, MakeEntry(name, bytes, type)) ? REGISTRY_OK : REGISTRY_INVALID;
+  });
+  return result == REGISTRY_OK ? 1 : 0;
+}
+
+int32_t CRegistry::SetValue(const char* name, int32_t value) {
+  SetValue(name, &value, sizeof(value), REG_DWORD);
+  return m_nStatus;
+}
+
+int32_t CRegistry::SetValue(const char* name, const char* text) {
+  const size_t length = text != nullptr ? std::strlen(text) : 0;
+  if (text == nullptr || length > INT32_MAX) {
+    CRegistryTree::Get().MarkDirty();
+    m_nStatus = REGISTRY_INVALID;
+    return m_nStatus;
+  }
+  SetValue(name, text, static_cast<int32_t>(length), REG_SZ);
+  return m_nStatus;
+}
+
+int32_t CRegistry::DeleteValue(const char* name) {
+  return Finish(REGISTRY_INVALID, [&] {
+    DEBUG_TRACE(2, "CRegistry::DeleteValue \"%s\"\n", OrNullName(name));
+    if (m_pNode == nullptr) {
+      return REGISTRY_INVALID;
+    }
+    const CRegistryChange change;
+    std::vector<CRegistryEntry> removed;
+    if (name != nullptr && m_pNode->Remove(name, removed)) {
+      KillRegistryKeys(removed);
+    }
+    return REGISTRY_OK;
+  });
+}
