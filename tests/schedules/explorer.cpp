@@ -10,6 +10,7 @@
 namespace {
 
 #ifdef __SANITIZE_ADDRESS__
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's
 extern "C" void __sanitizer_set_death_callback(void (*callback)());
 #endif
 

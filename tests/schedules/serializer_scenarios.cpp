@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "tasks/task_serializer.h"
@@ -179,15 +180,19 @@ void TerminateDuringTask() {
   serializer.onTask = [&](int task) {
     Require(task == 1, "a task that waits is dropped");
     schedules::WaitFor([&] { return isOver; });
-    schedules::SleepFor(300);
   };
   serializer.InsertTask(1, 0, &first);
   serializer.InsertTask(2, 0, &second);
   serializer.StartSerialization();
   schedules::WaitFor([&] { return serializer.run.size() == 1; });
-  isOver = true;
   schedules::StretchJoins(100);
-  serializer.Terminate();
+  Thread stopper("stopper", [&] { serializer.Terminate(); });
+  schedules::WaitFor([&] {
+    const std::string step = stopper.GetStep();
+    return step == "end of a sleep" || step == "return from the join";  // the tasks are dropped
+  });
+  isOver = true;
+  stopper.Join();
   Require(first.Check() && !second.Check(), "an event tells that its task ran");
 }
 const Scenario terminateDuringTask("serializer-terminate-task", TerminateDuringTask);

@@ -161,16 +161,29 @@ const Scenario stopAgainstHandBack("stop-hand-back", StopAgainstHandBack);
 void StopDuringTransfer() {
   Site site({.hasArchive = true});
   bool isSent = false;
+  bool isAnswered = false;
   site.onTransfer = [&] {
     isSent = true;
     schedules::SleepFor(9000);
+    isAnswered = true;
   };
   site.Request(OC_TRANSFER_ARCHIVE);
   schedules::WaitFor([&] { return isSent; });
   site.Stop();
-  Require(site.answers.size() == 1, "a transfer is waited for");
+  Require(isAnswered, "a transfer is waited for");
 }
 const Scenario stopDuringTransfer("stop-transfer", StopDuringTransfer);
+
+// A switch may stop the module when it gets an answer: the worker does not wait for itself.
+void StopOnWorker() {
+  Site site({.fork = Fork::NEVER});
+  site.onReturn = [&] { site.Stop(); };
+  site.BeginCreation();
+  schedules::WaitFor([&] { return site.answers.size() == 1; });
+  site.Stop();
+  Require(site.answers.size() == 1, "the job is answered once");
+}
+const Scenario stopOnWorker("stop-on-worker", StopOnWorker);
 
 void StopTwice() {
   Site site;
