@@ -134,16 +134,18 @@ void StopAgainstEnd() {
 }
 const Scenario stopAgainstEnd("stop-ending", StopAgainstEnd);
 
-// A collector that cannot be killed keeps the worker, not Stop().
-void StopWithoutKill() {
-  Site site({.canBeKilled = false});
+// A collector that does not end keeps the worker, not Stop().
+void StopWithoutEnd(StubMachine machine) {
+  Site site(machine);
   site.BeginCreation();
   site.Stop();
+  Require(g_machine.runs && site.answers.empty(), "the job goes on");
   g_machine.mayEnd = true;
   site.Delete();
-  Require(site.answers == std::vector<uint32_t>{STATUS_DONE}, "the job ends by itself");
+  Require(site.answers == std::vector<uint32_t>{STATUS_DONE}, "it ends by itself");
 }
-const Scenario stopWithoutKill("stop-kill-fails", StopWithoutKill);
+const Scenario stopWithoutKill("stop-kill-fails", [] { StopWithoutEnd({.canBeKilled = false}); });
+const Scenario stopInVain("stop-outlived", [] { StopWithoutEnd({.outlivesKill = true}); });
 
 // The switch takes the answer only when Stop() has returned.
 void StopAgainstHandBack() {

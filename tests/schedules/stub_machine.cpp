@@ -72,7 +72,7 @@ bool KillProcess(int32_t /*pid*/, bool /*force*/) {
     errno = EPERM;
     return false;
   }
-  g_machine.wasKilled = true;
+  g_machine.wasKilled = !g_machine.outlivesKill;
   return true;
 }
 

@@ -14,7 +14,8 @@ struct StubMachine {
   // What happens.
   Fork fork = Fork::EARLY;
   bool canBeKilled = true;
-  bool mayEnd = false;  // the collector ends by itself and leaves an archive
+  bool outlivesKill = false;  // as inside a system call that cannot be interrupted
+  bool mayEnd = false;        // the collector ends by itself and leaves an archive
 
   // What was seen.
   bool runs = false;  // the collector
