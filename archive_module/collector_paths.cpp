@@ -6,7 +6,6 @@
 
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_path.h"
-#include "platform/registry/registry_pointer.h"
 #include "trace/debug_client.h"
 
 namespace {

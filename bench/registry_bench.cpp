@@ -14,7 +14,7 @@
 #include "bench/memory.h"
 #include "bench/registry_texts.h"
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "platform/registry/registry_tree.h"
 
 namespace {

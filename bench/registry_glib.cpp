@@ -7,7 +7,7 @@
 #include "bench/files.h"
 #include "bench/memory.h"
 #include "bench/registry_texts.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 
 #include "fuzz/check.h"
 #include "fuzz/text_input.h"
+#include "platform/registry/registry.h"
 #include "platform/registry/registry_entry.h"
-#include "platform/registry/registry_expand.h"
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_parser.h"
 #include "platform/registry/registry_writer.h"

@@ -13,10 +13,9 @@
 #include "base/regular_file.h"
 #include "platform/process/process_table.h"
 #include "platform/registry/registry.h"
+#include "platform/registry/registry_file.h"
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_paths.h"
-#include "platform/registry/registry_pointer.h"
 
 namespace {
 

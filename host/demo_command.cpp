@@ -17,7 +17,7 @@
 #include "host/private_machine.h"
 #include "host/progress_line.h"
 #include "host/status_text.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 
 namespace fs = std::filesystem;
 

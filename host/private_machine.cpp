@@ -12,8 +12,7 @@
 #include "host/host_error.h"
 #include "host/installation.h"
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_paths.h"
-#include "platform/registry/registry_pointer.h"
+#include "platform/registry/registry_file.h"
 
 namespace fs = std::filesystem;
 

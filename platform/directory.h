@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 
 class CDirectory {
@@ -24,3 +26,8 @@ class CDirectory {
   // stack for them, however deep the tree is.
   static int32_t RemoveDirectory(const char* path, bool removeParent);
 };
+
+// fchmodat(), except that a symbolic link is left alone with its target, and that is no failure.
+// `path` is relative to the open directory, which may be AT_FDCWD. True when done; false, with
+// errno set, when it failed.
+bool ChangeModeUnlessLink(int directory, const char* path, mode_t mode);

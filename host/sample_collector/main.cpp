@@ -16,7 +16,7 @@
 #include "host/sample_collector/machine_data.h"
 #include "host/sample_collector/stop_signals.h"
 #include "host/sample_collector/zip_archive.h"
-#include "platform/registry/registry_pointer.h"
+#include "platform/registry/registry.h"
 
 namespace {
 

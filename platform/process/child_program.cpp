@@ -1,17 +1,21 @@
 #include "platform/process/child_program.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <string_view>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "base/white_space.h"
-#include "platform/process/close_descriptors.h"
 
 namespace {
 
-constexpr uint32_t FIRST_DESCRIPTOR = 3;  // behind standard input, output and error
+constexpr uint32_t FIRST_DESCRIPTOR = 3;  // after standard input, output and error
 constexpr int CANNOT_EXECUTE = 255;       // exit status
 
 // Keeps signal handlers and cancellation from the calling thread for the life of the object.
@@ -65,6 +69,49 @@ void ResetHandlers() {
 void PublishId(std::atomic<int32_t>& pid) {
   if (getppid() != 0) {
     pid = getpid();
+  }
+}
+
+constexpr long SMALLEST_LIMIT = 256;
+constexpr uint32_t DEFAULT_LIMIT = 1024;
+
+bool IsDigit(char character) { return character >= '0' && character <= '9'; }
+
+// The number that an entry of "/proc/self/fd" is named after. False for "." and "..".
+bool ParseDescriptor(const char* name, uint32_t& descriptor) {
+  if (!IsDigit(*name)) {
+    return false;
+  }
+  descriptor = 0;
+  for (; IsDigit(*name); ++name) {
+    descriptor = descriptor * 10 + static_cast<uint32_t>(*name - '0');
+  }
+  return true;
+}
+
+void CloseNamed(const dirent64& entry, uint32_t first, int listing) {
+  uint32_t descriptor = 0;
+  if (ParseDescriptor(entry.d_name, descriptor) && descriptor >= first &&
+      static_cast<int>(descriptor) != listing) {
+    close(static_cast<int>(descriptor));
+  }
+}
+
+// Closes what "/proc/self/fd" lists. False when it cannot be listed. readdir() would not do: it
+// takes memory, which a child must not do before exec().
+bool CloseListed(uint32_t first) {
+  const CDescriptor listing(open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  alignas(dirent64) char block[4096];
+  for (;;) {
+    const ssize_t length = getdents64(listing.Get(), block, sizeof block);
+    if (length <= 0) {
+      return length == 0;
+    }
+    for (ssize_t offset = 0; offset < length;) {
+      const auto& entry = *reinterpret_cast<const dirent64*>(block + offset);
+      CloseNamed(entry, first, listing.Get());
+      offset += entry.d_reclen;
+    }
   }
 }
 
@@ -128,5 +175,20 @@ std::vector<std::string> SplitIntoWords(const char* commandLine) {
     const std::string_view word = rest.substr(0, rest.find_first_of(WHITE_SPACE));
     words.emplace_back(word);
     rest.remove_prefix(word.size());
+  }
+}
+
+uint32_t GetDescriptorLimit() {
+  const long limit = sysconf(_SC_OPEN_MAX);
+  return limit < SMALLEST_LIMIT ? DEFAULT_LIMIT
+                                : static_cast<uint32_t>(std::min<long>(limit, INT_MAX));
+}
+
+void CloseDescriptors(uint32_t first, uint32_t limit) noexcept {
+  if (close_range(first, UINT_MAX, 0) == 0 || CloseListed(first)) {
+    return;
+  }
+  for (uint32_t descriptor = first; descriptor < limit; ++descriptor) {
+    close(static_cast<int>(descriptor));
   }
 }

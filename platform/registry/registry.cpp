@@ -6,7 +6,6 @@
 
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_path.h"
-#include "platform/registry/registry_pointer.h"
 #include "platform/registry/registry_tree.h"
 #include "trace/debug_client.h"
 
@@ -19,7 +18,16 @@ int32_t OrNull(const std::shared_ptr<CRegistryNode>& node) {
   return static_cast<int32_t>(reinterpret_cast<uintptr_t>(node.get()));
 }
 
+bool ReadOnce(CRegistry& registry, std::string& text, const char* name) {
+  return registry.Open(REGISTRY_POINTER_KEY, HKEY_LOCAL_MACHINE) == REGISTRY_OK &&
+         registry.QueryValue(text, name) == REGISTRY_OK;
+}
+
 }  // namespace
+
+std::shared_ptr<CRegistryNode> HKEY::GetNode() const {
+  return m_pRootName != nullptr ? CRegistryTree::Get().GetTop()->OpenKey(m_pRootName) : m_pNode;
+}
 
 CRegistry::CRegistry() { InitClass(); }
 
@@ -219,4 +227,10 @@ int32_t CRegistry::Flush() {
 
 std::shared_ptr<CRegistryNode> CRegistry::NodeOf(const HKEY& key) const {
   return key.IsNull() ? m_pNode : key.GetNode();
+}
+
+bool ReadRegistryPointer(std::string& text, const char* name) {
+  CRegistry registry;
+  // The second attempt serves a reader that comes while the key is being stored anew.
+  return ReadOnce(registry, text, name) || ReadOnce(registry, text, name);
 }

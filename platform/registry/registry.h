@@ -1,14 +1,16 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/registry/registry_entry.h"
-#include "platform/registry/registry_key.h"
 
 class CRegistryNode;
 
@@ -18,6 +20,44 @@ constexpr int32_t REGISTRY_FAILED = -1;
 constexpr int32_t REGISTRY_INVALID = 22;    // EINVAL: no key open, bad name or value
 constexpr int32_t REGISTRY_TOO_SMALL = 34;  // ERANGE: buffer too small, missing count
 constexpr int32_t REGISTRY_NO_DATA = 61;    // ENODATA: value absent or of another type
+
+// The pointer key, below HKEY_LOCAL_MACHINE: each installed component has a value there that names
+// the component's root key.
+constexpr char REGISTRY_POINTER_KEY[] =
+    "SYSTEM\\CurrentControlSet\\Control\\UUID\\5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13";
+
+// The predefined key handles.
+enum RootKey {
+  HKEY_LOCAL_MACHINE,
+  HKEY_CURRENT_USER,
+  HKEY_USERS,
+  HKEY_CLASSES_ROOT,
+  HKEY_CURRENT_CONFIG,
+};
+
+// Their names, by handle.
+constexpr std::array<const char*, 5> ROOT_KEY_NAMES = {"HKEY_LOCAL_MACHINE", "HKEY_CURRENT_USER",
+                                                       "HKEY_USERS", "HKEY_CLASSES_ROOT",
+                                                       "HKEY_CURRENT_CONFIG"};
+
+// A key handle: null, a root key, or a key of the tree, which it keeps from being freed but not
+// from being deleted. A root key is looked up when the handle is used, so that a handle outlives a
+// reload.
+class HKEY {
+ public:
+  HKEY(std::nullptr_t = nullptr) {}
+  HKEY(RootKey root) : m_pRootName(ROOT_KEY_NAMES[root]) {}
+  HKEY(std::shared_ptr<CRegistryNode> node) : m_pNode(std::move(node)) {}
+
+  bool IsNull() const { return m_pRootName == nullptr && m_pNode == nullptr; }
+
+  // The key at this moment; null for the null handle and for a root key that is none in the tree.
+  std::shared_ptr<CRegistryNode> GetNode() const;
+
+ private:
+  const char* m_pRootName = nullptr;
+  std::shared_ptr<CRegistryNode> m_pNode;
+};
 
 // Access to the registry: an object that opens a key, works on it and ends. The tree is loaded when
 // the first object is made and saved, when it was changed, whenever an object ends.
@@ -165,3 +205,12 @@ class CRegistry {
   std::string m_strValue;                  // the value last read
   std::string m_strPath;
 };
+
+// Reads the string value `name` of the pointer key. False, and `text` untouched, when there is
+// none. Any thread may call.
+bool ReadRegistryPointer(std::string& text, const char* name);
+
+// Replaces every %NAME% by the value of the environment variable NAME (nothing when it is unset)
+// and every doubled percent sign by one. A percent sign without a closing one stays. Throws
+// std::bad_alloc.
+std::string ExpandEnvironment(std::string_view text);

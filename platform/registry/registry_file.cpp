@@ -11,7 +11,6 @@
 
 #include "base/descriptor.h"
 #include "platform/registry/registry_lock.h"
-#include "platform/registry/registry_paths.h"
 #include "trace/debug_client.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include "base/descriptor.h"
 #include "base/file_lock.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "platform/sync/critical_section.h"
 
 namespace {

@@ -9,12 +9,11 @@
 #include <string>
 
 #include "base/regular_file.h"
+#include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
-#include "platform/registry/registry_key.h"
 #include "platform/registry/registry_lock.h"
 #include "platform/registry/registry_merge.h"
 #include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_paths.h"
 #include "platform/registry/registry_writer.h"
 #include "trace/debug_client.h"
 

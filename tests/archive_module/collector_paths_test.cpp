@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_pointer.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"

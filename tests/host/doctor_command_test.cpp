@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "tests/host/host_program.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "tests/support/installed_registry.h"
 
 HostProgramTest::HostProgramTest()

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "base/descriptor.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/program.h"
 #include "tests/support/registry_files.h"

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "platform/registry/registry_tree.h"
 
 // Leaves the registry's directory empty and the tree of the process unloaded.

@@ -1,6 +1,6 @@
 // The commands that change the registry.
 
-#include "platform/registry/registry_pointer.h"
+#include "platform/registry/registry.h"
 #include "tools/qamreg/commands.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/key_path.h"

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <utility>
 
-#include "platform/registry/registry_key.h"
+#include "platform/registry/registry.h"
 #include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/text_rules.h"

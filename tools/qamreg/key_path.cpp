@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "platform/registry/registry_key.h"
+#include "platform/registry/registry.h"
 #include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 

@@ -3,7 +3,7 @@
 #include <iostream>
 #include <vector>
 
-#include "platform/registry/registry_pointer.h"
+#include "platform/registry/registry.h"
 #include "tools/qamreg/commands.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/key_path.h"

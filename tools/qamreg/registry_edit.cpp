@@ -12,7 +12,6 @@
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_parser.h"
 #include "platform/registry/registry_path.h"
-#include "platform/registry/registry_paths.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/text_file.h"
 

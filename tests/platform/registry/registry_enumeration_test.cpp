@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_paths.h"
+#include "platform/registry/registry_file.h"
 #include "tests/support/registry_files.h"
 
 namespace {

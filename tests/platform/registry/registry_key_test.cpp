@@ -1,8 +1,7 @@
-#include "platform/registry/registry_key.h"
+#include "platform/registry/registry.h"
 
 #include <gmock/gmock.h>
 
-#include "platform/registry/registry.h"
 #include "platform/registry/registry_node.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"

@@ -9,7 +9,6 @@
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_pointer.h"
 #include "platform/registry/registry_tree.h"
 #include "platform/registry/registry_writer.h"
 #include "tests/support/failing_new.h"

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "platform/registry/registry.h"
@@ -250,6 +251,41 @@ TEST_F(RegistryValuesTest, DeleteValueIsTracedAtLevel2WithTheName) {
   registry.DeleteValue(nullptr);
   EXPECT_THAT(session.Texts(), ElementsAre("CRegistry::DeleteValue \"Value\"\n",
                                            "CRegistry::DeleteValue \"<null>\"\n"));
+}
+
+TEST(RegistryExpandTest, ReplacesReferencesAndKeepsTheRest) {
+  setenv("HOME", "/root", 1);
+  setenv("EMPTY", "", 1);
+  setenv("WITH BLANK", "b", 1);
+  setenv("NESTED", "%HOME%", 1);
+  unsetenv("UNSET");
+  const struct {
+    const char* text;
+    const char* expanded;
+  } cases[] = {
+      {"", ""},
+      {"plain", "plain"},
+      {"%HOME%", "/root"},
+      {"%HOME%%HOME%", "/root/root"},
+      {"a%HOME%b%HOME%c", "a/rootb/rootc"},
+      {"x%HOME%y%%z%", "x/rooty%z%"},
+      {"%", "%"},
+      {"%%", "%"},
+      {"%%%", "%%"},
+      {"%%%%", "%%"},
+      {"100%", "100%"},
+      {"a%HOME", "a%HOME"},
+      {"a%UNSET%b", "ab"},
+      {"a%EMPTY%b", "ab"},
+      {"%home%", ""},
+      {"%WITH BLANK%", "b"},
+      {"%NESTED%", "%HOME%"},
+      {"HOME%", "HOME%"},
+      {"%%HOME%%", "%HOME%"},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(ExpandEnvironment(test.text), test.expanded) << test.text;
+  }
 }
 
 }  // namespace

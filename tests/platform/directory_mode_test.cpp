@@ -1,4 +1,4 @@
-#include "platform/change_mode.h"
+// Changing the mode of a file that cannot be removed.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,15 +11,16 @@
 #include <string>
 
 #include "base/descriptor.h"
+#include "platform/directory.h"
 #include "tests/support/scratch_directory.h"
 #include "tests/support/system_calls.h"
 
 namespace {
 
 // With the kernel's call (0), without it (ENOSYS) and with a filter that refuses it (EPERM).
-class ChangeModeTest : public testing::TestWithParam<int> {
+class DirectoryModeTest : public testing::TestWithParam<int> {
  protected:
-  ChangeModeTest() {
+  DirectoryModeTest() {
     m_oScratch.Write("file", "");
     EXPECT_EQ(chmod(m_oScratch.Path("file").c_str(), 0400), 0);
   }
@@ -38,7 +39,7 @@ class ChangeModeTest : public testing::TestWithParam<int> {
   const ScopedAnswer m_oChange = calls::syscall.Fail(GetParam(), 0, GetParam() == 0 ? 0 : INT_MAX);
 };
 
-INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS, EPERM),
+INSTANTIATE_TEST_SUITE_P(, DirectoryModeTest, testing::Values(0, ENOSYS, EPERM),
                          [](const testing::TestParamInfo<int>& parameter) {
                            return parameter.param == 0        ? "Kernel"
                                   : parameter.param == ENOSYS ? "OldKernel"
@@ -47,12 +48,12 @@ INSTANTIATE_TEST_SUITE_P(, ChangeModeTest, testing::Values(0, ENOSYS, EPERM),
 
 }  // namespace
 
-TEST_P(ChangeModeTest, ChangesTheModeOfAFile) {
+TEST_P(DirectoryModeTest, ChangesTheModeOfAFile) {
   EXPECT_TRUE(Change("file"));
   EXPECT_EQ(ModeOf("file"), 0751U);
 }
 
-TEST_P(ChangeModeTest, TakesAPathInAnOpenDirectory) {
+TEST_P(DirectoryModeTest, TakesAPathInAnOpenDirectory) {
   const CDescriptor directory(open(m_oScratch.Path().c_str(), O_PATH | O_CLOEXEC));
   std::filesystem::create_symlink("file", m_oScratch.Path("link"));
   EXPECT_TRUE(ChangeModeUnlessLink(directory.Get(), "file", 0700));
@@ -61,18 +62,18 @@ TEST_P(ChangeModeTest, TakesAPathInAnOpenDirectory) {
   EXPECT_EQ(ModeOf("file"), 0700U);
 }
 
-TEST_P(ChangeModeTest, LeavesALinkAndItsTargetAlone) {
+TEST_P(DirectoryModeTest, LeavesALinkAndItsTargetAlone) {
   std::filesystem::create_symlink("file", m_oScratch.Path("link"));
   EXPECT_TRUE(Change("link"));
   EXPECT_EQ(ModeOf("file"), 0400U);
 }
 
-TEST_P(ChangeModeTest, ReportsAFailureWithItsError) {
+TEST_P(DirectoryModeTest, ReportsAFailureWithItsError) {
   EXPECT_FALSE(Change("missing"));
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_P(ChangeModeTest, ReportsAFileSystemThatKnowsNoModes) {
+TEST_P(DirectoryModeTest, ReportsAFileSystemThatKnowsNoModes) {
   const auto failing = calls::syscall.Fail(EOPNOTSUPP);
   EXPECT_FALSE(Change("file"));
   EXPECT_EQ(errno, EOPNOTSUPP);
