@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tasks/task_handler.h"
+#include "tasks/task_serializer.h"
 #include "tests/support/trace_session.h"
 #include "tests/tasks/test_serializer.h"
 

@@ -1,4 +1,4 @@
-#include "tasks/task_handler.h"
+#include "tasks/task_serializer.h"
 
 #include <gmock/gmock.h>
 #include <pthread.h>
