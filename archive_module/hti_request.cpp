@@ -1,6 +1,6 @@
 #include "archive_module/hti_request.h"
 
-#include "frame/json_integer.h"
+#include "frame/json_value.h"
 #include "frame/opcode.h"
 
 namespace {

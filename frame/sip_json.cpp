@@ -1,17 +1,13 @@
 #include "frame/sip_json.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "frame/json_copy.h"
-#include "frame/json_integer.h"
-#include "frame/json_room.h"
+#include "frame/json_value.h"
 
 namespace {
 
@@ -20,12 +16,6 @@ constexpr uint32_t LAST_WRITABLE_INDEX = 65'535;
 
 // Bytes of the first chunk of a copied record: room for a usual one and its answer.
 constexpr size_t LEAST_CHUNK_SIZE = 1024;
-
-// The library's first member array.
-constexpr size_t LEAST_MEMBER_SLOTS = 16;
-
-// Letters of a name that the library keeps within the name's value, without memory.
-constexpr size_t LONGEST_NAME_WITHIN = 8;
 
 const SipJson::Value* FindMember(const SipJson::Value& object, const char* key) {
   if (!object.IsObject()) {
@@ -75,53 +65,6 @@ uint32_t ParseNumber(std::string_view text) {
     return ParseDigits(text.substr(1), 8);
   }
   return ParseDigits(text, 10);
-}
-
-// The slots of an object's member array. The library keeps that number to itself, behind the number
-// of the members.
-size_t CountMemberSlots(const SipJson::Value& object) {
-  std::array<rapidjson::SizeType, 2> counts;
-  std::memcpy(counts.data(), reinterpret_cast<const char*>(&object), sizeof(counts));
-  return counts[1];
-}
-
-// The bytes that the member array takes when one more member is added; 0 when it has a free slot.
-size_t MeasureGrowth(const SipJson::Value& object) {
-  const size_t slots = CountMemberSlots(object);
-  return object.MemberCount() < slots ? 0
-                                      : std::max(slots + (slots + 1) / 2, LEAST_MEMBER_SLOTS) *
-                                            sizeof(SipJson::Value::Member);
-}
-
-// Adds a member; changes nothing when memory is exhausted.
-void AddMember(SipJson::Value& object, std::string_view key, SipJson::Value value,
-               SipJson::Allocator& allocator) {
-  const auto add = [&](SipJson::Allocator& room) {
-    SipJson::Value name(key.data(), static_cast<rapidjson::SizeType>(key.size()), room);
-    object.AddMember(name, value, room);
-  };
-  const size_t growth = MeasureGrowth(object);
-  if (growth == 0 && key.size() <= LONGEST_NAME_WITHIN) {
-    add(allocator);
-  } else {
-    WithJsonRoom(allocator, growth + RAPIDJSON_ALIGN(key.size() + 1), add);
-  }
-}
-
-// Makes the array `count` elements long, with empty objects, and its memory at least half as large
-// again as it was. False when memory is exhausted.
-bool Grow(SipJson::Value& array, rapidjson::SizeType count, SipJson::Allocator& allocator) {
-  const rapidjson::SizeType capacity = array.Capacity();
-  const rapidjson::SizeType needed = std::max(count, capacity + (capacity + 1) / 2);
-  if (count > capacity &&
-      !WithJsonRoom(allocator, needed * sizeof(SipJson::Value),
-                    [&](SipJson::Allocator& room) { array.Reserve(needed, room); })) {
-    return false;
-  }
-  while (array.Size() < count) {
-    array.PushBack(SipJson::Value(rapidjson::kObjectType), allocator);
-  }
-  return true;
 }
 
 // Gives the unused allocator of a document `size` bytes at hand. It stays the document's, so that
@@ -183,7 +126,7 @@ void SipJson::SetCmdUInt(const char* key, uint32_t value) {
     return;
   }
   Allocator& allocator = m_oDocument.GetAllocator();
-  if (!Grow(*commands, m_nCmdIndex + 1, allocator)) {
+  if (!GrowJsonArray(*commands, m_nCmdIndex + 1, allocator)) {
     return;
   }
   Value& command = (*commands)[m_nCmdIndex];
@@ -193,7 +136,7 @@ void SipJson::SetCmdUInt(const char* key, uint32_t value) {
   if (auto* member = const_cast<Value*>(FindMember(command, key))) {
     member->SetUint(value);
   } else {
-    AddMember(command, key, Value(value), allocator);
+    AddJsonMember(command, key, Value(value), allocator);
   }
 }
 
@@ -211,6 +154,6 @@ void SipJson::SetSipBool(const char* key, bool value) {
   if (auto* member = const_cast<Value*>(FindMember(*sip, key))) {
     member->SetBool(value);
   } else {
-    AddMember(*sip, key, Value(value), m_oDocument.GetAllocator());
+    AddJsonMember(*sip, key, Value(value), m_oDocument.GetAllocator());
   }
 }

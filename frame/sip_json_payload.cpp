@@ -4,9 +4,7 @@
 #include <new>
 #include <optional>
 
-#include "frame/json_copy.h"
-#include "frame/json_integer.h"
-#include "frame/json_room.h"
+#include "frame/json_value.h"
 #include "frame/sip_json.h"
 
 namespace {

@@ -1,5 +1,9 @@
-#include "frame/json_copy.h"
+#include "frame/json_value.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -9,19 +13,49 @@ using rapidjson::SizeType;
 using rapidjson::Value;
 using Allocator = rapidjson::Document::AllocatorType;
 
-// Values nested deeper than this are put aside and handled from the top again.
-constexpr int RECURSION_LIMIT = 64;
+constexpr double BEYOND_UINT64 = 18446744073709551616.0;
+constexpr double LEAST_INT64 = -9223372036854775808.0;
+
+// Letters of a name that the library keeps within the name's value, without memory.
+constexpr size_t LONGEST_NAME_WITHIN = 8;
 
 size_t Aligned(size_t size) { return RAPIDJSON_ALIGN(size); }
 
-// The member array grows as the library grows it: 16 slots, then by half.
-size_t MemberSlots(SizeType count) {
-  SizeType slots = count == 0 ? 0 : 16;
+// How the library enlarges a member array or an array that is full.
+SizeType EnlargedCapacity(SizeType capacity) {
+  return capacity == 0 ? 16 : capacity + (capacity + 1) / 2;
+}
+
+// The slots of a member array that has grown to `count` members one by one.
+size_t SlotsForMembers(SizeType count) {
+  SizeType slots = 0;
   while (slots < count) {
-    slots += (slots + 1) / 2;
+    slots = EnlargedCapacity(slots);
   }
   return slots;
 }
+
+// The slots of an object's member array. The library keeps that number to itself, after the number
+// of the members.
+SizeType CountMemberSlots(const Value& object) {
+  std::array<SizeType, 2> counts;
+  std::memcpy(counts.data(), reinterpret_cast<const char*>(&object), sizeof(counts));
+  return counts[1];
+}
+
+// The bytes that the member array takes when one more member is added; 0 when it has a free slot.
+size_t MeasureGrowth(const Value& object) {
+  const SizeType slots = CountMemberSlots(object);
+  return object.MemberCount() < slots ? 0 : EnlargedCapacity(slots) * sizeof(Value::Member);
+}
+
+// A copy is made in two passes over the same tree. The measurer adds up the memory, so that the
+// caller can set it aside in one piece: the library cannot report that it ran out halfway. The
+// copier then takes exactly that, or less where the library keeps a short string within its value.
+// Both recurse, because that is quickest for what requests hold, but only so deep: what is nested
+// deeper goes on a list and is handled from the top of the stack again.
+
+constexpr int RECURSION_LIMIT = 64;
 
 class Measurer {
  public:
@@ -44,7 +78,7 @@ class Measurer {
     } else if (depth == RECURSION_LIMIT) {
       m_oPending.push_back(&source);
     } else if (source.IsObject()) {
-      m_nSize += MemberSlots(source.MemberCount()) * sizeof(Value::Member);
+      m_nSize += SlotsForMembers(source.MemberCount()) * sizeof(Value::Member);
       for (const auto& member : source.GetObject()) {
         m_nSize += Aligned(member.name.GetStringLength() + 1U);
         Measure(member.value, depth + 1);
@@ -96,7 +130,7 @@ class Copier {
     }
   }
 
-  // All slots are made before the first text is copied, so that the member array grows in place.
+  // All slots are made before the first string is copied, so that the member array grows in place.
   void CopyObject(const Value& source, Value& target, int depth) {
     target.SetObject();
     for (SizeType count = source.MemberCount(); count > 0; --count) {
@@ -128,8 +162,54 @@ class Copier {
 
 }  // namespace
 
+std::optional<uint64_t> ToJsonInteger(const Value& value) {
+  if (value.IsUint64()) {
+    return value.GetUint64();
+  }
+  if (value.IsInt64()) {
+    return static_cast<uint64_t>(value.GetInt64());
+  }
+  if (!value.IsDouble()) {
+    return std::nullopt;
+  }
+  const double whole = std::trunc(value.GetDouble());
+  if (whole >= 0 && whole < BEYOND_UINT64) {
+    return static_cast<uint64_t>(whole);
+  }
+  if (whole < 0 && whole >= LEAST_INT64) {
+    return static_cast<uint64_t>(static_cast<int64_t>(whole));
+  }
+  return std::nullopt;
+}
+
 size_t MeasureJsonCopy(const Value& source) { return Measurer().Run(source); }
 
 void CopyJson(const Value& source, Value& target, Allocator& allocator) {
   Copier(allocator).Run(source, target);
+}
+
+void AddJsonMember(Value& object, std::string_view name, Value value, Allocator& allocator) {
+  const auto add = [&](Allocator& room) {
+    Value key(name.data(), static_cast<SizeType>(name.size()), room);
+    object.AddMember(key, value, room);
+  };
+  const size_t growth = MeasureGrowth(object);
+  if (growth == 0 && name.size() <= LONGEST_NAME_WITHIN) {
+    add(allocator);
+  } else {
+    WithJsonRoom(allocator, growth + Aligned(name.size() + 1), add);
+  }
+}
+
+bool GrowJsonArray(Value& array, SizeType count, Allocator& allocator) {
+  const SizeType capacity = array.Capacity();
+  const SizeType needed = std::max(count, EnlargedCapacity(capacity));
+  if (count > capacity && !WithJsonRoom(allocator, needed * sizeof(Value),
+                                        [&](Allocator& room) { array.Reserve(needed, room); })) {
+    return false;
+  }
+  while (array.Size() < count) {
+    array.PushBack(Value(rapidjson::kObjectType), allocator);
+  }
+  return true;
 }
