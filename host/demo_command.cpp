@@ -1,4 +1,4 @@
-#include "host/demo_command.h"
+#include "host/commands.h"
 
 #include <chrono>
 #include <cstdint>

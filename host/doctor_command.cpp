@@ -1,4 +1,4 @@
-#include "host/doctor_command.h"
+#include "host/commands.h"
 
 #include <sysexits.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "host/info_command.h"
+#include "host/commands.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>

@@ -7,16 +7,11 @@
 #include <system_error>
 
 #include "host/command_line.h"
-#include "host/demo_command.h"
-#include "host/doctor_command.h"
+#include "host/commands.h"
 #include "host/host_error.h"
-#include "host/info_command.h"
 #include "host/installation.h"
 #include "host/output.h"
 #include "host/private_machine.h"
-#include "host/run_command.h"
-#include "host/setup_command.h"
-#include "host/trace_command.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "host/run_command.h"
+#include "host/commands.h"
 
 #include <algorithm>
 #include <filesystem>

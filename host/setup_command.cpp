@@ -1,4 +1,4 @@
-#include "host/setup_command.h"
+#include "host/commands.h"
 
 #include <unistd.h>
 

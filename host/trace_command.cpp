@@ -1,4 +1,4 @@
-#include "host/trace_command.h"
+#include "host/commands.h"
 
 #include <cstdlib>
 #include <string>

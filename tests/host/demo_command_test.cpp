@@ -2,7 +2,7 @@
 // private machine for itself, and the sample collector, are shown by the test that runs it without
 // either.
 
-#include "host/demo_command.h"
+#include "host/commands.h"
 
 #include <gmock/gmock.h>
 

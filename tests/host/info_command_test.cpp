@@ -1,4 +1,4 @@
-#include "host/info_command.h"
+#include "host/commands.h"
 
 #include <rapidjson/document.h>
 

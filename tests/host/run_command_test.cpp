@@ -1,6 +1,6 @@
 // "em_host run" on the built module.
 
-#include "host/run_command.h"
+#include "host/commands.h"
 
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>

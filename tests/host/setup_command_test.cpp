@@ -1,4 +1,4 @@
-#include "host/setup_command.h"
+#include "host/commands.h"
 
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>

@@ -1,4 +1,4 @@
-#include "host/trace_command.h"
+#include "host/commands.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

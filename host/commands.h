@@ -1,0 +1,25 @@
+#pragma once
+
+#include "host/host_options.h"
+
+// The commands of em_host. Each returns the exit code; what goes wrong is thrown as CHostError.
+
+// "em_host run": asks the module and prints each answer.
+int RunRequests(const HostOptions& options);
+
+// "em_host info": prints the module's name and its identification record.
+int ShowInfo(const HostOptions& options);
+
+// "em_host setup": has the module run an installer's action and prints its result.
+int RunSetupAction(const HostOptions& options);
+
+// "em_host trace": shows or changes the trace configuration of the module.
+int RunTraceAction(const HostOptions& options);
+
+// "em_host doctor": looks for what keeps this machine from creating an archive and prints a line
+// for each part. The exit code is 0 only when an archive could be created now. Throws nothing.
+int RunDoctor();
+
+// "em_host demo": walks the whole path of an archive and tells what happens. For a program that
+// runs in a private machine.
+int ShowDemo(const HostOptions& options);
