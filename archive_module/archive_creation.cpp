@@ -8,14 +8,13 @@
 #include "archive_module/archive_file.h"
 #include "archive_module/em_talvor.h"
 #include "archive_module/flag_guard.h"
+#include "archive_module/names.h"
 #include "frame/status.h"
 #include "platform/process/process_control.h"
 #include "platform/process/process_table.h"
 #include "trace/debug_client.h"
 
 namespace {
-
-constexpr char COLLECTOR_PROCESS[] = "Talvor";
 
 // An exit code with this bit stands for a child that a signal ended, its number in the other bits.
 constexpr int32_t SIGNAL_FLAG = 0x80;
@@ -46,7 +45,7 @@ uint32_t EM_TALVOR::RunCreation(const SipJson& request, int64_t startTime) {
   DEBUG_TRACE(3, "\nEM_TALVOR (Create)  : Checking whether another Talvor is already running...");
   DEBUG_TRACE(4, "\n");
   int32_t foreignPid = 0;
-  if (FindProcessByName(foreignPid, COLLECTOR_PROCESS)) {
+  if (FindProcessByName(foreignPid, COLLECTOR_NAME)) {
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Create)  : ## ERROR! Foreign Talvor process already running - cannot start another Talvor instance!");

@@ -4,9 +4,6 @@
 #include <optional>
 #include <string>
 
-// The file that the collector leaves in its data directory.
-constexpr char ARCHIVE_FILE[] = "Talvor_Data.zip";
-
 // What tells a file that was written or exchanged from one that was left as it was. Times are in
 // nanoseconds.
 struct ArchiveState {

@@ -4,16 +4,12 @@
 #include <new>
 #include <string_view>
 
+#include "archive_module/names.h"
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_path.h"
 #include "trace/debug_client.h"
 
 namespace {
-
-constexpr char POINTER_NAME[] = "Talvor";
-constexpr char SETUP_KEY[] = "Setup";
-constexpr char FILE_ROOT[] = "FileRoot";
-constexpr char DATA_ROOT[] = "DataRoot";
 
 bool IsRootKeyName(const std::string& name) {
   return std::find(ROOT_KEY_NAMES.begin(), ROOT_KEY_NAMES.end(), name) != ROOT_KEY_NAMES.end();
@@ -22,7 +18,7 @@ bool IsRootKeyName(const std::string& name) {
 // Reads "DataRoot". False, with the reason traced, when there is none.
 bool QueryDataDir(std::string& directory) {
   std::string rootKey;
-  if (!ReadRegistryPointer(rootKey, POINTER_NAME)) {
+  if (!ReadRegistryPointer(rootKey, COLLECTOR_NAME)) {
     DEBUG_TRACE(
         2,
         "\nEM_TALVOR (DataDir) : ## Talvor pointer key not existing - no Corvista component installed.");
@@ -38,12 +34,13 @@ bool QueryDataDir(std::string& directory) {
     return false;
   }
   // The line says "file root" for the data root too, deliberately.
-  DEBUG_TRACE(4, "\nEM_TALVOR (DataDir) :   query Talvor file root value: \"%s\"...", DATA_ROOT);
-  if (registry.QueryValue(directory, DATA_ROOT) != REGISTRY_OK) {
+  DEBUG_TRACE(4, "\nEM_TALVOR (DataDir) :   query Talvor file root value: \"%s\"...",
+              DATA_ROOT_VALUE);
+  if (registry.QueryValue(directory, DATA_ROOT_VALUE) != REGISTRY_OK) {
     DEBUG_TRACE(
         1,
         "\nEM_TALVOR (DataDir) : ## ERROR 0x%08X! Could not query registry value \"%s\" in Talvor setup key!",
-        static_cast<uint32_t>(registry.GetStatus()), DATA_ROOT);
+        static_cast<uint32_t>(registry.GetStatus()), DATA_ROOT_VALUE);
     return false;
   }
   // An empty directory deliberately stays empty: the archive then lies in the working directory.
@@ -57,7 +54,7 @@ bool QueryDataDir(std::string& directory) {
 // Reads "FileRoot". False, with the reason traced, when there is none.
 bool QueryBinDir(std::string& directory) {
   std::string rootKey;
-  if (!ReadRegistryPointer(rootKey, POINTER_NAME)) {
+  if (!ReadRegistryPointer(rootKey, COLLECTOR_NAME)) {
     DEBUG_TRACE(
         2,
         "\nEM_TALVOR (BinDir)  : ## Talvor pointer key not existing - no Corvista component installed.");
@@ -72,12 +69,13 @@ bool QueryBinDir(std::string& directory) {
                 static_cast<uint32_t>(registry.GetStatus()), path.c_str());
     return false;
   }
-  DEBUG_TRACE(4, "\nEM_TALVOR (BinDir)  :   query Talvor file root value: \"%s\"...", FILE_ROOT);
-  if (registry.QueryValue(directory, FILE_ROOT) != REGISTRY_OK) {
+  DEBUG_TRACE(4, "\nEM_TALVOR (BinDir)  :   query Talvor file root value: \"%s\"...",
+              FILE_ROOT_VALUE);
+  if (registry.QueryValue(directory, FILE_ROOT_VALUE) != REGISTRY_OK) {
     DEBUG_TRACE(
         1,
         "\nEM_TALVOR (BinDir)  : ## ERROR 0x%08X! Could not query registry value \"%s\" in Talvor setup key!",
-        static_cast<uint32_t>(registry.GetStatus()), FILE_ROOT);
+        static_cast<uint32_t>(registry.GetStatus()), FILE_ROOT_VALUE);
     return false;
   }
   if (!directory.ends_with('/')) {

@@ -9,13 +9,13 @@
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
 #include "archive_module/module_info.h"
+#include "archive_module/names.h"
 #include "platform/process/process_control.h"
 #include "trace/debug_client.h"
 
 namespace {
 
 constexpr int32_t TASK_LEVELS = 1;
-constexpr char EXECUTABLE[] = "Talvor";
 constexpr uint32_t HTI_FILE_TYPE_TALVOR = 2;
 
 // What a job has left when the module stops: the settling time and the termination time of its
@@ -102,7 +102,7 @@ bool EM_TALVOR::FindExecutable() {
         "\nEM_TALVOR (Start)   : ## ERROR! Could not get the Talvor installation path - module not started!");
     return false;
   }
-  path += EXECUTABLE;
+  path += COLLECTOR_NAME;
   DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor executable: \"%s\"", path.c_str());
   DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Check for Talvor executable file existing...");
   if (!FileExists(path)) {

@@ -12,9 +12,6 @@
 #include "platform/sync/event.h"
 #include "tasks/task_serializer.h"
 
-// The name of the module, for the host and for trace lines.
-inline constexpr char MODULE_NAME[] = "EM_TALVOR";
-
 // The module that answers the requests about the diagnostic-data collector Talvor: is it available,
 // create an archive, transfer the archive to the BMC. The two jobs are answered "pending" at once;
 // the worker runs them one after the other and hands each request back to the switch with its final

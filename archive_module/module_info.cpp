@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "archive_module/em_talvor.h"
+#include "archive_module/names.h"
 
 namespace {
 

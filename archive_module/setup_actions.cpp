@@ -9,7 +9,7 @@
 
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
-#include "archive_module/em_talvor.h"
+#include "archive_module/names.h"
 #include "platform/directory.h"
 #include "trace/debug_client.h"
 
@@ -18,9 +18,6 @@ namespace {
 constexpr uint32_t ACTION_CLEANUP = 4;
 constexpr std::array<const char*, 5> ACTION_NAMES = {nullptr, "BACKUP", "RESTORE", "CONVERT",
                                                      "CLEANUP"};
-
-// Fixed, whatever the registry says: the collector's own log and data tree.
-constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
 
 bool IsDirectory(const char* path) {
   struct stat status = {};

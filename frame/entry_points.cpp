@@ -8,6 +8,7 @@
 #include <new>
 
 #include "archive_module/em_talvor.h"
+#include "archive_module/names.h"
 #include "archive_module/setup_actions.h"
 #include "trace/debug_client.h"
 

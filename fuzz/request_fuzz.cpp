@@ -11,6 +11,7 @@
 
 #include "archive_module/em_talvor.h"
 #include "archive_module/hti_request.h"
+#include "archive_module/names.h"
 #include "frame/status.h"
 #include "fuzz/check.h"
 #include "fuzz/json_input.h"

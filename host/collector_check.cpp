@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "archive_module/collector_paths.h"
+#include "archive_module/names.h"
 #include "base/regular_file.h"
 #include "platform/process/process_table.h"
 #include "platform/registry/registry.h"
@@ -18,10 +19,6 @@
 #include "platform/registry/registry_parser.h"
 
 namespace {
-
-constexpr char COLLECTOR[] = "Talvor";
-constexpr char FILE_ROOT[] = "FileRoot";
-constexpr char DATA_ROOT[] = "DataRoot";
 
 constexpr uint64_t MEGABYTE = 1'048'576;
 constexpr uint64_t LEAST_SPACE = 64 * MEGABYTE;
@@ -73,17 +70,17 @@ void CCollectorCheck::CheckInstallation() {
   }
   if (m_strSetupKey.empty()) {
     AddUnknown("Setup key", "needs the pointer");
-    AddUnknown(FILE_ROOT, "needs the Setup key");
-    AddUnknown(DATA_ROOT, "needs the Setup key");
+    AddUnknown(FILE_ROOT_VALUE, "needs the Setup key");
+    AddUnknown(DATA_ROOT_VALUE, "needs the Setup key");
   } else if (CheckSetupKey()) {
     CheckFileRoot();
     CheckDataRoot();
   } else {
-    AddUnknown(FILE_ROOT, "needs the Setup key");
-    AddUnknown(DATA_ROOT, "needs the Setup key");
+    AddUnknown(FILE_ROOT_VALUE, "needs the Setup key");
+    AddUnknown(DATA_ROOT_VALUE, "needs the Setup key");
   }
   if (m_strFileRoot.empty()) {
-    AddUnknown("program", std::string("needs ") + FILE_ROOT);
+    AddUnknown("program", std::string("needs ") + FILE_ROOT_VALUE);
   } else {
     CheckProgram();
   }
@@ -91,8 +88,8 @@ void CCollectorCheck::CheckInstallation() {
 
 void CCollectorCheck::CheckCreation() {
   if (m_strDataDirectory.empty()) {
-    AddUnknown("data directory", std::string("needs ") + DATA_ROOT);
-    AddUnknown("free space", std::string("needs ") + DATA_ROOT);
+    AddUnknown("data directory", std::string("needs ") + DATA_ROOT_VALUE);
+    AddUnknown("free space", std::string("needs ") + DATA_ROOT_VALUE);
   } else if (CheckDataDirectory()) {
     CheckFreeSpace();
   } else {
@@ -123,10 +120,10 @@ bool CCollectorCheck::CheckRegistry() {
 
 bool CCollectorCheck::CheckPointer() {
   std::string rootKey;
-  if (!ReadRegistryPointer(rootKey, COLLECTOR)) {
+  if (!ReadRegistryPointer(rootKey, COLLECTOR_NAME)) {
     return Add(false, "pointer",
-               std::string("Talvor is not installed: the registry has no value \"") + COLLECTOR +
-                   "\" in the key HKEY_LOCAL_MACHINE\\" + REGISTRY_POINTER_KEY +
+               std::string("Talvor is not installed: the registry has no value \"") +
+                   COLLECTOR_NAME + "\" in the key HKEY_LOCAL_MACHINE\\" + REGISTRY_POINTER_KEY +
                    ". Install Talvor.");
   }
   m_strSetupKey = rootKey + "\\Setup";
@@ -147,39 +144,39 @@ bool CCollectorCheck::CheckFileRoot() {
   CRegistry registry;
   OpenCollectorSetupKey(registry, m_strSetupKey);
   std::string directory;
-  if (registry.QueryValue(directory, FILE_ROOT) != REGISTRY_OK) {
-    return Add(false, FILE_ROOT,
+  if (registry.QueryValue(directory, FILE_ROOT_VALUE) != REGISTRY_OK) {
+    return Add(false, FILE_ROOT_VALUE,
                "Talvor is not installed completely: the registry key " + m_strSetupKey +
                    " has no text \"FileRoot\" that names its directory. Install Talvor again.");
   }
   m_strFileRoot = WithSlash(directory);
-  return Add(true, FILE_ROOT, "It names " + m_strFileRoot + ".");
+  return Add(true, FILE_ROOT_VALUE, "It names " + m_strFileRoot + ".");
 }
 
 void CCollectorCheck::CheckDataRoot() {
   CRegistry registry;
   OpenCollectorSetupKey(registry, m_strSetupKey);
   std::string directory;
-  if (registry.QueryValue(directory, DATA_ROOT) == REGISTRY_OK) {
+  if (registry.QueryValue(directory, DATA_ROOT_VALUE) == REGISTRY_OK) {
     if (directory.empty()) {
-      Add(false, DATA_ROOT,
+      Add(false, DATA_ROOT_VALUE,
           "It is empty, and the archive would go wherever the agent was started: name a directory "
           "in \"DataRoot\" of the registry key " +
               m_strSetupKey + ".");
       return;
     }
     m_strDataDirectory = WithSlash(directory);
-    Add(true, DATA_ROOT, "It names " + m_strDataDirectory + ".");
+    Add(true, DATA_ROOT_VALUE, "It names " + m_strDataDirectory + ".");
   } else if (m_strFileRoot.empty()) {
-    AddUnknown(DATA_ROOT, "is not there, and FileRoot, which stands in for it, neither");
+    AddUnknown(DATA_ROOT_VALUE, "is not there, and FileRoot, which stands in for it, neither");
   } else {
     m_strDataDirectory = m_strFileRoot;
-    Add(true, DATA_ROOT, "It is not there; FileRoot stands in for it.");
+    Add(true, DATA_ROOT_VALUE, "It is not there; FileRoot stands in for it.");
   }
 }
 
 void CCollectorCheck::CheckProgram() {
-  const std::string program = m_strFileRoot + COLLECTOR;
+  const std::string program = m_strFileRoot + COLLECTOR_NAME;
   struct stat file = {};
   if (stat(program.c_str(), &file) != 0 && errno != EACCES) {
     Add(false, "program",
@@ -234,7 +231,7 @@ void CCollectorCheck::CheckFreeSpace() {
 
 void CCollectorCheck::CheckOtherCollector() {
   int32_t pid = 0;
-  if (FindProcessByName(pid, COLLECTOR)) {
+  if (FindProcessByName(pid, COLLECTOR_NAME)) {
     Add(false, "other collector",
         "A process named Talvor is running, number " + std::to_string(pid) +
             ": wait until it has ended, or end it.");

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "archive_module/archive_file.h"
+#include "archive_module/names.h"
 #include "frame/status.h"
 #include "host/archive_contents.h"
 #include "host/host_error.h"
@@ -147,7 +147,7 @@ int ShowDemo(const HostOptions& options) {
   TellStep("Install the collector");
   InstallDemoCollector(options.collector.empty() ? InstalledFile("lib/em-talvor/Talvor")
                                                  : options.collector);
-  Tell(std::string("the program ") + DEMO_FILE_ROOT + "/Talvor");
+  Tell(std::string("the program ") + DEMO_FILE_ROOT + "/" + COLLECTOR_NAME);
   WriteDemoRegistry();
   Tell(std::string("the registry ") + REGISTRY_FILE + ", which names it and " + DEMO_DATA_ROOT);
   Demo(options.module.empty() ? InstalledFile("lib/qamrel/em_talvor") : options.module).Run();

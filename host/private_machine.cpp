@@ -9,6 +9,7 @@
 #include <system_error>
 #include <vector>
 
+#include "archive_module/names.h"
 #include "host/host_error.h"
 #include "host/installation.h"
 #include "platform/registry/registry.h"
@@ -46,7 +47,7 @@ void CheckCollector(const std::string& collector) {
 
 // The mark alone is no proof: where the product is installed this is somebody's machine.
 void CheckMachineIsEmpty() {
-  for (const std::string path : {"/etc/qamrel", "/etc/orvane", "/var/log/Talvor"}) {
+  for (const std::string path : {"/etc/qamrel", "/etc/orvane", COLLECTOR_DIRECTORY}) {
     std::error_code error;
     if (fs::exists(fs::symlink_status(path, error))) {
       throw CHostError(EX_OSERR, "The demo found " + path +
@@ -87,7 +88,7 @@ void InstallDemoCollector(const std::string& collector) {
   for (const char* directory : {DEMO_FILE_ROOT, DEMO_DATA_ROOT, DEMO_BMC}) {
     MakeDirectory(directory);
   }
-  const fs::path target = fs::path(DEMO_FILE_ROOT) / "Talvor";
+  const fs::path target = fs::path(DEMO_FILE_ROOT) / COLLECTOR_NAME;
   std::error_code error;
   fs::copy_file(collector, target, error);
   if (error) {
@@ -100,10 +101,10 @@ void WriteDemoRegistry() {
   {
     CRegistry registry;
     registry.CreateKey(HKEY_LOCAL_MACHINE, REGISTRY_POINTER_KEY);
-    StoreText(registry, "Talvor", ROOT_KEY);
-    registry.CreateKey(HKEY_LOCAL_MACHINE, (std::string(ROOT_KEY) + "\\Setup").c_str());
-    StoreText(registry, "FileRoot", DEMO_FILE_ROOT);
-    StoreText(registry, "DataRoot", DEMO_DATA_ROOT);
+    StoreText(registry, COLLECTOR_NAME, ROOT_KEY);
+    registry.CreateKey(HKEY_LOCAL_MACHINE, (std::string(ROOT_KEY) + "\\" + SETUP_KEY).c_str());
+    StoreText(registry, FILE_ROOT_VALUE, DEMO_FILE_ROOT);
+    StoreText(registry, DATA_ROOT_VALUE, DEMO_DATA_ROOT);
   }
   std::error_code error;
   if (!fs::exists(REGISTRY_FILE, error)) {

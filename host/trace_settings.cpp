@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "archive_module/em_talvor.h"
+#include "archive_module/names.h"
 #include "base/regular_file.h"
 #include "host/host_error.h"
 #include "platform/profile/profile.h"

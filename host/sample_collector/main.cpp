@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
+#include "archive_module/names.h"
 #include "base/regular_file.h"
 #include "host/sample_collector/machine_data.h"
 #include "host/sample_collector/stop_signals.h"

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "archive_module/names.h"
 #include "platform/registry/registry.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"
@@ -215,13 +216,13 @@ TEST_F(CollectorPathsTest, LinesOfMissingValuesHaveTheirLevels) {
 void StorePointer(const char* pointer) {
   CRegistry registry;
   registry.CreateKey(HKEY_LOCAL_MACHINE, REGISTRY_POINTER_KEY);
-  registry.SetValue("Talvor", pointer);
+  registry.SetValue(COLLECTOR_NAME, pointer);
 }
 
 void StoreFileRoot(const char* keyPath, const char* directory) {
   CRegistry registry("", nullptr);
   registry.CreateKey(nullptr, keyPath);
-  registry.SetValue("FileRoot", directory);
+  registry.SetValue(FILE_ROOT_VALUE, directory);
 }
 
 TEST_F(CollectorPathsTest, PointerLiesBelowTheMachineRoot) {

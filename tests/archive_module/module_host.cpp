@@ -13,6 +13,7 @@
 #include <fstream>
 #include <thread>
 
+#include "archive_module/names.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"
 
@@ -98,7 +99,7 @@ void TestSwitch::Forget() {
 ModuleHost::ModuleHost() {
   std::string pattern = std::filesystem::temp_directory_path() / "em_talvor.XXXXXX";
   m_directory = std::string(mkdtemp(pattern.data())) + "/";
-  m_archive = m_directory + "Talvor_Data.zip";
+  m_archive = m_directory + ARCHIVE_FILE;
 }
 
 ModuleHost::~ModuleHost() {
@@ -109,10 +110,10 @@ ModuleHost::~ModuleHost() {
 
 void ModuleHost::InstallCollector(const std::string& script) {
   WriteRegistry(m_directory, m_directory);
-  std::ofstream(m_directory + "Talvor")
+  std::ofstream(m_directory + COLLECTOR_NAME)
       << "#!/bin/sh\nD='" << m_directory << "'\narchive='" << m_archive << "'\n"
       << script << "\n";
-  chmod((m_directory + "Talvor").c_str(), 0755);
+  chmod((m_directory + COLLECTOR_NAME).c_str(), 0755);
 }
 
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "archive_module/names.h"
 #include "frame/extension_module_interface.h"
 #include "frame/sip_json.h"
 #include "tests/support/default_switch.h"
@@ -35,9 +36,8 @@ constexpr std::chrono::seconds LOAD_DELAY(20);
 constexpr char TERMINATE_FORMAT[] =
     "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
 
-// For SetupAction(), and the directory that it removes.
+// For SetupAction().
 constexpr uint32_t CLEANUP = 4;
-constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
 
 // The host's switch: keeps what the module hands to it.
 class TestSwitch : public DefaultSwitch {

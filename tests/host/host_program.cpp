@@ -3,18 +3,19 @@
 #include <filesystem>
 #include <fstream>
 
+#include "archive_module/names.h"
 #include "platform/registry/registry_file.h"
 #include "tests/support/installed_registry.h"
 
 HostProgramTest::HostProgramTest()
-    : m_strArchive(m_oFiles.Path("Talvor_Data.zip")), m_strBmc(m_oFiles.Path("bmc")) {
+    : m_strArchive(m_oFiles.Path(ARCHIVE_FILE)), m_strBmc(m_oFiles.Path("bmc")) {
   std::filesystem::create_directory(m_strBmc);
 }
 
 HostProgramTest::~HostProgramTest() { std::filesystem::remove_all(REGISTRY_DIRECTORY); }
 
 void HostProgramTest::InstallCollector(const std::string& commands) {
-  m_oFiles.WriteScript("Talvor", commands);
+  m_oFiles.WriteScript(COLLECTOR_NAME, commands);
   WriteRegistry(m_oFiles.Path(), m_oFiles.Path());
 }
 

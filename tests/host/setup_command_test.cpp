@@ -8,17 +8,16 @@
 #include <filesystem>
 #include <fstream>
 
+#include "archive_module/names.h"
 #include "tests/host/host_program.h"
 
 namespace {
-
-constexpr char COLLECTOR_DIRECTORY[] = "/var/log/Talvor";
 
 class SetupCommandTest : public HostProgramTest {
  protected:
   SetupCommandTest() {
     InstallCollector("");
-    m_oFiles.Write("Talvor_Data.zip", "data");
+    m_oFiles.Write(ARCHIVE_FILE, "data");
     std::filesystem::create_directories(COLLECTOR_DIRECTORY);
   }
   ~SetupCommandTest() override { std::filesystem::remove_all(COLLECTOR_DIRECTORY); }
