@@ -128,6 +128,17 @@ TEST_F(ArchiveCreationTest, ACollectorThatLeavesThePreviousArchiveAsItWasGivesSt
   EXPECT_TRUE(faults.Stop());
 }
 
+TEST_F(ArchiveCreationTest, AnArchiveWrittenAgainIsNewAlsoWithItsOldModificationTime) {
+  InstallCollector(
+      "touch -r \"$archive\" \"$D/time\"; echo new > \"$archive\"; touch -r \"$D/time\" \"$archive\"");
+  std::ofstream(m_archive) << "old";
+  ASSERT_EQ(CreateAndStart(), 1U);
+  CallFaults faults(m_library);
+  faults.Fail("unlink", 0);
+  EXPECT_EQ(Run(CREATE), 0U);
+  EXPECT_TRUE(faults.Stop());
+}
+
 TEST_F(ArchiveCreationTest, AnArchiveIsARegularFile) {
   for (const char* script : {"mkdir \"$archive\"", "rmdir \"$archive\"; mkfifo \"$archive\""}) {
     InstallCollector(script);
