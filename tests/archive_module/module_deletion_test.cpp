@@ -4,7 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <future>
+#include <thread>
 
 #include "tests/archive_module/module_host.h"
 #include "tests/support/trace_session.h"
@@ -48,6 +51,24 @@ TEST_F(ModuleDeletionTest, LetsACollectorEndWithinTheGrace) {
   StartWithRunningCollector();
   EXPECT_EQ(DeleteModule(), 1U);
   EXPECT_EQ(m_switch.StatusOf(0), 0U);
+}
+
+TEST_F(ModuleDeletionTest, WaitsLongerThanStopForAHandBack) {
+  InstallCollector(GOOD_COLLECTOR);
+  const TraceSession session(1);
+  std::promise<void> begun;
+  std::atomic<bool> isDestroyed = false;
+  m_switch.onAnswer = [&](SipJson& /*answer*/) {
+    begun.set_value();
+    std::this_thread::sleep_for(std::chrono::seconds(8));
+    isDestroyed = session.Count("\nEM_TALVOR           : CLASS DESTROYED!") != 0;
+  };
+  ASSERT_EQ(CreateAndStart(), 1U);
+  Send(CREATE);
+  begun.get_future().wait();
+  EXPECT_EQ(DeleteModule(), 1U);
+  EXPECT_FALSE(isDestroyed);
+  EXPECT_THAT(m_switch.Answers(), testing::SizeIs(1));
 }
 
 TEST_F(ModuleDeletionTest, EndsAnIdleWorker) {
