@@ -29,7 +29,7 @@ void AnswerException(SipJson& request) noexcept { request.SetCmdUInt("ST", STATU
 
 uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
   const uint32_t opcode = ReadOpcode(request);
-  uint32_t exceptionResult = 0;  // becomes 1 behind the cabinet test
+  uint32_t exceptionResult = 0;  // becomes 1 after the cabinet test
   try {
     if (IsInFamily(opcode)) {
       TraceRequest(request, REQUEST_TRACE_LEVEL);

@@ -57,7 +57,7 @@ std::string ExplainRegistry() {
            "): repair its directory " + REGISTRY_DIRECTORY + ".";
   }
   return std::string("There is no registry ") + REGISTRY_FILE +
-         ": install the agent and Talvor, or see the whole road with \"em_host demo\".";
+         ": install the agent and Talvor, or see the whole path with \"em_host demo\".";
 }
 
 }  // namespace

@@ -86,7 +86,7 @@ void AddSetup(CLI::App& app, HostOptions& options) {
 void AddDemo(CLI::App& app, HostOptions& options) {
   CLI::App& demo = *app.add_subcommand(
       "demo",
-      "Shows the whole road of an archive, with a sample collector and in a private file system");
+      "Shows the whole path of an archive, with a sample collector and in a private file system");
   AddModuleOptions(demo, options);
   demo.add_option("--collector", options.collector, "Install this program as the collector")
       ->type_name("FILE");

@@ -143,7 +143,7 @@ class Demo {
 }  // namespace
 
 int ShowDemo(const HostOptions& options) {
-  WriteLine("The road of a diagnostic archive. Nothing of it stays on this machine.");
+  WriteLine("The path of a diagnostic archive. Nothing of it stays on this machine.");
   TellStep("Install the collector");
   InstallDemoCollector(options.collector.empty() ? InstalledFile("lib/em-talvor/Talvor")
                                                  : options.collector);

@@ -22,7 +22,7 @@ struct RequestDefaults {
 // Makes the requests that a word of the command line stands for: "query", "create", "transfer",
 // "transfer=NAME" (a name for the copy on the BMC), or "@FILE": one for each command of the JSON
 // record in the file. A record keeps its own message ids and time-outs, but no status. Message ids
-// that it lacks are `firstMessageId` and the ones behind it. Throws CHostError.
+// that it lacks are `firstMessageId` and the ones after it. Throws CHostError.
 std::vector<HostRequest> MakeRequests(const std::string& word, const RequestDefaults& defaults,
                                       uint32_t firstMessageId);
 

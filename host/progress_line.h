@@ -15,5 +15,5 @@ class CProgressLine {
 
  private:
   const bool m_bTerminal;
-  bool m_bOpen = false;  // the cursor stands behind a state
+  bool m_bOpen = false;  // the cursor stands after a state
 };

@@ -27,7 +27,7 @@ std::string Format(const char* format, va_list arguments) {
   return {text, static_cast<size_t>(length)};
 }
 
-// Trace texts bring line ends before and behind the line, as suits a log file that is only appended
+// Trace texts bring line ends before and after the line, as suits a log file that is only appended
 // to. Empty when there is nothing else in the text.
 std::string WholeLine(const std::string& text) {
   const size_t begin = text.find_first_not_of('\n');

@@ -82,7 +82,7 @@ TEST_F(DoctorCommandTest, NothingIsThere) {
   EXPECT_EQ(
       result.output,
       "WRONG  registry        There is no registry /etc/qamrel/registry: install the agent and "
-      "Talvor, or see the whole road with \"em_host demo\".\n"
+      "Talvor, or see the whole path with \"em_host demo\".\n"
       "?      pointer         needs the registry\n"
       "?      Setup key       needs the pointer\n"
       "?      FileRoot        needs the Setup key\n"

@@ -223,7 +223,7 @@ TEST_F(HostErrorsTest, ClosedStandardFilesHarmNothing) {
 TEST_F(HostErrorsTest, RegistryIsMissing) {
   ExpectUnavailable(
       "There is no registry /etc/qamrel/registry: install the agent and Talvor, or see the whole "
-      "road with \"em_host demo\".");
+      "path with \"em_host demo\".");
 }
 
 TEST_F(HostErrorsTest, RegistryCannotBeRead) {
