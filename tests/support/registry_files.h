@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -31,6 +33,20 @@ inline std::string ReadFile(const std::string& path) {
 // True for a dangling link too.
 inline bool Exists(const std::string& path) {
   return std::filesystem::symlink_status(path).type() != std::filesystem::file_type::not_found;
+}
+
+// Things that are no files. The link leads to nothing until there is a LINK_TARGET.
+constexpr char LINK_TARGET[] = "/etc/qamrel/target";
+inline void MakePipe(const char* path) { EXPECT_EQ(mkfifo(path, 0600), 0); }
+inline void MakeDirectory(const char* path) { std::filesystem::create_directory(path); }
+inline void MakeDanglingLink(const char* path) {
+  std::filesystem::create_symlink(LINK_TARGET, path);
+}
+
+// The name of a case is that of its parameter.
+template <typename Parameter>
+std::string NameOf(const testing::TestParamInfo<Parameter>& info) {
+  return info.param.name;
 }
 
 inline std::string Repeated(const std::string& text, size_t count) {

@@ -17,7 +17,7 @@ std::string TextOf(const std::string& text) {
 }
 
 // What a test begins with: the texts of the files, null where there is none.
-struct Files {
+struct CrashedFiles {
   const char* name;
   const char* current;
   const char* backup;
@@ -26,11 +26,11 @@ struct Files {
   int exchangeError = 0;
 };
 
-void PrintTo(const Files& files, std::ostream* stream) { *stream << files.name; }
+void PrintTo(const CrashedFiles& files, std::ostream* stream) { *stream << files.name; }
 
 constexpr char NOT_A_REGISTRY[] = "nothing that can be read\n";
 
-void Make(const Files& files) {
+void MakeCrashed(const CrashedFiles& files) {
   ResetRegistry();
   const auto write = [](const char* path, const char* text) {
     if (text != nullptr) {
@@ -43,35 +43,34 @@ void Make(const Files& files) {
   write(REGISTRY_DEFAULT_FILE, files.standard);
 }
 
-std::string NameOf(const testing::TestParamInfo<Files>& info) { return info.param.name; }
-
 // Changes two keys at once, so that half a change would show.
-void Change(CRegistry& registry) {
+void StoreBoth(CRegistry& registry) {
   EXPECT_EQ(registry.CreateKey(HKEY_LOCAL_MACHINE, "Key"), REGISTRY_OK);
   EXPECT_EQ(registry.SetValue("text", "new"), REGISTRY_OK);
   EXPECT_EQ(registry.CreateKey(HKEY_USERS, "Other\\Below"), REGISTRY_OK);
   EXPECT_EQ(registry.SetValue("number", 7), REGISTRY_OK);
 }
 
-class RegistryCrashTest : public RegistryFilesTest, public testing::WithParamInterface<Files> {
+class RegistryCrashTest : public RegistryFilesTest,
+                          public testing::WithParamInterface<CrashedFiles> {
  protected:
   // A process that has changed the tree and is about to save it.
   static void SaveStepwise() {
     CRegistry registry;
-    Change(registry);
+    StoreBoth(registry);
     SteppedChild::Begin();
   }
 
   static RegistryModel TreeBefore() {
-    Make(GetParam());
+    MakeCrashed(GetParam());
     return LoadTree();
   }
 
   static RegistryModel TreeAfter() {
-    Make(GetParam());
+    MakeCrashed(GetParam());
     LoadTree();
     CRegistry registry;
-    Change(registry);
+    StoreBoth(registry);
     return ReadTree();
   }
 
@@ -80,19 +79,20 @@ class RegistryCrashTest : public RegistryFilesTest, public testing::WithParamInt
 
 INSTANTIATE_TEST_SUITE_P(
     Registry, RegistryCrashTest,
-    testing::Values(Files{"Nothing", nullptr, nullptr, nullptr, nullptr},
-                    Files{"Current", "old", nullptr, nullptr, nullptr},
-                    Files{"CurrentAndBackup", "old", "older", nullptr, nullptr},
-                    Files{"AllFour", "old", "older", "half", "default"},
-                    Files{"CurrentWithoutExchange", "old", nullptr, nullptr, nullptr, ENOSYS},
-                    Files{"AllFourWithoutExchange", "old", "older", "half", "default", EINVAL},
-                    Files{"BackupAndTemporaryOfACrash", nullptr, "old", "half", nullptr},
-                    Files{"EmptyCurrentAndBackup", "", "old", nullptr, nullptr},
-                    Files{"BadCurrentAndBackup", NOT_A_REGISTRY, "old", nullptr, nullptr},
-                    Files{"BadCurrentAndDefault", NOT_A_REGISTRY, nullptr, nullptr, "old"},
-                    Files{"BadBackupAndDefault", nullptr, NOT_A_REGISTRY, nullptr, "old"},
-                    Files{"Default", nullptr, nullptr, nullptr, "old"}),
-    NameOf);
+    testing::Values(
+        CrashedFiles{"Nothing", nullptr, nullptr, nullptr, nullptr},
+        CrashedFiles{"Current", "old", nullptr, nullptr, nullptr},
+        CrashedFiles{"CurrentAndBackup", "old", "older", nullptr, nullptr},
+        CrashedFiles{"AllFour", "old", "older", "half", "default"},
+        CrashedFiles{"CurrentWithoutExchange", "old", nullptr, nullptr, nullptr, ENOSYS},
+        CrashedFiles{"AllFourWithoutExchange", "old", "older", "half", "default", EINVAL},
+        CrashedFiles{"BackupAndTemporaryOfACrash", nullptr, "old", "half", nullptr},
+        CrashedFiles{"EmptyCurrentAndBackup", "", "old", nullptr, nullptr},
+        CrashedFiles{"BadCurrentAndBackup", NOT_A_REGISTRY, "old", nullptr, nullptr},
+        CrashedFiles{"BadCurrentAndDefault", NOT_A_REGISTRY, nullptr, nullptr, "old"},
+        CrashedFiles{"BadBackupAndDefault", nullptr, NOT_A_REGISTRY, nullptr, "old"},
+        CrashedFiles{"Default", nullptr, nullptr, nullptr, "old"}),
+    NameOf<CrashedFiles>);
 
 TEST_P(RegistryCrashTest, KillAtAnySystemCallOfASaveLeavesTheOldOrTheNewTree) {
   const RegistryModel before = TreeBefore();
@@ -131,7 +131,7 @@ TEST_P(RegistryCrashTest, NextSaveAfterAnyCrashWorks) {
     LoadTree();
     {
       CRegistry registry;
-      Change(registry);
+      StoreBoth(registry);
     }
     ASSERT_EQ(LoadTree(), after) << "killed at step " << count;
     ASSERT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));

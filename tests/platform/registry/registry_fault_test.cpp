@@ -24,8 +24,8 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::StartsWith;
 
-constexpr char OLD[] = "[HKEY_LOCAL_MACHINE]\nnumber=d=1\n\n\n";
-constexpr char OLDER[] = "[HKEY_LOCAL_MACHINE]\nnumber=d=0\n\n\n";
+constexpr char OLD_TREE[] = "[HKEY_LOCAL_MACHINE]\nnumber=d=1\n\n\n";
+constexpr char OLDER_TREE[] = "[HKEY_LOCAL_MACHINE]\nnumber=d=0\n\n\n";
 
 // What a test begins with.
 struct Start {
@@ -38,16 +38,16 @@ struct Start {
 void PrintTo(const Start& start, std::ostream* stream) { *stream << start.name; }
 
 constexpr Start STARTS[] = {{"Nothing", nullptr, nullptr},
-                            {"Current", OLD, nullptr},
-                            {"CurrentAndBackup", OLD, OLDER},
-                            {"CurrentWithoutExchange", OLD, nullptr, ENOSYS},
-                            {"CurrentAndBackupWithoutExchange", OLD, OLDER, EINVAL},
-                            {"CurrentWithForbiddenExchange", OLD, nullptr, EPERM},
-                            {"BadCurrentAndBackup", "bad", OLD},
-                            {"EmptyCurrentAndBackup", "", OLD},
-                            {"Backup", nullptr, OLD}};
+                            {"Current", OLD_TREE, nullptr},
+                            {"CurrentAndBackup", OLD_TREE, OLDER_TREE},
+                            {"CurrentWithoutExchange", OLD_TREE, nullptr, ENOSYS},
+                            {"CurrentAndBackupWithoutExchange", OLD_TREE, OLDER_TREE, EINVAL},
+                            {"CurrentWithForbiddenExchange", OLD_TREE, nullptr, EPERM},
+                            {"BadCurrentAndBackup", "bad", OLD_TREE},
+                            {"EmptyCurrentAndBackup", "", OLD_TREE},
+                            {"Backup", nullptr, OLD_TREE}};
 
-void Make(const Start& start) {
+void MakeStart(const Start& start) {
   ResetRegistry();
   if (start.current != nullptr) {
     WriteFile(REGISTRY_FILE, start.current);
@@ -59,17 +59,17 @@ void Make(const Start& start) {
 }
 
 // Changes the tree. Its end saves.
-class Change {
+class NumberChange {
  public:
-  Change() { m_oRegistry.SetValue("number", 2); }
+  NumberChange() { m_oRegistry.SetValue("number", 2); }
 
  private:
   CRegistry m_oRegistry{"", HKEY_LOCAL_MACHINE};
 };
 
 std::vector<std::string> CallsOfASave(const Start& start) {
-  Make(start);
-  const Change change;
+  MakeStart(start);
+  const NumberChange change;
   FaultPlan plan(0, [](size_t, const std::string&) { return Outcome::DONE; });
   CRegistryTree::Get().SaveTree();
   return plan.GetCalls();
@@ -82,7 +82,7 @@ class RegistryFaultTest : public RegistryFilesTest,
     const std::vector<std::string> calls = CallsOfASave(m_start);
     m_calls = calls;
     m_after = LoadTree();
-    Make(m_start);
+    MakeStart(m_start);
     m_before = ReadTree();
   }
 
@@ -100,7 +100,7 @@ class RegistryFaultTest : public RegistryFilesTest,
   RegistryModel m_after;
 };
 
-std::string NameOf(const testing::TestParamInfo<std::tuple<Start, int>>& info) {
+std::string NameOfFault(const testing::TestParamInfo<std::tuple<Start, int>>& info) {
   const int error = std::get<1>(info.param);
   return std::string(std::get<0>(info.param).name) + strerrorname_np(error);
 }
@@ -108,14 +108,14 @@ std::string NameOf(const testing::TestParamInfo<std::tuple<Start, int>>& info) {
 INSTANTIATE_TEST_SUITE_P(Registry, RegistryFaultTest,
                          testing::Combine(testing::ValuesIn(STARTS),
                                           testing::Values(ENOSPC, EIO, EACCES)),
-                         NameOf);
+                         NameOfFault);
 
 TEST_P(RegistryFaultTest, SaveInWhichAnySystemCallFailsLosesNothing) {
   for (size_t failing = 0; failing < m_calls.size(); ++failing) {
     SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-    Make(m_start);
+    MakeStart(m_start);
     {
-      const Change change;
+      const NumberChange change;
       const TraceSession session(1);
       {
         FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
@@ -139,8 +139,8 @@ TEST_P(RegistryFaultTest, ProcessThatEndsAfterAFailedSaveLeavesTheOldOrTheNewTre
   for (const Outcome outcome : {Outcome::FAILED, Outcome::DONE_AND_FAILED}) {
     for (size_t failing = 0; failing < m_calls.size(); ++failing) {
       SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-      Make(m_start);
-      const Change change;
+      MakeStart(m_start);
+      const NumberChange change;
       {
         FaultPlan plan(m_nError, [&](size_t index, const std::string&) {
           return index == failing ? outcome : Outcome::DONE;
@@ -155,8 +155,8 @@ TEST_P(RegistryFaultTest, ProcessThatEndsAfterAFailedSaveLeavesTheOldOrTheNewTre
 TEST_P(RegistryFaultTest, SaveInWhichAllIsFailingFromAnyCallOnLeavesTheOldOrTheNewTree) {
   for (size_t failing = 0; failing < m_calls.size(); ++failing) {
     SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-    Make(m_start);
-    const Change change;
+    MakeStart(m_start);
+    const NumberChange change;
     {
       FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
         return index >= failing ? Outcome::FAILED : Outcome::DONE;
@@ -173,7 +173,7 @@ TEST_P(RegistryFaultTest, FailureBeforeTheFlushOfTheDirectoryLeavesTheCurrentFil
   const auto end = static_cast<size_t>(m_calls.rend() - flush) - 1;
   for (size_t failing = 0; failing < end; ++failing) {
     SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-    Make(m_start);
+    MakeStart(m_start);
     FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
       return index == failing ? Outcome::FAILED : Outcome::DONE;
     });
@@ -184,7 +184,7 @@ TEST_P(RegistryFaultTest, FailureBeforeTheFlushOfTheDirectoryLeavesTheCurrentFil
 
 TEST(RegistryFaultTraceTest, LineNamesTheFileAndTheReason) {
   const auto traced = [](const char* name, int error) {
-    Make(STARTS[1]);
+    MakeStart(STARTS[1]);
     const TraceSession session(1);
     FaultPlan plan(error, [name](size_t, const std::string& call) {
       return call == name ? Outcome::FAILED : Outcome::DONE;
@@ -205,7 +205,7 @@ TEST(RegistryFaultTraceTest, LineNamesTheFileAndTheReason) {
 }
 
 TEST(RegistryFaultTraceTest, DirectoryThatCannotBeFlushedIsNamed) {
-  Make(STARTS[1]);
+  MakeStart(STARTS[1]);
   const TraceSession session(1);
   size_t flushes = 0;
   FaultPlan plan(EIO, [&flushes](size_t, const std::string& call) {
@@ -218,8 +218,8 @@ TEST(RegistryFaultTraceTest, DirectoryThatCannotBeFlushedIsNamed) {
 }
 
 TEST(RegistryFlushTest, SaveAfterAFailedFlushRepeatsNothingElseAndKeepsTheBackup) {
-  Make(STARTS[2]);
-  const Change change;
+  MakeStart(STARTS[2]);
+  const NumberChange change;
   size_t flushes = 0;
   FaultPlan plan(EIO, [&flushes](size_t, const std::string& call) {
     return call == "fsync" && (++flushes == 2 || flushes == 3) ? Outcome::FAILED : Outcome::DONE;
@@ -229,7 +229,7 @@ TEST(RegistryFlushTest, SaveAfterAFailedFlushRepeatsNothingElseAndKeepsTheBackup
   EXPECT_FALSE(CRegistryTree::Get().SaveTree());
   EXPECT_TRUE(CRegistryTree::Get().SaveTree());
   EXPECT_EQ(ReadFile(REGISTRY_FILE), saved);
-  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), OLD);
+  EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), OLD_TREE);
   EXPECT_EQ(flushes, 4U);
   const size_t end = plan.GetCalls().size();
   EXPECT_TRUE(CRegistryTree::Get().SaveTree());
@@ -237,8 +237,8 @@ TEST(RegistryFlushTest, SaveAfterAFailedFlushRepeatsNothingElseAndKeepsTheBackup
 }
 
 TEST(RegistryFlushTest, ChangeAfterAFailedFlushIsSaved) {
-  Make(STARTS[2]);
-  const Change change;
+  MakeStart(STARTS[2]);
+  const NumberChange change;
   size_t flushes = 0;
   FaultPlan plan(EIO, [&flushes](size_t, const std::string& call) {
     return call == "fsync" && ++flushes == 2 ? Outcome::FAILED : Outcome::DONE;
@@ -250,7 +250,7 @@ TEST(RegistryFlushTest, ChangeAfterAFailedFlushIsSaved) {
 
 class RegistryWriteTest : public RegistryFilesTest {
  protected:
-  RegistryWriteTest() { Make(STARTS[1]); }
+  RegistryWriteTest() { MakeStart(STARTS[1]); }
 };
 
 TEST_F(RegistryWriteTest, PartialWritesAreContinued) {
@@ -279,7 +279,7 @@ TEST_F(RegistryWriteTest, FailureAfterAPartialWriteLeavesTheOldFile) {
   });
   plan.WriteByteByByte();
   EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::FAILED);
-  EXPECT_EQ(ReadFile(REGISTRY_FILE), OLD);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), OLD_TREE);
   EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
   EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }

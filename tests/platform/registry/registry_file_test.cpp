@@ -162,15 +162,10 @@ struct Obstacle {
 
 void PrintTo(const Obstacle& obstacle, std::ostream* stream) { *stream << obstacle.name; }
 
-constexpr char LINK_TARGET[] = "/etc/qamrel/target";
-
-void MakePipe(const char* path) { EXPECT_EQ(mkfifo(path, 0600), 0); }
-void MakeDirectory(const char* path) { fs::create_directory(path); }
 void MakeFullDirectory(const char* path) {
   fs::create_directory(path);
   WriteFile(std::string(path) + "/file", "x");
 }
-void MakeDanglingLink(const char* path) { fs::create_symlink(LINK_TARGET, path); }
 void MakeLiveLink(const char* path) {
   WriteFile(LINK_TARGET, TextOf(1));
   fs::create_symlink(LINK_TARGET, path);
@@ -181,8 +176,6 @@ constexpr Obstacle EMPTY_DIRECTORY = {"Directory", MakeDirectory};
 constexpr Obstacle FULL_DIRECTORY = {"FullDirectory", MakeFullDirectory};
 constexpr Obstacle DANGLING_LINK = {"DanglingLink", MakeDanglingLink};
 constexpr Obstacle LIVE_LINK = {"LiveLink", MakeLiveLink};
-
-std::string NameOf(const testing::TestParamInfo<Obstacle>& info) { return info.param.name; }
 
 class RegistryFileObstacleTest : public RegistryFileTest,
                                  public testing::WithParamInterface<Obstacle> {
@@ -199,7 +192,7 @@ class TemporaryFileObstacleTest : public RegistryFileObstacleTest {};
 INSTANTIATE_TEST_SUITE_P(RegistryFile, TemporaryFileObstacleTest,
                          testing::Values(PIPE, EMPTY_DIRECTORY, FULL_DIRECTORY, DANGLING_LINK,
                                          LIVE_LINK),
-                         NameOf);
+                         NameOf<Obstacle>);
 
 TEST_P(TemporaryFileObstacleTest, SaveFailsAndTouchesNothing) {
   StoreNumber(1);
@@ -229,7 +222,7 @@ TEST_F(RegistryFileTest, SaveDoesNotWriteIntoATemporaryPipeThatSomebodyReads) {
 
 class CurrentFileObstacleTest : public RegistryFileObstacleTest {};
 INSTANTIATE_TEST_SUITE_P(RegistryFile, CurrentFileObstacleTest,
-                         testing::Values(PIPE, DANGLING_LINK, LIVE_LINK), NameOf);
+                         testing::Values(PIPE, DANGLING_LINK, LIVE_LINK), NameOf<Obstacle>);
 
 TEST_P(CurrentFileObstacleTest, SaveReplacesIt) {
   GetParam().make(REGISTRY_FILE);
@@ -248,7 +241,7 @@ TEST_F(RegistryFileTest, BackupKeepsTheTextThatALinkLedTo) {
 
 class CurrentDirectoryTest : public RegistryFileObstacleTest {};
 INSTANTIATE_TEST_SUITE_P(RegistryFile, CurrentDirectoryTest,
-                         testing::Values(EMPTY_DIRECTORY, FULL_DIRECTORY), NameOf);
+                         testing::Values(EMPTY_DIRECTORY, FULL_DIRECTORY), NameOf<Obstacle>);
 
 TEST_P(CurrentDirectoryTest, SaveFailsAndTouchesNothing) {
   WriteFile(REGISTRY_BACKUP_FILE, TextOf(1));
@@ -270,7 +263,7 @@ TEST_P(CurrentDirectoryTest, DirectoryNeverBecomesTheBackup) {
 
 class BackupObstacleTest : public RegistryFileObstacleTest {};
 INSTANTIATE_TEST_SUITE_P(RegistryFile, BackupObstacleTest,
-                         testing::Values(PIPE, DANGLING_LINK, LIVE_LINK), NameOf);
+                         testing::Values(PIPE, DANGLING_LINK, LIVE_LINK), NameOf<Obstacle>);
 
 TEST_P(BackupObstacleTest, SaveReplacesIt) {
   StoreNumber(1);

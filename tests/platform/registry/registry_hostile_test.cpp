@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <random>
@@ -81,9 +80,6 @@ TEST_F(RegistryHostileTest, HundredThousandKeysOfOneNameAreOneKey) {
 
 // --- Things that are no files ---
 
-void MakePipe(const char* path) { EXPECT_EQ(mkfifo(path, 0600), 0); }
-void MakeDirectory(const char* path) { fs::create_directory(path); }
-void MakeDanglingLink(const char* path) { fs::create_symlink("/etc/qamrel/nothing", path); }
 void MakeLinkToItself(const char* path) { fs::create_symlink(path, path); }
 void MakeLinkToDevice(const char* path) { fs::create_symlink("/dev/zero", path); }
 

@@ -44,16 +44,17 @@ class Interruption {
   });
 };
 
-constexpr char BEFORE[] = "[HKEY_LOCAL_MACHINE]\n[Key]\ntext=s=old\n[Below]\nnumber=d=1\n\n\n\n\n";
+constexpr char UNINTERRUPTED[] =
+    "[HKEY_LOCAL_MACHINE]\n[Key]\ntext=s=old\n[Below]\nnumber=d=1\n\n\n\n\n";
 
-struct Change {
+struct InterruptedChange {
   const char* name;
   void (*run)(CRegistry& registry);  // has "Key" open
 };
 
-void PrintTo(const Change& change, std::ostream* stream) { *stream << change.name; }
+void PrintTo(const InterruptedChange& change, std::ostream* stream) { *stream << change.name; }
 
-constexpr Change CHANGES[] = {
+constexpr InterruptedChange INTERRUPTED_CHANGES[] = {
     {"NewText", [](CRegistry& registry) { registry.SetValue("new", "text"); }},
     {"TextStoredOver", [](CRegistry& registry) { registry.SetValue("text", "new"); }},
     {"Number", [](CRegistry& registry) { registry.SetValue("number", 2); }},
@@ -66,12 +67,10 @@ constexpr Change CHANGES[] = {
     {"DeletedValue", [](CRegistry& registry) { registry.DeleteValue("text"); }},
     {"KeyDeletedAsValue", [](CRegistry& registry) { registry.DeleteValue("Below"); }}};
 
-std::string NameOf(const testing::TestParamInfo<Change>& info) { return info.param.name; }
-
 class RegistryInterleavingTest : public RegistryFilesTest,
-                                 public testing::WithParamInterface<Change> {
+                                 public testing::WithParamInterface<InterruptedChange> {
  protected:
-  RegistryInterleavingTest() { WriteFile(REGISTRY_FILE, BEFORE); }
+  RegistryInterleavingTest() { WriteFile(REGISTRY_FILE, UNINTERRUPTED); }
 
   // Runs the change, with `action` before its lock of that number. False when it takes fewer.
   static bool Run(int lock, const std::function<void()>& action) {
@@ -83,17 +82,18 @@ class RegistryInterleavingTest : public RegistryFilesTest,
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Registry, RegistryInterleavingTest, testing::ValuesIn(CHANGES), NameOf);
+INSTANTIATE_TEST_SUITE_P(Registry, RegistryInterleavingTest, testing::ValuesIn(INTERRUPTED_CHANGES),
+                         NameOf<InterruptedChange>);
 
 TEST_P(RegistryInterleavingTest, SaveInTheMidstOfAChangeDoesNotKeepItFromTheFile) {
   int lock = 0;
   for (bool isInterrupted = true; isInterrupted; ++lock) {
     SCOPED_TRACE("lock " + std::to_string(lock));
-    WriteFile(REGISTRY_FILE, BEFORE);
+    WriteFile(REGISTRY_FILE, UNINTERRUPTED);
     LoadTree();
     isInterrupted = Run(lock, [] { const CRegistry saver; });
     EXPECT_EQ(ReadFile(REGISTRY_FILE), WriteRegistryText(*CRegistryTree::Get().GetTop()));
-    EXPECT_NE(ReadFile(REGISTRY_FILE), BEFORE);
+    EXPECT_NE(ReadFile(REGISTRY_FILE), UNINTERRUPTED);
   }
   EXPECT_GT(lock, 1);
 }
@@ -103,7 +103,7 @@ TEST_P(RegistryInterleavingTest, KeyThatGoesInTheMidstOfAChangeStaysAway) {
     int lock = 0;
     for (bool isInterrupted = true; isInterrupted; ++lock) {
       SCOPED_TRACE(std::string(gone) + " at lock " + std::to_string(lock));
-      WriteFile(REGISTRY_FILE, BEFORE);
+      WriteFile(REGISTRY_FILE, UNINTERRUPTED);
       LoadTree();
       isInterrupted = Run(lock, [gone] {
         CRegistry deleter(*gone == 'K' ? "" : "Key", HKEY_LOCAL_MACHINE);
@@ -125,7 +125,7 @@ TEST_P(RegistryInterleavingTest, ReloadInTheMidstOfAChangeLeavesAWholeTree) {
   int lock = 0;
   for (bool isInterrupted = true; isInterrupted; ++lock) {
     SCOPED_TRACE("lock " + std::to_string(lock));
-    WriteFile(REGISTRY_FILE, BEFORE);
+    WriteFile(REGISTRY_FILE, UNINTERRUPTED);
     LoadTree();
     isInterrupted = Run(lock, [] { CRegistryTree::Get().SetupTree(true); });
     const RegistryModel tree = LoadTree();
@@ -134,7 +134,7 @@ TEST_P(RegistryInterleavingTest, ReloadInTheMidstOfAChangeLeavesAWholeTree) {
 }
 
 TEST_F(RegistryFilesTest, TreeThatAnotherThreadHasJustLoadedIsNotLoadedAgain) {
-  WriteFile(REGISTRY_FILE, BEFORE);
+  WriteFile(REGISTRY_FILE, UNINTERRUPTED);
   const TraceSession session(2);
   const Interruption interruption(0, [] { const CRegistry loader; });
   const CRegistry registry;

@@ -13,7 +13,7 @@ using testing::ElementsAre;
 constexpr char OPEN_LINE[] = "\nCRegistry::Open \"%s\", hKey = %d\n";
 constexpr char OPEN_ERROR_LINE[] = "\nCRegistry::Open ##ERROR while opening !!!\n";
 constexpr char CREATE_LINE[] = "CRegistry::CreateKey \"%s\"\n";
-constexpr char DELETE_LINE[] = "CRegistry::DeleteKey \"%s\"\n";
+constexpr char DELETE_KEY_LINE[] = "CRegistry::DeleteKey \"%s\"\n";
 constexpr char FREE_LINE[] = "CRegistryNode::deleteNode \"%s\"\n";
 
 class RegistryKeyTest : public RegistryFilesTest {
@@ -305,7 +305,7 @@ TEST_F(RegistryKeyTest, DeleteKeyMarksTheTreeDirty) {
 
 TEST_F(RegistryKeyTest, DeleteKeyIsTracedAtLevel2WithTheName) {
   CRegistry registry;
-  EXPECT_EQ(LevelOf(DELETE_LINE, [&] { registry.DeleteKey("A"); }), 2U);
+  EXPECT_EQ(LevelOf(DELETE_KEY_LINE, [&] { registry.DeleteKey("A"); }), 2U);
   const TraceSession session(2);
   registry.DeleteKey("Name");
   registry.DeleteKey(nullptr);

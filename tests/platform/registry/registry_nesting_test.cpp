@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t DEEP = 100'000;
+constexpr size_t NESTED = 100'000;
 
 // A recursion on this stack would not come far.
 constexpr size_t SMALL_STACK = size_t{256} * 1024;
@@ -35,8 +35,8 @@ void RunOnSmallStack(const std::function<void()>& action) {
 class RegistryNestingTest : public RegistryFilesTest {
  protected:
   RegistryNestingTest() {
-    WriteFile(REGISTRY_FILE, "[HKEY_LOCAL_MACHINE]\n" + Repeated("[k]\n", DEEP) + "deep=d=1\n");
-    m_path = Repeated("/k", DEEP);
+    WriteFile(REGISTRY_FILE, "[HKEY_LOCAL_MACHINE]\n" + Repeated("[k]\n", NESTED) + "deep=d=1\n");
+    m_path = Repeated("/k", NESTED);
   }
 
   // Opens the deepest key.
@@ -74,8 +74,8 @@ TEST_F(RegistryNestingTest, DeepTreeIsSaved) {
     EXPECT_EQ(registry.SetValue("deep", 2), REGISTRY_OK);
   });
   const std::string text = ReadFile(REGISTRY_FILE);
-  EXPECT_TRUE(text.find(Repeated("[k]\n", DEEP) + "deep=d=2\n" + Repeated("\n", DEEP) + "\n[") !=
-              std::string::npos);
+  EXPECT_TRUE(text.find(Repeated("[k]\n", NESTED) + "deep=d=2\n" + Repeated("\n", NESTED) +
+                        "\n[") != std::string::npos);
 }
 
 TEST_F(RegistryNestingTest, DeepTreeIsMade) {

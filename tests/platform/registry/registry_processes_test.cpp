@@ -31,10 +31,10 @@
 
 namespace {
 
-constexpr int ROUNDS = 60;
+constexpr int SAVES = 60;
 
 // Texts of unlike lengths: where one is written over the other, something is left of the longer.
-const std::string OLD = "old=d=1\n";
+const std::string STORED = "old=d=1\n";
 const std::string FIRST = "first=s=" + std::string(1000, 'x') + "\n";
 const std::string SECOND = "second=d=2\n";
 
@@ -57,12 +57,12 @@ class Gate {
 
 // A process that changes the tree and flushes it when another one does. Exits with 0 when that
 // worked.
-template <typename Change>
-pid_t StartSaver(Gate& gate, const Change& change) {
+template <typename Store>
+pid_t StartSaver(Gate& gate, const Store& store) {
   const pid_t child = fork();
   if (child == 0) {
     CRegistry registry("", HKEY_LOCAL_MACHINE);
-    change(registry);
+    store(registry);
     gate.Pass(2);
     _exit(registry.Flush() == REGISTRY_OK ? 0 : 1);
   }
@@ -76,9 +76,9 @@ void ExpectSuccess(pid_t child) {
 }
 
 TEST_F(RegistryProcessesTest, TwoThatSaveAtOnceLeaveTheTreeOfOneOfThem) {
-  for (int round = 0; round < ROUNDS; ++round) {
+  for (int round = 0; round < SAVES; ++round) {
     std::filesystem::remove(REGISTRY_BACKUP_FILE);
-    WriteTree(OLD);
+    WriteTree(STORED);
     Gate gate;
     const pid_t first = StartSaver(gate, [](CRegistry& registry) {
       registry.SetValue("first", std::string(1000, 'x').c_str());
@@ -88,8 +88,8 @@ TEST_F(RegistryProcessesTest, TwoThatSaveAtOnceLeaveTheTreeOfOneOfThem) {
     ExpectSuccess(first);
     ExpectSuccess(second);
     // Whoever came second kept what the other one had saved.
-    const std::string ofFirst = TreeText(FIRST + OLD);
-    const std::string ofSecond = TreeText(OLD + SECOND);
+    const std::string ofFirst = TreeText(FIRST + STORED);
+    const std::string ofSecond = TreeText(STORED + SECOND);
     const std::string current = ReadFile(REGISTRY_FILE);
     ASSERT_TRUE(current == ofFirst || current == ofSecond) << current;
     ASSERT_EQ(ReadFile(REGISTRY_BACKUP_FILE), current == ofFirst ? ofSecond : ofFirst);
@@ -112,7 +112,7 @@ bool IsLocked() {
 }
 
 TEST_F(RegistryProcessesTest, SaverWaitsTwoSecondsForAnotherOneAndFails) {
-  WriteTree(OLD);
+  WriteTree(STORED);
   CRegistry registry("", HKEY_LOCAL_MACHINE);
   registry.SetValue("second", 2);
   OtherSaver other;
@@ -125,10 +125,10 @@ TEST_F(RegistryProcessesTest, SaverWaitsTwoSecondsForAnotherOneAndFails) {
   EXPECT_EQ(session.Texts(),
             std::vector<std::string>{"CRegistry: ERROR: Cannot save \"/etc/qamrel/registry.lock\": "
                                      "Resource temporarily unavailable\n"});
-  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText(OLD));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText(STORED));
   other.End();
   EXPECT_EQ(registry.Flush(), REGISTRY_OK);
-  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText(OLD + SECOND));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText(STORED + SECOND));
 }
 
 TEST_F(RegistryProcessesTest, SaveLeavesALockFileThatOnlyItsOwnerOpensAndNoLock) {
@@ -170,7 +170,7 @@ TEST_F(RegistryProcessesTest, HolderGetsTheLockAgainUntilItsLastObjectEnds) {
 }
 
 TEST_F(RegistryProcessesTest, LoadWaitsForNobodyAndMakesNoFile) {
-  WriteTree(OLD);
+  WriteTree(STORED);
   CRegistryTree::Get().SetupTree(true);
   EXPECT_FALSE(std::filesystem::exists(REGISTRY_LOCK_FILE));
   const OtherSaver other;
@@ -181,7 +181,7 @@ TEST_F(RegistryProcessesTest, LoadWaitsForNobodyAndMakesNoFile) {
 
 // As between the two steps of a save where files cannot be exchanged.
 TEST_F(RegistryProcessesTest, LoadWithoutACurrentFileWaitsForTheSaver) {
-  WriteFile(REGISTRY_BACKUP_FILE, TreeText(OLD));
+  WriteFile(REGISTRY_BACKUP_FILE, TreeText(STORED));
   OtherSaver other;
   const TraceSession session(2);
   std::thread loader([] { CRegistryTree::Get().SetupTree(false); });

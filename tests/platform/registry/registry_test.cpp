@@ -8,8 +8,8 @@
 namespace {
 
 constexpr char POINTER_LINE[] = "CRegistry::OpenPointer \"%s\"\n";
-constexpr char OPEN_LINE[] = "\nCRegistry::Open \"%s\", hKey = %d\n";
-constexpr char OPEN_ERROR_LINE[] = "\nCRegistry::Open ##ERROR while opening !!!\n";
+constexpr char POINTED_OPEN_LINE[] = "\nCRegistry::Open \"%s\", hKey = %d\n";
+constexpr char POINTED_ERROR_LINE[] = "\nCRegistry::Open ##ERROR while opening !!!\n";
 constexpr char INIT_LINE[] = "\nCRegistry::InitClass";
 constexpr char REINITIALIZE_LINE[] = "CRegistry::InitClass() : re-initialize the registry-tree\n";
 
@@ -318,9 +318,9 @@ TEST_F(RegistryPointerTest, UnusablePointerIsNoFailureToOpen) {
   const TraceSession session(5);
   registry.OpenPointer("Absent", HKEY_LOCAL_MACHINE);
   registry.OpenPointer("Word", HKEY_LOCAL_MACHINE);
-  EXPECT_EQ(session.Count(OPEN_ERROR_LINE), 0);
+  EXPECT_EQ(session.Count(POINTED_ERROR_LINE), 0);
   registry.OpenPointer("Missing", HKEY_LOCAL_MACHINE);
-  EXPECT_EQ(session.Count(OPEN_ERROR_LINE), 1);
+  EXPECT_EQ(session.Count(POINTED_ERROR_LINE), 1);
 }
 
 TEST_F(RegistryPointerTest, ReadRegistryPointerReadsTexts) {
@@ -346,15 +346,15 @@ TEST_F(RegistryPointerTest, ReadRegistryPointerTriesTwice) {
   std::string text;
   const TraceSession session(2);
   EXPECT_TRUE(ReadRegistryPointer(text, "Plain"));
-  EXPECT_EQ(session.Count(OPEN_LINE), 1);
+  EXPECT_EQ(session.Count(POINTED_OPEN_LINE), 1);
   EXPECT_FALSE(ReadRegistryPointer(text, "Absent"));
-  EXPECT_EQ(session.Count(OPEN_LINE), 3);
+  EXPECT_EQ(session.Count(POINTED_OPEN_LINE), 3);
 }
 
 TEST_F(RegistryPointerTest, ReadRegistryPointerFindsWhatComesBeforeItsSecondAttempt) {
   TraceSession session(2);
   int attempts = 0;
-  session.CallAt(OPEN_LINE, [&attempts] {
+  session.CallAt(POINTED_OPEN_LINE, [&attempts] {
     if (++attempts == 2) {
       CRegistry registry;
       registry.CreateKey(HKEY_LOCAL_MACHINE, REGISTRY_POINTER_KEY);

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr char BEFORE[] =
+constexpr char WITH_BELOW[] =
     "[HKEY_LOCAL_MACHINE]\n[Above]\n[Key]\ntext=s=x\n[Below]\ntext=s=y\n\n\n\n\n\n";
 
 // --- One thread takes a key away that another one has open ---
@@ -50,8 +50,6 @@ constexpr Removal REMOVALS[] = {
        registry.CreateKey(HKEY_LOCAL_MACHINE, "Above/Key/Below");
      }}};
 
-std::string NameOf(const testing::TestParamInfo<Removal>& info) { return info.param.name; }
-
 void ExpectNothing(CRegistry& registry) {
   std::string text = "untouched";
   EXPECT_EQ(registry.GetValue("text"), nullptr);
@@ -75,7 +73,7 @@ void ExpectNoEffect(CRegistry& registry) {
 
 class RegistryRemovalTest : public RegistryFilesTest, public testing::WithParamInterface<Removal> {
  protected:
-  RegistryRemovalTest() { WriteFile(REGISTRY_FILE, BEFORE); }
+  RegistryRemovalTest() { WriteFile(REGISTRY_FILE, WITH_BELOW); }
 
   static void Remove() { std::thread(GetParam().run).join(); }
 
@@ -87,7 +85,8 @@ class RegistryRemovalTest : public RegistryFilesTest, public testing::WithParamI
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Registry, RegistryRemovalTest, testing::ValuesIn(REMOVALS), NameOf);
+INSTANTIATE_TEST_SUITE_P(Registry, RegistryRemovalTest, testing::ValuesIn(REMOVALS),
+                         NameOf<Removal>);
 
 TEST_P(RegistryRemovalTest, ObjectWhoseKeyIsGoneFindsNothingAndChangesNothing) {
   CRegistry registry("Above\\Key", HKEY_LOCAL_MACHINE);
@@ -131,7 +130,7 @@ TEST_P(RegistryRemovalTest, ValueReadBeforeStaysValid) {
 // --- Many threads at once ---
 
 constexpr int THREADS = 4;
-constexpr uint32_t ROUNDS = 250;
+constexpr uint32_t ROUNDS_OF_THREADS = 250;
 constexpr const char* KEYS[] = {"A", "B", "A/Below", "B/Below/Deeper"};
 constexpr const char* NAMES[] = {"v", "w", "Below"};
 
@@ -149,7 +148,7 @@ class Worker {
   explicit Worker(uint32_t seed, bool reloads) : m_oRandom(seed), m_bReloads(reloads) {}
 
   void Run() {
-    for (uint32_t round = 0; round < ROUNDS; ++round) {
+    for (uint32_t round = 0; round < ROUNDS_OF_THREADS; ++round) {
       CRegistry registry(KEYS[Number(std::size(KEYS))], HKEY_LOCAL_MACHINE);
       for (uint32_t step = Number(6); step > 0; --step) {
         Step(registry);
@@ -239,7 +238,7 @@ TEST_P(RegistryThreadsTest, EveryFileThatAThreadSavesCanBeLoaded) {
 }
 
 TEST_F(RegistryThreadsTest, FirstUseByManyThreadsLoadsTheTree) {
-  WriteFile(REGISTRY_FILE, BEFORE);
+  WriteFile(REGISTRY_FILE, WITH_BELOW);
   std::vector<std::thread> threads(8);
   for (std::thread& thread : threads) {
     thread = std::thread([] {

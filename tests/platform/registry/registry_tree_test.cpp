@@ -24,7 +24,7 @@ constexpr char DEFAULT_LINE[] =
     "CRegistry: WARNING: Could not restore tree from \"%s\", trying default\n";
 constexpr char FAILED_LINE[] =
     "CRegistry: ERROR: Could not restore tree from \"%s\", restoring failed\n";
-constexpr char OPEN_LINE[] = "CRegistry: WARNING: Could not open \"%s\"\n";
+constexpr char NOT_OPENED_LINE[] = "CRegistry: WARNING: Could not open \"%s\"\n";
 constexpr char LENGTH_LINE[] = "CRegistry: WARNING: The length of \"%s\" is not sufficient\n";
 constexpr char CONTENT_LINE[] =
     "CRegistry: WARNING: Node restoring from \"%s\" failed - check the content of this file\n";
@@ -105,8 +105,8 @@ TEST_F(RegistryTreeTest, LoadsTheDefaultWhenNothingIsReadFromTheOthers) {
 TEST_F(RegistryTreeTest, GoesOnWithAnEmptyTreeWithoutAnyFile) {
   const TraceSession session(1);
   EXPECT_EQ(Loaded(), "\n");
-  EXPECT_THAT(session.Formats(),
-              ElementsAre(OPEN_LINE, BACKUP_LINE, OPEN_LINE, DEFAULT_LINE, OPEN_LINE, FAILED_LINE));
+  EXPECT_THAT(session.Formats(), ElementsAre(NOT_OPENED_LINE, BACKUP_LINE, NOT_OPENED_LINE,
+                                             DEFAULT_LINE, NOT_OPENED_LINE, FAILED_LINE));
   EXPECT_EQ(session.Texts().back(),
             "CRegistry: ERROR: Could not restore tree from \"/etc/qamrel/registry.default\", "
             "restoring failed\n");
@@ -127,7 +127,7 @@ TEST_F(RegistryTreeTest, IntegerLineWithoutDigitsKeepsTheBackupFromLoading) {
 }
 
 TEST_F(RegistryTreeTest, EveryLoadFailureIsTracedAtLevel1) {
-  for (const char* line : {OPEN_LINE, BACKUP_LINE, DEFAULT_LINE, FAILED_LINE}) {
+  for (const char* line : {NOT_OPENED_LINE, BACKUP_LINE, DEFAULT_LINE, FAILED_LINE}) {
     EXPECT_EQ(LevelOf(line, SetUpAnew), 1U) << line;
   }
   WriteFile(REGISTRY_FILE, "");
@@ -179,7 +179,7 @@ TEST_F(RegistryTreeTest, CurrentFileThatCannotBeReadIsNeverSavedOver) {
   EXPECT_EQ(Content(), TreeText("Name=d=2\nOther=d=0\n"));
   ASSERT_EQ(std::filesystem::file_size(REGISTRY_FILE), TOO_LONG);
   EXPECT_EQ(ReadFile(REGISTRY_BACKUP_FILE), TreeText("Name=d=0\nOther=d=0\n"));
-  EXPECT_EQ(session.Count(OPEN_LINE), 2);
+  EXPECT_EQ(session.Count(NOT_OPENED_LINE), 2);
   EXPECT_FALSE(m_oTree.SaveTree());
 
   std::filesystem::resize_file(REGISTRY_FILE, current.size());

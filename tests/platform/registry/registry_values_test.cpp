@@ -16,7 +16,7 @@ using testing::MatchesRegex;
 
 constexpr char SET_LINE[] = "CRegistry::SetValue \"%s\" %d %d\n";
 constexpr char REPLACE_LINE[] = "CRegistry::SetValue oEntry = %p\n";
-constexpr char DELETE_LINE[] = "CRegistry::DeleteValue \"%s\"\n";
+constexpr char DELETE_VALUE_LINE[] = "CRegistry::DeleteValue \"%s\"\n";
 
 class RegistryValuesTest : public RegistryFilesTest {
  protected:
@@ -245,7 +245,7 @@ TEST_F(RegistryValuesTest, DeleteValueWithoutAKeyFailsAndChangesNothing) {
 
 TEST_F(RegistryValuesTest, DeleteValueIsTracedAtLevel2WithTheName) {
   CRegistry registry;
-  EXPECT_EQ(LevelOf(DELETE_LINE, [&] { registry.DeleteValue("Value"); }), 2U);
+  EXPECT_EQ(LevelOf(DELETE_VALUE_LINE, [&] { registry.DeleteValue("Value"); }), 2U);
   const TraceSession session(2);
   registry.DeleteValue("Value");
   registry.DeleteValue(nullptr);
