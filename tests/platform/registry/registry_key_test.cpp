@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "platform/registry/registry_node.h"
+#include "tests/support/level_lines.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 
@@ -10,10 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr char OPEN_LINE[] = "\nCRegistry::Open \"%s\", hKey = %d\n";
 constexpr char OPEN_ERROR_LINE[] = "\nCRegistry::Open ##ERROR while opening !!!\n";
-constexpr char CREATE_LINE[] = "CRegistry::CreateKey \"%s\"\n";
-constexpr char DELETE_KEY_LINE[] = "CRegistry::DeleteKey \"%s\"\n";
 constexpr char FREE_LINE[] = "CRegistryNode::deleteNode \"%s\"\n";
 
 class RegistryKeyTest : public RegistryFilesTest {
@@ -108,17 +106,17 @@ TEST_F(RegistryKeyTest, OpenAfterAFailureResetsTheStatus) {
 
 TEST_F(RegistryKeyTest, OpenIsTracedAtLevel2WithPathAndHandle) {
   CRegistry registry;
-  EXPECT_EQ(LevelOf(OPEN_LINE, [&] { registry.Open("A", HKEY_LOCAL_MACHINE); }), 2U);
-  const TraceSession session(2);
-  registry.Open("A\\B", HKEY_LOCAL_MACHINE);
-  registry.Open(nullptr, registry.GetKey());
-  registry.Open("", nullptr);
-  const std::string machine = Number(HKEY_LOCAL_MACHINE);
   const CRegistry key("A\\B", HKEY_LOCAL_MACHINE);
-  EXPECT_EQ(session.Texts()[0], "\nCRegistry::Open \"A\\B\", hKey = " + machine + "\n");
-  EXPECT_EQ(session.Texts()[1],
-            "\nCRegistry::Open \"<null>\", hKey = " + Number(key.GetKey()) + "\n");
-  EXPECT_EQ(session.Texts()[3], "\nCRegistry::Open \"\", hKey = 0\n");
+  ExpectLines({{2, "\nCRegistry::Open \"A\\B\", hKey = " + Number(HKEY_LOCAL_MACHINE) + "\n"},
+               {2, "\nCRegistry::Open \"<null>\", hKey = " + Number(key.GetKey()) + "\n"},
+               {1, OPEN_ERROR_LINE}},
+              [&] {
+                registry.Open("A\\B", HKEY_LOCAL_MACHINE);
+                registry.Open(nullptr, registry.GetKey());
+              });
+  const TraceSession session(2);
+  registry.Open("", nullptr);
+  EXPECT_EQ(session.Texts().back(), "\nCRegistry::Open \"\", hKey = 0\n");
 }
 
 TEST_F(RegistryKeyTest, FailureToOpenIsTracedAtLevel1) {
@@ -200,12 +198,11 @@ TEST_F(RegistryKeyTest, CreateKeyThatFailsStillMarksTheTreeDirty) {
 
 TEST_F(RegistryKeyTest, CreateKeyIsTracedAtLevel2WithThePath) {
   CRegistry registry;
-  EXPECT_EQ(LevelOf(CREATE_LINE, [&] { registry.CreateKey(HKEY_USERS, "A"); }), 2U);
-  const TraceSession session(2);
-  registry.CreateKey(HKEY_USERS, "A\\B");
-  registry.CreateKey(HKEY_USERS, nullptr);
-  EXPECT_THAT(session.Texts(),
-              ElementsAre("CRegistry::CreateKey \"A\\B\"\n", "CRegistry::CreateKey \"<null>\"\n"));
+  ExpectLines({{2, "CRegistry::CreateKey \"A\\B\"\n"}, {2, "CRegistry::CreateKey \"<null>\"\n"}},
+              [&] {
+                registry.CreateKey(HKEY_USERS, "A\\B");
+                registry.CreateKey(HKEY_USERS, nullptr);
+              });
 }
 
 TEST_F(RegistryKeyTest, DeleteKeyOfWhatIsNoSubkeyFails) {
@@ -305,12 +302,11 @@ TEST_F(RegistryKeyTest, DeleteKeyMarksTheTreeDirty) {
 
 TEST_F(RegistryKeyTest, DeleteKeyIsTracedAtLevel2WithTheName) {
   CRegistry registry;
-  EXPECT_EQ(LevelOf(DELETE_KEY_LINE, [&] { registry.DeleteKey("A"); }), 2U);
-  const TraceSession session(2);
-  registry.DeleteKey("Name");
-  registry.DeleteKey(nullptr);
-  EXPECT_THAT(session.Texts(),
-              ElementsAre("CRegistry::DeleteKey \"Name\"\n", "CRegistry::DeleteKey \"<null>\"\n"));
+  ExpectLines({{2, "CRegistry::DeleteKey \"Name\"\n"}, {2, "CRegistry::DeleteKey \"<null>\"\n"}},
+              [&] {
+                registry.DeleteKey("Name");
+                registry.DeleteKey(nullptr);
+              });
 }
 
 TEST_F(RegistryKeyTest, DeletedEntriesWithSomethingToFreeAreTracedAtLevel2) {

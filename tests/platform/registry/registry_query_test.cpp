@@ -7,14 +7,12 @@
 #include <string>
 
 #include "platform/registry/registry.h"
+#include "tests/support/level_lines.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 
 namespace {
 
-using testing::ElementsAre;
-
-constexpr char GET_LINE[] = "CRegistry::GetValue \"%s\" --> len %d\n";
 constexpr char NULL_COUNT_LINE[] =
     "CRegistry::QueryValue: ** ERROR **  pdwCount is a NULL pointer\n";
 
@@ -127,18 +125,18 @@ TEST_F(RegistryQueryTest, ExpansionReadsTheEnvironmentOfTheMoment) {
 
 TEST_F(RegistryQueryTest, ReadingIsTracedAtLevel4WithNameAndLength) {
   CRegistry registry(HKEY_LOCAL_MACHINE);
-  EXPECT_EQ(LevelOf(GET_LINE, [&] { registry.GetValue("Text"); }), 4U);
-  const TraceSession session(4);
-  registry.GetValue("Expand");
-  registry.GetValue("Bytes");
-  registry.GetValue("Number");
-  registry.GetValue("Absent");
-  std::string text;
-  registry.QueryValue(text, "Text");
-  EXPECT_THAT(session.Texts(), ElementsAre("CRegistry::GetValue \"Expand\" --> len 11\n",
-                                           "CRegistry::GetValue \"Bytes\" --> len 3\n",
-                                           "CRegistry::GetValue \"Number\" --> len 4\n",
-                                           "CRegistry::GetValue \"Text\" --> len 5\n"));
+  ExpectLines({{4, "CRegistry::GetValue \"Expand\" --> len 11\n"},
+               {4, "CRegistry::GetValue \"Bytes\" --> len 3\n"},
+               {4, "CRegistry::GetValue \"Number\" --> len 4\n"},
+               {4, "CRegistry::GetValue \"Text\" --> len 5\n"}},
+              [&] {
+                registry.GetValue("Expand");
+                registry.GetValue("Bytes");
+                registry.GetValue("Number");
+                registry.GetValue("Absent");
+                std::string text;
+                registry.QueryValue(text, "Text");
+              });
 }
 
 TEST_F(RegistryQueryTest, ReadingDoesNotMakeTheTreeDirty) {

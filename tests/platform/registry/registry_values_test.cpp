@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/registry/registry.h"
+#include "tests/support/level_lines.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/trace_session.h"
 
@@ -16,7 +17,6 @@ using testing::MatchesRegex;
 
 constexpr char SET_LINE[] = "CRegistry::SetValue \"%s\" %d %d\n";
 constexpr char REPLACE_LINE[] = "CRegistry::SetValue oEntry = %p\n";
-constexpr char DELETE_VALUE_LINE[] = "CRegistry::DeleteValue \"%s\"\n";
 
 class RegistryValuesTest : public RegistryFilesTest {
  protected:
@@ -183,15 +183,17 @@ TEST_F(RegistryValuesTest, SetValueOverASubkeyFreesItsSubtree) {
 
 TEST_F(RegistryValuesTest, SetValueIsTracedAtLevel2WithNameLengthAndType) {
   CRegistry registry(HKEY_LOCAL_MACHINE);
-  EXPECT_EQ(LevelOf(SET_LINE, [&] { registry.SetValue("Name", 1); }), 2U);
-  registry.DeleteValue("Name");
-  const TraceSession session(2);
-  registry.SetValue("Name", "abc");
-  registry.SetValue("Other", 1);
-  registry.SetValue(nullptr, "abc", 2, 77);
-  EXPECT_THAT(session.Texts(), ElementsAre("CRegistry::SetValue \"Name\" 3 1\n",
-                                           "CRegistry::SetValue \"Other\" 4 4\n",
-                                           "CRegistry::SetValue \"<null>\" 2 77\n"));
+  ExpectLines({{2, "CRegistry::SetValue \"Name\" 3 1\n"},
+               {2, "CRegistry::SetValue \"Other\" 4 4\n"},
+               {2, "CRegistry::SetValue \"<null>\" 2 77\n"}},
+              [&](TraceSession& session) {
+                registry.DeleteValue("Name");
+                registry.DeleteValue("Other");
+                session.Clear();
+                registry.SetValue("Name", "abc");
+                registry.SetValue("Other", 1);
+                registry.SetValue(nullptr, "abc", 2, 77);
+              });
 }
 
 TEST_F(RegistryValuesTest, ReplacementIsTracedAtLevel2) {
@@ -245,12 +247,11 @@ TEST_F(RegistryValuesTest, DeleteValueWithoutAKeyFailsAndChangesNothing) {
 
 TEST_F(RegistryValuesTest, DeleteValueIsTracedAtLevel2WithTheName) {
   CRegistry registry;
-  EXPECT_EQ(LevelOf(DELETE_VALUE_LINE, [&] { registry.DeleteValue("Value"); }), 2U);
-  const TraceSession session(2);
-  registry.DeleteValue("Value");
-  registry.DeleteValue(nullptr);
-  EXPECT_THAT(session.Texts(), ElementsAre("CRegistry::DeleteValue \"Value\"\n",
-                                           "CRegistry::DeleteValue \"<null>\"\n"));
+  ExpectLines(
+      {{2, "CRegistry::DeleteValue \"Value\"\n"}, {2, "CRegistry::DeleteValue \"<null>\"\n"}}, [&] {
+        registry.DeleteValue("Value");
+        registry.DeleteValue(nullptr);
+      });
 }
 
 TEST(RegistryExpandTest, ReplacesReferencesAndKeepsTheRest) {
