@@ -11,6 +11,7 @@
 #include "bench/request_texts.h"
 #include "frame/extension_module_interface.h"
 #include "frame/sip_json.h"
+#include "tests/support/installed_registry.h"
 
 namespace {
 
@@ -18,11 +19,6 @@ constexpr int REQUESTS = 1000;
 constexpr char DIRECTORY[] = "/etc/qamrel";
 constexpr char COLLECTOR[] = "/etc/qamrel/Talvor";
 constexpr char REGISTRY[] = "/etc/qamrel/registry";
-constexpr char REGISTRY_TEXT[] =
-    "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\n"
-    "DataRoot=s=/etc/qamrel/\nFileRoot=s=/etc/qamrel/\n\n\n\n"
-    "[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
-    "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\nTalvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n\n";
 
 template <typename Function>
 Function FindEntry(void* library, const char* name) {
@@ -33,7 +29,7 @@ Function FindEntry(void* library, const char* name) {
 
 int main() {
   Require(mkdir(DIRECTORY, 0755) == 0, DIRECTORY);
-  WriteWhole(REGISTRY, REGISTRY_TEXT, false);
+  WriteWhole(REGISTRY, InstalledRegistry(SetupValues(DIRECTORY, DIRECTORY)), false);
   WriteWhole(COLLECTOR, "#!/bin/sh\n", false);
 
   void* library = dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_LOCAL);

@@ -16,25 +16,12 @@
 #include "fuzz/check.h"
 #include "fuzz/json_input.h"
 #include "tests/frame/fake_switch.h"
+#include "tests/support/default_sink.h"
 #include "trace/debug_client.h"
-#include "trace/trace_sink.h"
 
 // Formats each line, so that every argument is read.
-class FormattingSink final : public ITraceSink {
+class FormattingSink final : public DefaultSink {
  public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
-  bool IsValid() override { return true; }
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-
-  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
-                                                 const char* moduleName) override {
-    Output(format, arguments, moduleName);
-  }
-
   [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
                                             const char* /*moduleName*/) override {
     static char line[8192];

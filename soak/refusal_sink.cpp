@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "trace/trace_sink.h"
+#include "tests/support/default_sink.h"
 
 namespace {
 
@@ -20,21 +20,8 @@ thread_local bool t_hasRefused = false;
 
 }  // namespace
 
-class CRefusalSink final : public ITraceSink {
+class CRefusalSink final : public DefaultSink {
  public:
-  void Placeholder0() override {}
-  void Placeholder1() override {}
-  bool IsValid() override { return true; }
-  void Placeholder3() override {}
-  void Placeholder4() override {}
-  void Placeholder5() override {}
-  void Placeholder6() override {}
-
-  [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
-                                                 const char* moduleName) override {
-    Output(format, arguments, moduleName);
-  }
-
   [[gnu::format(printf, 2, 0)]] void Output(const char* format, va_list arguments,
                                             const char* /*moduleName*/) override {
     std::array<char, LONGEST_LINE> line;

@@ -138,7 +138,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, EachCallTest, testing::ValuesIn(NamesOfCalls
 
 TEST_P(EachCallTest, IsSurvivedWhenAModuleStartsAndEnds) {
   const size_t threads = CountThreads();
-  const size_t descriptors = CountDescriptors();
+  const ptrdiff_t descriptors = CountDescriptors();
   bool hasFailed = true;
   for (int64_t number = 0; hasFailed; ++number) {
     SCOPED_TRACE(number);
@@ -177,7 +177,7 @@ TEST_P(EachCallTest, IsSurvivedWhenAModuleIsDeletedWithoutStop) {
 
 TEST_P(EachCallTest, IsSurvivedByRequests) {
   ASSERT_EQ(CreateAndStart(), 1U);
-  const size_t descriptors = CountDescriptors();
+  const ptrdiff_t descriptors = CountDescriptors();
   for (const char* command : {QUERY, CREATE, NAMED_TRANSFER}) {
     bool hasFailed = true;
     for (int64_t number = 0; hasFailed; ++number) {
@@ -198,7 +198,7 @@ TEST_P(EachCallTest, IsSurvivedByRequests) {
 }
 
 TEST_P(EachCallTest, IsSurvivedByACleanup) {
-  const size_t descriptors = CountDescriptors();
+  const ptrdiff_t descriptors = CountDescriptors();
   bool hasFailed = true;
   for (int64_t number = 0; hasFailed; ++number) {
     SCOPED_TRACE(number);

@@ -153,7 +153,7 @@ TEST_F(EmTalvorTest, IsGoneFromTheProcessWhenItIsUnloaded) {
 TEST_F(EmTalvorTest, TwentyRoundsLeaveNothingBehind) {
   InstallCollector(GOOD_COLLECTOR);
   size_t threads = 0;
-  size_t descriptors = 0;
+  ptrdiff_t descriptors = 0;
   size_t bytes = 0;
   for (int round = 0; round < 20; ++round) {
     RunWholeRoad();

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "archive_module/names.h"
+#include "tests/support/descriptor_count.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"
 
@@ -26,11 +27,6 @@ std::string TextOf(const SipJson& record) {
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   record.m_oDocument.Accept(writer);
   return buffer.GetString();
-}
-
-size_t CountEntries(const char* directory) {
-  const std::filesystem::directory_iterator entries(directory);
-  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
 // The thread sanitizer starts a thread of its own with the first one.
@@ -198,16 +194,17 @@ uint32_t ModuleHost::Run(const std::string& command) {
 
 size_t ModuleHost::CountThreads() {
   StartThreadOnce();
-  return CountEntries("/proc/self/task");
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return static_cast<size_t>(std::distance(begin(threads), end(threads)));
 }
 
 bool ModuleHost::HasOnlyThreads(size_t count) {
   return WaitUntil([count] { return CountThreads() == count; });
 }
 
-size_t ModuleHost::CountDescriptors() {
+ptrdiff_t ModuleHost::CountDescriptors() {
   StartThreadOnce();
-  return CountEntries("/proc/self/fd");
+  return ::CountDescriptors();
 }
 
 bool ModuleHost::HasChildren() { return waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -107,7 +108,7 @@ class ModuleHost : public testing::Test {
 
   // Of this process. What a sanitizer starts or opens with the first thread counts from the start.
   static size_t CountThreads();
-  static size_t CountDescriptors();
+  static ptrdiff_t CountDescriptors();
   // Waits for the system to forget threads that have ended. False after ten seconds.
   static bool HasOnlyThreads(size_t count);
   // Also true for a child that has ended and was not waited for.

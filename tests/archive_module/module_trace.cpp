@@ -1,14 +1,11 @@
 #include "tests/archive_module/module_trace.h"
 
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
 
 namespace {
 
-constexpr uint32_t HIGHEST_LEVEL = 5;
 constexpr size_t SEPARATOR_LENGTH = 90;
 constexpr std::string_view SERIALIZER_TAG = "CTaskSerializer";
 constexpr std::array<std::string_view, 4> MODULE_TAGS = {"EM_TALVOR", "EM DLL", "###", "---"};
@@ -64,22 +61,14 @@ LineFilter LinesWith(const std::string& text) {
 }
 
 void ExpectLines(const LineFilter& filter, const std::vector<LevelLine>& lines,
-                 const std::function<void(TraceSession& session)>& road) {
-  for (uint32_t level = 1; level <= HIGHEST_LEVEL; ++level) {
-    std::vector<std::string> expected;
-    for (const LevelLine& line : lines) {
-      if (line.level <= level) {
-        expected.push_back(line.text);
-      }
-    }
-    TraceSession session(level);
-    road(session);
-    std::vector<std::string> written;
+                 const std::function<void(TraceSession& session)>& action) {
+  ExpectLines(lines, action, [&filter](const TraceSession& session) {
+    std::vector<std::string> texts;
     for (const TraceLine& line : session.Lines()) {
       if (filter(line)) {
-        written.push_back(WithoutWhatDiffers(line.text));
+        texts.push_back(WithoutWhatDiffers(line.text));
       }
     }
-    EXPECT_THAT(written, testing::ElementsAreArray(expected)) << "at level " << level;
-  }
+    return texts;
+  });
 }

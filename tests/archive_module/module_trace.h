@@ -1,17 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "tests/support/level_lines.h"
 #include "tests/support/trace_session.h"
-
-// A line that the module is to write, and the lowest level at which it does.
-struct LevelLine {
-  uint32_t level;
-  std::string text;
-};
 
 // 90 hyphens, as the module draws them around what it does when it starts and stops.
 std::string SeparatorLine();
@@ -27,9 +21,8 @@ LineFilter LinesOfTheWorker();
 // The lines that contain the text, of all threads.
 LineFilter LinesWith(const std::string& text);
 
-// Runs `road` with tracing at each level from 1 to 5 and expects exactly the lines of the level, in
-// that order. In the texts "<pid>" and "<seconds>" stand for what differs from run to run. The road
-// must load the module itself, because tracing is configured on the first use, and may clear the
-// session where it begins in earnest.
+// ExpectLines() of the lines that the filter takes. In the texts "<pid>" and "<seconds>" stand for
+// what differs from run to run. The action must load the module itself, because tracing is
+// configured on the first use.
 void ExpectLines(const LineFilter& filter, const std::vector<LevelLine>& lines,
-                 const std::function<void(TraceSession& session)>& road);
+                 const std::function<void(TraceSession& session)>& action);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "tests/support/trace_session.h"
@@ -16,10 +17,12 @@ struct LevelLine {
 };
 
 // Runs `action` with tracing at each level from 1 to 5 and expects exactly the lines of the level,
-// in that order. `texts` reads them from the session.
-inline void ExpectLines(const std::vector<LevelLine>& lines, const std::function<void()>& action,
-                        const std::function<std::vector<std::string>(const TraceSession&)>& texts =
-                            &TraceSession::Texts) {
+// in that order. `texts` reads them from the session. The action may take the session, to clear it
+// where it begins in earnest.
+template <typename Action>
+void ExpectLines(const std::vector<LevelLine>& lines, const Action& action,
+                 const std::function<std::vector<std::string>(const TraceSession&)>& texts =
+                     &TraceSession::Texts) {
   for (uint32_t level = 1; level <= 5; ++level) {
     std::vector<std::string> expected;
     for (const LevelLine& line : lines) {
@@ -27,8 +30,12 @@ inline void ExpectLines(const std::vector<LevelLine>& lines, const std::function
         expected.push_back(line.text);
       }
     }
-    const TraceSession session(level);
-    action();
+    TraceSession session(level);
+    if constexpr (std::is_invocable_v<const Action&, TraceSession&>) {
+      action(session);
+    } else {
+      action();
+    }
     EXPECT_EQ(texts(session), expected) << "at level " << level;
   }
 }
