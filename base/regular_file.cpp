@@ -6,12 +6,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <optional>
 #include <utility>
 
 #include "base/descriptor.h"
 #include "base/file_lock.h"
+#include "base/retry.h"
 
 namespace {
 
@@ -58,10 +58,8 @@ bool ReadRegularFile(const std::string& path, std::string& text, size_t longest,
   content.reserve(std::min(size, LARGEST_RESERVE));
   std::array<char, 16'384> block;
   for (;;) {
-    const ssize_t length = read(file.Get(), block.data(), block.size());
-    if (length < 0 && errno == EINTR) {
-      continue;
-    }
+    const ssize_t length =
+        RetryInterrupted([&] { return read(file.Get(), block.data(), block.size()); });
     if (length < 0) {
       return false;
     }

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <cerrno>
+#include "base/retry.h"
 
 CLineReader::CLineReader(const char* path, int directory)
     : m_oFile(openat(directory, path, O_RDONLY | O_CLOEXEC)) {}
@@ -18,7 +18,7 @@ bool CLineReader::Read(std::string& line) {
     }
     m_strRest = {};
     const ssize_t length =
-        TEMP_FAILURE_RETRY(read(m_oFile.Get(), m_aBuffer.data(), m_aBuffer.size()));
+        RetryInterrupted([&] { return read(m_oFile.Get(), m_aBuffer.data(), m_aBuffer.size()); });
     if (length < 0) {
       line.clear();
       return false;

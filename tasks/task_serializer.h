@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/shown_address.h"
 #include "platform/sync/critical_section.h"
 #include "platform/sync/event.h"
 #include "platform/sync/thread.h"
@@ -114,11 +115,6 @@ class CTaskSerializer {
   bool HoldsTask() const;
   void DropAllTasks();
   void JoinWorker(const CThread::WaitsOn& waitsOn);
-
-  // The part of an address that trace lines show.
-  static uint32_t Shown(const void* address) {
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(address));
-  }
 
   // Runs a call into the deriving class; the worker survives whatever it throws. False when it
   // threw. Cancellation goes on: its exception is no object that the handler's reference could bind
@@ -357,7 +353,7 @@ void CTaskSerializer<T>::LingerForTask() const {
 
 template <typename T>
 void CTaskSerializer<T>::Execute(Task task) {
-  const uint32_t shown = Shown(task.record.get());
+  const uint32_t shown = ShownAddress(task.record.get());
   DEBUG_TRACE_NOTHROW(5, "\nCTaskSerializer     : Process Task (Record 0x%X) at level %d", shown,
                       task.level);
   if (Survives([&] { OnTaskExecution(task.record->message, task.level); })) {
@@ -379,12 +375,13 @@ void CTaskSerializer<T>::SignalExternalEvent(CEvent* event) {
   if (!Survives([&] { isSet = event->Set(); })) {
     DEBUG_TRACE_NOTHROW(
         1, "\n\nCTaskSerializer     : ## EXCEPTION setting external event object 0x%X!",
-        Shown(event));
+        ShownAddress(event));
   } else if (isSet) {
-    DEBUG_TRACE_NOTHROW(5, "\nCTaskSerializer     : External event object 0x%X set!", Shown(event));
+    DEBUG_TRACE_NOTHROW(5, "\nCTaskSerializer     : External event object 0x%X set!",
+                        ShownAddress(event));
   } else {
     DEBUG_TRACE_NOTHROW(1, "\nCTaskSerializer     : ERROR setting external event object 0x%X!",
-                        Shown(event));
+                        ShownAddress(event));
   }
 }
 

@@ -6,9 +6,10 @@
 #include <cstdlib>
 #include <string>
 
+#include "base/white_space.h"
+
 namespace {
 
-constexpr std::string_view WHITE_SPACE = " \t\r\v\f";
 constexpr std::string_view END_OF_FILE = "EndOfFile";
 
 // Cuts the first line off `text` and returns it without surrounding white space.

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <thread>
 
+#include "base/retry.h"
 #include "platform/process/child_program.h"
 #include "platform/process/working_directory.h"
 
@@ -20,7 +21,8 @@ constexpr std::chrono::milliseconds LOOK_INTERVAL(1);
 // True when the child ended with exit status 0. Stores the exit status of a normal end.
 bool WaitForEnd(int32_t pid, int32_t& exitCode) {
   int status = 0;
-  if (TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) != pid || !WIFEXITED(status)) {
+  const pid_t ended = RetryInterrupted([&] { return waitpid(pid, &status, 0); });
+  if (ended != pid || !WIFEXITED(status)) {
     return false;
   }
   exitCode = WEXITSTATUS(status);

@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "base/retry.h"
 
 namespace {
 
@@ -22,11 +23,10 @@ std::optional<off_t> SizeOf(int descriptor) {
 bool ReadAt(int descriptor, off_t offset, std::string& buffer) {
   size_t done = 0;
   while (done < buffer.size()) {
-    const ssize_t length = pread(descriptor, buffer.data() + done, buffer.size() - done,
-                                 offset + static_cast<off_t>(done));
-    if (length < 0 && errno == EINTR) {
-      continue;
-    }
+    const ssize_t length = RetryInterrupted([&] {
+      return pread(descriptor, buffer.data() + done, buffer.size() - done,
+                   offset + static_cast<off_t>(done));
+    });
     if (length <= 0) {
       return false;
     }
@@ -37,10 +37,8 @@ bool ReadAt(int descriptor, off_t offset, std::string& buffer) {
 
 bool WriteAt(int descriptor, off_t offset, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t length = pwrite(descriptor, text.data(), text.size(), offset);
-    if (length < 0 && errno == EINTR) {
-      continue;
-    }
+    const ssize_t length =
+        RetryInterrupted([&] { return pwrite(descriptor, text.data(), text.size(), offset); });
     if (length <= 0) {
       return false;
     }
@@ -51,11 +49,7 @@ bool WriteAt(int descriptor, off_t offset, std::string_view text) {
 }
 
 bool Truncate(int descriptor, off_t size) {
-  int result = 0;
-  do {
-    result = ftruncate(descriptor, size);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return RetryInterrupted([&] { return ftruncate(descriptor, size); }) == 0;
 }
 
 // Writes `text` over everything from `from` on, which is `old`.

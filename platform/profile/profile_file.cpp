@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -37,17 +36,9 @@ bool IsRegularFile(int descriptor) {
 }  // namespace
 
 CProfileFile::CProfileFile(const char* fileName, Mode mode)
-    : m_nDescriptor(open(fileName, FlagsOf(mode), NEW_FILE_MODE)) {
-  if (m_nDescriptor < 0 || mode == Mode::CREATE || IsRegularFile(m_nDescriptor)) {
-    return;
-  }
-  close(m_nDescriptor);
-  m_nDescriptor = -1;
-  errno = 0;
-}
-
-CProfileFile::~CProfileFile() {
-  if (m_nDescriptor >= 0) {
-    close(m_nDescriptor);
+    : m_oFile(open(fileName, FlagsOf(mode), NEW_FILE_MODE)) {
+  if (IsOpen() && mode != Mode::CREATE && !IsRegularFile(m_oFile.Get())) {
+    m_oFile.Close();
+    errno = 0;
   }
 }

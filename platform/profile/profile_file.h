@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/descriptor.h"
+
 // A regular file that a profile call works on, closed with the object. Links are followed. A pipe,
 // device or directory of that name cannot be opened, and no attempt blocks on one.
 class CProfileFile {
@@ -14,15 +16,12 @@ class CProfileFile {
 
   // When the file cannot be opened, the object is not open and errno says why (0: no regular file).
   CProfileFile(const char* fileName, Mode mode);
-  ~CProfileFile();
-  CProfileFile(const CProfileFile&) = delete;
-  CProfileFile& operator=(const CProfileFile&) = delete;
 
-  bool IsOpen() const { return m_nDescriptor >= 0; }
+  bool IsOpen() const { return m_oFile.IsOpen(); }
 
   // The descriptor, owned by the object; -1 when it is not open.
-  int GetDescriptor() const { return m_nDescriptor; }
+  int GetDescriptor() const { return m_oFile.Get(); }
 
  private:
-  int m_nDescriptor;
+  CDescriptor m_oFile;
 };

@@ -3,22 +3,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
+
+#include "base/retry.h"
 
 namespace {
 
 constexpr size_t BLOCK_SIZE = 32768;
 constexpr size_t LONGEST_PIECE = CProfileLines::LINE_SIZE - 1;
-
-ssize_t ReadSome(int descriptor, char* buffer, size_t size) {
-  ssize_t length = 0;
-  do {
-    length = read(descriptor, buffer, size);
-  } while (length < 0 && errno == EINTR);
-  return length;
-}
 
 }  // namespace
 
@@ -59,7 +52,8 @@ void CProfileLines::ReadOn() {
   m_nBlockOffset += static_cast<off_t>(m_nBegin);
   m_nBegin = 0;
   m_nEnd = rest;
-  const ssize_t length = ReadSome(m_nDescriptor, m_pBlock.get() + rest, BLOCK_SIZE - rest);
+  const ssize_t length = RetryInterrupted(
+      [&] { return read(m_nDescriptor, m_pBlock.get() + rest, BLOCK_SIZE - rest); });
   if (length < 0) {
     m_bFailed = true;
     return;

@@ -8,10 +8,6 @@
 
 namespace {
 
-bool IsWhiteSpace(char character) {
-  return character == ' ' || (character >= '\t' && character <= '\r');
-}
-
 std::string_view TrimStart(std::string_view text) {
   while (!text.empty() && IsWhiteSpace(text.front())) {
     text.remove_prefix(1);

@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "base/shown_address.h"
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_path.h"
 #include "platform/registry/registry_tree.h"
@@ -15,7 +16,7 @@ namespace {
 const char* OrNull(const char* text) { return text != nullptr ? text : "<null>"; }
 
 int32_t OrNull(const std::shared_ptr<CRegistryNode>& node) {
-  return static_cast<int32_t>(reinterpret_cast<uintptr_t>(node.get()));
+  return static_cast<int32_t>(ShownAddress(node.get()));
 }
 
 bool ReadOnce(CRegistry& registry, std::string& text, const char* name) {

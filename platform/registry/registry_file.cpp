@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/descriptor.h"
+#include "base/retry.h"
 #include "platform/registry/registry_lock.h"
 #include "trace/debug_client.h"
 
@@ -43,10 +44,8 @@ class TemporaryFile {
   // Writes the text so that it survives a crash of the machine. False with errno.
   bool Fill(std::string_view text) {
     while (!text.empty()) {
-      const ssize_t written = write(m_oFile.Get(), text.data(), text.size());
-      if (written < 0 && errno == EINTR) {
-        continue;
-      }
+      const ssize_t written =
+          RetryInterrupted([&] { return write(m_oFile.Get(), text.data(), text.size()); });
       if (written < 0) {
         return false;
       }

@@ -25,20 +25,24 @@ timespec DeadlineAfter(const timespec& start, uint32_t milliseconds) {
   return deadline;
 }
 
-int WaitForever(EventRecord& record) {
-  int result = 0;
-  do {
-    result = pthread_cond_wait(&record.condition, &record.mutex);
-  } while (result == EINTR);
+// For calls that return their error. POSIX rules EINTR out; a system that reports it all the same
+// is asked again.
+template <typename Call>
+int RetryInterruptedWait(const Call& call) {
+  int result = call();
+  while (result == EINTR) {
+    result = call();
+  }
   return result;
 }
 
+int WaitForever(EventRecord& record) {
+  return RetryInterruptedWait([&] { return pthread_cond_wait(&record.condition, &record.mutex); });
+}
+
 int WaitUntil(EventRecord& record, const timespec& deadline) {
-  int result = 0;
-  do {
-    result = pthread_cond_timedwait(&record.condition, &record.mutex, &deadline);
-  } while (result == EINTR);
-  return result;
+  return RetryInterruptedWait(
+      [&] { return pthread_cond_timedwait(&record.condition, &record.mutex, &deadline); });
 }
 
 // Waits on the locked record. Returns pthread's result.
