@@ -18,7 +18,7 @@ bool CLineReader::Read(std::string& line) {
     }
     m_strRest = {};
     const ssize_t length =
-        RetryInterrupted([&] { return read(m_oFile.Get(), m_aBuffer.data(), m_aBuffer.size()); });
+        RetryInterrupted([&] { return read(m_oFile.Get(), m_oBuffer.data(), m_oBuffer.size()); });
     if (length < 0) {
       line.clear();
       return false;
@@ -26,6 +26,6 @@ bool CLineReader::Read(std::string& line) {
     if (length == 0) {
       return !line.empty();
     }
-    m_strRest = {m_aBuffer.data(), static_cast<size_t>(length)};
+    m_strRest = {m_oBuffer.data(), static_cast<size_t>(length)};
   }
 }

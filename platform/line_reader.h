@@ -24,6 +24,6 @@ class CLineReader {
 
  private:
   const CDescriptor m_oFile;
-  std::array<char, 4096> m_aBuffer;
-  std::string_view m_strRest;  // of what was read into m_aBuffer
+  std::array<char, 4096> m_oBuffer;
+  std::string_view m_strRest;  // of what was read into m_oBuffer
 };

@@ -63,7 +63,7 @@ std::optional<CConfigSection> CConfigSection::Find(std::string_view text, std::s
 }
 
 std::optional<uint32_t> CConfigSection::ReadNumber(std::string_view key) const {
-  std::string_view rest = m_lines;
+  std::string_view rest = m_strLines;
   while (!rest.empty()) {
     const std::string_view line = TakeLine(rest);
     const size_t equals = line.find('=');

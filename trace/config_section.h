@@ -24,7 +24,7 @@ class CConfigSection {
   std::optional<uint32_t> ReadNumber(std::string_view key) const;
 
  private:
-  explicit CConfigSection(std::string_view lines) : m_lines(lines) {}
+  explicit CConfigSection(std::string_view lines) : m_strLines(lines) {}
 
-  const std::string_view m_lines;
+  const std::string_view m_strLines;
 };

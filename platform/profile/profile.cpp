@@ -27,7 +27,7 @@ std::string CProfile::ReadString(const std::string& section, const std::string& 
   std::string value(std::max<size_t>(LONGEST_VALUE, defaultValue.size() + 1), '\0');
   value.resize(GetPrivateProfileString(section.c_str(), key.c_str(), defaultValue.c_str(),
                                        value.data(), static_cast<uint32_t>(value.size()),
-                                       m_oFileName.c_str()));
+                                       m_strFileName.c_str()));
   return value;
 }
 
@@ -35,7 +35,7 @@ int32_t CProfile::ReadInteger(const std::string& section, const std::string& key
                               int32_t defaultValue) const {
   std::array<char, INTEGER_SIZE> text;
   GetPrivateProfileString(section.c_str(), key.c_str(), "", text.data(), text.size(),
-                          m_oFileName.c_str());
+                          m_strFileName.c_str());
   char* end = nullptr;
   const int64_t number = std::strtoll(text.data(), &end, 0);
   return end != text.data() ? static_cast<int32_t>(number) : defaultValue;
@@ -49,8 +49,8 @@ std::string CProfile::ReadList(const char* section) const {
   do {
     size *= 2;
     list.resize(size);
-    length =
-        GetPrivateProfileString(section, nullptr, nullptr, list.data(), size, m_oFileName.c_str());
+    length = GetPrivateProfileString(section, nullptr, nullptr, list.data(), size,
+                                     m_strFileName.c_str());
   } while (length >= size - 2 && size < LARGEST_LIST);
   list.resize(length);
   return list;
@@ -71,7 +71,7 @@ std::vector<std::string> CProfile::ReadKeys(const std::string& section) const {
 bool CProfile::WriteString(const std::string& section, const std::string& key,
                            const std::string& value) const {
   return WritePrivateProfileString(section.c_str(), key.c_str(), value.c_str(),
-                                   m_oFileName.c_str()) != 0;
+                                   m_strFileName.c_str()) != 0;
 }
 
 bool CProfile::WriteInteger(const std::string& section, const std::string& key,
@@ -85,9 +85,10 @@ bool CProfile::WriteUnsigned(const std::string& section, const std::string& key,
 }
 
 bool CProfile::DeleteKey(const std::string& section, const std::string& key) const {
-  return WritePrivateProfileString(section.c_str(), key.c_str(), nullptr, m_oFileName.c_str()) != 0;
+  return WritePrivateProfileString(section.c_str(), key.c_str(), nullptr, m_strFileName.c_str()) !=
+         0;
 }
 
 bool CProfile::DeleteSection(const std::string& section) const {
-  return WritePrivateProfileString(section.c_str(), nullptr, nullptr, m_oFileName.c_str()) != 0;
+  return WritePrivateProfileString(section.c_str(), nullptr, nullptr, m_strFileName.c_str()) != 0;
 }

@@ -14,9 +14,9 @@
 // throw std::bad_alloc.
 class CProfile {
  public:
-  explicit CProfile(std::string fileName) : m_oFileName(std::move(fileName)) {}
+  explicit CProfile(std::string fileName) : m_strFileName(std::move(fileName)) {}
 
-  const std::string& GetFileName() const { return m_oFileName; }
+  const std::string& GetFileName() const { return m_strFileName; }
 
   // The value of a key, or the default when there is no such key or the file cannot be read.
   std::string ReadString(const std::string& section, const std::string& key,
@@ -51,5 +51,5 @@ class CProfile {
  private:
   std::string ReadList(const char* section) const;
 
-  const std::string m_oFileName;
+  const std::string m_strFileName;
 };

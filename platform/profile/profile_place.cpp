@@ -16,8 +16,8 @@ ProfileChange Replace(off_t from, off_t to, bool leadingLineEnd) {
 }  // namespace
 
 CProfilePlace::CProfilePlace(const char* section, const char* key, const char* value)
-    : m_oSection(section),
-      m_oKey(key != nullptr ? key : ""),
+    : m_strSection(section),
+      m_strKey(key != nullptr ? key : ""),
       m_bRemoveSection(key == nullptr),
       m_bRemove(key == nullptr || value == nullptr) {}
 
@@ -36,7 +36,7 @@ std::optional<ProfileChange> CProfilePlace::TakeLine(std::string_view line, off_
 
 std::optional<ProfileChange> CProfilePlace::TakeHeader(std::string_view line, off_t from) {
   if (!m_bInSection) {
-    m_bInSection = IsProfileHeader(line, m_oSection);
+    m_bInSection = IsProfileHeader(line, m_strSection);
     m_nSectionStart = from;
     return std::nullopt;
   }
@@ -51,11 +51,11 @@ std::optional<ProfileChange> CProfilePlace::TakeEntry(std::string_view line, off
                                                       off_t end) {
   const bool isFirst = m_bFirstEntry;
   m_bFirstEntry = false;
-  if (m_bRemoveSection || !line.starts_with(m_oKey)) {
+  if (m_bRemoveSection || !line.starts_with(m_strKey)) {
     return std::nullopt;
   }
   const size_t equals = line.find('=');
-  if (equals == std::string_view::npos || NameOf(line, equals) != m_oKey) {
+  if (equals == std::string_view::npos || NameOf(line, equals) != m_strKey) {
     return std::nullopt;
   }
   return Replace(from, end, isFirst);  // the line end keeps the empty line after the header

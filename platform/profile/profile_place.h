@@ -47,8 +47,8 @@ class CProfilePlace {
   std::optional<ProfileChange> TakeHeader(std::string_view line, off_t from);
   std::optional<ProfileChange> TakeEntry(std::string_view line, off_t from, off_t end);
 
-  const std::string_view m_oSection;
-  const std::string_view m_oKey;
+  const std::string_view m_strSection;
+  const std::string_view m_strKey;
   const bool m_bRemoveSection;
   const bool m_bRemove;  // a key or the section
   off_t m_nSectionStart = 0;

@@ -31,8 +31,8 @@ std::string_view OrEmpty(const char* text) { return text != nullptr ? text : "";
 CProfileReader::CProfileReader(const char* section, const char* key, char* buffer, uint32_t size)
     : m_bListSections(section == nullptr),
       m_bListKeys(key == nullptr),
-      m_oSection(OrEmpty(section)),
-      m_oKey(OrEmpty(key)),
+      m_strSection(OrEmpty(section)),
+      m_strKey(OrEmpty(key)),
       m_pBuffer(buffer),
       m_nSize(size) {}
 
@@ -42,7 +42,7 @@ bool CProfileReader::TakeLine(std::string_view line) {
   if (line.starts_with('[')) {
     return TakeHeader(WithoutComment(line));
   }
-  return !m_bInSection || !line.starts_with(m_oKey) || TakeEntry(WithoutComment(line));
+  return !m_bInSection || !line.starts_with(m_strKey) || TakeEntry(WithoutComment(line));
 }
 
 bool CProfileReader::TakeHeader(std::string_view line) {
@@ -53,7 +53,7 @@ bool CProfileReader::TakeHeader(std::string_view line) {
     const size_t end = line.find(']');
     return end == std::string_view::npos || AppendName(line.substr(1, end - 1));
   }
-  m_bInSection = IsProfileHeader(line, m_oSection);
+  m_bInSection = IsProfileHeader(line, m_strSection);
   return true;
 }
 
@@ -66,7 +66,7 @@ bool CProfileReader::TakeEntry(std::string_view line) {
   if (m_bListKeys) {
     return AppendName(name);
   }
-  if (name != m_oKey) {
+  if (name != m_strKey) {
     return true;
   }
   Store(TrimStart(line.substr(equals + 1)));

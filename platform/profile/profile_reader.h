@@ -32,8 +32,8 @@ class CProfileReader {
 
   const bool m_bListSections;
   const bool m_bListKeys;
-  const std::string_view m_oSection;
-  const std::string_view m_oKey;
+  const std::string_view m_strSection;
+  const std::string_view m_strKey;
   char* const m_pBuffer;
   const uint32_t m_nSize;
   uint32_t m_nCount = 0;  // characters stored; m_nSize: full

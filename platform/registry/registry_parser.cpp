@@ -44,11 +44,11 @@ struct OpenNode {
 class Parser {
  public:
   explicit Parser(std::string_view text)
-      : m_rest(text), m_bHasNul(text.find('\0') != std::string_view::npos) {}
+      : m_strRest(text), m_bHasNul(text.find('\0') != std::string_view::npos) {}
 
   bool Run(CRegistryNode& node) {
     m_oNodes.emplace_back();
-    while (!m_rest.empty()) {
+    while (!m_strRest.empty()) {
       const std::string_view line = TakeLine();
       if (!line.empty()) {
         ParseLine(line);
@@ -67,7 +67,7 @@ class Parser {
 
  private:
   std::string_view TakeLine() {
-    const std::string_view piece = TakePiece(m_rest);
+    const std::string_view piece = TakePiece(m_strRest);
     return m_bHasNul ? piece.substr(0, piece.find('\0')) : piece;
   }
 
@@ -128,7 +128,7 @@ class Parser {
     KillRegistryKeys(replaced);
   }
 
-  std::string_view m_rest;
+  std::string_view m_strRest;
   const bool m_bHasNul;  // in all of the text: most texts hold none, and no line is searched then
   std::vector<OpenNode> m_oNodes;  // from the outermost to the innermost
   bool m_bReadAny = false;

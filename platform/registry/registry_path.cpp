@@ -21,8 +21,8 @@ std::string ToUpperRegistryName(std::string_view name) {
 size_t FindRegistrySeparator(std::string_view path) { return path.find_first_of(SEPARATORS); }
 
 std::string_view CRegistryPath::Next() {
-  m_rest.remove_prefix(std::min(m_rest.find_first_not_of(SEPARATORS), m_rest.size()));
-  const std::string_view component = m_rest.substr(0, FindRegistrySeparator(m_rest));
-  m_rest.remove_prefix(component.size());
+  m_strRest.remove_prefix(std::min(m_strRest.find_first_not_of(SEPARATORS), m_strRest.size()));
+  const std::string_view component = m_strRest.substr(0, FindRegistrySeparator(m_strRest));
+  m_strRest.remove_prefix(component.size());
   return component;
 }

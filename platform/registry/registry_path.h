@@ -8,13 +8,13 @@
 class CRegistryPath {
  public:
   // The path must outlive the object.
-  explicit CRegistryPath(std::string_view path) : m_rest(path) {}
+  explicit CRegistryPath(std::string_view path) : m_strRest(path) {}
 
   // The next component, or an empty text at the end.
   std::string_view Next();
 
  private:
-  std::string_view m_rest;
+  std::string_view m_strRest;
 };
 
 // The position of the first separator, or npos.

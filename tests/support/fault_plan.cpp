@@ -4,18 +4,18 @@
 #include <utility>
 
 FaultPlan::FaultPlan(int error, Decide decide)
-    : m_decide(std::move(decide)),
+    : m_oDecide(std::move(decide)),
       m_nError(error),
-      m_answers{Plan("open", calls::open),
-                PlanClosing(),
-                PlanWrites(),
-                Plan("fchmod", calls::fchmod),
-                Plan("fsync", calls::fsync),
-                Plan("stat", calls::stat),
-                Plan("fstat", calls::fstat),
-                Plan("rename", calls::rename),
-                Plan("unlink", calls::unlink),
-                PlanExchange()} {}
+      m_oAnswers{Plan("open", calls::open),
+                 PlanClosing(),
+                 PlanWrites(),
+                 Plan("fchmod", calls::fchmod),
+                 Plan("fsync", calls::fsync),
+                 Plan("stat", calls::stat),
+                 Plan("fstat", calls::fstat),
+                 Plan("rename", calls::rename),
+                 Plan("unlink", calls::unlink),
+                 PlanExchange()} {}
 
 ScopedAnswer FaultPlan::PlanWrites() {
   return calls::write.Answer([this](int descriptor, const void* bytes, size_t length) {

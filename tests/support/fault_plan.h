@@ -31,7 +31,7 @@ class FaultPlan {
   void WriteByteByByte() { m_nLongestWrite = 1; }
 
   // The calls so far, by name.
-  const std::vector<std::string>& GetCalls() const { return m_calls; }
+  const std::vector<std::string>& GetCalls() const { return m_oCalls; }
 
  private:
   template <typename Result, typename... Arguments>
@@ -47,8 +47,8 @@ class FaultPlan {
   template <typename Call>
   auto Decided(const char* name, const Call& call) -> decltype(call()) {
     const int errnoBefore = errno;
-    const Outcome outcome = m_decide(m_calls.size(), name);
-    m_calls.emplace_back(name);
+    const Outcome outcome = m_oDecide(m_oCalls.size(), name);
+    m_oCalls.emplace_back(name);
     errno = errnoBefore;
     if (outcome == Outcome::DONE) {
       return call();
@@ -60,11 +60,11 @@ class FaultPlan {
     return -1;
   }
 
-  const Decide m_decide;
+  const Decide m_oDecide;
   const int m_nError;
   size_t m_nLongestWrite = SIZE_MAX;  // bytes
-  std::vector<std::string> m_calls;
-  const ScopedAnswer m_answers[10];
+  std::vector<std::string> m_oCalls;
+  const ScopedAnswer m_oAnswers[10];
 };
 
 // While it lives, no two files can be exchanged, for that reason (0: they can).

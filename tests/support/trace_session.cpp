@@ -41,9 +41,9 @@ class CollectingSink final : public DefaultSink {
     std::function<void(const std::string&)> actionForEach;
     std::function<void()> action;
     {
-      const std::lock_guard guard(m_lock);
+      const std::lock_guard guard(m_oLock);
       actionForEach = m_actionForEach;
-      if (const auto entry = m_actions.find(std::string_view(format)); entry != m_actions.end()) {
+      if (const auto entry = m_oActions.find(std::string_view(format)); entry != m_oActions.end()) {
         action = entry->second;
       }
     }
@@ -54,51 +54,51 @@ class CollectingSink final : public DefaultSink {
       action();
     }
     TraceLine line = {format, Format(format, arguments), moduleName, std::this_thread::get_id()};
-    const std::lock_guard guard(m_lock);
-    m_lines.push_back(std::move(line));
-    m_changed.notify_all();
+    const std::lock_guard guard(m_oLock);
+    m_oLines.push_back(std::move(line));
+    m_oChanged.notify_all();
   }
 
   std::vector<TraceLine> Lines() {
-    const std::lock_guard guard(m_lock);
-    return m_lines;
+    const std::lock_guard guard(m_oLock);
+    return m_oLines;
   }
 
   void Clear() {
-    const std::lock_guard guard(m_lock);
-    m_lines.clear();
+    const std::lock_guard guard(m_oLock);
+    m_oLines.clear();
   }
 
   void SetAction(const std::string& format, std::function<void()> action) {
-    const std::lock_guard guard(m_lock);
-    m_actions[format] = std::move(action);
+    const std::lock_guard guard(m_oLock);
+    m_oActions[format] = std::move(action);
   }
 
   void SetActionForEach(std::function<void(const std::string&)> action) {
-    const std::lock_guard guard(m_lock);
+    const std::lock_guard guard(m_oLock);
     m_actionForEach = std::move(action);
   }
 
   void ClearActions() {
-    const std::lock_guard guard(m_lock);
-    m_actions.clear();
+    const std::lock_guard guard(m_oLock);
+    m_oActions.clear();
     m_actionForEach = nullptr;
   }
 
   bool WaitFor(const std::string& format, int count) {
-    std::unique_lock lock(m_lock);
-    return m_changed.wait_for(lock, LIMIT, [&] {
-      return std::count_if(m_lines.begin(), m_lines.end(),
+    std::unique_lock lock(m_oLock);
+    return m_oChanged.wait_for(lock, LIMIT, [&] {
+      return std::count_if(m_oLines.begin(), m_oLines.end(),
                            [&](const TraceLine& line) { return line.format == format; }) >= count;
     });
   }
 
  private:
-  std::mutex m_lock;
-  std::condition_variable m_changed;
-  std::vector<TraceLine> m_lines;
+  std::mutex m_oLock;
+  std::condition_variable m_oChanged;
+  std::vector<TraceLine> m_oLines;
   // Searched without taking memory, so that an action may give some back.
-  std::map<std::string, std::function<void()>, std::less<>> m_actions;
+  std::map<std::string, std::function<void()>, std::less<>> m_oActions;
   std::function<void(const std::string&)> m_actionForEach;
 };
 

@@ -21,18 +21,18 @@ class Sink final : public DefaultSink {
     std::array<char, 200> line = {};
     const int length = snprintf(line.data(), line.size(), "<%s|%s>\n", moduleName, text.data());
     if (!m_isEcho) {
-      m_last = line;
+      m_oLast = line;
     } else if (write(STDERR_FILENO, line.data(), static_cast<size_t>(length)) != length) {
       abort();
     }
   }
 
-  std::string Last() const { return m_last.data(); }
+  std::string Last() const { return m_oLast.data(); }
 
   bool m_isEcho = false;  // writes the lines to stderr
 
  private:
-  std::array<char, 200> m_last = {};
+  std::array<char, 200> m_oLast = {};
 };
 
 extern constinit Sink Debug;

@@ -19,16 +19,16 @@ using Texts = std::vector<std::string>;
 // A sink that may be invalid, and that tells its two outputs apart.
 class Sink final : public ITraceSink {
  public:
-  void Placeholder0() override { m_lines.emplace_back("placeholder"); }
-  void Placeholder1() override { m_lines.emplace_back("placeholder"); }
+  void Placeholder0() override { m_oLines.emplace_back("placeholder"); }
+  void Placeholder1() override { m_oLines.emplace_back("placeholder"); }
   bool IsValid() override {
     ++m_validityTests;
     return m_isValid;
   }
-  void Placeholder3() override { m_lines.emplace_back("placeholder"); }
-  void Placeholder4() override { m_lines.emplace_back("placeholder"); }
-  void Placeholder5() override { m_lines.emplace_back("placeholder"); }
-  void Placeholder6() override { m_lines.emplace_back("placeholder"); }
+  void Placeholder3() override { m_oLines.emplace_back("placeholder"); }
+  void Placeholder4() override { m_oLines.emplace_back("placeholder"); }
+  void Placeholder5() override { m_oLines.emplace_back("placeholder"); }
+  void Placeholder6() override { m_oLines.emplace_back("placeholder"); }
 
   [[gnu::format(printf, 2, 0)]] void PlainOutput(const char* format, va_list arguments,
                                                  const char* moduleName) override {
@@ -41,14 +41,14 @@ class Sink final : public ITraceSink {
 
   std::atomic<bool> m_isValid = true;
   std::atomic<int> m_validityTests = 0;
-  Texts m_lines;
+  Texts m_oLines;
 
  private:
   [[gnu::format(printf, 3, 0)]] void Add(const char* operation, const char* format,
                                          va_list arguments, const char* moduleName) {
     char text[100];
     vsnprintf(text, sizeof text, format, arguments);
-    m_lines.push_back(std::string(operation) + " " + moduleName + ": " + text);
+    m_oLines.push_back(std::string(operation) + " " + moduleName + ": " + text);
   }
 };
 
@@ -63,15 +63,15 @@ class DebugClientSinkTest : public testing::Test {
   DebugClientSinkTest() {
     Debug.m_isValid = true;
     Debug.m_validityTests = 0;
-    Debug.m_lines.clear();
+    Debug.m_oLines.clear();
     SetNextSinkValid(true);
     TakeLinesOfNextSink();
-    m_client.Load("EM_TALVOR");
+    m_oClient.Load("EM_TALVOR");
   }
-  ~DebugClientSinkTest() override { m_client.Release(); }
+  ~DebugClientSinkTest() override { m_oClient.Release(); }
 
   TakenSystemLog m_oLog;
-  CDebugClient m_client;
+  CDebugClient m_oClient;
 };
 
 // The position in the virtual table, from the ABI's form of a pointer to a virtual member.
@@ -90,70 +90,70 @@ TEST_F(DebugClientSinkTest, OperationsLieWhereTheHostHasThem) {
 }
 
 TEST_F(DebugClientSinkTest, TraceCallGoesToTheOutputWithTheModuleName) {
-  m_client.Trace(0, "line %d", 1);
-  EXPECT_EQ(Debug.m_lines, Texts({"leveled EM_TALVOR: line 1"}));
+  m_oClient.Trace(0, "line %d", 1);
+  EXPECT_EQ(Debug.m_oLines, Texts({"leveled EM_TALVOR: line 1"}));
   EXPECT_EQ(TakeLinesOfNextSink(), 0);
 }
 
 TEST_F(DebugClientSinkTest, PlainOperationsGoToThePlainOutput) {
-  m_client.Print("first %d", 1);
-  m_client.PrintFor(4711, "second %d", 2);
-  EXPECT_EQ(Debug.m_lines, Texts({"plain EM_TALVOR: first 1", "plain EM_TALVOR: second 2"}));
+  m_oClient.Print("first %d", 1);
+  m_oClient.PrintFor(4711, "second %d", 2);
+  EXPECT_EQ(Debug.m_oLines, Texts({"plain EM_TALVOR: first 1", "plain EM_TALVOR: second 2"}));
 }
 
 TEST_F(DebugClientSinkTest, IsLookedUpAtTheFirstLineOnly) {
   EXPECT_EQ(Debug.m_validityTests, 0);
-  m_client.Trace(1, "dropped");
+  m_oClient.Trace(1, "dropped");
   EXPECT_EQ(Debug.m_validityTests, 0);
-  m_client.Trace(0, "line");
-  m_client.Trace(0, "line");
-  m_client.Print("line");
+  m_oClient.Trace(0, "line");
+  m_oClient.Trace(0, "line");
+  m_oClient.Print("line");
   EXPECT_EQ(Debug.m_validityTests, 1);
   Debug.m_isValid = false;
-  m_client.Trace(0, "line");
-  EXPECT_EQ(Debug.m_lines.size(), 4U);
+  m_oClient.Trace(0, "line");
+  EXPECT_EQ(Debug.m_oLines.size(), 4U);
 }
 
 TEST_F(DebugClientSinkTest, PlainOperationLooksItUpToo) {
-  m_client.Print("line");
-  m_client.Trace(0, "line");
+  m_oClient.Print("line");
+  m_oClient.Trace(0, "line");
   EXPECT_EQ(Debug.m_validityTests, 1);
-  EXPECT_EQ(Debug.m_lines.size(), 2U);
+  EXPECT_EQ(Debug.m_oLines.size(), 2U);
 }
 
 TEST_F(DebugClientSinkTest, NextObjectInSearchOrderStandsInForAnInvalidOne) {
   Debug.m_isValid = false;
-  m_client.Trace(0, "line");
+  m_oClient.Trace(0, "line");
   EXPECT_EQ(TakeLinesOfNextSink(), 1);
   Debug.m_isValid = true;
-  m_client.Print("line");
+  m_oClient.Print("line");
   EXPECT_EQ(TakeLinesOfNextSink(), 1) << "it was found and stays";
-  EXPECT_EQ(Debug.m_lines, Texts());
+  EXPECT_EQ(Debug.m_oLines, Texts());
 }
 
 TEST_F(DebugClientSinkTest, LosesTheLineWhenNoObjectIsValidAndLooksAgainAtTheNext) {
   Debug.m_isValid = false;
   SetNextSinkValid(false);
-  m_client.Trace(0, "lost");
-  m_client.Print("lost");
-  m_client.PrintFor(0, "lost");
+  m_oClient.Trace(0, "lost");
+  m_oClient.Print("lost");
+  m_oClient.PrintFor(0, "lost");
   EXPECT_EQ(TakeLinesOfNextSink(), 0);
   EXPECT_EQ(m_oLog.entries.size(), 1U) << "the line of level 0 is in the system log";
   Debug.m_isValid = true;
-  m_client.Trace(0, "line");
-  EXPECT_EQ(Debug.m_lines, Texts({"leveled EM_TALVOR: line"}));
+  m_oClient.Trace(0, "line");
+  EXPECT_EQ(Debug.m_oLines, Texts({"leveled EM_TALVOR: line"}));
 }
 
 TEST_F(DebugClientSinkTest, TestOfValidityThatThrowsCachesNothing) {
   Debug.m_isValid = false;
   SetNextSinkThrowing(true);
-  EXPECT_ANY_THROW(m_client.Trace(0, "lost"));
+  EXPECT_ANY_THROW(m_oClient.Trace(0, "lost"));
   {
     const CTraceShield shield;
-    EXPECT_NO_THROW(m_client.Trace(0, "lost"));
+    EXPECT_NO_THROW(m_oClient.Trace(0, "lost"));
   }
   SetNextSinkThrowing(false);
-  m_client.Trace(0, "line");
+  m_oClient.Trace(0, "line");
   EXPECT_EQ(TakeLinesOfNextSink(), 1);
 }
 
@@ -164,8 +164,8 @@ TEST_F(DebugClientSinkTest, ThreadsThatStartTogetherFindIt) {
     while (ready < 2) {
       std::this_thread::yield();
     }
-    m_client.Trace(1, "dropped");
-    m_client.Trace(0, "line");
+    m_oClient.Trace(1, "dropped");
+    m_oClient.Trace(0, "line");
   };
   Debug.m_isValid = false;
   std::thread first(trace);

@@ -21,33 +21,33 @@ constexpr uint32_t LARGEST = 0xFFFFFFFF;
 
 class DebugTraceConfigTest : public TraceConfigDirectory {
  protected:
-  void Load(const char* moduleName = "EM_TALVOR") { EXPECT_TRUE(m_client.Load(moduleName)); }
+  void Load(const char* moduleName = "EM_TALVOR") { EXPECT_TRUE(m_oClient.Load(moduleName)); }
 
   uint32_t LoadedLevel(const char* moduleName = "EM_TALVOR") {
     Load(moduleName);
-    return m_client.GetDebugLevel();
+    return m_oClient.GetDebugLevel();
   }
 
   uint32_t LoadedInterval() {
     Load();
-    return m_client.GetDynamicUpdate();
+    return m_oClient.GetDynamicUpdate();
   }
 };
 
 TEST_F(DebugTraceConfigTest, IsOffBeforeTheFirstLoad) {
-  EXPECT_FALSE(m_client.IsEnabled());
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 0U);
-  EXPECT_EQ(m_client.GetMemoryTracesFlag(), 0U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
-  EXPECT_STREQ(m_client.GetModuleName(), "");
+  EXPECT_FALSE(m_oClient.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 0U);
+  EXPECT_EQ(m_oClient.GetMemoryTracesFlag(), 0U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 0U);
+  EXPECT_STREQ(m_oClient.GetModuleName(), "");
 }
 
 TEST_F(DebugTraceConfigTest, StaysOffWithoutADirectory) {
   Load();
-  EXPECT_FALSE(m_client.IsEnabled());
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
+  EXPECT_FALSE(m_oClient.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 0U);
 }
 
 TEST_F(DebugTraceConfigTest, ReadsLevelAndFlagsFromTheSectionOfTheModule) {
@@ -57,10 +57,10 @@ TEST_F(DebugTraceConfigTest, ReadsLevelAndFlagsFromTheSectionOfTheModule) {
         "[em_talvor]\nFileDebugLevel = 3\nTraceFlags = 0x80000001\nMemoryTracesFlag=1\n"
         "[THIRD]\nFileDebugLevel=4\nTraceFlags=4\n");
   Load();
-  EXPECT_TRUE(m_client.IsEnabled());
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 0x80000001U);
-  EXPECT_EQ(m_client.GetMemoryTracesFlag(), 0U);
+  EXPECT_TRUE(m_oClient.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 0x80000001U);
+  EXPECT_EQ(m_oClient.GetMemoryTracesFlag(), 0U);
 }
 
 TEST_F(DebugTraceConfigTest, ReadsTheIntervalFromTheGlobalSectionOfTheGlobalFile) {
@@ -68,7 +68,7 @@ TEST_F(DebugTraceConfigTest, ReadsTheIntervalFromTheGlobalSectionOfTheGlobalFile
         "[EM_TALVOR]\nDynamicUpdate=1\nFileDebugLevel=4\n"
         "[globaldebugsettings]\nDynamicUpdate=10\n");
   EXPECT_EQ(LoadedInterval(), 10U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 4U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 4U);
 }
 
 TEST_F(DebugTraceConfigTest, IsNotTakenInByKeysThatAreOnlyPartOfItsOwn) {
@@ -77,9 +77,9 @@ TEST_F(DebugTraceConfigTest, IsNotTakenInByKeysThatAreOnlyPartOfItsOwn) {
         "[EM_TALVOR]\nDebugLevel=1\nFlags=1\nFileDebug=1\nTrace=1\n"
         "FileDebugLevel=3\nTraceFlags=9\n");
   Load();
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
 }
 
 TEST_F(DebugTraceConfigTest, ReadsNoIntervalFromAnotherFileOrSection) {
@@ -109,25 +109,25 @@ TEST_F(DebugTraceConfigTest, TakesTheFirstFileInAlphabeticalOrderThatHoldsTheSec
   }
   Write("A.ini", "[OTHER]\nFileDebugLevel=7\n");
   Load();
-  EXPECT_EQ(m_client.GetTraceFlags(), static_cast<uint32_t>('Z'));
+  EXPECT_EQ(m_oClient.GetTraceFlags(), static_cast<uint32_t>('Z'));
   std::filesystem::remove(Path("Z.ini"));
   Load();
-  EXPECT_EQ(m_client.GetTraceFlags(), static_cast<uint32_t>('b'));
+  EXPECT_EQ(m_oClient.GetTraceFlags(), static_cast<uint32_t>('b'));
 }
 
 TEST_F(DebugTraceConfigTest, DoesNotLookForAMissingKeyInLaterFiles) {
   Write("a.ini", "[EM_TALVOR]\n");
   Write("b.ini", "[EM_TALVOR]\nFileDebugLevel=2\nTraceFlags=2\n");
   Load();
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 0U);
-  EXPECT_FALSE(m_client.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 0U);
+  EXPECT_FALSE(m_oClient.IsEnabled());
 }
 
 TEST_F(DebugTraceConfigTest, TakesALevelOfAllOnesInAFileForUnset) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=0xFFFFFFFF\n");
   EXPECT_EQ(LoadedLevel(), 0U);
-  EXPECT_FALSE(m_client.IsEnabled());
+  EXPECT_FALSE(m_oClient.IsEnabled());
 }
 
 TEST_F(DebugTraceConfigTest, PassesOverPipesAndDirectoriesNamedLikeAFile) {
@@ -138,7 +138,7 @@ TEST_F(DebugTraceConfigTest, PassesOverPipesAndDirectoriesNamedLikeAFile) {
   ASSERT_EQ(mkfifo(Path("b.ini").c_str(), 0600), 0);
   ASSERT_EQ(mkfifo(Path("global_trace.ini").c_str(), 0600), 0);
   EXPECT_EQ(LoadedLevel(), 3U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 0U);
   alarm(0);
 }
 
@@ -147,11 +147,11 @@ TEST_F(DebugTraceConfigTest, PassesOverAFileThatIsTooLongForAConfiguration) {
   Write("a.ini.log", "[EM_TALVOR]\nFileDebugLevel=5\n");
   Write("b.ini", "[EM_TALVOR]\nFileDebugLevel=2\n");
   std::filesystem::resize_file(Path("a.ini.log"), uintmax_t{1} << 40);
-  m_client.Load("EM_TALVOR");
-  EXPECT_EQ(m_client.GetDebugLevel(), 2U);
+  m_oClient.Load("EM_TALVOR");
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 2U);
   std::filesystem::resize_file(Path("a.ini.log"), 16 << 20);
-  m_client.Load("EM_TALVOR");
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  m_oClient.Load("EM_TALVOR");
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
 }
 
 TEST_F(DebugTraceConfigTest, FirstLoadReadsAFileThatAProfileWriterHolds) {
@@ -160,7 +160,7 @@ TEST_F(DebugTraceConfigTest, FirstLoadReadsAFileThatAProfileWriterHolds) {
   const HeldConfigFile global(Path("global_trace.ini"));
   const HeldConfigFile module(Path("a.ini"));
   EXPECT_EQ(LoadedLevel(), 3U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
 }
 
 TEST_F(DebugTraceConfigTest, RepeatedLoadKeepsTheSettingsOfAFileThatAProfileWriterHolds) {
@@ -172,8 +172,8 @@ TEST_F(DebugTraceConfigTest, RepeatedLoadKeepsTheSettingsOfAFileThatAProfileWrit
   const HeldConfigFile global(Path("global_trace.ini"));
   const HeldConfigFile module(Path("a.ini"));
   EXPECT_EQ(LoadedLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
 }
 
 // An error of the system's, which is no answer about the files.
@@ -203,15 +203,15 @@ TEST_F(DebugTraceConfigTest, EnvironmentLevelHoldsOverTheFile) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\nTraceFlags=9\n");
   setenv("CV_LOG_DEBUG_LEVEL", "5", 1);
   EXPECT_EQ(LoadedLevel(), 5U);
-  EXPECT_TRUE(m_client.IsEnabled());
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+  EXPECT_TRUE(m_oClient.IsEnabled());
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
 }
 
 TEST_F(DebugTraceConfigTest, EnvironmentLevelZeroSwitchesTracingOff) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\n");
   setenv("CV_LOG_DEBUG_LEVEL", "0", 1);
   EXPECT_EQ(LoadedLevel(), 0U);
-  EXPECT_FALSE(m_client.IsEnabled());
+  EXPECT_FALSE(m_oClient.IsEnabled());
 }
 
 TEST_F(DebugTraceConfigTest, EnvironmentIsDecimal) {
@@ -232,9 +232,9 @@ TEST_F(DebugTraceConfigTest, EnvironmentIsDecimal) {
     setenv("CV_LOG_DEBUG_LEVEL", text, 1);
     setenv("CV_LOG_DYNAMIC_UPDATE", text, 1);
     Load();
-    EXPECT_EQ(m_client.GetDebugLevel(), number) << text;
-    EXPECT_EQ(m_client.IsEnabled(), number != 0) << text;
-    EXPECT_EQ(m_client.GetDynamicUpdate(), number == LARGEST ? 0 : number) << text;
+    EXPECT_EQ(m_oClient.GetDebugLevel(), number) << text;
+    EXPECT_EQ(m_oClient.IsEnabled(), number != 0) << text;
+    EXPECT_EQ(m_oClient.GetDynamicUpdate(), number == LARGEST ? 0 : number) << text;
   }
 }
 
@@ -242,9 +242,9 @@ TEST_F(DebugTraceConfigTest, EnvironmentAppliesWithoutADirectory) {
   setenv("CV_LOG_DEBUG_LEVEL", "2", 1);
   setenv("CV_LOG_DYNAMIC_UPDATE", "20", 1);
   Load();
-  EXPECT_EQ(m_client.GetDebugLevel(), 2U);
-  EXPECT_TRUE(m_client.IsEnabled());
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 2U);
+  EXPECT_TRUE(m_oClient.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
 }
 
 TEST_F(DebugTraceConfigTest, EnvironmentIntervalHoldsOverTheFile) {
@@ -267,10 +267,10 @@ TEST_F(DebugTraceConfigTest, RepeatedLoadResetsWhatIsNotFoundAnyMore) {
   Write("global_trace.ini", "");
   Write("a.ini", "");
   Load();
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 0U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
-  EXPECT_FALSE(m_client.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 0U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 0U);
+  EXPECT_FALSE(m_oClient.IsEnabled());
 }
 
 TEST_F(DebugTraceConfigTest, RepeatedLoadKeepsTheSettingsWhenThereIsNoFileAtAll) {
@@ -279,52 +279,52 @@ TEST_F(DebugTraceConfigTest, RepeatedLoadKeepsTheSettingsWhenThereIsNoFileAtAll)
   Load();
   std::filesystem::remove_all(Path(""));
   Load();
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-  EXPECT_TRUE(m_client.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
+  EXPECT_TRUE(m_oClient.IsEnabled());
 }
 
 // A copy would have to be freed while a thread may still trace.
 TEST_F(DebugTraceConfigTest, HandsOutTheModuleNameThatItWasGiven) {
   const char name[] = "EM_TALVOR";
   Load(name);
-  EXPECT_EQ(m_client.GetModuleName(), name);
+  EXPECT_EQ(m_oClient.GetModuleName(), name);
 }
 
 TEST_F(DebugTraceConfigTest, LoadsTheSectionOfTheNameThatItIsGiven) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\n[OTHER]\nFileDebugLevel=4\n");
   EXPECT_EQ(LoadedLevel(), 3U);
   EXPECT_EQ(LoadedLevel("OTHER"), 4U);
-  EXPECT_STREQ(m_client.GetModuleName(), "OTHER");
+  EXPECT_STREQ(m_oClient.GetModuleName(), "OTHER");
 }
 
 TEST_F(DebugTraceConfigTest, TakesANullNameForAnEmptyOne) {
   Write("a.ini", "[]\nFileDebugLevel=3\n");
   EXPECT_EQ(LoadedLevel(nullptr), 3U);
-  EXPECT_STREQ(m_client.GetModuleName(), "");
+  EXPECT_STREQ(m_oClient.GetModuleName(), "");
 }
 
 TEST_F(DebugTraceConfigTest, ReleaseKeepsTheSettingsButForgetsTheNameAndTheInterval) {
   Write("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n");
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\nTraceFlags=9\n");
   Load();
-  m_client.Release();
-  EXPECT_STREQ(m_client.GetModuleName(), "");
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
-  EXPECT_TRUE(m_client.IsEnabled());
+  m_oClient.Release();
+  EXPECT_STREQ(m_oClient.GetModuleName(), "");
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 0U);
+  EXPECT_TRUE(m_oClient.IsEnabled());
 }
 
 TEST_F(DebugTraceConfigTest, LoadsAgainAfterRelease) {
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=3\n");
   Load();
-  m_client.Release();
-  m_client.Release();
+  m_oClient.Release();
+  m_oClient.Release();
   Write("a.ini", "[EM_TALVOR]\nFileDebugLevel=4\n");
   EXPECT_EQ(LoadedLevel(), 4U);
-  EXPECT_STREQ(m_client.GetModuleName(), "EM_TALVOR");
+  EXPECT_STREQ(m_oClient.GetModuleName(), "EM_TALVOR");
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
     if (!HasFatalFailure()) {
       Write("global_trace.ini", Global("DynamicUpdate=10\n"), OLD);
       Write("talvor.ini", Module("FileDebugLevel=3\nTraceFlags=9\n"), OLD);
-      m_client.Load("EM_TALVOR");
+      m_oClient.Load("EM_TALVOR");
       TraceAt(5000);
     }
   }
@@ -44,7 +44,7 @@ class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
   // Any trace call of that second.
   void TraceAt(time_t now) {
     g_now = now;
-    m_client.Trace(LEVEL_OF_NO_LINE, "line");
+    m_oClient.Trace(LEVEL_OF_NO_LINE, "line");
   }
 
   // True when a trace call of that second looks at the files.
@@ -62,11 +62,11 @@ class DebugTraceConfigUpdateTest : public TraceConfigDirectory {
 TEST_F(DebugTraceConfigUpdateTest, TakesANewLevelTenSecondsAfterTheLastCheckAndNotEarlier) {
   Write("talvor.ini", Module("FileDebugLevel=5\nTraceFlags=0x11\nMemoryTracesFlag=7\n"), NEWER);
   TraceAt(5009);
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 0x11U);
-  EXPECT_EQ(m_client.GetMemoryTracesFlag(), 7U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 0x11U);
+  EXPECT_EQ(m_oClient.GetMemoryTracesFlag(), 7U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, ChecksOnceInEachInterval) {
@@ -98,14 +98,14 @@ TEST_F(DebugTraceConfigUpdateTest, ChecksAtTheFirstCallAfterTheLoad) {
 
 TEST_F(DebugTraceConfigUpdateTest, NeverChecksWithoutAnInterval) {
   setenv("CV_LOG_DYNAMIC_UPDATE", "0", 1);
-  m_client.Load("EM_TALVOR");
+  m_oClient.Load("EM_TALVOR");
   EXPECT_FALSE(ChecksAt(1'000'000));
   EXPECT_FALSE(ChecksAt(1));
 }
 
 TEST_F(DebugTraceConfigUpdateTest, TakesAnIntervalOfMoreThan31BitsForLong) {
   setenv("CV_LOG_DYNAMIC_UPDATE", "4294967294", 1);
-  m_client.Load("EM_TALVOR");
+  m_oClient.Load("EM_TALVOR");
   EXPECT_FALSE(ChecksAt(1'000'000));
   EXPECT_TRUE(ChecksAt(5000 + 4294967294));
 }
@@ -113,7 +113,7 @@ TEST_F(DebugTraceConfigUpdateTest, TakesAnIntervalOfMoreThan31BitsForLong) {
 TEST_F(DebugTraceConfigUpdateTest, TakesTheIntervalFromANewerGlobalFile) {
   Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
   EXPECT_FALSE(ChecksAt(5029));
   EXPECT_TRUE(ChecksAt(5030));
 }
@@ -121,10 +121,10 @@ TEST_F(DebugTraceConfigUpdateTest, TakesTheIntervalFromANewerGlobalFile) {
 TEST_F(DebugTraceConfigUpdateTest, StopsForGoodWhenTheGlobalFileSaysNever) {
   for (const char* never : {"DynamicUpdate=0\n", "DynamicUpdate=0xFFFFFFFF\n"}) {
     Write("global_trace.ini", Global("DynamicUpdate=10\n"), OLD);
-    m_client.Load("EM_TALVOR");
+    m_oClient.Load("EM_TALVOR");
     Write("global_trace.ini", Global(never), NEWER);
     TraceAt(g_now + 10);
-    EXPECT_EQ(m_client.GetDynamicUpdate(), 0U);
+    EXPECT_EQ(m_oClient.GetDynamicUpdate(), 0U);
     EXPECT_FALSE(ChecksAt(1'000'000));
     g_now = 5010;
   }
@@ -135,39 +135,39 @@ TEST_F(DebugTraceConfigUpdateTest, PassesOverFilesThatAreNotNewer) {
     Write("global_trace.ini", Global("DynamicUpdate=5\n; and some more bytes\n"), modified);
     Write("talvor.ini", Module("FileDebugLevel=5\n; and some more bytes\n"), modified);
     TraceAt(g_now + 10);
-    EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-    EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+    EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
+    EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
   }
 }
 
 TEST_F(DebugTraceConfigUpdateTest, SeesAFileThatIsNewerByANanosecond) {
   Write("talvor.ini", Module("FileDebugLevel=5\n"), OLD, 1);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
 }
 
 // The year 2286: nanoseconds since the epoch do not fit 64 bits any more.
 TEST_F(DebugTraceConfigUpdateTest, SeesAFileOfTheFarFuture) {
   Write("talvor.ini", Module("FileDebugLevel=5\n"), 10'000'000'000);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
   Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER, 999'999'999);
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U) << "it is older";
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U) << "it is older";
 }
 
 TEST_F(DebugTraceConfigUpdateTest, TakesALevelOfAllOnesForUnset) {
   Write("talvor.ini", Module("FileDebugLevel=0xFFFFFFFF\n"), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, KeepsALevelOfAllOnesOfTheEnvironmentThatNoFileNames) {
   setenv("CV_LOG_DEBUG_LEVEL", "4294967295", 1);
-  m_client.Load("EM_TALVOR");
+  m_oClient.Load("EM_TALVOR");
   Write("talvor.ini", Module(""), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), UINT32_MAX);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), UINT32_MAX);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, ReadsAFileThatAProfileWriterHoldsAtALaterCheck) {
@@ -177,12 +177,12 @@ TEST_F(DebugTraceConfigUpdateTest, ReadsAFileThatAProfileWriterHoldsAtALaterChec
     const HeldConfigFile global(Path("global_trace.ini"));
     const HeldConfigFile module(Path("talvor.ini"));
     TraceAt(5010);
-    EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-    EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+    EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
+    EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
   }
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
 }
 
 // The load may have met it half changed, and its modification time may not change any more.
@@ -216,8 +216,8 @@ TEST_F(DebugTraceConfigUpdateTest, RemembersTheNewModificationTimes) {
   Write("global_trace.ini", Global("DynamicUpdate=12\n"), NEWER);
   Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER);
   TraceAt(5021);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 11U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 11U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, KeepsWhatANewerFileDoesNotName) {
@@ -226,10 +226,10 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsWhatANewerFileDoesNotName) {
   Write("global_trace.ini", Global(""), NEWER + 1);
   Write("talvor.ini", Module(""), NEWER + 1);
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
-  EXPECT_EQ(m_client.GetMemoryTracesFlag(), 7U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_oClient.GetMemoryTracesFlag(), 7U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, KeepsEverythingWhenTheSectionsOrFilesAreGone) {
@@ -238,54 +238,54 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsEverythingWhenTheSectionsOrFilesAreGone)
   TraceAt(5010);
   std::filesystem::remove_all(Path(""));
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetTraceFlags(), 9U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetTraceFlags(), 9U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, ReadsTheModulesSectionOnlyFromTheFileOfTheLoad) {
   Write("a.ini", Module("FileDebugLevel=1\n"), NEWER);
   Write("zzz.ini", Module("FileDebugLevel=2\n"), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, ForgetsAFileWhoseSectionWasGoneAtTheLastLoad) {
   Write("talvor.ini", "", OLD);
-  m_client.Load("EM_TALVOR");
+  m_oClient.Load("EM_TALVOR");
   Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, SeesAGlobalFileThatComesLater) {
   std::filesystem::remove(Path("global_trace.ini"));
   setenv("CV_LOG_DYNAMIC_UPDATE", "10", 1);
-  m_client.Load("EM_TALVOR");
+  m_oClient.Load("EM_TALVOR");
   Write("global_trace.ini", Global("DynamicUpdate=20\n"), OLD);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, LevelLoweredToZeroCanBeRaisedAgain) {
   Write("talvor.ini", Module("FileDebugLevel=0\n"), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDebugLevel(), 0U);
-  EXPECT_TRUE(m_client.IsEnabled());
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 0U);
+  EXPECT_TRUE(m_oClient.IsEnabled());
   Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER + 1);
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDebugLevel(), 4U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 4U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, NewerFileHoldsOverTheEnvironment) {
   setenv("CV_LOG_DEBUG_LEVEL", "1", 1);
   setenv("CV_LOG_DYNAMIC_UPDATE", "5", 1);
-  m_client.Load("EM_TALVOR");
+  m_oClient.Load("EM_TALVOR");
   Write("global_trace.ini", Global("DynamicUpdate=20\n"), NEWER);
   Write("talvor.ini", Module("FileDebugLevel=4\n"), NEWER);
   TraceAt(5010);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
-  EXPECT_EQ(m_client.GetDebugLevel(), 4U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 4U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, RunsWithoutAnyFileAtTheLoad) {
@@ -302,10 +302,10 @@ TEST_F(DebugTraceConfigUpdateTest, RunsWithoutAnyFileAtTheLoad) {
 }
 
 TEST_F(DebugTraceConfigUpdateTest, NeverReadsAgainAfterRelease) {
-  m_client.Release();
+  m_oClient.Release();
   Write("talvor.ini", Module("FileDebugLevel=5\n"), NEWER);
   EXPECT_FALSE(ChecksAt(5010));
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
@@ -315,11 +315,11 @@ TEST_F(DebugTraceConfigUpdateTest, KeepsTheSettingsWhenMemoryRunsOut) {
   TraceAt(5010);
   memory.Stop();
   EXPECT_TRUE(memory.HasFailed());
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U) << "the next check takes them";
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U) << "the next check takes them";
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, ReadsAFileLaterThatCannotBeReadNow) {
@@ -329,11 +329,11 @@ TEST_F(DebugTraceConfigUpdateTest, ReadsAFileLaterThatCannotBeReadNow) {
     const auto failing = calls::read.Fail(EIO);
     TraceAt(5010);
   }
-  EXPECT_EQ(m_client.GetDebugLevel(), 3U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 10U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 3U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 10U);
   TraceAt(5020);
-  EXPECT_EQ(m_client.GetDebugLevel(), 5U);
-  EXPECT_EQ(m_client.GetDynamicUpdate(), 20U);
+  EXPECT_EQ(m_oClient.GetDebugLevel(), 5U);
+  EXPECT_EQ(m_oClient.GetDynamicUpdate(), 20U);
 }
 
 TEST_F(DebugTraceConfigUpdateTest, LoadsAndReleasesWhileOtherThreadsTrace) {
@@ -345,17 +345,17 @@ TEST_F(DebugTraceConfigUpdateTest, LoadsAndReleasesWhileOtherThreadsTrace) {
     threads.emplace_back([&] {
       while (!isOver) {
         TraceAt(g_now + 10);
-        m_client.Trace(0x7FFFFFFF, "%s", m_client.GetModuleName());
+        m_oClient.Trace(0x7FFFFFFF, "%s", m_oClient.GetModuleName());
       }
     });
   }
   for (int i = 1; i <= 100; ++i) {
     Write("talvor.ini", Module("FileDebugLevel=" + std::to_string(i) + "\n"), NEWER + i);
     if (i % 3 == 0) {
-      m_client.Release();
+      m_oClient.Release();
     }
-    m_client.Load(i % 2 == 0 ? "EM_TALVOR" : "em_talvor");
-    EXPECT_EQ(m_client.GetDebugLevel(), static_cast<uint32_t>(i));
+    m_oClient.Load(i % 2 == 0 ? "EM_TALVOR" : "em_talvor");
+    EXPECT_EQ(m_oClient.GetDebugLevel(), static_cast<uint32_t>(i));
   }
   isOver = true;
   for (std::thread& thread : threads) {

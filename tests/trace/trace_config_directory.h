@@ -39,7 +39,7 @@ class TraceConfigDirectory : public testing::Test {
 
   void TearDown() override {
     if (m_isOurs) {
-      m_client.Release();
+      m_oClient.Release();
       std::filesystem::remove_all(ROOT);
     }
     unsetenv("CV_LOG_DEBUG_LEVEL");
@@ -58,7 +58,7 @@ class TraceConfigDirectory : public testing::Test {
     ASSERT_EQ(utimensat(AT_FDCWD, Path(name).c_str(), times, 0), 0);
   }
 
-  CDebugClient m_client;
+  CDebugClient m_oClient;
 
  private:
   static constexpr char ROOT[] = "/etc/orvane";

@@ -34,13 +34,13 @@ bool IsUnwound(const std::function<void()>& body) {
 // Sets a flag when it is destroyed.
 class Mark {
  public:
-  explicit Mark(bool& flag) : m_flag(flag) {}
-  ~Mark() { m_flag = true; }
+  explicit Mark(bool& flag) : m_bFlag(flag) {}
+  ~Mark() { m_bFlag = true; }
   Mark(const Mark&) = delete;
   Mark& operator=(const Mark&) = delete;
 
  private:
-  bool& m_flag;
+  bool& m_bFlag;
 };
 
 TEST(TraceShieldTest, IsUpWhileItLives) {

@@ -22,7 +22,7 @@ class Interruption {
  public:
   // Before the lock of that number, from 0.
   Interruption(int lock, std::function<void()> action)
-      : m_action(std::move(action)), m_nLocksLeft(lock) {}
+      : m_oAction(std::move(action)), m_nLocksLeft(lock) {}
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;
 
@@ -31,11 +31,11 @@ class Interruption {
  private:
   void BeforeLock() {
     if (std::this_thread::get_id() == m_nThread && m_nLocksLeft-- == 0) {
-      std::thread(m_action).join();
+      std::thread(m_oAction).join();
     }
   }
 
-  const std::function<void()> m_action;
+  const std::function<void()> m_oAction;
   const std::thread::id m_nThread = std::this_thread::get_id();
   int m_nLocksLeft;
   const ScopedAnswer m_oAnswer = calls::pthread_mutex_lock.Answer([this](pthread_mutex_t* mutex) {

@@ -37,7 +37,7 @@ class RandomTree {
     for (const char* root : ROOT_KEY_NAMES) {
       AddKey(std::string(root) + '\n', root);
     }
-    m_keys.push_back({"", ""});
+    m_oKeys.push_back({"", ""});
   }
 
   // One object stores all; its end saves.
@@ -45,7 +45,7 @@ class RandomTree {
     CRegistry registry;
     const uint32_t steps = Number(60);
     for (uint32_t step = 0; step < steps; ++step) {
-      const Key key = m_keys[Number(static_cast<uint32_t>(m_keys.size()))];
+      const Key key = m_oKeys[Number(static_cast<uint32_t>(m_oKeys.size()))];
       if (Number(4) == 0) {
         GrowKey(registry, key);
       } else {
@@ -54,7 +54,7 @@ class RandomTree {
     }
   }
 
-  const RegistryModel& GetModel() const { return m_model; }
+  const RegistryModel& GetModel() const { return m_oModel; }
 
  private:
   struct Key {
@@ -79,8 +79,8 @@ class RandomTree {
   }
 
   void AddKey(const std::string& place, const std::string& path) {
-    m_model[place] = ModelOfKey();
-    m_keys.push_back({place, path});
+    m_oModel[place] = ModelOfKey();
+    m_oKeys.push_back({place, path});
   }
 
   void GrowKey(CRegistry& registry, const Key& parent) {
@@ -88,7 +88,7 @@ class RandomTree {
     const std::string name =
         Number(2) == 0 ? Bytes("ab ", 1 + Number(3)) : Bytes(ALPHABET, 1 + Number(12));
     const std::string place = parent.place + name + '\n';
-    if (m_model.contains(place)) {
+    if (m_oModel.contains(place)) {
       return;
     }
     const std::string path = parent.path + '\\' + name;
@@ -103,12 +103,12 @@ class RandomTree {
       name.insert(0, 1, ' ');
     }
     const std::string place = key.place + name + '\n';
-    const auto before = m_model.find(place);
-    if (before != m_model.end() && before->second == ModelOfKey()) {
+    const auto before = m_oModel.find(place);
+    if (before != m_oModel.end() && before->second == ModelOfKey()) {
       return;
     }
     EXPECT_EQ(registry.Open(key.path.c_str(), nullptr), REGISTRY_OK);
-    m_model[place] = StoreValue(registry, name);
+    m_oModel[place] = StoreValue(registry, name);
   }
 
   // Returns the value as the model shows it.
@@ -132,8 +132,8 @@ class RandomTree {
   }
 
   std::mt19937 m_oRandom;
-  RegistryModel m_model;
-  std::vector<Key> m_keys;
+  RegistryModel m_oModel;
+  std::vector<Key> m_oKeys;
 };
 
 using RegistryRoundTripTest = RegistryFilesTest;

@@ -27,9 +27,9 @@ class Waiters {
  public:
   explicit Waiters(CEvent& event, int count, uint32_t limit = EVENT_INFINITE) {
     for (int number = 0; number < count; ++number) {
-      m_threads.emplace_back([this, &event, limit] {
+      m_oThreads.emplace_back([this, &event, limit] {
         if (event.Wait(limit) == EVENT_SIGNALED) {
-          ++m_released;
+          ++m_nReleased;
         }
       });
     }
@@ -38,10 +38,10 @@ class Waiters {
   Waiters(const Waiters&) = delete;
   Waiters& operator=(const Waiters&) = delete;
 
-  int Released() const { return m_released; }
+  int Released() const { return m_nReleased; }
 
   void Join() {
-    for (std::thread& thread : m_threads) {
+    for (std::thread& thread : m_oThreads) {
       if (thread.joinable()) {
         thread.join();
       }
@@ -49,8 +49,8 @@ class Waiters {
   }
 
  private:
-  std::atomic<int> m_released = 0;
-  std::vector<std::thread> m_threads;
+  std::atomic<int> m_nReleased = 0;
+  std::vector<std::thread> m_oThreads;
 };
 
 // True when the event is usable and counts no waiter.
