@@ -3,7 +3,7 @@
 #include <chrono>
 
 // An advisory lock (flock) on an open file, released with the object. Whoever opens the file anew,
-// in this process or another, is held off from a lock that excludes the held one.
+// in this process or another, cannot take a lock that the held one excludes.
 //
 // A file system without locks grants every one.
 class CFileLock {
@@ -18,7 +18,7 @@ class CFileLock {
   CFileLock(const CFileLock&) = delete;
   CFileLock& operator=(const CFileLock&) = delete;
 
-  // True when another lock has stood in the way all the time: this one is not held then.
+  // True when the lock is not held, because another one excluded it all the time.
   bool IsRefused() const { return m_bRefused; }
 
  private:

@@ -27,8 +27,8 @@ struct FileStamp {
 bool StatRegularFile(const std::string& path, FileStamp& stamp);
 
 // Stores the whole content of the file. False, and `text` untouched, when it cannot be read or is
-// longer than `longest` bytes. What the system does not tell the kind and size of is read all the
-// same. Throws std::bad_alloc.
+// longer than `longest` bytes. A file whose kind and size the system does not
+// tell is read too. Throws std::bad_alloc.
 //
 // With `isHeld` it reads under a shared lock and never waits for it: true is stored when a writer
 // held the file, which is read all the same; the text may be half changed then.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cxxabi.h>
 #include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/forced_unwind.h"
 #include "base/shown_address.h"
 #include "platform/sync/critical_section.h"
 #include "platform/sync/event.h"
@@ -117,10 +117,9 @@ class CTaskSerializer {
   void JoinWorker(const CThread::WaitsOn& waitsOn);
 
   // Runs a call into the deriving class; the worker survives whatever it throws. False when it
-  // threw. Cancellation goes on: its exception is no object that the handler's reference could bind
-  // to, which is what a sanitizer would report.
+  // threw.
   template <typename Call>
-  __attribute__((no_sanitize("null"))) static bool Survives(const Call& call) {
+  HANDLES_FORCED_UNWIND static bool Survives(const Call& call) {
     try {
       call();
       return true;

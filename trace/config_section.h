@@ -18,7 +18,7 @@ class CConfigSection {
   // The first section of that name (compared without regard to case), or nothing.
   static std::optional<CConfigSection> Find(std::string_view text, std::string_view name);
 
-  // The number behind the first "=" of the first line that contains `key` anywhere and has a "=";
+  // The number after the first "=" of the first line that contains `key` anywhere and has a "=";
   // nothing without such a line. Prefix 0x: hexadecimal, prefix 0: octal, else decimal; text that
   // is no number reads as 0.
   std::optional<uint32_t> ReadNumber(std::string_view key) const;

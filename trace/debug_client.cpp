@@ -1,10 +1,10 @@
 #include "trace/debug_client.h"
 
-#include <cxxabi.h>
 #include <dlfcn.h>
 
 #include <cerrno>
 
+#include "base/forced_unwind.h"
 #include "trace/sink_symbol.h"
 #include "trace/trace_system_log.h"
 
@@ -25,11 +25,9 @@ class ErrnoKeeper {
   const int m_nErrno = errno;
 };
 
-// Runs `write`; what it throws ends here while a shield is up. No object stands behind the forced
-// unwind of a thread for the handler's reference to bind to, which is what a sanitizer would
-// report.
+// Runs `write`; what it throws ends here while a shield is up.
 template <typename Write>
-__attribute__((no_sanitize("undefined"))) void Guarded(const Write& write) {
+HANDLES_FORCED_UNWIND void Guarded(const Write& write) {
   const ErrnoKeeper keeper;
   if (!CTraceShield::IsUp()) {
     write();
@@ -38,7 +36,7 @@ __attribute__((no_sanitize("undefined"))) void Guarded(const Write& write) {
   try {
     write();
   } catch (const abi::__forced_unwind&) {
-    throw;  // the thread ends; glibc aborts the process when this is swallowed
+    throw;
   } catch (...) {
   }
 }

@@ -22,7 +22,7 @@ class CDebugTraceConfig {
   CDebugTraceConfig(const CDebugTraceConfig&) = delete;
   CDebugTraceConfig& operator=(const CDebugTraceConfig&) = delete;
 
-  // Reads the settings of the section `moduleName` (null: empty), a text that must outlive the
+  // Reads the settings of the section `moduleName` (null: empty), a string that must outlive the
   // object: the sink gets it with each line, perhaps while the process ends. May be repeated: a
   // setting that is not found any more is then reset, except when there is no file at all, and one
   // whose file a profile writer holds stays. Returns true.
@@ -46,7 +46,7 @@ class CDebugTraceConfig {
   // Seconds between two dynamic updates; 0: never.
   uint32_t GetDynamicUpdate() const { return m_nDynamicUpdate; }
 
-  // The text given to Load(), or an empty one after Release().
+  // The name given to Load(), or an empty one after Release().
   const char* GetModuleName() const;
 
  protected:

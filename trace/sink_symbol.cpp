@@ -49,7 +49,8 @@ bool IsObject(void* symbol) {
 
 using Word [[gnu::may_alias]] = uintptr_t;
 
-// Reads a word of a loaded segment. To whom it belongs is not known: a sanitizer must not ask.
+// Reads a word of a loaded segment. It may belong to any object: the address sanitizer must not
+// check it.
 [[gnu::no_sanitize_address]] uintptr_t WordAt(uintptr_t address) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): what it reads is an address that it tests
   return *reinterpret_cast<const volatile Word*>(address);

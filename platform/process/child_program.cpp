@@ -63,7 +63,7 @@ void ResetHandlers() {
   }
 }
 
-// The parent's thread stands still until the program begins, and execution can take long. In a
+// The parent's thread is suspended until the program begins, and execution can take long. In a
 // process namespace of its own, where the parent's id is 0, the child's id is not the one that the
 // parent needs.
 void PublishId(std::atomic<int32_t>& pid) {

@@ -22,13 +22,14 @@ class CChildProgram {
   // can be created. The caller waits for the child. A program that cannot be executed ends the
   // child with exit status 255, without the host's exit handlers.
   //
-  // `pid` receives the result too, and before the program is executed, which may take long: where a
-  // scanner checks programs first, or a file system does not answer. Another thread may kill the
-  // child meanwhile. (A child in a process namespace of its own does not know its id for others;
-  // there, and where memory cannot be shared, `pid` receives it from the calling thread.)
+  // `pid` receives the result too, and before the program is executed, which may take long: for
+  // instance while a scanner checks the program or a file system does not answer. Another thread
+  // may kill the child meanwhile. (A child in a process namespace of its own does not know its id
+  // for others; there, and where memory cannot be shared, `pid` receives it from the calling
+  // thread.)
   //
   // The cost does not grow with the memory of the process: the child borrows it instead of copying
-  // it, and the calling thread, and no other, stands still until the program begins. No handler of
+  // it, and only the calling thread is suspended until the program begins. No handler of
   // the host runs in the child.
   pid_t Start(std::atomic<int32_t>& pid) const noexcept;
 

@@ -34,7 +34,7 @@ bool GetProcessExecutable(std::string& executable, int32_t pid);
 bool GetProcessNameAndExecutable(int32_t pid, std::string& name, std::string& executable);
 
 // Looks in "/proc/<pid>/status" for the first line that begins with `key`, a field name with its
-// colon such as "VmSize:", and stores the decimal number that follows; a unit behind it is not
+// colon such as "VmSize:", and stores the decimal number that follows; a unit after it is not
 // read. False when the field is missing or not followed by a number.
 bool ReadProcStatusField(int32_t pid, uint64_t& number, std::string_view key);
 

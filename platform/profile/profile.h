@@ -10,7 +10,7 @@
 //
 // A name or value that contains a NUL ends there.
 //
-// Thread safety: every operation may be called from any thread. Those that return texts or lists
+// Thread safety: every operation may be called from any thread. Those that return strings or lists
 // throw std::bad_alloc.
 class CProfile {
  public:

@@ -23,7 +23,7 @@ class CProfileLines {
   // end of the file, and when the file cannot be read any further.
   bool Next(std::string_view& line);
 
-  // The offset just behind the last line that was given.
+  // The offset just after the last line that was given.
   off_t GetOffset() const { return m_nBlockOffset + static_cast<off_t>(m_nBegin); }
 
   // True when the lines ended before the file did: it cannot be read, or memory is short.

@@ -29,11 +29,11 @@ struct ProfileChange {
 // - The last character of each line counts as its line end, whatever it is. Where a file does not
 //   end with a line end, its last character is not seen and goes when its line is rewritten; what
 //   is appended follows it on the same line.
-// - The first entry of a section leaves an empty line behind the header when it is replaced or
+// - The first entry of a section leaves an empty line after the header when it is replaced or
 //   removed.
 class CProfilePlace {
  public:
-  // The texts stay the caller's and must outlive the object.
+  // The strings stay the caller's and must outlive the object.
   CProfilePlace(const char* section, const char* key, const char* value);
 
   // Takes the next line of the file, which ends before the offset `end`. Gives the change when it

@@ -7,12 +7,13 @@
 // What a profile file holds for one question: the value of a key, the names of the keys of a
 // section, or the names of the sections.
 //
-// The answer goes to a buffer of the caller. A value is one NUL-terminated text; a list is its
+// The answer goes to a buffer of the caller. A value is one NUL-terminated string; a list is its
 // names one after the other, each with a NUL, and a final NUL. What does not fit is cut off.
 class CProfileReader {
  public:
-  // The memory of the buffer, at least 1 byte, and of the texts stays the caller's and must outlive
-  // the object. A null section asks for the sections, a null key for the keys of the section.
+  // The memory of the buffer, at least 1 byte, and of the strings stays the caller's and must
+  // outlive the object. A null section asks for the sections, a null key for the keys of the
+  // section.
   CProfileReader(const char* section, const char* key, char* buffer, uint32_t size);
 
   // Takes the next line of the file. False when no further line can change the answer.

@@ -33,8 +33,8 @@ uint32_t GetPrivateProfileString(const char* section, const char* key, const cha
 
 // Stores the value of a key; with a null value removes the key, with a null key the section. What
 // is missing is made, the file (mode 0644, less the umask) included. A key keeps its place; with it
-// go the comments and empty lines before it. A new key comes behind the last line of its section,
-// a new section at the end of the file. The texts are written as they are.
+// go the comments and empty lines before it. A new key comes after the last line of its section,
+// a new section at the end of the file. The strings are written as they are.
 //
 // Returns 1, or 0 when section or file name is null, there is nothing to remove, the file cannot be
 // opened, read or written, or others hold its lock for a second; the file is then as it was.

@@ -93,7 +93,7 @@ class CProfileUpdater {
  private:
   using Change = bool (*)(int descriptor, const char* section, const char* key, const char* value);
 
-  // A file that this call has made is not left behind empty.
+  // Leaves no empty file that this call has made.
   std::optional<ProfileUpdate> UpdateLocked(const CProfileFile& file, Change change,
                                             bool isMade = false) const {
     const CFileLock lock(file.GetDescriptor(), CFileLock::Kind::EXCLUSIVE, m_oUntil);

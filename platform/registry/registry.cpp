@@ -164,7 +164,7 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
     return REGISTRY_FAILED;
   }
   return FinishOpening([&] {
-    if (FindText(valueName, nullptr) != REGISTRY_OK ||
+    if (FindString(valueName, nullptr) != REGISTRY_OK ||
         FindRegistrySeparator(m_strValue) == std::string::npos) {
       return REGISTRY_FAILED;
     }
@@ -172,7 +172,7 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
   });
 }
 
-// Opens the key that the text, which holds a separator, names from the top.
+// Opens the key that the pointer, which holds a separator, names from the top.
 int32_t CRegistry::FollowPointer(std::string_view pointer) {
   const size_t separator = FindRegistrySeparator(pointer);
   std::string path = ToUpperRegistryName(pointer.substr(0, separator));

@@ -88,7 +88,7 @@ class CRegistry {
   void InitClass();
 
   // Opens the key at `path` below `root` (null: the top, so that the path begins with the name of a
-  // root key); an empty path opens the root itself. `access` is not looked at. Returns REGISTRY_OK,
+  // root key); an empty path opens the root itself. `access` is ignored. Returns REGISTRY_OK,
   // or REGISTRY_FAILED, and then no key is open.
   int32_t Open(const char* path, const HKEY& root, int32_t access = -1);
 
@@ -97,8 +97,9 @@ class CRegistry {
   // or parent, or when a component is the name of a value, and then the current key stays.
   int64_t CreateKey(const HKEY& parent, const char* path);
 
-  // Opens the key that a pointer names: the text value `valueName` of the pointer key below `root`,
-  // a path that begins with the name of a root key in upper or lower case. Results as for Open().
+  // Opens the key that a pointer names: the string value `valueName` of the pointer key below
+  // `root`, a path that begins with the name of a root key in upper or lower case. Results as for
+  // Open().
   int32_t OpenPointer(const char* valueName, const HKEY& root, int32_t access = -1);
   // As above, with another key than the pointer key.
   int32_t OpenPointer(const char* keyPath, const char* valueName, const HKEY& root, int32_t access);
@@ -120,23 +121,23 @@ class CRegistry {
   // saved: the end of the next object tries again.
   int32_t Flush();
 
-  // Reads a value of `key` (null: the current key). Returns its bytes (texts with their terminator
-  // and expanded when SetExpand() says so, an integer as 4 bytes), valid until the next read or the
-  // object's end, or null when the value is absent. GetValueType() and GetValueLength() describe
-  // it.
+  // Reads a value of `key` (null: the current key). Returns its bytes (strings with their
+  // terminator and expanded when SetExpand() says so, an integer as 4 bytes), valid until the next
+  // read or the object's end, or null when the value is absent. GetValueType() and GetValueLength()
+  // describe it.
   const void* GetValue(const char* name, const HKEY& key = nullptr);
 
-  // Reads a text of `key` (null: the current key) into `buffer` of `*count` bytes and stores its
+  // Reads a string of `key` (null: the current key) into `buffer` of `*count` bytes and stores its
   // length without terminator in `*count`. With a null buffer it stores the size needed. Returns
   // REGISTRY_OK; REGISTRY_INVALID without a key; REGISTRY_NO_DATA when the value is absent or no
-  // text; REGISTRY_TOO_SMALL without a count, or when the text and its terminator do not fit: the
-  // buffer is then filled and not terminated.
+  // string; REGISTRY_TOO_SMALL without a count, or when the string and its terminator do not fit:
+  // the buffer is then filled and not terminated.
   int32_t QueryValue(char* buffer, const char* name, uint32_t* count, const HKEY& key = nullptr);
   // As above, into a string; otherwise the string stays as it is.
   int32_t QueryValue(std::string& text, const char* name, const HKEY& key = nullptr);
 
   // Stores a value in `key` (null: the current key) under `name`, over a value or subkey of that
-  // name; a null name stores nothing and succeeds. Takes `length` bytes of `data`; a text ends at
+  // name; a null name stores nothing and succeeds. Takes `length` bytes of `data`; a string ends at
   // its first NUL, an integer needs 4 bytes. Returns 1, or 0 without a key, for another type or
   // when the data are bad.
   uint32_t SetValue(const char* name, const void* data, int32_t length, uint32_t type,
@@ -192,8 +193,8 @@ class CRegistry {
   int32_t FollowPointer(std::string_view pointer);
   int32_t CloseAndFail();
   int32_t FindValue(const char* name, const HKEY& key);
-  int32_t FindText(const char* name, const HKEY& key);
-  int32_t CopyText(char* buffer, uint32_t& count) const;
+  int32_t FindString(const char* name, const HKEY& key);
+  int32_t CopyString(char* buffer, uint32_t& count) const;
   template <typename Wanted>
   int32_t EnumNames(std::vector<std::string>& names, const Wanted& isWanted);
 

@@ -14,8 +14,8 @@ CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, std::string
   *end = '\0';
 }
 
-CRegistryEntry CRegistryEntry::MakeText(std::string_view name, uint32_t type,
-                                        std::string_view text) {
+CRegistryEntry CRegistryEntry::MakeString(std::string_view name, uint32_t type,
+                                          std::string_view text) {
   return {name, type, text.substr(0, text.find('\0'))};
 }
 

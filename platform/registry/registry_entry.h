@@ -8,8 +8,8 @@ class CRegistryNode;
 
 // Types of registry values, stored in the files too. REG_KEY is the registry's own mark for a
 // subkey and deliberately outside the range of the others.
-constexpr uint32_t REG_SZ = 1;         // text
-constexpr uint32_t REG_EXPAND_SZ = 2;  // text whose environment references are expanded on read
+constexpr uint32_t REG_SZ = 1;         // string
+constexpr uint32_t REG_EXPAND_SZ = 2;  // string whose environment references are expanded on read
 constexpr uint32_t REG_BINARY = 3;     // bytes
 constexpr uint32_t REG_DWORD = 4;      // signed 32-bit integer
 constexpr uint32_t REG_KEY = 666;      // subkey
@@ -19,11 +19,11 @@ constexpr uint32_t REG_KEY = 666;      // subkey
 // Not thread-safe: the lock of the key that holds the entry guards it.
 class CRegistryEntry {
  public:
-  // `type` is REG_SZ or REG_EXPAND_SZ; the text ends at its first NUL.
-  static CRegistryEntry MakeText(std::string_view name, uint32_t type, std::string_view text);
+  // `type` is REG_SZ or REG_EXPAND_SZ; the string ends at its first NUL.
+  static CRegistryEntry MakeString(std::string_view name, uint32_t type, std::string_view text);
   static CRegistryEntry MakeBinary(std::string_view name, std::string_view bytes);
   static CRegistryEntry MakeInteger(std::string_view name, int32_t value);
-  // A null key makes the entry that a deleted key leaves behind.
+  // A null key makes the entry that stays for a deleted key.
   static CRegistryEntry MakeKey(std::string_view name, std::shared_ptr<CRegistryNode> key);
 
   // Both are followed by a NUL and valid until the entry changes.

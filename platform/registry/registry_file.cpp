@@ -41,7 +41,7 @@ class TemporaryFile {
 
   bool IsUsable() const { return m_bUsable; }
 
-  // Writes the text so that it survives a crash of the machine. False with errno.
+  // Writes the content so that it survives a crash of the machine. False with errno.
   bool Fill(std::string_view text) {
     while (!text.empty()) {
       const ssize_t written =
@@ -54,7 +54,7 @@ class TemporaryFile {
     return fchmod(m_oFile.Get(), FILE_MODE) == 0 && fsync(m_oFile.Get()) == 0 && m_oFile.Close();
   }
 
-  // Swaps the contents of the temporary file and of `path` at one blow. False with errno.
+  // Exchanges the temporary file and `path` in one step. False with errno.
   static bool ExchangeWith(const char* path) {
     return renameat2(AT_FDCWD, REGISTRY_TEMPORARY_FILE, AT_FDCWD, path, RENAME_EXCHANGE) == 0;
   }
@@ -101,8 +101,12 @@ bool ReplaceInTurn(TemporaryFile& temporary) {
   return false;
 }
 
-// The new text comes into its place before the current one replaces the backup: a current file that
-// cannot be loaded must not displace a good backup while a crash could still lose the new text.
+// A save takes two renames. The first exchanges the temporary file, written and flushed by now,
+// with the current one; the second moves what was the current file to the backup. A crash before
+// the first leaves the old current file, a crash after it the new one, and there is a current file
+// at every instant. This order also protects the backup: a current file that cannot be loaded
+// replaces a good backup only once the new content is in place. The flush of the directory, which
+// makes both renames survive a crash of the machine, follows in SaveRegistryFile().
 bool ReplaceAndKeep(TemporaryFile& temporary) {
   if (!TemporaryFile::ExchangeWith(REGISTRY_FILE)) {
     return IsExchangeUnknown(errno) && ReplaceInTurn(temporary);

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-// The files that keep the registry, and the one that keeps its savers apart.
+// The files of the registry, and the one that processes lock while they save it.
 constexpr char REGISTRY_DIRECTORY[] = "/etc/qamrel";
 constexpr char REGISTRY_FILE[] = "/etc/qamrel/registry";
 constexpr char REGISTRY_BACKUP_FILE[] = "/etc/qamrel/registry.old";
@@ -17,17 +17,17 @@ constexpr size_t LONGEST_REGISTRY_FILE = size_t{64} << 20;
 // What became of a save.
 enum class RegistrySave {
   DONE,
-  NOT_FLUSHED,  // the text is in place, but a crash of the machine may bring the old one back
+  NOT_FLUSHED,  // the content is in place, but a crash of the machine may bring the old one back
   FAILED        // the current file is as before, and the temporary file gone
 };
 
 // Makes `text` the current registry file: writes it to the temporary file, flushes it to the disk,
 // moves the current file to the backup (unless it is missing, empty or no regular file) and the
-// temporary file to the current one. A crash at any instant leaves the old or the new text, whole,
-// as current file or backup. Other processes that save meanwhile are waited for, two seconds at
-// most; then the save fails. The reason of what goes wrong is traced.
+// temporary file to the current one. A crash at any instant leaves the old or the new content,
+// whole, as current file or backup. Other processes that save meanwhile are waited for, two seconds
+// at most; then the save fails. The reason of what goes wrong is traced.
 RegistrySave SaveRegistryFile(const std::string& text);
 
-// Does again what a save that was not flushed lacks. False, with the reason traced, when that fails
-// again.
+// Repeats the flush that a save lacked (RegistrySave::NOT_FLUSHED). False, with the reason traced,
+// when it fails again.
 bool FlushRegistryDirectory();

@@ -50,7 +50,7 @@ CRegistryEntry MakeEntry(const std::string& name, const Content& content) {
     case REG_BINARY:
       return CRegistryEntry::MakeBinary(name, content.data);
     default:
-      return CRegistryEntry::MakeText(name, content.type, content.data);
+      return CRegistryEntry::MakeString(name, content.type, content.data);
   }
 }
 

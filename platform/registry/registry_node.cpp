@@ -224,9 +224,15 @@ bool CRegistryNode::Kill(CRegistryNode* outer) {
   return true;
 }
 
-// Frees the entries of this key and of the keys below it. The way back up is kept in the keys,
-// because freeing must not need memory. No lock: nobody but the thread that killed a key looks at
-// its entries any more.
+// Frees the entries of this key and of all keys below it, depth first. It neither recurses, because
+// a tree may be deeper than the stack, nor keeps a list, because deleting must work when memory is
+// exhausted. Instead each key on the path from this key down to the one being freed holds the two
+// things that a stack frame would hold: how many of its entries are done (m_nFreed) and the key to
+// return to (m_pOuter), which Kill() sets on the way down. When all entries of a key are done they
+// are destroyed together; that drops the references to its subkeys, whose own entries are gone by
+// then, so no destructor recurses either. A subkey that another thread has killed first is that
+// thread's to free and is passed over. No lock is needed: Kill() succeeds for one thread only, and
+// a dead key shows its entries to nobody else.
 void CRegistryNode::FreeEntries(bool isTraced) {
   CRegistryNode* key = this;
   while (key != nullptr) {

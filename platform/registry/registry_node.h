@@ -12,7 +12,7 @@
 // A value as read from a key.
 struct RegistryValue {
   uint32_t type = 0;
-  std::string bytes;  // texts with their terminator, 4 bytes of an integer
+  std::string bytes;  // strings with their terminator, 4 bytes of an integer
 };
 
 // One key of the registry tree: values and subkeys, sorted by name (byte order) in one name space.

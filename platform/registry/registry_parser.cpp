@@ -89,9 +89,9 @@ class Parser {
     const std::string_view name = line.substr(0, marker);
     const std::string_view rest = line.substr(marker);
     if (rest.starts_with("=s=")) {
-      Add(CRegistryEntry::MakeText(name, REG_SZ, rest.substr(3)));
+      Add(CRegistryEntry::MakeString(name, REG_SZ, rest.substr(3)));
     } else if (rest.starts_with("=es=")) {
-      Add(CRegistryEntry::MakeText(name, REG_EXPAND_SZ, rest.substr(4)));
+      Add(CRegistryEntry::MakeString(name, REG_EXPAND_SZ, rest.substr(4)));
     } else if (rest.starts_with("=d=")) {
       ParseInteger(name, std::string(rest.substr(3)));
     } else if (rest.starts_with("=b=")) {

@@ -10,7 +10,7 @@ class CRegistryPath {
   // The path must outlive the object.
   explicit CRegistryPath(std::string_view path) : m_strRest(path) {}
 
-  // The next component, or an empty text at the end.
+  // The next component, or an empty string at the end.
   std::string_view Next();
 
  private:

@@ -1,6 +1,5 @@
 #include "platform/registry/registry_tree.h"
 
-#include <cxxabi.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -8,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "base/forced_unwind.h"
 #include "base/regular_file.h"
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
@@ -108,8 +108,8 @@ bool CRegistryTree::LoadCurrentFile() {
   return restored == Restored::DONE;
 }
 
-// As if the current file, which could not be read when it was time, had been loaded then. False
-// when it still cannot be read.
+// Loads the current file, which could not be read at set-up, as if it had been loaded then: changes
+// made to the tree since are kept. False when it still cannot be read.
 bool CRegistryTree::LoadCurrentFileLate() {
   CRegistryNode file;
   const Restored restored = RestoreFile(REGISTRY_FILE, file);
@@ -182,7 +182,8 @@ bool CRegistryTree::WriteTree() {
   if (m_bUnread && !LoadCurrentFileLate()) {
     return false;
   }
-  // Cleared before the tree is read: a change that comes meanwhile marks it again.
+  // The tree is not locked while it is written. So the mark is cleared before the tree is read: a
+  // change that comes meanwhile sets it again, and the next save writes that change.
   MIsDirty = false;
   RegistrySave result = RegistrySave::FAILED;
   try {

@@ -27,8 +27,8 @@ class CRegistryTree {
   // from the default. What a file holds replaces the entries of the same name below the top;
   // without any readable file the tree stays as it is. What goes wrong is traced.
   //
-  // A current file that is there and could not be read is read again before the next save. What it
-  // holds then comes into the tree, except where the tree has been changed meanwhile.
+  // A current file that exists but could not be read is tried again before the next save. What it
+  // holds is then merged into the tree, except where the tree has been changed meanwhile.
   void SetupTree(bool force);
 
   // Makes an empty key for each root key that is missing, deleted or a value; that does not make
@@ -68,12 +68,12 @@ class CRegistryTree {
   std::atomic<bool> MIsDirty = false;
   std::atomic<bool> MIsSetup = false;
   std::atomic<bool> m_bUnflushed = false;  // the files are saved, but for their directory
-  bool m_bUnread = false;                  // the current file is there and could not be read
-  std::string m_strLoaded;                 // what was loaded instead, as a text
+  bool m_bUnread = false;                  // the current file exists and could not be read
+  std::string m_strLoaded;                 // what was loaded instead, in the format of the files
 };
 
 // Lives while an operation changes the tree, and marks it dirty also when the change then fails:
-// before the change, and again after it, because a save in the midst of it may have come too early.
+// before the change, and again after it, because a save in between may have missed it.
 class CRegistryChange {
  public:
   CRegistryChange() { CRegistryTree::Get().MarkDirty(); }

@@ -14,14 +14,14 @@ namespace {
 // For trace lines.
 const char* OrNullName(const char* text) { return text != nullptr ? text : "<null>"; }
 
-bool IsText(uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ; }
+bool IsString(uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ; }
 
 // Whether a value of that type can be made of `length` bytes of `data`.
 bool IsValidValue(const void* data, int32_t length, uint32_t type) {
   if (length < 0 || (data == nullptr && length > 0)) {
     return false;
   }
-  return IsText(type) || type == REG_BINARY || (type == REG_DWORD && length == sizeof(int32_t));
+  return IsString(type) || type == REG_BINARY || (type == REG_DWORD && length == sizeof(int32_t));
 }
 
 CRegistryEntry MakeEntry(const char* name, std::string_view bytes, uint32_t type) {
@@ -31,7 +31,7 @@ CRegistryEntry MakeEntry(const char* name, std::string_view bytes, uint32_t type
     return CRegistryEntry::MakeInteger(name, value);
   }
   return type == REG_BINARY ? CRegistryEntry::MakeBinary(name, bytes)
-                            : CRegistryEntry::MakeText(name, type, bytes);
+                            : CRegistryEntry::MakeString(name, type, bytes);
 }
 
 // Stores the entry in the key. False when the key has been deleted.
@@ -99,15 +99,15 @@ int32_t CRegistry::FindValue(const char* name, const HKEY& key) {
   return REGISTRY_OK;
 }
 
-// As FindValue(), for texts only.
-int32_t CRegistry::FindText(const char* name, const HKEY& key) {
+// As FindValue(), for strings only.
+int32_t CRegistry::FindString(const char* name, const HKEY& key) {
   const int32_t result = FindValue(name, key);
-  return result == REGISTRY_OK && !IsText(m_nValueType) ? REGISTRY_NO_DATA : result;
+  return result == REGISTRY_OK && !IsString(m_nValueType) ? REGISTRY_NO_DATA : result;
 }
 
 int32_t CRegistry::QueryValue(char* buffer, const char* name, uint32_t* count, const HKEY& key) {
   return Finish(REGISTRY_NO_DATA, [&] {
-    const int32_t result = FindText(name, key);
+    const int32_t result = FindString(name, key);
     if (result != REGISTRY_OK) {
       return result;
     }
@@ -115,12 +115,12 @@ int32_t CRegistry::QueryValue(char* buffer, const char* name, uint32_t* count, c
       DEBUG_TRACE(1, "CRegistry::QueryValue: ** ERROR **  pdwCount is a NULL pointer\n");
       return REGISTRY_TOO_SMALL;
     }
-    return CopyText(buffer, *count);
+    return CopyString(buffer, *count);
   });
 }
 
-// Copies the text in the value buffer out.
-int32_t CRegistry::CopyText(char* buffer, uint32_t& count) const {
+// Copies the string out of the value buffer.
+int32_t CRegistry::CopyString(char* buffer, uint32_t& count) const {
   const auto size = static_cast<uint32_t>(m_strValue.size());
   const uint32_t length = size - 1;
   if (buffer == nullptr) {
@@ -132,13 +132,13 @@ int32_t CRegistry::CopyText(char* buffer, uint32_t& count) const {
     return REGISTRY_TOO_SMALL;
   }
   std::memcpy(buffer, m_strValue.data(), size);
-  count = length;  // deliberately not the size: callers use it as the length of the text
+  count = length;  // deliberately not the size: callers use it as the length of the string
   return REGISTRY_OK;
 }
 
 int32_t CRegistry::QueryValue(std::string& text, const char* name, const HKEY& key) {
   return Finish(REGISTRY_NO_DATA, [&] {
-    const int32_t result = FindText(name, key);
+    const int32_t result = FindString(name, key);
     if (result == REGISTRY_OK) {
       text.assign(m_strValue.data(), m_strValue.size() - 1);
     }

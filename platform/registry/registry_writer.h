@@ -8,7 +8,7 @@ class CRegistryNode;
 // an empty line. Deleted keys are left out. A key that another thread changes meanwhile is written
 // as before or after the change. Throws std::bad_alloc.
 //
-// What is written is read back: a text ends at its first line end and, as bytes do, where its line
-// would become longer than one that is read as one. What has no line of its own that is read as
-// such, because its name has a line end, is too long or looks like that of a key, is left out.
+// What is written can be read back: a string ends at its first line end and, as bytes do, where its
+// line would become longer than one that is read as one. What has no line of its own that is read
+// as such, because its name has a line end, is too long or looks like that of a key, is left out.
 std::string WriteRegistryText(CRegistryNode& node);

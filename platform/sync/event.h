@@ -82,8 +82,8 @@ class CEvent {
   // Waits until the event is signalled or `milliseconds` have passed on the monotonic clock
   // (EVENT_INFINITE: no limit; 0: looks once and does not block). A wake-up counts as a signal even
   // when the event is not signalled, so that Pulse() works; it is deliberately not checked again,
-  // and a thread that comes to wait while the signal of an auto-reset event is on its way to a
-  // waiter is released as well. With `trace` the wait writes its level-5 lines. Returns
+  // and a thread that starts waiting between the signal of an auto-reset event and the wake-up is
+  // released too. With `trace` the wait writes its level-5 lines. Returns
   // EVENT_SIGNALED, EVENT_TIMEOUT, or EVENT_FAILED when the system refused or an exception broke
   // the wait off. Thread cancellation ends the wait, as a failed one in the trace, and goes on.
   uint32_t Wait(uint32_t milliseconds, bool trace = false);

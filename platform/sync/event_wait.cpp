@@ -1,12 +1,12 @@
 #include "platform/sync/event_wait.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 
 #include <cerrno>
 #include <ctime>
 #include <utility>
 
+#include "base/forced_unwind.h"
 #include "platform/sync/event.h"
 #include "trace/debug_client.h"
 
@@ -197,11 +197,8 @@ EventRecord::InitResult EventRecord::Init() noexcept {
   return {};
 }
 
-// The runtime binds the reference to a forced unwind to null, which the sanitizer would report; the
-// exemption does not hold where the function is inlined.
-__attribute__((noinline, no_sanitize("null"))) uint32_t WaitForEvent(EventRecord& record,
-                                                                     uint32_t milliseconds,
-                                                                     bool trace) {
+HANDLES_FORCED_UNWIND uint32_t WaitForEvent(EventRecord& record, uint32_t milliseconds,
+                                            bool trace) {
   // Before the first line, during which the last handle may already go.
   WaiterCount count(record);
   const EventLabel label(record);
@@ -217,7 +214,7 @@ __attribute__((noinline, no_sanitize("null"))) uint32_t WaitForEvent(EventRecord
     if (trace) {
       TraceWaitEnd(label, end);
     }
-    throw;  // glibc aborts the process when a cancellation is swallowed
+    throw;
   } catch (...) {
     end.isSignaled = record.signaled;
   }

@@ -25,7 +25,7 @@ class LineReaderTest : public testing::Test {
       lines += "[" + line + "]";
     }
     EXPECT_EQ(line, "");
-    EXPECT_FALSE(reader.Read(line)) << "a line behind the end";
+    EXPECT_FALSE(reader.Read(line)) << "a line after the end";
     return lines;
   }
 

@@ -58,7 +58,7 @@ bool SurvivesAsValue(const std::string& name, const ValueData& data) {
   Tree tree;
   const bool isText = data.type == REG_SZ || data.type == REG_EXPAND_SZ;
   if (isText) {
-    Tree::Store(tree.Key(), CRegistryEntry::MakeText(name, data.type, data.bytes));
+    Tree::Store(tree.Key(), CRegistryEntry::MakeString(name, data.type, data.bytes));
   } else if (data.type == REG_BINARY) {
     Tree::Store(tree.Key(), CRegistryEntry::MakeBinary(name, data.bytes));
   } else {

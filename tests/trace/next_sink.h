@@ -1,6 +1,6 @@
 #pragma once
 
-// A library of its own that exports a sink "Debug" behind the one of the program in search order.
+// A library of its own that exports a sink "Debug" after that of the program in search order.
 
 void SetNextSinkValid(bool isValid);
 

@@ -12,7 +12,7 @@ namespace {
 using std::string_literals::operator""s;
 
 TEST(RegistryEntryTest, TextHoldsNameTypeAndText) {
-  const CRegistryEntry entry = CRegistryEntry::MakeText("name", REG_EXPAND_SZ, "text");
+  const CRegistryEntry entry = CRegistryEntry::MakeString("name", REG_EXPAND_SZ, "text");
   EXPECT_EQ(entry.GetName(), "name");
   EXPECT_EQ(entry.GetType(), REG_EXPAND_SZ);
   EXPECT_EQ(entry.GetData(), "text");
@@ -21,12 +21,12 @@ TEST(RegistryEntryTest, TextHoldsNameTypeAndText) {
 }
 
 TEST(RegistryEntryTest, TextEndsAtItsFirstNul) {
-  EXPECT_EQ(CRegistryEntry::MakeText("", REG_SZ, "ab\0cd"s).GetData(), "ab");
-  EXPECT_EQ(CRegistryEntry::MakeText("", REG_SZ, "\0ab"s).GetData(), "");
+  EXPECT_EQ(CRegistryEntry::MakeString("", REG_SZ, "ab\0cd"s).GetData(), "ab");
+  EXPECT_EQ(CRegistryEntry::MakeString("", REG_SZ, "\0ab"s).GetData(), "");
 }
 
 TEST(RegistryEntryTest, NameAndDataAreFollowedByANul) {
-  const CRegistryEntry entry = CRegistryEntry::MakeText("name", REG_SZ, "text");
+  const CRegistryEntry entry = CRegistryEntry::MakeString("name", REG_SZ, "text");
   EXPECT_STREQ(entry.GetName().data(), "name");
   EXPECT_STREQ(entry.GetData().data(), "text");
 }
@@ -59,7 +59,7 @@ TEST(RegistryEntryTest, KeyHoldsItsNodeUntilItIsTaken) {
 }
 
 TEST(RegistryEntryTest, MovesKeepEverything) {
-  CRegistryEntry source = CRegistryEntry::MakeText("name", REG_SZ, "text");
+  CRegistryEntry source = CRegistryEntry::MakeString("name", REG_SZ, "text");
   const CRegistryEntry entry = std::move(source);
   EXPECT_EQ(entry.GetName(), "name");
   EXPECT_EQ(entry.GetData(), "text");

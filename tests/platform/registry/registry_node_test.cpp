@@ -18,7 +18,7 @@ using Stored = CRegistryNode::Stored;
 using Entries = std::vector<CRegistryEntry>;
 
 CRegistryEntry Text(std::string_view name, std::string_view text = "text") {
-  return CRegistryEntry::MakeText(name, REG_SZ, text);
+  return CRegistryEntry::MakeString(name, REG_SZ, text);
 }
 
 Stored Put(CRegistryNode& node, CRegistryEntry entry) {

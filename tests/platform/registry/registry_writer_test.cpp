@@ -30,9 +30,10 @@ class RegistryWriterTest : public ::testing::Test {
 TEST_F(RegistryWriterTest, EmptyNodeIsAnEmptyLine) { EXPECT_EQ(WriteRegistryText(m_oTop), "\n"); }
 
 TEST_F(RegistryWriterTest, WritesTexts) {
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_SZ, "a b")), "name=s=a b\n\n");
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_SZ, "")), "name=s=\n\n");
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("a b", REG_EXPAND_SZ, "%PATH%")), "a b=es=%PATH%\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("name", REG_SZ, "a b")), "name=s=a b\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("name", REG_SZ, "")), "name=s=\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("a b", REG_EXPAND_SZ, "%PATH%")),
+            "a b=es=%PATH%\n\n");
 }
 
 TEST_F(RegistryWriterTest, WritesIntegersInSignedDecimal) {
@@ -89,15 +90,16 @@ TEST_F(RegistryWriterTest, LeavesTheNodeAsItIs) {
 }
 
 TEST_F(RegistryWriterTest, TextEndsAtItsFirstLineEnd) {
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_SZ, "first\nsecond")), "name=s=first\n\n");
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("name", REG_EXPAND_SZ, "\n")), "name=es=\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("name", REG_SZ, "first\nsecond")),
+            "name=s=first\n\n");
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("name", REG_EXPAND_SZ, "\n")), "name=es=\n\n");
 }
 
 TEST_F(RegistryWriterTest, DataAreCutWhereTheLineWouldBeReadAsTwo) {
   const std::string text(2000, 'x');
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("a", REG_SZ, text)),
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("a", REG_SZ, text)),
             "a=s=" + text.substr(0, 1019) + "\n\n");
-  EXPECT_EQ(Written(CRegistryEntry::MakeText("a", REG_EXPAND_SZ, text)),
+  EXPECT_EQ(Written(CRegistryEntry::MakeString("a", REG_EXPAND_SZ, text)),
             "a=es=" + text.substr(0, 1018) + "\n\n");
   for (const auto& [name, bytes] :
        {std::pair("", 340U), {"a", 339U}, {"abc", 339U}, {"abcd", 338U}}) {
@@ -114,10 +116,10 @@ TEST_F(RegistryWriterTest, LeavesOutWhatHasNoLineOfItsOwn) {
   const std::string longName(1021, 'n');
   m_oTop.CreateKey("key\n\n")->CreateKey("below");
   m_oTop.CreateKey(longName + "n")->CreateKey("below");
-  Put(m_oTop, CRegistryEntry::MakeText("value\n\n", REG_SZ, "x"));
-  Put(m_oTop, CRegistryEntry::MakeText("[key]", REG_SZ, "x"));
-  Put(m_oTop, CRegistryEntry::MakeText("[key", REG_SZ, "x]"));
-  Put(m_oTop, CRegistryEntry::MakeText(longName, REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeString("value\n\n", REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeString("[key]", REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeString("[key", REG_SZ, "x]"));
+  Put(m_oTop, CRegistryEntry::MakeString(longName, REG_SZ, "x"));
   Put(m_oTop, CRegistryEntry::MakeInteger(longName + "n", 1));
   Put(m_oTop, CRegistryEntry::MakeBinary(longName + "nn", "x"));
   Put(m_oTop, CRegistryEntry::MakeInteger(std::string(1018, 'n'), 123));
@@ -130,7 +132,7 @@ TEST_F(RegistryWriterTest, LeavesOutWhatHasNoLineOfItsOwn) {
 }
 
 TEST_F(RegistryWriterTest, NameWithAnEqualsSignIsCutWhenReadBack) {
-  Put(m_oTop, CRegistryEntry::MakeText("a=d=1", REG_SZ, "text"));
+  Put(m_oTop, CRegistryEntry::MakeString("a=d=1", REG_SZ, "text"));
   const std::string text = WriteRegistryText(m_oTop);
   EXPECT_EQ(text, "a=d=1=s=text\n\n");
   CRegistryNode loaded;
