@@ -339,7 +339,7 @@ TEST_F(ModuleStopTest, ASecondThreadWaitsForTheFirst) {
 }
 
 TEST_F(ModuleStopTest, EndsACollectorThatRanBeforeASecondStart) {
-  // Shows itself when the launcher, too, has stored its id: what Start() cleared would stay cleared.
+  // Shows itself when the launcher, too, has stored its id: what Start() cleared stays cleared.
   InstallCollector(std::string("sleep 0.3; ") + LONG_RUN);
   StartWithRunningCollector();
   EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
