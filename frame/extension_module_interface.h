@@ -23,8 +23,8 @@ class CIExtensionModule {
   // 3. Returns 1.
   virtual uint32_t Placeholder3() = 0;
 
-  // 4. Starts the module. The switch stays the host's and must outlive the module's Stop(). Returns
-  // 1 when started, 0 when not.
+  // 4. Starts the module. The switch stays the host's and must outlive the module, which may still
+  // use it after Stop(). Returns 1 when started, 0 when not.
   virtual uint32_t Start(CISwitch* pSwitch, uint32_t moduleId) = 0;
 
   // 5. Returns 1.
