@@ -8,7 +8,7 @@ namespace {
 
 constexpr int64_t BYTES_PER_KILOBYTE = 1024;
 
-int64_t InNanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000 + time.tv_nsec; }
+ArchiveState::Time TimeOf(const timespec& time) { return {time.tv_sec, time.tv_nsec}; }
 
 }  // namespace
 
@@ -22,8 +22,7 @@ std::optional<ArchiveState> ExamineArchive(const std::string& path) {
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
-  return ArchiveState{status.st_dev, status.st_ino, InNanoseconds(status.st_mtim),
-                      InNanoseconds(status.st_ctim)};
+  return ArchiveState{status.st_dev, status.st_ino, TimeOf(status.st_mtim), TimeOf(status.st_ctim)};
 }
 
 int32_t KilobytesOf(const std::string& path) {

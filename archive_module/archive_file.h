@@ -4,13 +4,19 @@
 #include <optional>
 #include <string>
 
-// What tells a file that was written or exchanged from one that was left as it was. Times are in
-// nanoseconds.
+// What tells a file that was written or exchanged from one that was left as it was.
 struct ArchiveState {
+  struct Time {
+    int64_t seconds;
+    int64_t nanoseconds;  // below a second
+
+    bool operator==(const Time&) const = default;
+  };
+
   uint64_t device;
   uint64_t inode;
-  int64_t modificationTime;
-  int64_t changeTime;
+  Time modificationTime;
+  Time changeTime;
 
   bool operator==(const ArchiveState&) const = default;
 };

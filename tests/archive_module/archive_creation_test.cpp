@@ -139,6 +139,12 @@ TEST_F(ArchiveCreationTest, AnArchiveWrittenAgainIsNewAlsoWithItsOldModification
   EXPECT_TRUE(faults.Stop());
 }
 
+TEST_F(ArchiveCreationTest, TheTimeOfAnArchiveMayLieCenturiesAhead) {
+  InstallCollector("touch -d 2400-01-01 \"$archive\"");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  EXPECT_EQ(Run(CREATE), 0U);
+}
+
 TEST_F(ArchiveCreationTest, AnArchiveIsARegularFile) {
   for (const char* script : {"mkdir \"$archive\"", "rmdir \"$archive\"; mkfifo \"$archive\""}) {
     InstallCollector(script);

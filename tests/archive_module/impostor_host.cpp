@@ -1,5 +1,6 @@
 // A host program whose own classes and functions have the names of the module's, with bodies that
-// end the process. It drives the module through a whole road; exit code 0 when all of it was right.
+// end the process. It drives the module through the whole path of an archive; exit code 0 when all
+// of it was right.
 //
 // It knows the interfaces and the layout of the record, and links nothing of the module.
 

@@ -149,6 +149,13 @@ TEST_F(RegistryProcessesTest, SaveWithoutALockFileFailsAndNamesIt) {
                 "CRegistry: ERROR: Cannot save \"/etc/qamrel/registry.lock\": Is a directory\n"});
 }
 
+TEST_F(RegistryProcessesTest, SaveFollowsNoLinkInPlaceOfTheLockFile) {
+  const std::string target = std::string(REGISTRY_LOCK_FILE) + ".target";
+  std::filesystem::create_symlink(target, REGISTRY_LOCK_FILE);
+  EXPECT_EQ(SaveRegistryFile("text"), RegistrySave::FAILED);
+  EXPECT_FALSE(std::filesystem::exists(target));
+}
+
 TEST_F(RegistryProcessesTest, SaveNeedsNoLockWhereTheFileSystemHasNone) {
   for (const int error : {ENOLCK, EOPNOTSUPP}) {
     const auto refusal = calls::flock.Fail(error);
