@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+// In a batch with the target it is declared already.
+// NOLINTNEXTLINE(readability-redundant-declaration)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
