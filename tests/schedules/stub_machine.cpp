@@ -28,7 +28,7 @@ bool GetDataDir(std::string& directory) { return GetBinDir(directory); }
 bool FileExists(const std::string& path) { return path == std::string(INSTALLATION) + "Talvor"; }
 
 std::optional<ArchiveState> ExamineArchive(const std::string& /*path*/) {
-  return g_machine.hasArchive ? std::optional<ArchiveState>(ArchiveState{1, 2, 3, 4})
+  return g_machine.hasArchive ? std::optional<ArchiveState>(ArchiveState{1, 2, {3, 0}, {4, 0}})
                               : std::nullopt;
 }
 
