@@ -192,6 +192,8 @@ std::vector<Entry>& Table() {
       Standing<"fchdir", MINUS_ONE, int(int)>(EACCES),
       Standing<"unlink", MINUS_ONE, int(const char*)>(EACCES),
       Standing<"unlinkat", MINUS_ONE, int(int, const char*, int)>(EACCES),
+      Standing<"flock", MINUS_ONE, int(int, int)>(ENOLCK),
+      Standing<"access", MINUS_ONE, int(const char*, int)>(EACCES),
       Standing<"rmdir", MINUS_ONE, int(const char*)>(EACCES),
       Standing<"fchmod", MINUS_ONE, int(int, mode_t)>(EPERM),
       Standing<"fchmodat", MINUS_ONE, int(int, const char*, mode_t, int)>(EPERM),
