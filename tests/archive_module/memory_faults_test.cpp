@@ -65,14 +65,15 @@ TEST_F(MemoryFaultsTest, ARequestThatHasNoMemoryForItsStatusIsSurvived) {
   EXPECT_EQ(StatusOf(request), 0U);
 }
 
-// The worker runs out of memory behind the answer to the job before.
+// The worker runs out of memory after the answer to the job before. Run() may return, and the next job
+// be sent, before the switch is done with an answer, so the answer is known by its number.
 TEST_F(MemoryFaultsTest, AFailedAllocationOfAJobBecomesStatus6) {
   std::unique_ptr<FailingNew> memory;
-  std::atomic<bool> isToFail = false;
+  std::atomic<size_t> answersBefore = 0;
   int64_t successes = 0;
   bool hasFailed = false;
   m_switch.onAnswered = [&] {
-    if (isToFail.exchange(false)) {
+    if (m_switch.Answers().size() == answersBefore) {
       memory = std::make_unique<FailingNew>(successes, 1);
     }
   };
@@ -87,7 +88,7 @@ TEST_F(MemoryFaultsTest, AFailedAllocationOfAJobBecomesStatus6) {
     successes = 0;
     do {
       SCOPED_TRACE(command + std::to_string(successes));
-      isToFail = true;
+      answersBefore = m_switch.Answers().size() + 1;
       EXPECT_EQ(Run(CREATE), 0U);
       const uint32_t status = Run(command);
       EXPECT_EQ(status, hasFailed ? 6U : 0U);
