@@ -12,6 +12,7 @@
 #include "archive_module/collector_paths.h"
 #include "archive_module/names.h"
 #include "base/regular_file.h"
+#include "host/doctor_checks.h"
 #include "platform/process/process_table.h"
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
@@ -19,6 +20,8 @@
 #include "platform/registry/registry_parser.h"
 
 namespace {
+
+using Verdict = Finding::Verdict;
 
 constexpr uint64_t MEGABYTE = 1'048'576;
 constexpr uint64_t LEAST_SPACE = 64 * MEGABYTE;
@@ -32,6 +35,20 @@ std::string WithSlash(const std::string& directory) {
 }
 
 std::string ErrorText() { return strerror(errno); }
+
+// The directory, whose path ends in "/", or while it is missing the nearest one above it that is
+// there.
+std::string NearestDirectory(std::string directory) {
+  while (directory.size() > 1) {
+    struct stat status = {};
+    const std::string name = directory.substr(0, directory.size() - 1);
+    if (lstat(name.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR)) {
+      return directory;
+    }
+    directory.resize(name.rfind('/') + 1);
+  }
+  return directory;
+}
 
 // As the registry is loaded. Throws std::bad_alloc.
 bool HoldsRegistry(const char* file) {
@@ -102,10 +119,12 @@ bool CCollectorCheck::CheckRegistry() {
   std::string damaged;  // the first file that is passed over
   for (const char* file : REGISTRY_FILES) {
     if (HoldsRegistry(file)) {
-      return Add(true, "registry",
-                 damaged.empty() ? std::string(file) + " can be read."
-                                 : std::string(file) + " stands in for " + damaged +
-                                       ", which holds no registry: repair that one.");
+      if (damaged.empty()) {
+        return Add(Verdict::RIGHT, "registry", std::string(file) + " can be read.");
+      }
+      return Add(Verdict::WARNING, "registry",
+                 std::string(file) + " stands in for " + damaged +
+                     ", which holds no registry: repair that one.");
     }
     const bool isThere = access(file, R_OK) == 0;
     if (!isThere && errno == EACCES) {
@@ -115,29 +134,29 @@ bool CCollectorCheck::CheckRegistry() {
       damaged = file;
     }
   }
-  return Add(false, "registry", ExplainRegistry());
+  return Add(Verdict::WRONG, "registry", ExplainRegistry());
 }
 
 bool CCollectorCheck::CheckPointer() {
   std::string rootKey;
   if (!ReadRegistryPointer(rootKey, COLLECTOR_NAME)) {
-    return Add(false, "pointer",
+    return Add(Verdict::WRONG, "pointer",
                std::string("Talvor is not installed: the registry has no value \"") +
                    COLLECTOR_NAME + "\" in the key HKEY_LOCAL_MACHINE\\" + REGISTRY_POINTER_KEY +
                    ". Install Talvor.");
   }
   m_strSetupKey = rootKey + "\\Setup";
-  return Add(true, "pointer", "It names the key " + rootKey + ".");
+  return Add(Verdict::RIGHT, "pointer", "It names the key " + rootKey + ".");
 }
 
 bool CCollectorCheck::CheckSetupKey() {
   CRegistry registry;
   if (OpenCollectorSetupKey(registry, m_strSetupKey) != REGISTRY_OK) {
-    return Add(false, "Setup key",
+    return Add(Verdict::WRONG, "Setup key",
                "Talvor is not installed completely: the registry has no key " + m_strSetupKey +
                    ". Install Talvor again.");
   }
-  return Add(true, "Setup key", "The key " + m_strSetupKey + " is there.");
+  return Add(Verdict::RIGHT, "Setup key", "The key " + m_strSetupKey + " is there.");
 }
 
 bool CCollectorCheck::CheckFileRoot() {
@@ -145,12 +164,12 @@ bool CCollectorCheck::CheckFileRoot() {
   OpenCollectorSetupKey(registry, m_strSetupKey);
   std::string directory;
   if (registry.QueryValue(directory, FILE_ROOT_VALUE) != REGISTRY_OK) {
-    return Add(false, FILE_ROOT_VALUE,
+    return Add(Verdict::WRONG, FILE_ROOT_VALUE,
                "Talvor is not installed completely: the registry key " + m_strSetupKey +
                    " has no text \"FileRoot\" that names its directory. Install Talvor again.");
   }
   m_strFileRoot = WithSlash(directory);
-  return Add(true, FILE_ROOT_VALUE, "It names " + m_strFileRoot + ".");
+  return Add(Verdict::RIGHT, FILE_ROOT_VALUE, "It names " + m_strFileRoot + ".");
 }
 
 void CCollectorCheck::CheckDataRoot() {
@@ -159,19 +178,27 @@ void CCollectorCheck::CheckDataRoot() {
   std::string directory;
   if (registry.QueryValue(directory, DATA_ROOT_VALUE) == REGISTRY_OK) {
     if (directory.empty()) {
-      Add(false, DATA_ROOT_VALUE,
+      Add(Verdict::WRONG, DATA_ROOT_VALUE,
           "It is empty, and the archive would go wherever the agent was started: name a directory "
           "in \"DataRoot\" of the registry key " +
               m_strSetupKey + ".");
       return;
     }
+    if (!directory.starts_with('/')) {
+      Add(Verdict::WRONG, DATA_ROOT_VALUE,
+          "It names \"" + directory +
+              "\", and the archive would go below wherever the agent was started: name a full path "
+              "in \"DataRoot\" of the registry key " +
+              m_strSetupKey + ".");
+      return;
+    }
     m_strDataDirectory = WithSlash(directory);
-    Add(true, DATA_ROOT_VALUE, "It names " + m_strDataDirectory + ".");
+    Add(Verdict::RIGHT, DATA_ROOT_VALUE, "It names " + m_strDataDirectory + ".");
   } else if (m_strFileRoot.empty()) {
     AddUnknown(DATA_ROOT_VALUE, "is not there, and FileRoot, which stands in for it, neither");
   } else {
     m_strDataDirectory = m_strFileRoot;
-    Add(true, DATA_ROOT_VALUE, "It is not there; FileRoot stands in for it.");
+    Add(Verdict::RIGHT, DATA_ROOT_VALUE, "It is not there; FileRoot stands in for it.");
   }
 }
 
@@ -179,82 +206,93 @@ void CCollectorCheck::CheckProgram() {
   const std::string program = m_strFileRoot + COLLECTOR_NAME;
   struct stat file = {};
   if (stat(program.c_str(), &file) != 0 && errno != EACCES) {
-    Add(false, "program",
+    Add(Verdict::WRONG, "program",
         "Talvor is registered, but there is no program " + program +
             ": install Talvor again, or correct \"FileRoot\" in the registry key " + m_strSetupKey +
             ".");
   } else if (!S_ISREG(file.st_mode) || access(program.c_str(), X_OK) != 0) {
-    Add(false, "program",
+    Add(Verdict::WRONG, "program",
         program +
             " cannot be executed: give it the rights of a program (chmod 755), or install "
             "Talvor again.");
   } else {
-    Add(true, "program", program + " can be executed.");
+    Add(Verdict::RIGHT, "program", program + " can be executed.");
   }
 }
 
 bool CCollectorCheck::CheckDataDirectory() {
+  const std::string existing = NearestDirectory(m_strDataDirectory);
   struct stat directory = {};
-  if (stat(m_strDataDirectory.c_str(), &directory) != 0) {
-    return Add(false, "data directory",
-               m_strDataDirectory + " cannot be reached (" + ErrorText() +
-                   "): make the directory, or correct \"DataRoot\" in the registry key " +
-                   m_strSetupKey + ".");
+  if (stat(existing.c_str(), &directory) != 0) {
+    return Add(Verdict::WRONG, "data directory",
+               existing + " cannot be reached (" + ErrorText() +
+                   "): repair it, or correct \"DataRoot\" in the registry key " + m_strSetupKey +
+                   ".");
   }
-  if (access(m_strDataDirectory.c_str(), W_OK | X_OK) != 0) {
-    return Add(false, "data directory",
-               m_strDataDirectory + " cannot be written to (" + ErrorText() +
+  if (access(existing.c_str(), W_OK | X_OK) != 0) {
+    return Add(Verdict::WRONG, "data directory",
+               existing + " cannot be written to (" + ErrorText() +
                    "): run em_host as root, or make the directory writable.");
   }
-  return Add(true, "data directory", m_strDataDirectory + " can be written to.");
+  return Add(
+      Verdict::RIGHT, "data directory",
+      existing == m_strDataDirectory
+          ? m_strDataDirectory + " can be written to."
+          : m_strDataDirectory + " is not there yet; Talvor can make it in " + existing + ".");
 }
 
 void CCollectorCheck::CheckFreeSpace() {
   struct statvfs system = {};
-  if (statvfs(m_strDataDirectory.c_str(), &system) != 0) {
-    Add(false, "free space",
-        "It cannot be determined (" + ErrorText() + "): look at the file system of " +
-            m_strDataDirectory + ".");
+  const std::string directory = NearestDirectory(m_strDataDirectory);
+  if (statvfs(directory.c_str(), &system) != 0) {
+    Add(Verdict::WRONG, "free space",
+        "It cannot be determined (" + ErrorText() + "): look at the file system of " + directory +
+            ".");
     return;
   }
   const uint64_t free = static_cast<uint64_t>(system.f_bavail) * system.f_frsize;
   const std::string text = std::to_string(free / MEGABYTE) + " MB";
   if (free < LEAST_SPACE) {
-    Add(false, "free space",
-        "Only " + text + " are left in " + m_strDataDirectory +
-            ": an archive may not fit into less than " + std::to_string(LEAST_SPACE / MEGABYTE) +
-            " MB. Make room.");
+    Add(Verdict::WRONG, "free space",
+        "Only " + text + " are left in " + directory + ": an archive may not fit into less than " +
+            std::to_string(LEAST_SPACE / MEGABYTE) + " MB. Make room.");
   } else {
-    Add(true, "free space", text + " are left.");
+    Add(Verdict::RIGHT, "free space", text + " are left.");
   }
 }
 
 void CCollectorCheck::CheckOtherCollector() {
   int32_t pid = 0;
   if (FindProcessByName(pid, COLLECTOR_NAME)) {
-    Add(false, "other collector",
+    Add(Verdict::WRONG, "other collector",
         "A process named Talvor is running, number " + std::to_string(pid) +
             ": wait until it has ended, or end it.");
   } else {
-    Add(true, "other collector", "None is running.");
+    Add(Verdict::RIGHT, "other collector", "None is running.");
   }
 }
 
-bool CCollectorCheck::Add(bool isRight, const std::string& subject, const std::string& text) {
-  m_oFindings.push_back(
-      {isRight ? Finding::Verdict::RIGHT : Finding::Verdict::WRONG, subject, text});
-  return isRight;
+bool CCollectorCheck::Add(Verdict verdict, const std::string& subject, const std::string& text) {
+  m_oFindings.push_back({verdict, subject, text});
+  return verdict != Verdict::WRONG;
 }
 
 void CCollectorCheck::AddUnknown(const std::string& subject, const std::string& text) {
-  m_oFindings.push_back({Finding::Verdict::UNKNOWN, subject, text});
+  m_oFindings.push_back({Verdict::UNKNOWN, subject, text});
+}
+
+Findings CheckCollector(const HostOptions& /*options*/) {
+  CCollectorCheck check;
+  check.CheckInstallation();
+  check.CheckCreation();
+  return check.GetFindings();
 }
 
 std::string ExplainUnavailability() {
   CCollectorCheck check;
   check.CheckInstallation();
   for (const Finding& finding : check.GetFindings()) {
-    if (finding.verdict == Finding::Verdict::WRONG) {
+    if (finding.verdict == Verdict::WRONG) {
       return finding.text;
     }
   }

@@ -1,19 +1,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-// What a look at one part of the machine found.
-struct Finding {
-  enum class Verdict {
-    RIGHT,
-    WRONG,
-    UNKNOWN  // it depends on something that is wrong
-  };
-  Verdict verdict;
-  std::string subject;
-  std::string text;  // a sentence; what to do when it is wrong
-};
+#include "host/finding.h"
 
 // Walks the chain that leads to an archive, from the registry to the program, as the module does
 // when it starts, and then looks at what a creation needs. Each step gives one finding, in that
@@ -26,7 +15,7 @@ class CCollectorCheck {
   // CheckInstallation().
   void CheckCreation();
 
-  const std::vector<Finding>& GetFindings() const { return m_oFindings; }
+  const Findings& GetFindings() const { return m_oFindings; }
 
  private:
   bool CheckRegistry();
@@ -39,10 +28,11 @@ class CCollectorCheck {
   void CheckFreeSpace();
   void CheckOtherCollector();
 
-  bool Add(bool isRight, const std::string& subject, const std::string& text);
+  // True unless the verdict is WRONG.
+  bool Add(Finding::Verdict verdict, const std::string& subject, const std::string& text);
   void AddUnknown(const std::string& subject, const std::string& text);
 
-  std::vector<Finding> m_oFindings;
+  Findings m_oFindings;
   std::string m_strSetupKey;
   std::string m_strFileRoot;       // ends in "/"; empty: unknown
   std::string m_strDataDirectory;  // ends in "/"; empty: unknown

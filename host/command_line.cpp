@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "host/installation.h"
 #include "tools/command_line/mistake.h"
 
 namespace {
@@ -18,9 +19,8 @@ constexpr char EXIT_CODES[] =
     "could not go on, and says why: 64 command line, 65 no record in a file, 66 file not readable,\n"
     "69 doctor found something wrong, 70 not a working module, 71 refused by the system, 72 module\n"
     "not found, 73 cannot write, 74 output lost, 75 no final answer in time, 77 rights missing,\n"
-    "125 no safe way to run the demo.";
+    "78 doctor found something to repair, 125 no safe way to run the demo.";
 
-constexpr char INSTALLED_MODULE[] = "/usr/lib/qamrel/em_talvor";
 constexpr uint32_t HIGHEST_TRACE_LEVEL = 5;
 constexpr uint32_t LONGEST_TIME_LIMIT = 65'535;
 constexpr uint32_t LONGEST_INTERVAL = UINT32_MAX - 1;
@@ -34,11 +34,15 @@ void AddNumber(CLI::App& command, const std::string& name, std::optional<uint32_
       ->check(range);
 }
 
-void AddModuleOptions(CLI::App& command, HostOptions& options) {
+void AddModule(CLI::App& command, HostOptions& options) {
   command
       .add_option("--module", options.module,
-                  "The module; by default the installed one, /usr/lib/qamrel/em_talvor")
+                  "The module; by default the one installed or built with em_host")
       ->type_name("FILE");
+}
+
+void AddModuleOptions(CLI::App& command, HostOptions& options) {
+  AddModule(command, options);
   AddNumber(
       command, "--trace", options.traceLevel,
       "Trace level of the module, 1 (errors) to 5 (everything), 0: none. Lines go to standard "
@@ -83,6 +87,13 @@ void AddSetup(CLI::App& app, HostOptions& options) {
       ->check(CLI::IsMember({"backup", "restore", "convert", "cleanup"}));
 }
 
+void AddDoctor(CLI::App& app, HostOptions& options) {
+  CLI::App& doctor =
+      *app.add_subcommand("doctor", "Looks for what keeps this machine from creating an archive");
+  AddModule(doctor, options);
+  doctor.add_flag("--json", options.isJson, "Print a JSON object");
+}
+
 void AddDemo(CLI::App& app, HostOptions& options) {
   CLI::App& demo = *app.add_subcommand(
       "demo",
@@ -120,7 +131,7 @@ std::optional<int> ReadCommandLine(int argumentCount, char** arguments, HostOpti
   AddInfo(app, options);
   AddSetup(app, options);
   AddTrace(app, options);
-  app.add_subcommand("doctor", "Looks for what keeps this machine from creating an archive");
+  AddDoctor(app, options);
   AddDemo(app, options);
   try {
     app.parse(argumentCount, arguments);
@@ -132,8 +143,8 @@ std::optional<int> ReadCommandLine(int argumentCount, char** arguments, HostOpti
   if (options.command == "trace") {
     options.action = command.get_subcommands().front()->get_name();
   }
-  if (options.module.empty() && options.command != "demo") {
-    options.module = INSTALLED_MODULE;
+  if (options.module.empty()) {
+    options.module = InstalledModule();
   }
   return std::nullopt;
 }

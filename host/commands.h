@@ -17,8 +17,9 @@ int RunSetupAction(const HostOptions& options);
 int RunTraceAction(const HostOptions& options);
 
 // "em_host doctor": looks for what keeps this machine from creating an archive and prints a line
-// for each part. The exit code is 0 only when an archive could be created now. Throws nothing.
-int RunDoctor();
+// for each part. The exit code is EX_UNAVAILABLE when no archive could be created now, EX_CONFIG
+// when one could but something should be repaired, else 0.
+int RunDoctor(const HostOptions& options);
 
 // "em_host demo": walks the whole path of an archive and tells what happens. For a program that
 // runs in a private machine.

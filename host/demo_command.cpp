@@ -150,7 +150,7 @@ int ShowDemo(const HostOptions& options) {
   Tell(std::string("the program ") + DEMO_FILE_ROOT + "/" + COLLECTOR_NAME);
   WriteDemoRegistry();
   Tell(std::string("the registry ") + REGISTRY_FILE + ", which names it and " + DEMO_DATA_ROOT);
-  Demo(options.module.empty() ? InstalledFile("lib/qamrel/em_talvor") : options.module).Run();
+  Demo(options.module).Run();
   WriteLine("");
   WriteLine("All went well.");
   return EXIT_SUCCESS;

@@ -71,7 +71,7 @@ _em_host() {
       esac
       ;;
     doctor)
-      _em_host_argument '' ''
+      _em_host_argument '--module --json' ''
       ;;
     demo)
       _em_host_argument '--module --trace --collector' ''

@@ -23,6 +23,7 @@ constexpr int SIGNAL_CODE = 128;
 //   EX_IOERR        the output cannot be written
 //   EX_TEMPFAIL     a final answer did not come in time
 //   EX_NOPERM       rights are missing
+//   EX_CONFIG       an archive could be created, but something on this machine should be repaired
 class CHostError : public std::runtime_error {
  public:
   CHostError(int exitCode, const std::string& sentence)

@@ -9,7 +9,7 @@
 struct HostOptions {
   std::string command;  // "run", "info", "setup", "demo", "trace", "doctor"
 
-  std::string module;  // of "demo" empty when it is the one installed with em_host
+  std::string module;
   std::optional<uint32_t> traceLevel;
   bool isJson = false;
 

@@ -7,14 +7,30 @@
 
 namespace fs = std::filesystem;
 
-std::string InstalledFile(const std::string& relativePath) {
+namespace {
+
+fs::path BesideProgram(const std::string& relativePath) {
   std::error_code error;
   const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  const fs::path file = program.parent_path().parent_path() / relativePath;
+  return program.parent_path().parent_path() / relativePath;
+}
+
+}  // namespace
+
+std::string InstalledFile(const std::string& relativePath) {
+  const fs::path file = BesideProgram(relativePath);
+  std::error_code error;
   if (!fs::exists(file, error)) {
     throw CHostError(EX_OSFILE, "The file " + file.string() +
                                     " is missing: install the package em-talvor again, or build "
                                     "the whole project.");
   }
   return file;
+}
+
+std::string InstalledModule() {
+  const fs::path file = BesideProgram("lib/qamrel/em_talvor");
+  std::error_code error;
+  const bool isThere = fs::exists(fs::symlink_status(file, error));  // a link to nothing too
+  return isThere ? file.string() : "/usr/lib/qamrel/em_talvor";
 }

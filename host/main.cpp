@@ -37,7 +37,7 @@ int RunCommand(const HostOptions& options, char** arguments) {
     return RunTraceAction(options);
   }
   if (options.command == "doctor") {
-    return RunDoctor();
+    return RunDoctor(options);
   }
   EnterPrivateMachine(arguments);
   return ShowDemo(options);

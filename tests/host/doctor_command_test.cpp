@@ -1,11 +1,15 @@
 #include "host/commands.h"
 
 #include <gmock/gmock.h>
+#include <rapidjson/document.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <string>
+#include <vector>
 
 #include "platform/registry/registry_file.h"
 #include "tests/host/host_program.h"
@@ -23,10 +27,8 @@ class DoctorCommandTest : public HostProgramTest {
  protected:
   ~DoctorCommandTest() override { std::filesystem::remove_all("/etc/orvane"); }
 
-  static HostResult Doctor() {
-    Program program({EM_HOST, "doctor"});
-    const int exitCode = program.Wait();
-    return {exitCode, program.Output(), program.Errors()};
+  static HostResult Doctor(const std::vector<std::string>& arguments = {}) {
+    return Host("doctor", arguments);
   }
 
   // One line is wrong, no archive can be created.
@@ -55,7 +57,9 @@ TEST_F(DoctorCommandTest, EverythingIsRight) {
   const std::string directory = m_oFiles.Path() + "/";
   EXPECT_THAT(
       result.output,
-      testing::MatchesRegex("ok     registry        /etc/qamrel/registry can be read.\n"
+      testing::MatchesRegex(std::string("ok     module          ") + EM_TALVOR_LIBRARY +
+                            " can be loaded and is EM_TALVOR.\n"
+                            "ok     registry        /etc/qamrel/registry can be read.\n"
                             "ok     pointer         It names the key SOFTWARE.Talvor.\n"
                             "ok     Setup key       The key SOFTWARE.Talvor.Setup is there.\n"
                             "ok     FileRoot        It names " +
@@ -81,18 +85,20 @@ TEST_F(DoctorCommandTest, NothingIsThere) {
   EXPECT_EQ(result.exitCode, 69);
   EXPECT_EQ(
       result.output,
-      "WRONG  registry        There is no registry /etc/qamrel/registry: install the agent and "
-      "Talvor, or see the whole path with \"em_host demo\".\n"
-      "?      pointer         needs the registry\n"
-      "?      Setup key       needs the pointer\n"
-      "?      FileRoot        needs the Setup key\n"
-      "?      DataRoot        needs the Setup key\n"
-      "?      program         needs FileRoot\n"
-      "?      data directory  needs DataRoot\n"
-      "?      free space      needs DataRoot\n"
-      "ok     other collector None is running.\n"
-      "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
-      "No archive could be created now; begin with the first WRONG line.\n");
+      std::string("ok     module          ") + EM_TALVOR_LIBRARY +
+          " can be loaded and is EM_TALVOR.\n"
+          "WRONG  registry        There is no registry /etc/qamrel/registry: install the agent and "
+          "Talvor, or see the whole path with \"em_host demo\".\n"
+          "?      pointer         needs the registry\n"
+          "?      Setup key       needs the pointer\n"
+          "?      FileRoot        needs the Setup key\n"
+          "?      DataRoot        needs the Setup key\n"
+          "?      program         needs FileRoot\n"
+          "?      data directory  needs DataRoot\n"
+          "?      free space      needs DataRoot\n"
+          "ok     other collector None is running.\n"
+          "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
+          "No archive could be created now; begin with the first WRONG line.\n");
 }
 
 TEST_F(DoctorCommandTest, TheBackupOfTheRegistryIsRead) {
@@ -108,10 +114,12 @@ TEST_F(DoctorCommandTest, ADamagedRegistryIsNamed) {
   std::filesystem::rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
   std::ofstream(REGISTRY_FILE) << "no registry";
   const HostResult result = Doctor();
-  EXPECT_EQ(result.exitCode, 0);
-  EXPECT_THAT(result.output,
-              HasSubstr("ok     registry        /etc/qamrel/registry.old stands in for "
-                        "/etc/qamrel/registry, which holds no registry: repair that one.\n"));
+  EXPECT_EQ(result.exitCode, 78);
+  EXPECT_THAT(
+      result.output,
+      AllOf(HasSubstr("warn   registry        /etc/qamrel/registry.old stands in for "
+                      "/etc/qamrel/registry, which holds no registry: repair that one.\n"),
+            EndsWith("An archive could be created now, but see to the lines that warn.\n")));
   std::filesystem::remove(REGISTRY_BACKUP_FILE);
   ExpectWrong(
       "registry        The file /etc/qamrel/registry holds no registry: repair it, or install the "
@@ -124,8 +132,8 @@ TEST_F(DoctorCommandTest, RegistryMayNotBeRead) {
   std::filesystem::copy_file(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
   std::filesystem::permissions(REGISTRY_FILE, std::filesystem::perms::none);
   // Without these, the permissions of files bind the administrator too.
-  Program program(
-      {"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search", EM_HOST, "doctor"});
+  Program program({"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search", EM_HOST,
+                   "doctor", "--module", EM_TALVOR_LIBRARY});
   EXPECT_EQ(program.Wait(), 69);
   EXPECT_THAT(program.Output(),
               HasSubstr("WRONG  registry        The registry /etc/qamrel/registry may not be read: "
@@ -171,10 +179,64 @@ TEST_F(DoctorCommandTest, ProgramIsMissingOrNone) {
   ExpectWrong("program         " + m_oFiles.Path() + "/Talvor cannot be executed: ");
 }
 
-TEST_F(DoctorCommandTest, DataDirectoryIsMissing) {
+TEST_F(DoctorCommandTest, ADataDirectoryThatACreationMakesMayBeMissing) {
   InstallCollector("");
-  WriteRegistry(m_oFiles.Path(), "/none/data");
-  ExpectWrong("data directory  /none/data/ cannot be reached (No such file or directory): ");
+  WriteRegistry(m_oFiles.Path(), m_oFiles.Path("new/data"));
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(result.output,
+              HasSubstr("ok     data directory  " + m_oFiles.Path("new/data/") +
+                        " is not there yet; Talvor can make it in " + m_oFiles.Path() + "/.\n"));
+}
+
+TEST_F(DoctorCommandTest, DataDirectoryIsRelativeOrNone) {
+  InstallCollector("");
+  WriteRegistry(m_oFiles.Path(), "data");
+  ExpectWrong(
+      "DataRoot        It names \"data\", and the archive would go below wherever the agent");
+  WriteRegistry(m_oFiles.Path(), m_oFiles.Path("Talvor/data"));
+  ExpectWrong("data directory  " + m_oFiles.Path("Talvor/") +
+              " cannot be reached (Not a directory): ");
+}
+
+TEST_F(DoctorCommandTest, TheModuleIsMissingOrNone) {
+  InstallCollector("");
+  const auto module = [](const std::string& file) {
+    Program program({EM_HOST, "doctor", "--module", file});
+    EXPECT_EQ(program.Wait(), 69);
+    return program.Output();
+  };
+  EXPECT_THAT(module("/none"),
+              HasSubstr("WRONG  module          The module /none cannot be found "));
+  EXPECT_THAT(module(m_oFiles.Path()), HasSubstr("WRONG  module          The module "));
+  EXPECT_THAT(module(m_oFiles.Write("text", "text")),
+              HasSubstr("WRONG  module          The module cannot be loaded: "));
+  EXPECT_THAT(module(NO_MODULE),
+              HasSubstr(std::string("WRONG  module          ") + NO_MODULE +
+                        " is no extension module, it does not export EM_Create"));
+  EXPECT_THAT(module(STUBBORN_MODULE),
+              HasSubstr(std::string("WRONG  module          ") + STUBBORN_MODULE +
+                        " is the module EM_STUBBORN, not EM_TALVOR: "));
+}
+
+TEST_F(DoctorCommandTest, JsonTellsTheSame) {
+  InstallCollector("");
+  std::filesystem::remove(m_oFiles.Path("Talvor"));
+  const HostResult result = Doctor({"--json"});
+  EXPECT_EQ(result.exitCode, 69);
+  rapidjson::Document diagnosis;
+  diagnosis.Parse(result.output.c_str());
+  ASSERT_TRUE(diagnosis.IsObject()) << result.output;
+  EXPECT_EQ(diagnosis["exitCode"].GetInt(), 69);
+  EXPECT_STREQ(diagnosis["text"].GetString(),
+               "No archive could be created now; begin with the first WRONG line.");
+  std::map<std::string, std::string> verdicts;
+  for (const rapidjson::Value& finding : diagnosis["findings"].GetArray()) {
+    verdicts[finding["subject"].GetString()] = finding["verdict"].GetString();
+    EXPECT_GT(finding["text"].GetStringLength(), 0U);
+  }
+  EXPECT_EQ(verdicts["module"], "right");
+  EXPECT_EQ(verdicts["program"], "wrong");
 }
 
 // Root may write wherever the file system lets it.
