@@ -9,8 +9,6 @@
 
 #include "bench/files.h"
 
-extern char** environ;
-
 inline pid_t Spawn(const char* program, const char* argument = nullptr) {
   char* const arguments[] = {const_cast<char*>(program), const_cast<char*>(argument), nullptr};
   pid_t child = 0;

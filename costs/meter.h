@@ -1,0 +1,20 @@
+#pragma once
+
+#include <functional>
+
+// Counts what happens from Begin() to End() in all threads and names it: callgrind, when the
+// program runs under it, writes a profile of that name, and the calls go to standard output,
+// separated by tabs: the name, allocations, bytes, locks.
+namespace meter {
+
+void Begin();
+void End(const char* name);
+
+// Counts one call of the operation, after some that fill its caches.
+void Count(const char* name, const std::function<void()>& operation);
+
+}  // namespace meter
+
+// The operations of the services.
+void CountPlatformCosts();
+void CountModuleCosts();
