@@ -1,5 +1,6 @@
-# Included by ctest: one test for each suite of cases in `program`, run in `sandbox`; one for each case
-# of the suites in `alone`. They get the labels in `labels`. A program that is not built has none.
+# Included by ctest: one test for each suite of cases in `program`, run in `sandbox`; several for the
+# suites in `sharded`, and one for each case of those in `alone`. They get the labels in `labels`. A
+# program that is not built has none.
 cmake_policy(VERSION 3.25)
 if(NOT EXISTS "${program}")
   return()
@@ -8,6 +9,15 @@ execute_process(COMMAND "${program}" --gtest_list_tests OUTPUT_VARIABLE list RES
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "${program} does not list its cases: ${result}")
 endif()
+
+# add_case_test(TEST FILTER [NAME=VALUE...]): with these variables in its environment.
+function(add_case_test test filter)
+  add_test("${test}" "${sandbox}" "${program}" "--gtest_filter=${filter}" --gtest_brief=1)
+  set_tests_properties("${test}" PROPERTIES TIMEOUT 180 LABELS "${labels}")
+  if(ARGN)
+    set_tests_properties("${test}" PROPERTIES ENVIRONMENT "${ARGN}")
+  endif()
+endfunction()
 
 string(REPLACE ";" "\\;" list "${list}")
 string(REPLACE "\n" ";" lines "${list}")
@@ -32,6 +42,11 @@ foreach(line IN LISTS lines)
     continue()
   endif()
   string(REGEX REPLACE "\\.\\*$" "" test "${filter}")
-  add_test("${test}" "${sandbox}" "${program}" "--gtest_filter=${filter}" --gtest_brief=1)
-  set_tests_properties("${test}" PROPERTIES TIMEOUT 180 LABELS "${labels}")
+  if(suite_name IN_LIST sharded)
+    foreach(shard RANGE 11)
+      add_case_test("${test}/shard${shard}" "${filter}" GTEST_TOTAL_SHARDS=12 GTEST_SHARD_INDEX=${shard})
+    endforeach()
+  else()
+    add_case_test("${test}" "${filter}")
+  endif()
 endforeach()

@@ -12,8 +12,8 @@
 #include "platform/profile/profile.h"
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_parser.h"
-#include "tests/differential/plain_number.h"
 #include "tests/differential/random_case.h"
+#include "tests/differential/reference_number.h"
 #include "tests/support/memory_file.h"
 #include "trace/config_section.h"
 
@@ -50,8 +50,8 @@ uint32_t ReadMember(const std::string& text) {
     position = 1;
   }
   uint64_t value = 0;
-  while (position < text.size() && PlainDigit(text[position]) < base) {
-    value = (value * base + PlainDigit(text[position++])) % (uint64_t{1} << 32);
+  while (position < text.size() && ReferenceDigit(text[position]) < base) {
+    value = (value * base + ReferenceDigit(text[position++])) % (uint64_t{1} << 32);
   }
   return static_cast<uint32_t>(value);
 }
@@ -79,14 +79,14 @@ TEST_P(NumberDifferentialTest, InAnIntegerOfTheRegistry) {
   ForEachSeed([&](uint32_t seed) {
     Random random(seed);
     const std::string text = RandomNumber(random);
-    const auto number = ReadPlainNumber(text, 0, 10);
+    const auto number = ReadReferenceNumber(text, 0, 10);
     const auto value = ParseValue("a=d=" + text);
     ASSERT_EQ(value.has_value(), number.has_value()) << text;
     if (value) {
       int32_t integer = 0;
       ASSERT_EQ(value->bytes.size(), sizeof(integer));
       value->bytes.copy(reinterpret_cast<char*>(&integer), sizeof(integer));
-      EXPECT_EQ(integer, static_cast<int32_t>(PlainSigned(*number))) << text;
+      EXPECT_EQ(integer, static_cast<int32_t>(ReferenceSigned(*number))) << text;
     }
   });
 }
@@ -100,8 +100,8 @@ TEST_P(NumberDifferentialTest, InTheBytesOfTheRegistry) {
     }
     std::string bytes;
     size_t position = 0;
-    while (const auto number = ReadPlainNumber(text, position, 16)) {
-      bytes.push_back(static_cast<char>(PlainSigned(*number)));
+    while (const auto number = ReadReferenceNumber(text, position, 16)) {
+      bytes.push_back(static_cast<char>(ReferenceSigned(*number)));
       position = number->end;
     }
     const auto value = ParseValue("a=b=" + text);
@@ -117,8 +117,8 @@ TEST_P(NumberDifferentialTest, InTheTraceConfiguration) {
     const std::string config = "[M]\nKey =" + text + "\n";
     const auto section = CConfigSection::Find(config, "M");
     ASSERT_TRUE(section.has_value());
-    const auto number = ReadPlainNumber(text, 0, 0);
-    const int64_t value = number ? PlainSigned(*number) : 0;
+    const auto number = ReadReferenceNumber(text, 0, 0);
+    const int64_t value = number ? ReferenceSigned(*number) : 0;
     const bool isBeyond = value > UINT32_MAX || value < -int64_t{UINT32_MAX};
     EXPECT_EQ(section->ReadNumber("Key"), isBeyond ? UINT32_MAX : static_cast<uint32_t>(value))
         << text;
@@ -134,9 +134,9 @@ TEST_P(NumberDifferentialTest, InAProfileFile) {
     const std::string text = RandomNumber(random);
     file.Fill("[A]\nkey=" + text + "\n");
     const size_t begin = std::min(text.find_first_not_of(" \t\v"), text.size());
-    const auto number = ReadPlainNumber(text.substr(begin, 31), 0, 0);
+    const auto number = ReadReferenceNumber(text.substr(begin, 31), 0, 0);
     EXPECT_EQ(profile.ReadInteger("A", "key", 7),
-              number ? static_cast<int32_t>(PlainSigned(*number)) : 7)
+              number ? static_cast<int32_t>(ReferenceSigned(*number)) : 7)
         << text;
   });
 }

@@ -7,40 +7,42 @@
 #include <vector>
 
 #include "platform/profile/profile_string.h"
-#include "tests/differential/plain_profile.h"
 #include "tests/differential/random_case.h"
+#include "tests/differential/reference_profile.h"
 #include "tests/support/memory_file.h"
 
 namespace {
 
-const std::vector<std::string> SECTIONS = {"A", "A", "B", "", "A]", "Long name", "\xC4"};
-const std::vector<std::string> KEYS = {"a", "a", "b", "ab", "", "a b", "[A]", "\xC4"};
-const std::vector<std::string> VALUES = {"1", "two words", "", " x ", "a=b", ";", "\"q\"", "\xC4"};
+const std::vector<std::string> PROFILE_SECTIONS = {"A", "A", "B", "", "A]", "Long name", "\xC4"};
+const std::vector<std::string> PROFILE_KEYS = {"a", "a", "b", "ab", "", "a b", "[A]", "\xC4"};
+const std::vector<std::string> PROFILE_VALUES = {"1",   "two words", "",      " x ",
+                                                 "a=b", ";",         "\"q\"", "\xC4"};
 
 // Lines around the thousand letters are just shorter and longer than what is read at once.
-std::string RandomLine(Random& random) {
+std::string RandomProfileLine(Random& random) {
   static const std::vector<std::string> BLANKS = {"", "", "", "", " ", "\t", "\r", " \v", "\f"};
   std::string line = random.PickFrom(BLANKS);
   switch (random.Number(8)) {
     case 0:
       return line;
     case 1:
-      return line + ";" + random.PickFrom(VALUES);
+      return line + ";" + random.PickFrom(PROFILE_VALUES);
     case 2:
     case 3:
-      line += "[" + random.PickFrom(SECTIONS) + (random.Once(10) ? "" : "]");
+      line += "[" + random.PickFrom(PROFILE_SECTIONS) + (random.Once(10) ? "" : "]");
       break;
     default:
-      line += random.PickFrom(KEYS) + random.PickFrom(BLANKS) + (random.Once(10) ? "" : "=") +
-              random.PickFrom(BLANKS) + random.PickFrom(VALUES);
+      line += random.PickFrom(PROFILE_KEYS) + random.PickFrom(BLANKS) +
+              (random.Once(10) ? "" : "=") + random.PickFrom(BLANKS) +
+              random.PickFrom(PROFILE_VALUES);
       break;
   }
   if (random.Once(60)) {
-    line += std::string(1012 + random.Number(16), 'l') + random.PickFrom(VALUES);
+    line += std::string(1012 + random.Number(16), 'l') + random.PickFrom(PROFILE_VALUES);
   }
   if (random.Once(60)) {
     line += '\0';
-    line += random.PickFrom(VALUES);
+    line += random.PickFrom(PROFILE_VALUES);
   }
   return line + random.PickFrom(BLANKS) + (random.Once(10) ? ";" : "");
 }
@@ -52,9 +54,9 @@ std::string RandomContent(Random& random) {
     if (random.Once(1000)) {
       content += std::string(32000 + random.Number(1000), '\n');
     }
-    content += RandomLine(random) + "\n";
+    content += RandomProfileLine(random) + "\n";
   }
-  return random.Once(3) ? content + RandomLine(random) : content;
+  return random.Once(3) ? content + RandomProfileLine(random) : content;
 }
 
 // Null once in a while.
@@ -75,16 +77,17 @@ TEST_P(ProfileDifferentialTest, GivesTheSameAnswer) {
   ForEachSeed([&](uint32_t seed) {
     Random random(seed);
     const std::string content = RandomContent(random);
-    const char* const section = Some(random, SECTIONS);
-    const char* const key = Some(random, KEYS);
-    const char* const defaultValue = Some(random, VALUES);
+    const char* const section = Some(random, PROFILE_SECTIONS);
+    const char* const key = Some(random, PROFILE_KEYS);
+    const char* const defaultValue = Some(random, PROFILE_VALUES);
     const uint32_t size = random.Once(2) ? 1 + random.Number(12) : 1200;
     m_oFile.Fill(content);
 
     std::vector<char> buffer(size);
     const uint32_t result =
         GetPrivateProfileString(section, key, defaultValue, buffer.data(), size, m_oFile.GetPath());
-    const PlainAnswer expected = ReadPlainProfile(content, section, key, defaultValue, size);
+    const ReferenceAnswer expected =
+        ReadReferenceProfile(content, section, key, defaultValue, size);
     ASSERT_EQ(result, expected.result)
         << Shown(section) << Shown(key) << Shown(defaultValue) << size << " in\n"
         << content;
@@ -96,14 +99,14 @@ TEST_P(ProfileDifferentialTest, MakesTheSameFile) {
   ForEachSeed([&](uint32_t seed) {
     Random random(seed);
     const std::string content = RandomContent(random);
-    const std::string section = random.PickFrom(SECTIONS);
-    const char* const key = Some(random, KEYS);
-    const char* const value = Some(random, VALUES);
+    const std::string section = random.PickFrom(PROFILE_SECTIONS);
+    const char* const key = Some(random, PROFILE_KEYS);
+    const char* const value = Some(random, PROFILE_VALUES);
     m_oFile.Fill(content);
 
     const uint32_t result =
         WritePrivateProfileString(section.c_str(), key, value, m_oFile.GetPath());
-    const PlainUpdate expected = WritePlainProfile(content, section.c_str(), key, value);
+    const ReferenceUpdate expected = WriteReferenceProfile(content, section.c_str(), key, value);
     EXPECT_EQ(result, expected.result) << section << Shown(key) << Shown(value) << " in\n"
                                        << content;
     EXPECT_EQ(m_oFile.Read(), expected.content) << section << Shown(key) << Shown(value) << " in\n"

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-// What the differential tests have in common: the product and a second, plain reading of the rules
-// get the same random cases. Each case comes from a seed of its own, which a failure names.
+// What the differential tests have in common: the product and a second, straightforward reading of
+// the rules get the same random cases. Each case comes from a seed of its own, which a failure
+// names.
 
 // How many seeds a test takes, and how many of them run as one case of the test program.
 constexpr uint32_t SEEDS = 100'000;

@@ -7,59 +7,59 @@
 #include <vector>
 
 #include "frame/sip_json.h"
-#include "tests/differential/plain_json.h"
-#include "tests/differential/plain_record.h"
 #include "tests/differential/random_case.h"
+#include "tests/differential/reference_json.h"
+#include "tests/differential/reference_record.h"
 #include "tests/frame/records.h"
 
 namespace {
 
-const std::vector<const char*> KEYS = {"OC", "OE", "OI", "CA", "MI", "ST", "DA"};
+const std::vector<const char*> MEMBERS = {"OC", "OE", "OI", "CA", "MI", "ST", "DA"};
 
 // --- The cases
 
 uint64_t RandomBits(Random& random) { return random.Bits() >> random.Number(64); }
 
-PlainJson RandomScalar(Random& random) {
+ReferenceJson RandomScalar(Random& random) {
   static const std::vector<double> FRACTIONS = {0.0,  2.5,   -2.5, 1e10, -1e10,
                                                 1e18, -1e18, 1e19, 1e20, -1e300};
-  PlainJson json;
-  json.kind = static_cast<PlainJson::Kind>(random.Number(PlainJson::ARRAY));
+  ReferenceJson json;
+  json.kind = static_cast<ReferenceJson::Kind>(random.Number(ReferenceJson::ARRAY));
   json.number = RandomBits(random);
-  if (json.kind == PlainJson::NEGATIVE) {
+  if (json.kind == ReferenceJson::NEGATIVE) {
     json.number = 0 - (json.number >> 1) - 1;
   }
-  if (json.kind == PlainJson::FRACTION) {
+  if (json.kind == ReferenceJson::FRACTION) {
     json.fraction = random.PickFrom(FRACTIONS);
   }
-  if (json.kind == PlainJson::TEXT) {
+  if (json.kind == ReferenceJson::TEXT) {
     json.text = random.Text(std::string("0x17aF \0\xFF", 9), 6);
   }
   return json;
 }
 
-PlainJson RandomRaw(Random& random) {
-  PlainJson raw = PlainArray({});
+ReferenceJson RandomRaw(Random& random) {
+  ReferenceJson raw = ReferenceArray({});
   for (uint32_t count = random.Number(7); count > 0; --count) {
-    raw.elements.push_back(PlainNumberOf(random.Number(256)));
+    raw.elements.push_back(ReferenceNumberOf(random.Number(256)));
   }
-  return PlainObject({{"x", {}}, {"RAW", raw}});
+  return ReferenceObject({{"x", {}}, {"RAW", raw}});
 }
 
 // A list of one kind.
-PlainJson RandomArray(Random& random) {
-  PlainJson array = PlainArray({});
+ReferenceJson RandomArray(Random& random) {
+  ReferenceJson array = ReferenceArray({});
   const uint32_t kind = random.Number(4);
   for (uint32_t count = random.Number(5); count > 0; --count) {
     switch (kind) {
       case 0:
-        array.elements.push_back(PlainNumberOf(RandomBits(random)));
+        array.elements.push_back(ReferenceNumberOf(RandomBits(random)));
         break;
       case 1:
-        array.elements.push_back(PlainTextOf(random.Text("ab", 3)));
+        array.elements.push_back(ReferenceTextOf(random.Text("ab", 3)));
         break;
       case 2:
-        array.elements.push_back(random.Once(2) ? RandomRaw(random) : PlainObject({}));
+        array.elements.push_back(random.Once(2) ? RandomRaw(random) : ReferenceObject({}));
         break;
       default:
         array.elements.push_back({});
@@ -69,25 +69,25 @@ PlainJson RandomArray(Random& random) {
   return array;
 }
 
-PlainJson RandomData(Random& random) {
+ReferenceJson RandomData(Random& random) {
   switch (random.Number(4)) {
     case 0:
       return RandomRaw(random);
     case 1:
       return RandomArray(random);
     case 2:
-      return PlainObject({{"a", RandomArray(random)}, {"raw", RandomScalar(random)}});
+      return ReferenceObject({{"a", RandomArray(random)}, {"raw", RandomScalar(random)}});
     default:
       return RandomScalar(random);
   }
 }
 
-PlainJson RandomCommand(Random& random) {
+ReferenceJson RandomCommand(Random& random) {
   if (random.Once(8)) {
     return RandomData(random);
   }
-  PlainJson command = PlainObject({});
-  for (const char* key : KEYS) {
+  ReferenceJson command = ReferenceObject({});
+  for (const char* key : MEMBERS) {
     // A hostile sender may give a member twice.
     for (bool isWanted = !random.Once(3); isWanted; isWanted = random.Once(8)) {
       command.members.push_back(
@@ -98,8 +98,8 @@ PlainJson RandomCommand(Random& random) {
 }
 
 // Mostly of the right shape.
-PlainJson RandomRoot(Random& random) {
-  PlainJson commands = PlainArray({});
+ReferenceJson RandomRoot(Random& random) {
+  ReferenceJson commands = ReferenceArray({});
   for (uint32_t count = random.Number(4); count > 0; --count) {
     commands.elements.push_back(RandomCommand(random));
   }
@@ -107,13 +107,14 @@ PlainJson RandomRoot(Random& random) {
     case 0:
       return commands;
     case 1:
-      return PlainObject({{"SIP", commands}});
+      return ReferenceObject({{"SIP", commands}});
     case 2:
-      return PlainObject({{"SIP", PlainObject({{"CMD", RandomCommand(random)}})}});
+      return ReferenceObject({{"SIP", ReferenceObject({{"CMD", RandomCommand(random)}})}});
     case 3:
-      return PlainObject({{"sip", PlainObject({{"CMD", commands}})}});
+      return ReferenceObject({{"sip", ReferenceObject({{"CMD", commands}})}});
     default:
-      return PlainObject({{"SIP", PlainObject({{"V", PlainNumberOf(1)}, {"CMD", commands}})}});
+      return ReferenceObject(
+          {{"SIP", ReferenceObject({{"V", ReferenceNumberOf(1)}, {"CMD", commands}})}});
   }
 }
 
@@ -126,14 +127,14 @@ struct RecordCase {
   }
 
   Random random;
-  PlainJson root;
+  ReferenceJson root;
   SipJson record;
   uint32_t index = 0;
 };
 
 class RecordDifferentialTest : public DifferentialTest {};
 
-rapidjson::Type LibraryTypeOf(const PlainJson* data) {
+rapidjson::Type LibraryTypeOf(const ReferenceJson* data) {
   rapidjson::Document document;
   return data != nullptr ? ToLibrary(*data, document.GetAllocator()).GetType()
                          : rapidjson::kNullType;
@@ -143,11 +144,11 @@ rapidjson::Type LibraryTypeOf(const PlainJson* data) {
 TEST_P(RecordDifferentialTest, HasTheSameMembersAndNumbers) {
   ForEachSeed([](uint32_t seed) {
     const RecordCase one(seed);
-    for (const char* key : KEYS) {
-      const PlainJson* member = PlainMember(one.root, one.index, key);
+    for (const char* key : MEMBERS) {
+      const ReferenceJson* member = ReferenceMember(one.root, one.index, key);
       EXPECT_EQ(one.record.HasCmdMember(one.index, key), member != nullptr) << TextOf(one.record);
-      if (member == nullptr || member->kind != PlainJson::TEXT) {
-        const auto bits = member != nullptr ? PlainBits(*member) : std::nullopt;
+      if (member == nullptr || member->kind != ReferenceJson::TEXT) {
+        const auto bits = member != nullptr ? ReferenceBits(*member) : std::nullopt;
         EXPECT_EQ(one.record.GetCmdUInt(one.index, key, 7), static_cast<uint32_t>(bits.value_or(7)))
             << key << " of " << one.index << " in " << TextOf(one.record);
       }
@@ -158,28 +159,28 @@ TEST_P(RecordDifferentialTest, HasTheSameMembersAndNumbers) {
 TEST_P(RecordDifferentialTest, HasTheSameKindAndLengthOfData) {
   ForEachSeed([](uint32_t seed) {
     const RecordCase one(seed);
-    const PlainJson* data = PlainMember(one.root, one.index, "DA");
+    const ReferenceJson* data = ReferenceMember(one.root, one.index, "DA");
     EXPECT_EQ(one.record.GetDataType(one.index), LibraryTypeOf(data)) << TextOf(one.record);
-    EXPECT_EQ(one.record.GetDataLength(one.index), PlainLength(data)) << TextOf(one.record);
-    EXPECT_EQ(one.record.IsJsonStructure(), IsPlainStructure(data)) << TextOf(one.record);
+    EXPECT_EQ(one.record.GetDataLength(one.index), ReferenceLength(data)) << TextOf(one.record);
+    EXPECT_EQ(one.record.IsJsonStructure(), IsReferenceStructure(data)) << TextOf(one.record);
   });
 }
 
 TEST_P(RecordDifferentialTest, HasTheSameData) {
   ForEachSeed([](uint32_t seed) {
     const RecordCase one(seed);
-    const PlainJson* data = PlainMember(one.root, one.index, "DA");
+    const ReferenceJson* data = ReferenceMember(one.root, one.index, "DA");
     uint32_t integer = 7;
-    EXPECT_EQ(one.record.GetIntegerData(one.index, integer), PlainInteger(data).has_value());
-    EXPECT_EQ(integer, PlainInteger(data).value_or(7)) << TextOf(one.record);
+    EXPECT_EQ(one.record.GetIntegerData(one.index, integer), ReferenceInteger(data).has_value());
+    EXPECT_EQ(integer, ReferenceInteger(data).value_or(7)) << TextOf(one.record);
 
     std::vector<uint8_t> bytes;
-    EXPECT_EQ(one.record.GetByteData(one.index, bytes), PlainBytes(data).has_value());
-    EXPECT_EQ(bytes, PlainBytes(data).value_or(std::vector<uint8_t>())) << TextOf(one.record);
+    EXPECT_EQ(one.record.GetByteData(one.index, bytes), ReferenceBytes(data).has_value());
+    EXPECT_EQ(bytes, ReferenceBytes(data).value_or(std::vector<uint8_t>())) << TextOf(one.record);
 
     rapidjson::Document copy;
-    const bool isStructured =
-        data != nullptr && (data->kind == PlainJson::ARRAY || data->kind == PlainJson::OBJECT);
+    const bool isStructured = data != nullptr && (data->kind == ReferenceJson::ARRAY ||
+                                                  data->kind == ReferenceJson::OBJECT);
     EXPECT_EQ(one.record.GetJsonData(one.index, copy, copy.GetAllocator()), isStructured);
     if (isStructured) {
       EXPECT_TRUE(copy == ToLibrary(*data, copy.GetAllocator())) << TextOf(one.record);
@@ -190,11 +191,11 @@ TEST_P(RecordDifferentialTest, HasTheSameData) {
 TEST_P(RecordDifferentialTest, TakesTheSameStatus) {
   ForEachSeed([](uint32_t seed) {
     RecordCase one(seed);
-    const std::string key = one.random.PickFrom(KEYS);
+    const std::string key = one.random.PickFrom(MEMBERS);
     const uint32_t number = static_cast<uint32_t>(RandomBits(one.random));
     const std::string before = TextOf(one.record);
     one.record.SetCmdUInt(key.c_str(), number);
-    SetPlainMember(one.root, one.index, key, number);
+    SetReferenceMember(one.root, one.index, key, number);
     rapidjson::Document expected;
     EXPECT_EQ(TextOf(one.record), TextOf(ToLibrary(one.root, expected.GetAllocator())))
         << key << " of " << one.index << " in " << before;

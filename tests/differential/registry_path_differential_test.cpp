@@ -25,7 +25,7 @@ std::vector<std::string> SplitAt(const std::string& text, char separator) {
   return components;
 }
 
-std::vector<std::string> SplitPlainly(const std::string& path) {
+std::vector<std::string> SplitByTheRules(const std::string& path) {
   std::vector<std::string> components;
   for (const std::string& part : SplitAt(path, '\\')) {
     for (const std::string& component : SplitAt(part, '/')) {
@@ -48,7 +48,7 @@ TEST_P(RegistryPathDifferentialTest, HasTheSameComponents) {
     for (std::string component(path.Next()); !component.empty(); component = path.Next()) {
       components.push_back(component);
     }
-    EXPECT_EQ(components, SplitPlainly(text)) << text;
+    EXPECT_EQ(components, SplitByTheRules(text)) << text;
   });
 }
 

@@ -13,34 +13,34 @@
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_parser.h"
 #include "platform/registry/registry_writer.h"
-#include "tests/differential/plain_lines.h"
-#include "tests/differential/plain_number.h"
 #include "tests/differential/random_case.h"
+#include "tests/differential/reference_lines.h"
+#include "tests/differential/reference_number.h"
 
 namespace {
 
-struct PlainEntry;
-using PlainNode = std::map<std::string, PlainEntry>;
+struct ReferenceEntry;
+using ReferenceNode = std::map<std::string, ReferenceEntry>;
 
-struct PlainEntry {
-  bool operator==(const PlainEntry& other) const = default;
+struct ReferenceEntry {
+  bool operator==(const ReferenceEntry& other) const = default;
 
   uint32_t type = 0;
   int32_t integer = 0;
   std::string bytes;
-  PlainNode subkeys;  // of the key, with its values
+  ReferenceNode subkeys;  // of the key, with its values
 };
 
 constexpr size_t LONGEST_LINE = 1023;
 
 // --- The reading
 
-class PlainReader {
+class ReferenceReader {
  public:
-  explicit PlainReader(const std::string& text) : m_strText(text), m_oLines(text) {}
+  explicit ReferenceReader(const std::string& text) : m_strText(text), m_oLines(text) {}
 
   // True when anything was read.
-  bool ReadNode(PlainNode& node) {
+  bool ReadNode(ReferenceNode& node) {
     bool hasRead = false;
     std::string line;
     while (NextLine(line)) {
@@ -75,15 +75,15 @@ class PlainReader {
     return line[0] == '[' && line.find(']') != std::string::npos;
   }
 
-  bool ReadKey(const std::string& line, PlainNode& node) {
-    PlainEntry entry;
+  bool ReadKey(const std::string& line, ReferenceNode& node) {
+    ReferenceEntry entry;
     entry.type = REG_KEY;
     ReadNode(entry.subkeys);
     node[line.substr(1, line.find(']') - 1)] = entry;
     return true;
   }
 
-  static bool ReadValue(const std::string& line, PlainNode& node) {
+  static bool ReadValue(const std::string& line, ReferenceNode& node) {
     const size_t equals = line.find('=');
     if (equals == std::string::npos) {
       return false;
@@ -91,7 +91,7 @@ class PlainReader {
     const std::string name = line.substr(0, equals);
     const std::string marker = line.substr(equals, line.find('=', equals + 1) - equals + 1);
     const std::string rest = line.substr(std::min(equals + marker.size(), line.size()));
-    PlainEntry entry;
+    ReferenceEntry entry;
     if (marker == "=s=" || marker == "=es=") {
       entry.type = marker == "=s=" ? REG_SZ : REG_EXPAND_SZ;
       entry.bytes = rest;
@@ -99,12 +99,12 @@ class PlainReader {
       entry.type = REG_BINARY;
       entry.bytes = ReadBytes(rest);
     } else if (marker == "=d=") {
-      const auto number = ReadPlainNumber(rest, 0, 10);
+      const auto number = ReadReferenceNumber(rest, 0, 10);
       if (!number) {
         return true;  // nothing is stored, yet something was read
       }
       entry.type = REG_DWORD;
-      entry.integer = static_cast<int32_t>(PlainSigned(*number));
+      entry.integer = static_cast<int32_t>(ReferenceSigned(*number));
     } else {
       return false;
     }
@@ -115,15 +115,15 @@ class PlainReader {
   static std::string ReadBytes(const std::string& text) {
     std::string bytes;
     size_t position = 0;
-    while (const auto number = ReadPlainNumber(text, position, 16)) {
-      bytes.push_back(static_cast<char>(PlainSigned(*number)));
+    while (const auto number = ReadReferenceNumber(text, position, 16)) {
+      bytes.push_back(static_cast<char>(ReferenceSigned(*number)));
       position = number->end;
     }
     return bytes;
   }
 
   const std::string& m_strText;
-  PlainLines m_oLines;
+  ReferenceLines m_oLines;
 };
 
 // --- The writing
@@ -138,7 +138,7 @@ std::string WriteBytes(const std::string& bytes) {
   return text;
 }
 
-std::string WriteValue(const PlainEntry& entry) {
+std::string WriteValue(const ReferenceEntry& entry) {
   switch (entry.type) {
     case REG_SZ:
       return "=s=" + entry.bytes;
@@ -152,7 +152,7 @@ std::string WriteValue(const PlainEntry& entry) {
 }
 
 // Integers and bytes may need more room than in the text that they were read from.
-std::string LineOf(const std::string& name, const PlainEntry& entry) {
+std::string LineOf(const std::string& name, const ReferenceEntry& entry) {
   std::string line = name + WriteValue(entry);
   while (entry.type == REG_BINARY && line.size() > LONGEST_LINE) {
     line.resize(line.size() - 3);
@@ -160,12 +160,12 @@ std::string LineOf(const std::string& name, const PlainEntry& entry) {
   return line.size() > LONGEST_LINE ? "" : line + "\n";
 }
 
-std::string WritePlainly(const PlainNode& node) {
+std::string WriteByTheRules(const ReferenceNode& node) {
   std::string values;
   std::string keys;
   for (const auto& [name, entry] : node) {
     if (entry.type == REG_KEY) {
-      keys += "[" + name + "]\n" + WritePlainly(entry.subkeys);
+      keys += "[" + name + "]\n" + WriteByTheRules(entry.subkeys);
     } else {
       values += LineOf(name, entry);
     }
@@ -175,24 +175,24 @@ std::string WritePlainly(const PlainNode& node) {
 
 // --- The product's tree
 
-PlainNode PlainNodeOf(CRegistryNode& node) {
-  PlainNode plain;
+ReferenceNode ReferenceNodeOf(CRegistryNode& node) {
+  ReferenceNode expected;
   node.ForEach([&](const CRegistryEntry& entry) {
-    PlainEntry& copy = plain[std::string(entry.GetName())];
+    ReferenceEntry& copy = expected[std::string(entry.GetName())];
     copy.type = entry.GetType();
     copy.integer = entry.GetInteger();
     copy.bytes = entry.GetData();
     if (entry.GetKey() != nullptr) {
-      copy.subkeys = PlainNodeOf(*entry.GetKey());
+      copy.subkeys = ReferenceNodeOf(*entry.GetKey());
     }
   });
-  return plain;
+  return expected;
 }
 
 // --- The cases
 
 // Two lines of a thousand letters are just shorter and longer than what is read at once.
-std::string RandomLine(Random& random) {
+std::string RandomRegistryLine(Random& random) {
   static const std::vector<std::string> NAMES = {"a",  "a",  "b", "c",       "",
                                                  "n]", "[n", " ", "\xC3\xA9"};
   static const std::vector<std::string> MARKERS = {"=s=", "=es=", "=d=",  "=b=", "=",
@@ -223,17 +223,17 @@ std::string RandomLine(Random& random) {
 std::string RandomText(Random& random) {
   std::string text;
   for (uint32_t count = random.Number(12); count > 0; --count) {
-    text += RandomLine(random) + "\n";
+    text += RandomRegistryLine(random) + "\n";
   }
-  return random.Once(3) ? text + RandomLine(random) : text;
+  return random.Once(3) ? text + RandomRegistryLine(random) : text;
 }
 
 void ExpectTheSameTree(const std::string& text) {
-  PlainNode plain;
-  const bool hasRead = PlainReader(text).ReadNode(plain);
+  ReferenceNode expected;
+  const bool hasRead = ReferenceReader(text).ReadNode(expected);
   CRegistryNode node;
   EXPECT_EQ(ParseRegistryText(text, node), hasRead) << text;
-  EXPECT_TRUE(PlainNodeOf(node) == plain) << text << "\nread as\n" << WriteRegistryText(node);
+  EXPECT_TRUE(ReferenceNodeOf(node) == expected) << text << "\nread as\n" << WriteRegistryText(node);
 }
 
 class RegistryTextDifferentialTest : public DifferentialTest {};
@@ -270,7 +270,7 @@ TEST_P(RegistryTextDifferentialTest, IsTheSameForATree) {
     CRegistryNode node;
     ParseRegistryText(RandomText(random), node);
     ParseRegistryText(RandomText(random), node);
-    EXPECT_EQ(WriteRegistryText(node), WritePlainly(PlainNodeOf(node)));
+    EXPECT_EQ(WriteRegistryText(node), WriteByTheRules(ReferenceNodeOf(node)));
   });
 }
 

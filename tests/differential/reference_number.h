@@ -9,14 +9,14 @@
 // the first character that is none, and the nearest number of the type when the digits are too
 // many.
 
-struct PlainNumber {
+struct ReferenceNumber {
   uint64_t magnitude = 0;  // the largest number when the digits exceed it
   bool isTooLarge = false;
   bool isNegative = false;
   size_t end = 0;  // where the digits end in the text
 };
 
-inline uint32_t PlainDigit(char letter) {
+inline uint32_t ReferenceDigit(char letter) {
   const std::string digits = "0123456789abcdef";
   const std::string capitals = "0123456789ABCDEF";
   const size_t position = digits.find(letter);
@@ -24,10 +24,10 @@ inline uint32_t PlainDigit(char letter) {
 }
 
 // Nothing when there is no digit. Base 0: by prefix.
-inline std::optional<PlainNumber> ReadPlainNumber(const std::string& whole, size_t begin,
-                                                  uint32_t base) {
+inline std::optional<ReferenceNumber> ReadReferenceNumber(const std::string& whole, size_t begin,
+                                                          uint32_t base) {
   const std::string text = whole.substr(0, whole.find('\0'));
-  PlainNumber number;
+  ReferenceNumber number;
   size_t position = begin;
   while (position < text.size() &&
          std::string(" \t\n\v\f\r").find(text[position]) != std::string::npos) {
@@ -38,7 +38,7 @@ inline std::optional<PlainNumber> ReadPlainNumber(const std::string& whole, size
   }
   const bool hasPrefix = text.size() > position + 2 && text[position] == '0' &&
                          (text[position + 1] == 'x' || text[position + 1] == 'X') &&
-                         PlainDigit(text[position + 2]) < 16;
+                         ReferenceDigit(text[position + 2]) < 16;
   if (hasPrefix && (base == 0 || base == 16)) {
     base = 16;
     position += 2;
@@ -47,8 +47,8 @@ inline std::optional<PlainNumber> ReadPlainNumber(const std::string& whole, size
   }
   constexpr auto LARGEST = std::numeric_limits<uint64_t>::max();
   const size_t first = position;
-  for (; position < text.size() && PlainDigit(text[position]) < base; ++position) {
-    const uint64_t digit = PlainDigit(text[position]);
+  for (; position < text.size() && ReferenceDigit(text[position]) < base; ++position) {
+    const uint64_t digit = ReferenceDigit(text[position]);
     number.isTooLarge = number.isTooLarge || number.magnitude > (LARGEST - digit) / base;
     number.magnitude = number.isTooLarge ? LARGEST : number.magnitude * base + digit;
   }
@@ -60,7 +60,7 @@ inline std::optional<PlainNumber> ReadPlainNumber(const std::string& whole, size
 }
 
 // As a signed number of 64 bits.
-inline int64_t PlainSigned(const PlainNumber& number) {
+inline int64_t ReferenceSigned(const ReferenceNumber& number) {
   constexpr auto LARGEST = std::numeric_limits<int64_t>::max();
   constexpr auto LEAST = std::numeric_limits<int64_t>::min();
   if (number.magnitude > static_cast<uint64_t>(LARGEST)) {

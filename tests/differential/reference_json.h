@@ -7,29 +7,29 @@
 #include <utility>
 #include <vector>
 
-// A JSON value as plain data, to read records without the JSON library.
-struct PlainField;
+// A JSON value of our own, to read records without the JSON library.
+struct ReferenceField;
 
-struct PlainJson {
+struct ReferenceJson {
   enum Kind { NOTHING, FALSE, TRUE, UNSIGNED, NEGATIVE, FRACTION, TEXT, ARRAY, OBJECT };
 
-  const PlainJson* Find(const std::string& name) const;
+  const ReferenceJson* Find(const std::string& name) const;
 
   Kind kind = NOTHING;
   uint64_t number = 0;  // two's complement when negative
   double fraction = 0;
   std::string text;
-  std::vector<PlainJson> elements;
-  std::vector<PlainField> members;
+  std::vector<ReferenceJson> elements;
+  std::vector<ReferenceField> members;
 };
 
-struct PlainField {
+struct ReferenceField {
   std::string name;
-  PlainJson value;
+  ReferenceJson value;
 };
 
-inline const PlainJson* PlainJson::Find(const std::string& name) const {
-  for (const PlainField& member : members) {
+inline const ReferenceJson* ReferenceJson::Find(const std::string& name) const {
+  for (const ReferenceField& member : members) {
     if (member.name == name) {
       return &member.value;
     }
@@ -37,67 +37,67 @@ inline const PlainJson* PlainJson::Find(const std::string& name) const {
   return nullptr;
 }
 
-inline PlainJson PlainNumberOf(uint64_t number) {
-  PlainJson json;
-  json.kind = PlainJson::UNSIGNED;
+inline ReferenceJson ReferenceNumberOf(uint64_t number) {
+  ReferenceJson json;
+  json.kind = ReferenceJson::UNSIGNED;
   json.number = number;
   return json;
 }
 
-inline PlainJson PlainObject(std::vector<PlainField> members) {
-  PlainJson json;
-  json.kind = PlainJson::OBJECT;
+inline ReferenceJson ReferenceObject(std::vector<ReferenceField> members) {
+  ReferenceJson json;
+  json.kind = ReferenceJson::OBJECT;
   json.members = std::move(members);
   return json;
 }
 
-inline PlainJson PlainArray(std::vector<PlainJson> elements) {
-  PlainJson json;
-  json.kind = PlainJson::ARRAY;
+inline ReferenceJson ReferenceArray(std::vector<ReferenceJson> elements) {
+  ReferenceJson json;
+  json.kind = ReferenceJson::ARRAY;
   json.elements = std::move(elements);
   return json;
 }
 
-inline PlainJson PlainTextOf(std::string text) {
-  PlainJson json;
-  json.kind = PlainJson::TEXT;
+inline ReferenceJson ReferenceTextOf(std::string text) {
+  ReferenceJson json;
+  json.kind = ReferenceJson::TEXT;
   json.text = std::move(text);
   return json;
 }
 
 // The value of the JSON library that holds the same.
-inline rapidjson::Value ToLibrary(const PlainJson& json,
+inline rapidjson::Value ToLibrary(const ReferenceJson& json,
                                   rapidjson::Document::AllocatorType& allocator) {
   const auto textOf = [&](const std::string& text) {
     return rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator);
   };
   rapidjson::Value value;
   switch (json.kind) {
-    case PlainJson::NOTHING:
+    case ReferenceJson::NOTHING:
       break;
-    case PlainJson::FALSE:
-    case PlainJson::TRUE:
-      value.SetBool(json.kind == PlainJson::TRUE);
+    case ReferenceJson::FALSE:
+    case ReferenceJson::TRUE:
+      value.SetBool(json.kind == ReferenceJson::TRUE);
       break;
-    case PlainJson::UNSIGNED:
+    case ReferenceJson::UNSIGNED:
       value.SetUint64(json.number);
       break;
-    case PlainJson::NEGATIVE:
+    case ReferenceJson::NEGATIVE:
       value.SetInt64(static_cast<int64_t>(json.number));
       break;
-    case PlainJson::FRACTION:
+    case ReferenceJson::FRACTION:
       value.SetDouble(json.fraction);
       break;
-    case PlainJson::TEXT:
+    case ReferenceJson::TEXT:
       value = textOf(json.text);
       break;
-    case PlainJson::ARRAY:
+    case ReferenceJson::ARRAY:
       value.SetArray();
-      for (const PlainJson& element : json.elements) {
+      for (const ReferenceJson& element : json.elements) {
         value.PushBack(ToLibrary(element, allocator), allocator);
       }
       break;
-    case PlainJson::OBJECT:
+    case ReferenceJson::OBJECT:
       value.SetObject();
       for (const auto& [name, member] : json.members) {
         value.AddMember(textOf(name), ToLibrary(member, allocator), allocator);

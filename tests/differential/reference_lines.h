@@ -6,15 +6,15 @@
 
 // The lines of a text as fgets() with a buffer of 1024 bytes gives them: with their line end, in
 // pieces of 1023 characters, and cut at their first NUL.
-class PlainLines {
+class ReferenceLines {
  public:
   // A stream on no memory cannot be opened.
-  explicit PlainLines(const std::string& text)
+  explicit ReferenceLines(const std::string& text)
       : m_pStream(text.empty() ? std::fopen("/dev/null", "r")
                                : fmemopen(const_cast<char*>(text.data()), text.size(), "r")) {}
-  ~PlainLines() { std::fclose(m_pStream); }
-  PlainLines(const PlainLines&) = delete;
-  PlainLines& operator=(const PlainLines&) = delete;
+  ~ReferenceLines() { std::fclose(m_pStream); }
+  ReferenceLines(const ReferenceLines&) = delete;
+  ReferenceLines& operator=(const ReferenceLines&) = delete;
 
   bool Next(std::string& line) {
     char buffer[1024];

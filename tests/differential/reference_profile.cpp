@@ -1,10 +1,10 @@
-#include "tests/differential/plain_profile.h"
+#include "tests/differential/reference_profile.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 
-#include "tests/differential/plain_lines.h"
+#include "tests/differential/reference_lines.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ void CutSpace(std::string& text) {
   }
 }
 
-PlainAnswer AnswerOf(std::string bytes, size_t result) {
+ReferenceAnswer AnswerOf(std::string bytes, size_t result) {
   bytes.resize(result + 1, '\0');
   bytes[result] = '\0';
   return {static_cast<uint32_t>(result), bytes};
@@ -33,8 +33,8 @@ PlainAnswer AnswerOf(std::string bytes, size_t result) {
 
 }  // namespace
 
-PlainAnswer ReadPlainProfile(const std::string& content, const char* section, const char* key,
-                             const char* defaultValue, uint32_t size) {
+ReferenceAnswer ReadReferenceProfile(const std::string& content, const char* section,
+                                     const char* key, const char* defaultValue, uint32_t size) {
   std::string stored;
   bool isInSection = false;
   bool isFound = false;
@@ -43,7 +43,7 @@ PlainAnswer ReadPlainProfile(const std::string& content, const char* section, co
     isFound = true;
   };
 
-  PlainLines lines(content);
+  ReferenceLines lines(content);
   std::string line;
   while (stored.size() < size && lines.Next(line)) {
     SkipSpace(line);
@@ -89,19 +89,19 @@ PlainAnswer ReadPlainProfile(const std::string& content, const char* section, co
   return AnswerOf(defaultValue, std::min<size_t>(std::strlen(defaultValue), size - 1));
 }
 
-PlainUpdate WritePlainProfile(const std::string& content, const char* section, const char* key,
-                              const char* value) {
+ReferenceUpdate WriteReferenceProfile(const std::string& content, const char* section,
+                                      const char* key, const char* value) {
   const std::string entry =
       key != nullptr && value != nullptr ? std::string(key) + "=" + value + "\n" : "";
   const auto replace = [&](size_t from, size_t to, const std::string& text) {
-    return PlainUpdate{1, content.substr(0, from) + text + content.substr(to)};
+    return ReferenceUpdate{1, content.substr(0, from) + text + content.substr(to)};
   };
 
   bool isInSection = false;
   size_t sectionStart = 0;
   int entries = 0;
   size_t remembered = 0;  // the end of the last significant line
-  PlainLines lines(content);
+  ReferenceLines lines(content);
   std::string line;
   while (lines.Next(line)) {
     if (!line.empty()) {
@@ -117,7 +117,7 @@ PlainUpdate WritePlainProfile(const std::string& content, const char* section, c
         return replace(sectionStart, from, "");
       }
       if (isInSection) {
-        return value != nullptr ? replace(from, from, entry) : PlainUpdate{0, content};
+        return value != nullptr ? replace(from, from, entry) : ReferenceUpdate{0, content};
       }
       if (IsHeaderOf(line, section)) {
         isInSection = true;
