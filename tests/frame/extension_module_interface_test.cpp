@@ -32,10 +32,10 @@ class NumberedModule : public CIExtensionModule {
  public:
   static constexpr size_t DESTROYED = 1;
 
-  explicit NumberedModule(size_t& reached) : m_reached(reached) {}
+  explicit NumberedModule(size_t& reached) : m_nReached(reached) {}
   NumberedModule(const NumberedModule&) = delete;
   NumberedModule& operator=(const NumberedModule&) = delete;
-  ~NumberedModule() override { m_reached = DESTROYED; }
+  ~NumberedModule() override { m_nReached = DESTROYED; }
 
   uint32_t GetModuleInfo(void*) override { return Reach(2); }
   uint32_t Placeholder3() override { return Reach(3); }
@@ -65,11 +65,11 @@ class NumberedModule : public CIExtensionModule {
 
  private:
   uint32_t Reach(size_t slot) {
-    m_reached = slot;
+    m_nReached = slot;
     return static_cast<uint32_t>(slot);
   }
 
-  size_t& m_reached;
+  size_t& m_nReached;
 };
 
 // Adds an operation to the base, as modules do.

@@ -31,12 +31,12 @@ class FakeSwitch {
   CISwitch* Get() { return reinterpret_cast<CISwitch*>(this); }
 
   std::vector<Call> Calls() const {
-    const std::lock_guard guard(m_lock);
-    return m_calls;
+    const std::lock_guard guard(m_oLock);
+    return m_oCalls;
   }
 
   // What the operations return, 0 by default. To be set before the calls come.
-  void Answer(std::function<uint64_t(const Call&)> answer) { m_answer = std::move(answer); }
+  void Answer(std::function<uint64_t(const Call&)> answer) { m_fnAnswer = std::move(answer); }
 
  private:
   using Operation = uint64_t (*)(FakeSwitch*, uint64_t, uint64_t, uint64_t, uint64_t);
@@ -53,10 +53,10 @@ class FakeSwitch {
                        uint64_t fourth) {
     const Call call = {Position, {first, second, third, fourth}};
     {
-      const std::lock_guard guard(self->m_lock);
-      self->m_calls.push_back(call);
+      const std::lock_guard guard(self->m_oLock);
+      self->m_oCalls.push_back(call);
     }
-    return self->m_answer ? self->m_answer(call) : 0;
+    return self->m_fnAnswer ? self->m_fnAnswer(call) : 0;
   }
 
   template <size_t... Positions>
@@ -66,8 +66,8 @@ class FakeSwitch {
   }
 
   // First, as in every object with virtual operations.
-  const Operation* m_operations = MakeOperations(std::make_index_sequence<POSITIONS>());
-  mutable std::mutex m_lock;
-  std::vector<Call> m_calls;
-  std::function<uint64_t(const Call&)> m_answer;
+  const Operation* m_pOperations = MakeOperations(std::make_index_sequence<POSITIONS>());
+  mutable std::mutex m_oLock;
+  std::vector<Call> m_oCalls;
+  std::function<uint64_t(const Call&)> m_fnAnswer;
 };

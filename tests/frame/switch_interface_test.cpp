@@ -19,23 +19,23 @@ uint64_t AddressOf(const void* object) { return reinterpret_cast<uint64_t>(objec
 class SwitchInterfaceTest : public testing::Test {
  protected:
   SwitchInterfaceTest() {
-    m_module.Start(m_switch.Get(), 0);
-    m_nCallsOfStart = m_switch.Calls().size();
-    m_switch.Answer([](const FakeSwitch::Call&) { return WIDE_RESULT; });
+    m_oModule.Start(m_oSwitch.Get(), 0);
+    m_nCallsOfStart = m_oSwitch.Calls().size();
+    m_oSwitch.Answer([](const FakeSwitch::Call&) { return WIDE_RESULT; });
   }
 
   // The only call since the start, which must be one of the operation at `position` and name the
   // module.
   FakeSwitch::Call TakeCall(size_t position) {
-    EXPECT_EQ(m_switch.Calls().size(), m_nCallsOfStart + 1);
-    const FakeSwitch::Call call = m_switch.Calls().back();
+    EXPECT_EQ(m_oSwitch.Calls().size(), m_nCallsOfStart + 1);
+    const FakeSwitch::Call call = m_oSwitch.Calls().back();
     EXPECT_EQ(call.position, position);
     return call;
   }
 
   FakeSwitch::Call TakeCallOfModule(size_t position) {
     const FakeSwitch::Call call = TakeCall(position);
-    EXPECT_EQ(call.arguments[0], AddressOf(static_cast<CIExtensionModule*>(&m_module)));
+    EXPECT_EQ(call.arguments[0], AddressOf(static_cast<CIExtensionModule*>(&m_oModule)));
     return call;
   }
 
@@ -43,14 +43,14 @@ class SwitchInterfaceTest : public testing::Test {
   void ExpectHalves(const std::string& command, uint32_t high, uint32_t low) {
     SCOPED_TRACE(command);
     SipJson request = MakeCommands("{}," + command, 1);
-    m_module.ReturnRequest(request);
-    const FakeSwitch::Call call = m_switch.Calls().back();
+    m_oModule.ReturnRequest(request);
+    const FakeSwitch::Call call = m_oSwitch.Calls().back();
     EXPECT_EQ(static_cast<uint32_t>(call.arguments[2]), high);
     EXPECT_EQ(static_cast<uint32_t>(call.arguments[3]), low);
   }
 
-  FakeSwitch m_switch;
-  TestModule m_module;
+  FakeSwitch m_oSwitch;
+  TestModule m_oModule;
   size_t m_nCallsOfStart = 0;
 };
 
@@ -58,43 +58,43 @@ class SwitchInterfaceTest : public testing::Test {
 
 TEST_F(SwitchInterfaceTest, ARequestGoesToOperation10) {
   SipJson request = MakeCommands("{}");
-  EXPECT_EQ(m_module.ForwardRequest(request), WIDE_RESULT);
+  EXPECT_EQ(m_oModule.ForwardRequest(request), WIDE_RESULT);
   EXPECT_EQ(TakeCallOfModule(10).arguments[1], AddressOf(&request));
 }
 
 TEST_F(SwitchInterfaceTest, AnAsynchronousRequestGoesToOperation10) {
   SipJson request = MakeCommands(R"({"ST":22})");
-  EXPECT_EQ(m_module.AsyncRequest(request, 5000), WIDE_RESULT);
+  EXPECT_EQ(m_oModule.AsyncRequest(request, 5000), WIDE_RESULT);
   EXPECT_EQ(TakeCallOfModule(10).arguments[1], AddressOf(&request));
   EXPECT_EQ(CommandsOf(request), R"([{"ST":22}])");
 }
 
 TEST_F(SwitchInterfaceTest, AnAsynchronousRequestIsAnsweredInPlace) {
   SipJson request = MakeCommands(R"({"ST":22})");
-  m_switch.Answer([&](const FakeSwitch::Call&) {
+  m_oSwitch.Answer([&](const FakeSwitch::Call&) {
     request = MakeCommands(R"({"ST":0,"DA":1})");
     return 1;
   });
-  m_module.AsyncRequest(request, 0);
+  m_oModule.AsyncRequest(request, 0);
   EXPECT_EQ(CommandsOf(request), R"([{"ST":0,"DA":1}])");
 }
 
 TEST_F(SwitchInterfaceTest, AFlagGoesToOperation11) {
   for (const bool flag : {true, false}) {
-    EXPECT_EQ(m_module.ForwardFlag(flag), WIDE_RESULT);
+    EXPECT_EQ(m_oModule.ForwardFlag(flag), WIDE_RESULT);
     EXPECT_EQ(TakeCallOfModule(11).arguments[1] & 0xFF, flag ? 1U : 0U);
     ++m_nCallsOfStart;
   }
 }
 
 TEST_F(SwitchInterfaceTest, ACallWithoutArgumentsGoesToOperation12) {
-  EXPECT_EQ(m_module.Forward(), WIDE_RESULT);
+  EXPECT_EQ(m_oModule.Forward(), WIDE_RESULT);
   TakeCallOfModule(12);
 }
 
 TEST_F(SwitchInterfaceTest, AFinishedRequestGoesToOperation26) {
   SipJson request = MakeCommands(R"({"MI":65538})");
-  EXPECT_EQ(m_module.ReturnRequest(request), WIDE_RESULT);
+  EXPECT_EQ(m_oModule.ReturnRequest(request), WIDE_RESULT);
   EXPECT_EQ(TakeCallOfModule(26).arguments[1], AddressOf(&request));
 }
 
@@ -108,21 +108,21 @@ TEST_F(SwitchInterfaceTest, AFinishedRequestComesWithTheHalvesOfItsMessageId) {
 }
 
 TEST_F(SwitchInterfaceTest, TheAgentTypeComesFromOperation27) {
-  EXPECT_EQ(m_module.GetAgentType(), static_cast<uint32_t>(WIDE_RESULT));
+  EXPECT_EQ(m_oModule.GetAgentType(), static_cast<uint32_t>(WIDE_RESULT));
   TakeCall(27);
 }
 
 TEST_F(SwitchInterfaceTest, ASwitchThatThrowsLeavesTheAgentTypeUnknownAndTheStartGoesOn) {
-  m_switch.Answer([](const FakeSwitch::Call&) -> uint64_t { throw std::runtime_error("switch"); });
-  EXPECT_EQ(m_module.GetAgentType(), 0U);
-  EXPECT_EQ(m_module.Start(m_switch.Get(), 0), 1U);
+  m_oSwitch.Answer([](const FakeSwitch::Call&) -> uint64_t { throw std::runtime_error("switch"); });
+  EXPECT_EQ(m_oModule.GetAgentType(), 0U);
+  EXPECT_EQ(m_oModule.Start(m_oSwitch.Get(), 0), 1U);
 }
 
 TEST_F(SwitchInterfaceTest, TheLastStartDecidesTheSwitch) {
   FakeSwitch another;
-  m_module.Start(another.Get(), 0);
-  m_module.Forward();
-  EXPECT_EQ(m_switch.Calls().size(), m_nCallsOfStart);
+  m_oModule.Start(another.Get(), 0);
+  m_oModule.Forward();
+  EXPECT_EQ(m_oSwitch.Calls().size(), m_nCallsOfStart);
   EXPECT_EQ(another.Calls().back().position, 12U);
 }
 

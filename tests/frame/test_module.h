@@ -9,7 +9,7 @@
 // A module with a name and a hook of its own, which opens the helpers of the base to a test.
 class TestModule : public CExtensionModule {
  public:
-  explicit TestModule(std::string name = "EM_TEST") : m_name(std::move(name)) {}
+  explicit TestModule(std::string name = "EM_TEST") : m_strName(std::move(name)) {}
   ~TestModule() noexcept override = default;  // so that a test fixture can hold one
 
   using CExtensionModule::AsyncRequest;
@@ -29,7 +29,7 @@ class TestModule : public CExtensionModule {
 
   const char* GetModuleName() override {
     ++nameCalls;
-    return m_name.c_str();
+    return m_strName.c_str();
   }
 
   uintptr_t OnModuleNotification(uint32_t code, uintptr_t parameter, uintptr_t extra) override {
@@ -41,7 +41,7 @@ class TestModule : public CExtensionModule {
   int nameCalls = 0;
 
  private:
-  const std::string m_name;
+  const std::string m_strName;
 };
 
 // Makes the cabinet number, which all modules of the process share, what it is at first.

@@ -35,17 +35,17 @@ class SerializerEndedWorkerTest : public SerializerTest {
       sched_param parameter = {};
       return pthread_getschedparam(worker, &policy, &parameter) != 0;
     }));
-    m_session.Clear();
+    m_oSession.Clear();
   }
 
-  TraceSession m_session{5};
+  TraceSession m_oSession{5};
 };
 
 TEST_F(SerializerEndedWorkerTest, IsNotTerminatedAndKeepsTheLevelsEnabled) {
   TestSerializer serializer;
   StartAndEndWorker(serializer);
   serializer.TerminateSerialization();
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
   serializer.InsertMany(1, 1);
 }
 
@@ -55,7 +55,7 @@ TEST_F(SerializerEndedWorkerTest, IsReplacedByTheNextStart) {
   serializer.InsertMany(1, 1);
   serializer.StartSerialization();
   EXPECT_TRUE(serializer.WaitUntilBegun(2));
-  EXPECT_EQ(m_session.Count(line::KILLED), 1);
+  EXPECT_EQ(m_oSession.Count(line::KILLED), 1);
 }
 
 TEST_F(SerializerEndedWorkerTest, IsJoinedByTheDestructionThatFreesTheTasks) {
@@ -64,7 +64,7 @@ TEST_F(SerializerEndedWorkerTest, IsJoinedByTheDestructionThatFreesTheTasks) {
   serializer->InsertMany(1, 3);
   serializer.reset();
   EXPECT_EQ(Message::s_alive, 0);
-  EXPECT_EQ(m_session.Count(line::KILLED), 1);
+  EXPECT_EQ(m_oSession.Count(line::KILLED), 1);
 }
 
 }  // namespace

@@ -42,34 +42,34 @@ class SerializerLifecycleTest : public SerializerTest {
  protected:
   // Starts and waits until the worker waits.
   void StartAndWaitUntilIdle(TestSerializer& serializer) {
-    m_session.Clear();
+    m_oSession.Clear();
     serializer.StartSerialization();
-    EXPECT_TRUE(m_session.WaitFor(line::WAIT_FOREVER));
+    EXPECT_TRUE(m_oSession.WaitFor(line::WAIT_FOREVER));
   }
 
   // The formats of the thread that controls the serializer.
   std::vector<std::string> ControlFormats() const {
-    std::vector<std::string> formats = m_session.Formats();
+    std::vector<std::string> formats = m_oSession.Formats();
     std::erase_if(formats, IsWorkerLine);
     return formats;
   }
 
-  TraceSession m_session{5};
+  TraceSession m_oSession{5};
 };
 
 TEST_F(SerializerLifecycleTest, TheStartResetsTheEventAndStartsAJoinableWorkerOfPriority83) {
   TestSerializer serializer;
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor(line::WAIT_FOREVER));
+  ASSERT_TRUE(m_oSession.WaitFor(line::WAIT_FOREVER));
   EXPECT_THAT(ControlFormats(),
               ElementsAre(line::START, line::RESET, line::THREAD_NAME, line::THREAD_START,
                           line::KILL, line::NOTHING_TO_KILL, line::THREAD_ATTRIBUTE,
                           line::THREAD_PRIORITY, line::THREAD_CREATED));
-  EXPECT_THAT(TextsOf(m_session, line::THREAD_NAME),
+  EXPECT_THAT(TextsOf(m_oSession, line::THREAD_NAME),
               ElementsAre("CThread::SetThreadName: ThreadId = 0x00000000, DebugName = EM_TALVOR, "
                           "Qualifier = (_TaskHandler)\n"));
-  EXPECT_THAT(TextsOf(m_session, line::THREAD_START),
+  EXPECT_THAT(TextsOf(m_oSession, line::THREAD_START),
               ElementsAre("\nCThread::Start: Start a thread, Prio=83, Suspend=0, "
                           "StackSize=0x00000000, Waitable=1, KillAliveThread=1"));
 }
@@ -102,22 +102,22 @@ TEST_F(SerializerLifecycleTest, StartAndTerminationSleepATenthOfASecondEach) {
 TEST_F(SerializerLifecycleTest, TheSecondStartFindsTheWorkerAliveAndOnlyTraces) {
   TestSerializer serializer;
   StartAndWaitUntilIdle(serializer);
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.StartSerialization();
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::START));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::START));
 }
 
 TEST_F(SerializerLifecycleTest, TasksQueuedBeforeTheStartRunAfterIt) {
   TestSerializer serializer(2);
   serializer.InsertMany(1, 2, 0);
   serializer.InsertMany(3, 1, 1);
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.StartSerialization();
   ASSERT_TRUE(serializer.WaitUntilBegun(3));
   EXPECT_THAT(serializer.Begun(), ElementsAre(3, 1, 2));
-  EXPECT_THAT(m_session.Formats()[1], line::RESET);
-  EXPECT_THAT(m_session.Texts()[1], HasSubstr("IsSignaled=1 -->"));
-  EXPECT_THAT(m_session.Formats()[2], line::SET);
+  EXPECT_THAT(m_oSession.Formats()[1], line::RESET);
+  EXPECT_THAT(m_oSession.Texts()[1], HasSubstr("IsSignaled=1 -->"));
+  EXPECT_THAT(m_oSession.Formats()[2], line::SET);
 }
 
 TEST_F(SerializerLifecycleTest, ATaskOfTheLowestLevelAloneIsFoundAtTheStart) {
@@ -130,15 +130,15 @@ TEST_F(SerializerLifecycleTest, ATaskOfTheLowestLevelAloneIsFoundAtTheStart) {
 TEST_F(SerializerLifecycleTest, WithoutThreadsTheTasksWaitForALaterStart) {
   TestSerializer serializer;
   serializer.InsertMany(1, 1);
-  m_session.Clear();
+  m_oSession.Clear();
   auto refusing = calls::pthread_create.Fail(EAGAIN);
   serializer.StartSerialization();
   refusing.End();
-  EXPECT_THAT(TextsOf(m_session, line::THREAD_NOT_CREATED),
+  EXPECT_THAT(TextsOf(m_oSession, line::THREAD_NOT_CREATED),
               ElementsAre("\npthread_create failed: " + std::to_string(EAGAIN)));
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.TerminateSerialization();
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
   serializer.StartSerialization();
   EXPECT_TRUE(serializer.WaitUntilBegun(1));
 }
@@ -146,9 +146,9 @@ TEST_F(SerializerLifecycleTest, WithoutThreadsTheTasksWaitForALaterStart) {
 TEST_F(SerializerLifecycleTest, TerminationWithoutAWorkerKeepsLevelsEnabledAndTasksQueued) {
   TestSerializer serializer;
   serializer.InsertMany(1, 1);
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.TerminateSerialization();
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
   serializer.InsertMany(2, 1);
   serializer.StartSerialization();
   ASSERT_TRUE(serializer.WaitUntilBegun(2));
@@ -158,28 +158,28 @@ TEST_F(SerializerLifecycleTest, TerminationWithoutAWorkerKeepsLevelsEnabledAndTa
 TEST_F(SerializerLifecycleTest, TerminationDisablesEmptiesAndJoins) {
   TestSerializer serializer;
   StartAndWaitUntilIdle(serializer);
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.TerminateSerialization();
   EXPECT_THAT(ControlFormats(), ElementsAre(line::TERMINATE, line::DISABLE_ALL, line::ALL_REMOVED,
                                             line::SET, line::NO_TIMEOUT, line::JOINED, line::KILL,
                                             line::NOTHING_TO_KILL, line::TERMINATED));
-  EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1);
+  EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1);
 }
 
 TEST_F(SerializerLifecycleTest, ATerminatedWorkerReturnsNull) {
   TestSerializer serializer;
   StartAndWaitUntilIdle(serializer);
   serializer.TerminateSerialization();
-  EXPECT_THAT(TextsOf(m_session, line::JOINED), ElementsAre(EndsWith("pstat=(nil)")));
+  EXPECT_THAT(TextsOf(m_oSession, line::JOINED), ElementsAre(EndsWith("pstat=(nil)")));
 }
 
 TEST_F(SerializerLifecycleTest, TheSecondTerminationFindsNoWorker) {
   TestSerializer serializer;
   serializer.StartSerialization();
   serializer.TerminateSerialization();
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.TerminateSerialization();
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED));
 }
 
 TEST_F(SerializerLifecycleTest, TerminationWaitsForTheRunningTaskAndDropsTheOthers) {
@@ -195,11 +195,11 @@ TEST_F(SerializerLifecycleTest, TerminationWaitsForTheRunningTaskAndDropsTheOthe
   ASSERT_TRUE(gate.WaitUntilReached());
   serializer.InsertMany(2, 2, 0);
   serializer.InsertMany(4, 3, 1);
-  m_session.CallAt(line::NO_TIMEOUT, [&] { gate.Open(); });
+  m_oSession.CallAt(line::NO_TIMEOUT, [&] { gate.Open(); });
   serializer.TerminateSerialization();
   EXPECT_TRUE(hasEnded);
   EXPECT_THAT(serializer.Begun(), ElementsAre(1));
-  EXPECT_EQ(m_session.Count(line::COMPLETED), 1);
+  EXPECT_EQ(m_oSession.Count(line::COMPLETED), 1);
 }
 
 TEST_F(SerializerLifecycleTest, ATerminationThatIsGivenUpLeavesTheWorkerToTheDestruction) {
@@ -209,7 +209,7 @@ TEST_F(SerializerLifecycleTest, ATerminationThatIsGivenUpLeavesTheWorkerToTheDes
   serializer->StartSerialization();
   serializer->InsertMany(1, 1);
   ASSERT_TRUE(gate.WaitUntilReached());
-  m_session.Clear();
+  m_oSession.Clear();
   std::vector<std::chrono::milliseconds> times;
   serializer->TerminateSerialization([&](std::chrono::milliseconds waited) {
     times.push_back(waited);
@@ -221,8 +221,8 @@ TEST_F(SerializerLifecycleTest, ATerminationThatIsGivenUpLeavesTheWorkerToTheDes
   EXPECT_GE(times.front(), std::chrono::milliseconds(110));
   gate.Open();
   serializer.reset();
-  EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1);
-  EXPECT_EQ(m_session.Count(line::JOINED) + m_session.Count(line::KILLED), 1);
+  EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1);
+  EXPECT_EQ(m_oSession.Count(line::JOINED) + m_oSession.Count(line::KILLED), 1);
 }
 
 // The insertion passes the test of its level before the termination, and comes to the lock during
@@ -235,7 +235,7 @@ TEST_F(SerializerLifecycleTest, TerminationEmptiesTheQueuesUnderTheLock) {
   Message::s_onCopy = [&] { gate.Pass(); };
   auto insertion = std::async(std::launch::async, [&] { return serializer.Insert(1); });
   ASSERT_TRUE(gate.WaitUntilReached());
-  m_session.CallAt(line::ALL_REMOVED, [&] {
+  m_oSession.CallAt(line::ALL_REMOVED, [&] {
     gate.Open();
     wasBlocked = insertion.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready;
   });
@@ -253,7 +253,7 @@ TEST_F(SerializerLifecycleTest, DroppedTasksLiveUntilTheDestruction) {
   ASSERT_TRUE(gate.WaitUntilReached());
   serializer->InsertMany(2, 2, 0);
   serializer->InsertMany(4, 3, 1);
-  m_session.CallAt(line::NO_TIMEOUT, [&] { gate.Open(); });
+  m_oSession.CallAt(line::NO_TIMEOUT, [&] { gate.Open(); });
   serializer->TerminateSerialization();
   EXPECT_EQ(Message::s_alive, 5);
   serializer.reset();
@@ -265,9 +265,9 @@ TEST_F(SerializerLifecycleTest, ATerminatedSerializerRefusesEveryTask) {
   serializer.StartSerialization();
   serializer.TerminateSerialization();
   for (const int32_t level : {0, 1}) {
-    m_session.Clear();
+    m_oSession.Clear();
     EXPECT_EQ(serializer.Insert(1, level), 0U);
-    EXPECT_THAT(m_session.Formats(), ElementsAre(line::RAISED, line::LOCKED));
+    EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::RAISED, line::LOCKED));
   }
 }
 
@@ -276,12 +276,12 @@ TEST_F(SerializerLifecycleTest, AStartAfterTheTerminationStartsAWorkerButEnables
   serializer.StartSerialization();
   serializer.TerminateSerialization();
   StartAndWaitUntilIdle(serializer);
-  EXPECT_THAT(m_session.Texts()[1],
+  EXPECT_THAT(m_oSession.Texts()[1],
               AllOf(StartsWith("Reset event"), HasSubstr("IsSignaled=1 -->")));
-  EXPECT_EQ(m_session.Count(line::SET), 0);
+  EXPECT_EQ(m_oSession.Count(line::SET), 0);
   EXPECT_EQ(serializer.Insert(1), 0U);
   serializer.TerminateSerialization();
-  EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1);
+  EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1);
 }
 
 // A task accepted just before the termination, and queued just after it.
@@ -317,13 +317,13 @@ TEST_F(SerializerLifecycleTest, DestructionTerminatesFreesAndKills) {
   };
   auto serializer = std::make_unique<Plain>();
   serializer->InsertTask(Message(1), 0, nullptr);
-  m_session.Clear();
+  m_oSession.Clear();
   int aliveAtEnd = -1;
-  m_session.CallAt(line::DESTROYED, [&] { aliveAtEnd = Message::s_alive; });
+  m_oSession.CallAt(line::DESTROYED, [&] { aliveAtEnd = Message::s_alive; });
   serializer.reset();
   EXPECT_EQ(aliveAtEnd, 0);
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED, line::DESTROYED,
-                                               line::KILL, line::NOTHING_TO_KILL, line::DELETING));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::TERMINATE, line::TERMINATED, line::DESTROYED,
+                                                line::KILL, line::NOTHING_TO_KILL, line::DELETING));
 }
 
 TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheDestructionStaysHidden) {
@@ -332,10 +332,10 @@ TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheDestructionStaysHidden
                              line::KILL, line::NOTHING_TO_KILL, line::DELETING}) {
     auto serializer = std::make_unique<TestSerializer>();
     StartAndWaitUntilIdle(*serializer);
-    m_session.ThrowAt(format);
+    m_oSession.ThrowAt(format);
     serializer.reset();
-    m_session.CallAt(format, nullptr);
-    EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1) << format;
+    m_oSession.CallAt(format, nullptr);
+    EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1) << format;
   }
 }
 
@@ -344,9 +344,9 @@ TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheStartReachesTheCallerA
        {line::START, line::THREAD_NAME, line::THREAD_START, line::KILL, line::THREAD_CREATED}) {
     TestSerializer serializer;
     serializer.InsertMany(1, 1);
-    m_session.ThrowAt(format);
+    m_oSession.ThrowAt(format);
     EXPECT_THROW(serializer.StartSerialization(), std::runtime_error) << format;
-    m_session.CallAt(format, nullptr);
+    m_oSession.CallAt(format, nullptr);
     EXPECT_EQ(InsertFromAnotherThread(serializer, 2), 1U) << format;
     serializer.StartSerialization();
     EXPECT_TRUE(serializer.WaitUntilBegun(2)) << format;
@@ -358,12 +358,12 @@ TEST_F(SerializerLifecycleTest, WhatTheSinkThrowsDuringTheTerminationReachesTheC
                              line::NO_TIMEOUT, line::JOINED, line::TERMINATED}) {
     TestSerializer serializer;
     StartAndWaitUntilIdle(serializer);
-    m_session.ThrowAt(format);
+    m_oSession.ThrowAt(format);
     EXPECT_THROW(serializer.TerminateSerialization(), std::runtime_error) << format;
-    m_session.CallAt(format, nullptr);
+    m_oSession.CallAt(format, nullptr);
     serializer.TerminateSerialization();
-    EXPECT_TRUE(m_session.WaitFor(line::THREAD_RETURN)) << format;
-    EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1) << format;
+    EXPECT_TRUE(m_oSession.WaitFor(line::THREAD_RETURN)) << format;
+    EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1) << format;
   }
 }
 

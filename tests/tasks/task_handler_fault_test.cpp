@@ -21,7 +21,7 @@ const auto s_throwError = [](auto&&...) { throw std::runtime_error("test"); };
 // The worker when tasks, hooks, events or the sink fail, with all trace lines.
 class TaskHandlerFaultTest : public SerializerTest {
  protected:
-  TraceSession m_session{5};
+  TraceSession m_oSession{5};
 };
 
 TEST_F(TaskHandlerFaultTest, ATaskThatThrowsIsTracedAndTheNextOneRuns) {
@@ -35,13 +35,13 @@ TEST_F(TaskHandlerFaultTest, ATaskThatThrowsIsTracedAndTheNextOneRuns) {
     }
   };
   serializer.InsertMany(1, 3);
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor("hook OnQueueEmpty"));
+  ASSERT_TRUE(m_oSession.WaitFor("hook OnQueueEmpty"));
   serializer.TerminateSerialization();
-  EXPECT_EQ(m_session.Count(line::EXCEPTION), 2);
-  EXPECT_EQ(m_session.Count(line::COMPLETED), 1);
-  std::vector<std::string> formats = SerializerFormats(m_session);
+  EXPECT_EQ(m_oSession.Count(line::EXCEPTION), 2);
+  EXPECT_EQ(m_oSession.Count(line::COMPLETED), 1);
+  std::vector<std::string> formats = SerializerFormats(m_oSession);
   formats.resize(18);
   EXPECT_THAT(formats,
               ElementsAre(line::START, line::WORKER_START, "hook OnThreadStart",
@@ -73,12 +73,12 @@ TEST_F(TaskHandlerFaultTest, HooksThatThrowDoNotEndTheWorkerNorKeepTheLock) {
   serializer.StartSerialization();
   for (int number = 1; number <= 2; ++number) {
     EXPECT_EQ(InsertFromAnotherThread(serializer, number), 1U);
-    EXPECT_TRUE(m_session.WaitFor("hook OnQueueEmpty", number));
+    EXPECT_TRUE(m_oSession.WaitFor("hook OnQueueEmpty", number));
   }
   serializer.TerminateSerialization();
-  EXPECT_EQ(m_session.Count("hook OnThreadExit"), 1);
-  EXPECT_EQ(m_session.Count(line::WORKER_EXIT), 1);
-  EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 1);
+  EXPECT_EQ(m_oSession.Count("hook OnThreadExit"), 1);
+  EXPECT_EQ(m_oSession.Count(line::WORKER_EXIT), 1);
+  EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1);
 }
 
 // Ordinary exceptions end in the worker; the end of the thread must not.
@@ -88,8 +88,8 @@ TEST_F(TaskHandlerFaultTest, ATaskMayEndTheThreadAndIsFreed) {
   serializer.InsertMany(1, 1);
   serializer.StartSerialization();
   EXPECT_TRUE(WaitUntil([] { return Message::s_alive == 0; }));
-  EXPECT_EQ(m_session.Count(line::EXCEPTION), 0);
-  EXPECT_EQ(m_session.Count(line::THREAD_RETURN), 0);
+  EXPECT_EQ(m_oSession.Count(line::EXCEPTION), 0);
+  EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 0);
 }
 
 // A line of the worker that the sink throws at.
@@ -105,13 +105,13 @@ class TaskHandlerSinkTest : public TaskHandlerFaultTest,
                             public testing::WithParamInterface<WorkerLine> {
  protected:
   void ThrowAtLine() {
-    m_session.CallAt(GetParam().format, [this] {
-      ++m_thrown;
+    m_oSession.CallAt(GetParam().format, [this] {
+      ++m_nThrown;
       throw std::runtime_error("sink");
     });
   }
 
-  std::atomic<int> m_thrown = 0;
+  std::atomic<int> m_nThrown = 0;
 };
 
 TEST_P(TaskHandlerSinkTest, ASinkThatThrowsDoesNotDisturbTheWorker) {
@@ -140,12 +140,12 @@ TEST_P(TaskHandlerSinkTest, ASinkThatThrowsDoesNotDisturbTheWorker) {
   EXPECT_TRUE(WaitUntil([&] {
     CEvent again(false, true);
     return serializer.Insert(4, 0, &again) == 1 && again.Wait(10'000) == EVENT_SIGNALED &&
-           m_session.Count("hook OnQueueEmpty") >= 2 && (m_thrown > 0 || GetParam().isAtExit);
+           m_oSession.Count("hook OnQueueEmpty") >= 2 && (m_nThrown > 0 || GetParam().isAtExit);
   }));
   serializer.TerminateSerialization();
-  EXPECT_GT(m_thrown, 0);
-  EXPECT_EQ(m_session.Count("hook OnThreadExit"), 1);
-  EXPECT_EQ(m_session.Count(line::JOINED), 1);
+  EXPECT_GT(m_nThrown, 0);
+  EXPECT_EQ(m_oSession.Count("hook OnThreadExit"), 1);
+  EXPECT_EQ(m_oSession.Count(line::JOINED), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -32,22 +32,22 @@ class TaskHandlerTest : public SerializerTest {
  protected:
   // Waits until the worker has found the queues empty after the start, and waits again.
   bool WaitUntilIdle() const {
-    return m_session.WaitFor(line::RESET, 2) && WaitUntil([&] {
-             const std::vector<std::string> formats = m_session.Formats();
+    return m_oSession.WaitFor(line::RESET, 2) && WaitUntil([&] {
+             const std::vector<std::string> formats = m_oSession.Formats();
              const auto reset = std::find(formats.rbegin(), formats.rend(), line::RESET);
              return std::find(formats.rbegin(), reset, line::WAIT_FOREVER) != reset;
            });
   }
 
   // What a worker writes from the start of a serializer without tasks to its wait, and for a pass.
-  const std::vector<std::string> m_begin = {line::START, line::WORKER_START, "hook OnThreadStart",
-                                            line::WAITING};
-  const std::vector<std::string> m_task = {line::WAKEUP, line::CHECKING, line::PROCESS,
-                                           "hook OnTaskExecution", line::COMPLETED};
-  const std::vector<std::string> m_end = {"hook OnThreadExit", line::WORKER_EXIT,
-                                          line::THREAD_RETURN};
+  const std::vector<std::string> m_oStartLines = {line::START, line::WORKER_START,
+                                                  "hook OnThreadStart", line::WAITING};
+  const std::vector<std::string> m_oTaskLines = {line::WAKEUP, line::CHECKING, line::PROCESS,
+                                                 "hook OnTaskExecution", line::COMPLETED};
+  const std::vector<std::string> m_oExitLines = {"hook OnThreadExit", line::WORKER_EXIT,
+                                                 line::THREAD_RETURN};
 
-  TraceSession m_session{5};
+  TraceSession m_oSession{5};
 };
 
 std::vector<std::string> operator+(std::vector<std::string> left,
@@ -58,25 +58,26 @@ std::vector<std::string> operator+(std::vector<std::string> left,
 
 TEST_F(TaskHandlerTest, AnIdleWorkerStartsAndWaits) {
   TestSerializer serializer;
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor(line::WAIT_FOREVER));
-  EXPECT_THAT(SerializerFormats(m_session), ElementsAreArray(m_begin));
+  ASSERT_TRUE(m_oSession.WaitFor(line::WAIT_FOREVER));
+  EXPECT_THAT(SerializerFormats(m_oSession), ElementsAreArray(m_oStartLines));
 }
 
 TEST_F(TaskHandlerTest, ThreeTasksRunOneAfterTheOtherAndAnEmptyScanResetsTheEvent) {
   TestSerializer serializer;
   serializer.InsertMany(1, 3);
-  m_session.Clear();
+  m_oSession.Clear();
   serializer.StartSerialization();
   ASSERT_TRUE(WaitUntilIdle());
   const std::vector<std::string> next = {line::WAITING};
   const std::vector<std::string> emptied = {"hook OnQueueEmpty", line::WAITING, line::WAKEUP,
                                             line::CHECKING, line::WAITING};
-  EXPECT_THAT(SerializerFormats(m_session),
-              ElementsAreArray(m_begin + m_task + next + m_task + next + m_task + emptied));
+  EXPECT_THAT(SerializerFormats(m_oSession),
+              ElementsAreArray(m_oStartLines + m_oTaskLines + next + m_oTaskLines + next +
+                               m_oTaskLines + emptied));
   EXPECT_THAT(serializer.Begun(), ElementsAre(1, 2, 3));
-  EXPECT_THAT(TextsOf(m_session, line::RESET),
+  EXPECT_THAT(TextsOf(m_oSession, line::RESET),
               Contains(EndsWith("IsSignaled=1 --> IsSignaled=0\n")));
 }
 
@@ -85,9 +86,9 @@ TEST_F(TaskHandlerTest, EachWaitIsWithoutLimitAndTraced) {
   serializer.InsertMany(1, 2);
   serializer.StartSerialization();
   ASSERT_TRUE(WaitUntilIdle());
-  EXPECT_EQ(m_session.Count(line::WAIT_FOREVER), 4);
-  EXPECT_EQ(m_session.Count(line::WAITING), 4);
-  EXPECT_THAT(TextsOf(m_session, line::WAIT_NOT_NEEDED),
+  EXPECT_EQ(m_oSession.Count(line::WAIT_FOREVER), 4);
+  EXPECT_EQ(m_oSession.Count(line::WAITING), 4);
+  EXPECT_THAT(TextsOf(m_oSession, line::WAIT_NOT_NEEDED),
               AllOf(testing::SizeIs(3),
                     Each(HasSubstr("(IsManual=1) has been already signaled --> New state: "
                                    "IsSignaled=1"))));
@@ -99,15 +100,15 @@ TEST_F(TaskHandlerTest, ATaskIsTracedWithItsRecordAndLevel) {
   serializer.onTask = [&](Message& message, int32_t) { copy = &message; };
   serializer.InsertMany(1, 1, 2);
   serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor(line::COMPLETED));
-  const std::string process = TextsOf(m_session, line::PROCESS).at(0);
+  ASSERT_TRUE(m_oSession.WaitFor(line::COMPLETED));
+  const std::string process = TextsOf(m_oSession, line::PROCESS).at(0);
   const std::string begin = "\nCTaskSerializer     : Process Task (Record ";
   ASSERT_TRUE(process.starts_with(begin));
   const auto record = static_cast<uint32_t>(std::stoul(process.substr(begin.size()), nullptr, 16));
   const auto shownCopy = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(copy.load()));
   EXPECT_LT(shownCopy - record, 64U) << "the message is a part of the record";
   EXPECT_EQ(process, begin + Hex(record) + ") at level 2");
-  EXPECT_THAT(TextsOf(m_session, line::COMPLETED),
+  EXPECT_THAT(TextsOf(m_oSession, line::COMPLETED),
               ElementsAre("\nCTaskSerializer     : Task (Record " + Hex(record) +
                           ") at level 2 completed"));
 }
@@ -167,7 +168,7 @@ TEST_F(TaskHandlerTest, AllTasksAndThreadHooksRunOnOneThreadOfTheirOwn) {
   ASSERT_EQ(threads.size(), 5U);
   EXPECT_THAT(threads, Each(threads.front()));
   EXPECT_NE(threads.front(), pthread_self());
-  EXPECT_THAT(TextsOf(m_session, line::THREAD_RETURN),
+  EXPECT_THAT(TextsOf(m_oSession, line::THREAD_RETURN),
               ElementsAre("THREAD_RETURN: ## INFO: Thread = " + Hex(threads.front(), 8) +
                           " exited, Return = 0x00000000##\n"));
 }
@@ -247,10 +248,10 @@ TEST_F(TaskHandlerTest, TheExternalEventIsSetAfterTheTaskAndBeforeTheRecordIsFre
   serializer.TerminateSerialization();
   EXPECT_FALSE(isSetInTask);
   EXPECT_TRUE(isSetAtEnd);
-  EXPECT_THAT(TextsOf(m_session, line::EVENT_SET),
+  EXPECT_THAT(TextsOf(m_oSession, line::EVENT_SET),
               ElementsAre("\nCTaskSerializer     : External event object " +
                           Hex(reinterpret_cast<uintptr_t>(&event)) + " set!"));
-  const std::vector<std::string> formats = SerializerFormats(m_session);
+  const std::vector<std::string> formats = SerializerFormats(m_oSession);
   const auto completed = std::find(formats.begin(), formats.end(), line::COMPLETED);
   ASSERT_NE(completed, formats.end());
   EXPECT_EQ(*(completed + 1), line::EVENT_SET);
@@ -264,11 +265,11 @@ TEST_F(TaskHandlerTest, AnEventThatCannotBeSetIsTraced) {
   serializer.InsertMany(2, 1);
   serializer.StartSerialization();
   ASSERT_TRUE(WaitUntilIdle());
-  EXPECT_THAT(TextsOf(m_session, line::EVENT_ERROR),
+  EXPECT_THAT(TextsOf(m_oSession, line::EVENT_ERROR),
               ElementsAre("\nCTaskSerializer     : ERROR setting external event object " +
                           Hex(reinterpret_cast<uintptr_t>(&event)) + "!"));
-  EXPECT_EQ(m_session.Count(line::EVENT_SET), 0);
-  EXPECT_EQ(m_session.Count(line::COMPLETED), 2);
+  EXPECT_EQ(m_oSession.Count(line::EVENT_SET), 0);
+  EXPECT_EQ(m_oSession.Count(line::COMPLETED), 2);
 }
 
 TEST_F(TaskHandlerTest, WithoutAnExternalEventNothingIsSet) {
@@ -276,19 +277,19 @@ TEST_F(TaskHandlerTest, WithoutAnExternalEventNothingIsSet) {
   serializer.InsertMany(1, 1);
   serializer.StartSerialization();
   ASSERT_TRUE(WaitUntilIdle());
-  EXPECT_THAT(SerializerFormats(m_session), Not(Contains(HasSubstr("external event object"))));
+  EXPECT_THAT(SerializerFormats(m_oSession), Not(Contains(HasSubstr("external event object"))));
 }
 
 TEST_F(TaskHandlerTest, TerminationWhileIdleWakesTheWorkerWhichExitsWithoutScanning) {
   TestSerializer serializer;
   serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor(line::WAIT_FOREVER));
-  m_session.Clear();
+  ASSERT_TRUE(m_oSession.WaitFor(line::WAIT_FOREVER));
+  m_oSession.Clear();
   serializer.TerminateSerialization();
   const std::vector<std::string> begin = {line::TERMINATE, line::DISABLE_ALL, line::ALL_REMOVED,
                                           line::WAKEUP};
   const std::vector<std::string> terminated = {line::TERMINATED};
-  EXPECT_THAT(SerializerFormats(m_session), ElementsAreArray(begin + m_end + terminated));
+  EXPECT_THAT(SerializerFormats(m_oSession), ElementsAreArray(begin + m_oExitLines + terminated));
 }
 
 TEST_F(TaskHandlerTest, TerminationDuringATaskLetsItEndAndRunsNoOther) {
@@ -298,13 +299,13 @@ TEST_F(TaskHandlerTest, TerminationDuringATaskLetsItEndAndRunsNoOther) {
   serializer.InsertMany(1, 3);
   serializer.StartSerialization();
   ASSERT_TRUE(gate.WaitUntilReached());
-  m_session.Clear();
-  m_session.CallAt(line::NO_TIMEOUT, [&] { gate.Open(); });
+  m_oSession.Clear();
+  m_oSession.CallAt(line::NO_TIMEOUT, [&] { gate.Open(); });
   serializer.TerminateSerialization();
   const std::vector<std::string> begin = {line::TERMINATE, line::DISABLE_ALL, line::ALL_REMOVED,
                                           line::COMPLETED, "hook OnQueueEmpty"};
   const std::vector<std::string> terminated = {line::TERMINATED};
-  EXPECT_THAT(SerializerFormats(m_session), ElementsAreArray(begin + m_end + terminated));
+  EXPECT_THAT(SerializerFormats(m_oSession), ElementsAreArray(begin + m_oExitLines + terminated));
   EXPECT_THAT(serializer.Begun(), ElementsAre(1));
 }
 
@@ -312,24 +313,24 @@ TEST_F(TaskHandlerTest, TerminationDuringAnEmptyScanEndsTheWorker) {
   TestSerializer serializer;
   std::future<void> termination;
   serializer.InsertMany(1, 1);
-  m_session.CallAt(line::CHECKING, [&] {
+  m_oSession.CallAt(line::CHECKING, [&] {
     if (serializer.Begun().empty()) {
       return;  // this scan finds the task
     }
-    const int sets = m_session.Count(line::SET);
+    const int sets = m_oSession.Count(line::SET);
     termination = std::async(std::launch::async, [&] { serializer.TerminateSerialization(); });
-    EXPECT_TRUE(m_session.WaitFor(line::SET, sets + 1));
+    EXPECT_TRUE(m_oSession.WaitFor(line::SET, sets + 1));
   });
   serializer.StartSerialization();
-  ASSERT_TRUE(m_session.WaitFor(line::TERMINATED));
+  ASSERT_TRUE(m_oSession.WaitFor(line::TERMINATED));
   termination.get();
-  const std::vector<std::string> formats = SerializerFormats(m_session);
+  const std::vector<std::string> formats = SerializerFormats(m_oSession);
   const auto removed = std::find(formats.begin(), formats.end(), line::ALL_REMOVED);
   const std::vector<std::string> checking = {line::CHECKING};
   const std::vector<std::string> terminated = {line::TERMINATED};
   ASSERT_NE(removed, formats.end());
   EXPECT_THAT(std::vector(removed + 1, formats.end()),
-              ElementsAreArray(checking + m_end + terminated));
+              ElementsAreArray(checking + m_oExitLines + terminated));
 }
 
 TEST_F(TaskHandlerTest, ARequestRecordIsCopiedDeeply) {

@@ -33,7 +33,7 @@ std::vector<int> Numbers(int first, int count) {
 // The queuing side, with all trace lines.
 class TaskSerializerTest : public SerializerTest {
  protected:
-  TraceSession m_session{5};
+  TraceSession m_oSession{5};
 };
 
 // Starts the worker, which stops at the gate within task 0, and fills level 0.
@@ -51,20 +51,20 @@ void FillBehindABusyWorker(TestSerializer& serializer, Gate& gate) {
 
 TEST_F(TaskSerializerTest, ConstructionCreatesTheWakeUpEventAndEnablesTheLevels) {
   const TestSerializer serializer;
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::CREATING, line::ENABLE_ALL));
-  EXPECT_THAT(TextsOf(m_session, line::CREATING),
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::CREATING, line::ENABLE_ALL));
+  EXPECT_THAT(TextsOf(m_oSession, line::CREATING),
               ElementsAre(testing::EndsWith("<anon> (IsSignaled=0)\n")));
 }
 
 TEST_F(TaskSerializerTest, AnAcceptedTaskIsRaisedAndInsertedAndSetsTheWakeUpEvent) {
   TestSerializer serializer(3);
-  m_session.Clear();
+  m_oSession.Clear();
   EXPECT_EQ(serializer.Insert(1, 2), 1U);
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::RAISED, line::INSERTED, line::SET));
-  EXPECT_THAT(TextsOf(m_session, line::RAISED),
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::RAISED, line::INSERTED, line::SET));
+  EXPECT_THAT(TextsOf(m_oSession, line::RAISED),
               ElementsAre("\nCTaskSerializer     : Task at level 2 raised"));
   EXPECT_THAT(
-      TextsOf(m_session, line::INSERTED),
+      TextsOf(m_oSession, line::INSERTED),
       ElementsAre("\nCTaskSerializer     : Task with priority 2 inserted into task queue!"));
 }
 
@@ -73,11 +73,11 @@ TEST_F(TaskSerializerTest, ALevelThatDoesNotExistIsRefused) {
   constexpr int32_t HIGHEST = std::numeric_limits<int32_t>::max();
   TestSerializer serializer(1);
   for (const int32_t level : {-1, 1, 2, LOWEST, HIGHEST}) {
-    m_session.Clear();
+    m_oSession.Clear();
     EXPECT_EQ(serializer.Insert(1, level), 0U);
     EXPECT_EQ(Message::s_alive, 0);
     const std::string shown = std::to_string(level);
-    EXPECT_THAT(m_session.Texts(),
+    EXPECT_THAT(m_oSession.Texts(),
                 ElementsAre("\nCTaskSerializer     : Task at level " + shown + " raised",
                             "\nCTaskSerializer     : Manager locked for Tasks at level " + shown +
                                 ". Task ignored!"));
@@ -88,7 +88,7 @@ TEST_F(TaskSerializerTest, WithoutLevelsEveryTaskIsRefused) {
   TestSerializer serializer(0);
   EXPECT_EQ(serializer.Insert(1, 0), 0U);
   EXPECT_EQ(serializer.Insert(1, -1), 0U);
-  EXPECT_EQ(m_session.Count(line::LOCKED), 2);
+  EXPECT_EQ(m_oSession.Count(line::LOCKED), 2);
 }
 
 TEST_F(TaskSerializerTest, TheHighestLevelIsTheLevelCountMinusOne) {
@@ -114,10 +114,10 @@ TEST_F(TaskSerializerTest, ATaskHoldsACopyOfTheMessage) {
 TEST_F(TaskSerializerTest, ATwentiethWaitingTaskIsRefused) {
   TestSerializer serializer;
   serializer.InsertMany(1, FULL_LEVEL);
-  EXPECT_EQ(m_session.Count(line::FULL), 0);
-  m_session.Clear();
+  EXPECT_EQ(m_oSession.Count(line::FULL), 0);
+  m_oSession.Clear();
   EXPECT_EQ(serializer.Insert(FULL_LEVEL + 1), 0U);
-  EXPECT_THAT(m_session.Formats(), ElementsAre(line::RAISED, line::FULL, "hook OnQueueFull"));
+  EXPECT_THAT(m_oSession.Formats(), ElementsAre(line::RAISED, line::FULL, "hook OnQueueFull"));
   EXPECT_EQ(Message::s_alive, FULL_LEVEL);
 }
 
@@ -126,7 +126,7 @@ TEST_F(TaskSerializerTest, ABusyWorkerLeavesRoomForNineteenTasks) {
   Gate gate;
   FillBehindABusyWorker(serializer, gate);
   EXPECT_EQ(serializer.Insert(FULL_LEVEL + 1), 0U);
-  EXPECT_THAT(TextsOf(m_session, line::FULL),
+  EXPECT_THAT(TextsOf(m_oSession, line::FULL),
               ElementsAre("\nCTaskSerializer     : ## ERROR! Task queue for priority 0 is full"));
   gate.Open();
   ASSERT_TRUE(serializer.WaitUntilBegun(FULL_LEVEL + 1));
@@ -143,14 +143,14 @@ TEST_F(TaskSerializerTest, ATaskIsRefusedOnlyWhenTheLevelIsFullAtTheTimeOfQueuin
     EXPECT_TRUE(serializer.WaitUntilBegun(2));
   };
   EXPECT_EQ(serializer.Insert(FULL_LEVEL + 1), 1U);
-  EXPECT_EQ(m_session.Count(line::FULL), 0);
+  EXPECT_EQ(m_oSession.Count(line::FULL), 0);
 }
 
 TEST_F(TaskSerializerTest, EachLevelIsFullOnItsOwn) {
   TestSerializer serializer(2);
   serializer.InsertMany(1, FULL_LEVEL, 1);
   EXPECT_EQ(serializer.Insert(0, 1), 0U);
-  EXPECT_THAT(TextsOf(m_session, line::FULL),
+  EXPECT_THAT(TextsOf(m_oSession, line::FULL),
               ElementsAre("\nCTaskSerializer     : ## ERROR! Task queue for priority 1 is full"));
   serializer.InsertMany(1, FULL_LEVEL, 0);
   EXPECT_EQ(serializer.Insert(0, 0), 0U);
@@ -210,9 +210,9 @@ TEST_F(TaskSerializerTest, WhatTheSinkThrowsBeforeATaskIsQueuedReachesTheCaller)
   serializer.InsertMany(1, FULL_LEVEL, 0);
   for (const auto& [format, level] :
        {std::pair{line::RAISED, 1}, {line::LOCKED, 2}, {line::FULL, 0}}) {
-    m_session.ThrowAt(format);
+    m_oSession.ThrowAt(format);
     EXPECT_THROW(serializer.Insert(0, level), std::runtime_error) << format;
-    m_session.CallAt(format, nullptr);
+    m_oSession.CallAt(format, nullptr);
     EXPECT_EQ(Message::s_alive, FULL_LEVEL);
   }
   EXPECT_EQ(InsertFromAnotherThread(serializer, 1, 1), 1U);
@@ -222,10 +222,10 @@ TEST_F(TaskSerializerTest, WhatTheSinkThrowsOnceATaskIsQueuedStaysHidden) {
   for (const char* format : {line::INSERTED, line::SET}) {
     TestSerializer serializer;
     serializer.StartSerialization();
-    m_session.ThrowAt(format);
+    m_oSession.ThrowAt(format);
     EXPECT_EQ(serializer.Insert(1), 1U) << format;
     EXPECT_TRUE(serializer.WaitUntilBegun(1)) << format;
-    m_session.CallAt(format, nullptr);
+    m_oSession.CallAt(format, nullptr);
   }
 }
 

@@ -113,17 +113,17 @@ class Message {
 class Gate {
  public:
   void Pass() {
-    m_reached = true;
-    EXPECT_TRUE(WaitUntil([this] { return m_open.load(); }));
+    m_bReached = true;
+    EXPECT_TRUE(WaitUntil([this] { return m_bOpen.load(); }));
   }
   bool WaitUntilReached() const {
-    return WaitUntil([this] { return m_reached.load(); });
+    return WaitUntil([this] { return m_bReached.load(); });
   }
-  void Open() { m_open = true; }
+  void Open() { m_bOpen = true; }
 
  private:
-  std::atomic<bool> m_reached = false;
-  std::atomic<bool> m_open = false;
+  std::atomic<bool> m_bReached = false;
+  std::atomic<bool> m_bOpen = false;
 };
 
 // A serializer whose tasks and hooks do what the test says: each writes a line "hook <name>" and
@@ -151,8 +151,8 @@ class TestSerializer : public CTaskSerializer<Message> {
 
   // The numbers of the tasks begun so far, in the order in which they began.
   std::vector<int> Begun() const {
-    const std::lock_guard guard(m_lock);
-    return m_begun;
+    const std::lock_guard guard(m_oBegunLock);
+    return m_oBegun;
   }
   bool WaitUntilBegun(size_t count) const {
     return WaitUntil([&] { return Begun().size() >= count; });
@@ -168,8 +168,8 @@ class TestSerializer : public CTaskSerializer<Message> {
   void OnTaskExecution(Message& message, int32_t level) override {
     DEBUG_TRACE(1, "hook OnTaskExecution");
     {
-      const std::lock_guard guard(m_lock);
-      m_begun.push_back(message.number);
+      const std::lock_guard guard(m_oBegunLock);
+      m_oBegun.push_back(message.number);
     }
     Call(onTask, message, level);
   }
@@ -197,8 +197,8 @@ class TestSerializer : public CTaskSerializer<Message> {
     }
   }
 
-  mutable std::mutex m_lock;
-  std::vector<int> m_begun;
+  mutable std::mutex m_oBegunLock;
+  std::vector<int> m_oBegun;
 };
 
 class SerializerTest : public testing::Test {
@@ -244,18 +244,18 @@ class BlockedInsertion {
  public:
   // Begins the insertion, where the lock should be held, and gives it time to end if it is not.
   void Begin(TestSerializer& serializer, int number, int32_t level) {
-    m_result = std::async(std::launch::async, [&serializer, number, level] {
+    m_oResult = std::async(std::launch::async, [&serializer, number, level] {
       return serializer.Insert(number, level);
     });
-    m_wasBlocked = m_result.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready;
+    m_bWasBlocked = m_oResult.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready;
   }
 
   // Waits for the end of the insertion. True when it was blocked at first and then accepted.
-  bool WasBlocked() { return m_result.valid() && m_result.get() == 1 && m_wasBlocked; }
+  bool WasBlocked() { return m_oResult.valid() && m_oResult.get() == 1 && m_bWasBlocked; }
 
  private:
-  std::future<uint32_t> m_result;
-  bool m_wasBlocked = false;
+  std::future<uint32_t> m_oResult;
+  bool m_bWasBlocked = false;
 };
 
 // The low 32 bits, as 0x%X prints them with that width.
