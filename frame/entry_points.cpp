@@ -1,8 +1,6 @@
 // The four functions that the host looks up by name. The only file that knows the host's side and
 // the module's side.
 
-#include <cxxabi.h>
-
 #include <memory>
 #include <mutex>
 #include <new>
@@ -10,6 +8,7 @@
 #include "archive_module/em_talvor.h"
 #include "archive_module/names.h"
 #include "archive_module/setup_actions.h"
+#include "base/forced_unwind.h"
 #include "trace/debug_client.h"
 
 #define EM_EXPORT extern "C" [[gnu::visibility("default")]]
@@ -20,8 +19,8 @@ namespace {
 // thread, so nothing is locked.
 CIExtensionModule* g_pModule = nullptr;
 
-// Configures tracing on the first use of an entry point. Without memory the use goes on untraced,
-// and the next one tries again.
+// Configures tracing on the first call of an entry point. When memory is exhausted, the call goes
+// on untraced and the next one tries again.
 void LoadTraceConfigOnce() {
   try {
     static const bool isLoaded = g_oDebugClient.Load(MODULE_NAME);
@@ -30,7 +29,7 @@ void LoadTraceConfigOnce() {
   }
 }
 
-// Makes the instance. A failure to allocate goes to the host; any other leaves the pointer null.
+// Creates the instance. std::bad_alloc goes to the host; any other failure leaves the pointer null.
 void CreateInstance() {
   try {
     g_oDebugClient.Load(MODULE_NAME);
@@ -55,9 +54,9 @@ bool DestroyInstance() {
 
 }  // namespace
 
-// Stores the one instance through `module` (which may be null), made by the first call. `unused`
-// comes from the host and is not looked at. Returns 1 when there is an instance. A second call
-// deliberately counts as a success although it traces an error: it hands the instance out again.
+// Stores the one instance through `module` (which may be null); the first call creates it. `unused`
+// comes from the host and is ignored. Returns 1 when there is an instance. A second call
+// deliberately counts as a success although it traces an error: it hands out the same instance.
 // Throws std::bad_alloc.
 EM_EXPORT uint32_t EM_Create(CIExtensionModule** module, void* /*unused*/) {
   LoadTraceConfigOnce();
@@ -77,8 +76,8 @@ EM_EXPORT uint32_t EM_Create(CIExtensionModule** module, void* /*unused*/) {
   return g_pModule != nullptr ? 1 : 0;
 }
 
-// Destroys the instance. Returns 1 when this call did; no exception leaves. After an exception of
-// the destructor the instance counts as still there.
+// Destroys the instance. Returns 1 when this call did. Never throws; after an exception of the
+// destructor the instance counts as still there.
 EM_EXPORT uint32_t EM_Delete() {
   LoadTraceConfigOnce();
   try {

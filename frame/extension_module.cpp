@@ -1,7 +1,6 @@
 #include "frame/extension_module.h"
 
-#include <cxxabi.h>
-
+#include "base/forced_unwind.h"
 #include "frame/request_trace.h"
 #include "frame/status.h"
 #include "trace/debug_client.h"
@@ -68,7 +67,7 @@ uintptr_t CExtensionModule::Placeholder12() { return 0; }
 uintptr_t CExtensionModule::ModuleNotification(uint32_t code, uintptr_t parameter,
                                                uintptr_t extra) {
   const CTraceShield shield;
-  // The stray "0Xx" is deliberate: the text is fixed, existing logs hold it.
+  // The stray "0Xx" is deliberate: whoever reads logs searches for it.
   DEBUG_TRACE(2, "\n\n%-20s: ## NOTIFY: Code = 0Xx%02X, param = 0x%08X", GetModuleName(), code,
               static_cast<uint32_t>(parameter));
   if (code == SCN_SWITCH_SHUTDOWN) {

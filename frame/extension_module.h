@@ -22,9 +22,8 @@ class CExtensionModule : public CIExtensionModule {
   CExtensionModule& operator=(const CExtensionModule&) = delete;
 
   // The defaults of the interface. GetModuleInfo() writes nothing and returns 0; ModuleRequest()
-  // marks the current command as answered with status 1 and returns 0; ModuleNotification() keeps
-  // the announcement of the switch's shutdown before the hook runs. None of them lets an exception
-  // out.
+  // answers the current command with status 1 and returns 0; ModuleNotification() records the
+  // shutdown of the switch before it calls the hook. None of them throws.
   uint32_t GetModuleInfo(void* record) override;
   uint32_t Placeholder3() override;
   uint32_t Start(CISwitch* pSwitch, uint32_t moduleId) override;
@@ -49,8 +48,8 @@ class CExtensionModule : public CIExtensionModule {
   uintptr_t OnModuleNotification(uint32_t code, uintptr_t parameter, uintptr_t extra) override;
 
  protected:
-  // Write the current command of a request: its status, and before that its cabinet or message id
-  // with all bits set (deliberately not 0). See SipJson::SetCmdUInt() for what they leave alone.
+  // Write the status of a request's current command; the last two first set its cabinet or message
+  // id to all ones (deliberately not 0). See SipJson::SetCmdUInt() for what they leave alone.
   static void SetCmdStatus(SipJson& request, uint32_t status);
   static void ResetCabinet(SipJson& request, uint32_t status);
   static void ResetMessageId(SipJson& request, uint32_t status);
@@ -59,8 +58,8 @@ class CExtensionModule : public CIExtensionModule {
   // cabinet counts as the server's.
   static bool IsForServerCabinet(const SipJson& request);
 
-  // Trace the current command of a request: as received, as returned to the switch, as a separate
-  // reply. Nothing is read or built while tracing is off.
+  // Trace the current command of a request: as received, as returned to the switch, or as a
+  // separate reply. While tracing is off nothing is read or built.
   void TraceRequest(const SipJson& request, uint32_t level);
   void TraceReturn(const SipJson& request, uint32_t level);
   void TraceReply(const SipJson& request, uint32_t level);
@@ -76,7 +75,7 @@ class CExtensionModule : public CIExtensionModule {
   uintptr_t Forward();
   // Hands a finished request back to the switch, with its message id.
   uintptr_t ReturnRequest(SipJson& request);
-  // Also 0 when the switch throws: the agent type is unknown then.
+  // Also 0, that is an unknown type, when the switch throws.
   uint32_t GetAgentType();
 
   // True once the switch has announced its shutdown; never false again.
@@ -91,7 +90,7 @@ class CExtensionModule : public CIExtensionModule {
   std::atomic<uint16_t> m_wModuleIdHigh = 0;
   std::atomic<bool> m_bSwitchShutdown = false;
 
-  // One server cabinet per process; 0 until the host tells.
+  // One server cabinet per process; 0 until the host sets it.
   static std::atomic<uint32_t> s_nCabinetNumber;
   static std::atomic<bool> s_bCabinetNumberSet;
 };

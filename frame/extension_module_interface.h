@@ -13,7 +13,7 @@ class SipJson;
 // The placeholders belong to the host; modules keep them as they are.
 class CIExtensionModule {
  public:
-  // 0, 1. Lets exceptions out, so that whoever deletes a module can survive its destructor.
+  // 0, 1. May throw: whoever deletes a module survives an exception of its destructor.
   virtual ~CIExtensionModule() noexcept(false) = default;
 
   // 2. Fills the host's identification record (owned by the host; its first 32 bits give its size).

@@ -12,7 +12,7 @@ namespace {
 
 using rapidjson::Value;
 
-// The library would write through the null pointer that it gets when memory is exhausted.
+// Ends the process when memory is exhausted: the library would write through the null pointer.
 class EndingAllocator : public rapidjson::CrtAllocator {
  public:
   void* Realloc(void* memory, size_t oldSize, size_t size) noexcept {
@@ -24,7 +24,7 @@ class EndingAllocator : public rapidjson::CrtAllocator {
   }
 };
 
-// A stream of the library's that keeps the first bytes and drops the rest.
+// An output stream for the library's writer that keeps the first bytes and drops the rest.
 class LimitedText {
  public:
   using Ch = char;
@@ -39,7 +39,7 @@ class LimitedText {
   void Flush() {}
 
   bool IsFull() const { return m_strText.size() == m_nLongest; }
-  // The length of a text of which as much is written as of one of `length` bytes.
+  // How much of a string of `length` bytes to give the writer: the stream would drop the rest.
   rapidjson::SizeType GetUsefulLength(rapidjson::SizeType length) const {
     return static_cast<rapidjson::SizeType>(
         std::min<size_t>(length, m_nLongest - m_strText.size()));
@@ -58,7 +58,7 @@ class JsonTextWriter : public rapidjson::PrettyWriter<LimitedText, rapidjson::UT
     SetIndent(' ', 4);
   }
 
-  // The library stops at a number that JSON cannot express.
+  // The library's writer fails on a number that JSON cannot express.
   bool Double(double value) { return std::isfinite(value) ? PrettyWriter::Double(value) : Null(); }
   bool String(const char* text, rapidjson::SizeType length, bool /*copy*/ = false) {
     return PrettyWriter::String(text, m_oText.GetUsefulLength(length));
@@ -68,7 +68,7 @@ class JsonTextWriter : public rapidjson::PrettyWriter<LimitedText, rapidjson::UT
   const LimitedText& m_oText;
 };
 
-// A structure that has begun, and which of its members or elements comes next.
+// An object or array whose beginning is written, and the index of its next member or element.
 struct OpenStructure {
   const Value* value;
   rapidjson::SizeType next;
@@ -76,7 +76,7 @@ struct OpenStructure {
 
 using OpenStructures = std::vector<OpenStructure>;
 
-// Writes a scalar, or begins a structure.
+// Writes a scalar, or opens an object or array.
 void Begin(const Value& value, OpenStructures& open, JsonTextWriter& writer) {
   if (value.IsObject()) {
     writer.StartObject();
@@ -89,8 +89,8 @@ void Begin(const Value& value, OpenStructures& open, JsonTextWriter& writer) {
   }
 }
 
-// Ends the structures that are complete, and returns the value that comes next; null after the
-// last.
+// Closes the objects and arrays that are complete, and returns the next value to write; null after
+// the last.
 const Value* FindNext(OpenStructures& open, JsonTextWriter& writer) {
   while (!open.empty()) {
     auto& [value, next] = open.back();

@@ -16,12 +16,12 @@ using Allocator = rapidjson::Document::AllocatorType;
 constexpr double BEYOND_UINT64 = 18446744073709551616.0;
 constexpr double LEAST_INT64 = -9223372036854775808.0;
 
-// Letters of a name that the library keeps within the name's value, without memory.
+// The longest name that the library stores inside the value itself, without an allocation.
 constexpr size_t LONGEST_NAME_WITHIN = 8;
 
 size_t Aligned(size_t size) { return RAPIDJSON_ALIGN(size); }
 
-// How the library enlarges a member array or an array that is full.
+// The library's growth rule for a member array or an array that is full.
 SizeType EnlargedCapacity(SizeType capacity) {
   return capacity == 0 ? 16 : capacity + (capacity + 1) / 2;
 }
@@ -35,15 +35,16 @@ size_t SlotsForMembers(SizeType count) {
   return slots;
 }
 
-// The slots of an object's member array. The library keeps that number to itself, after the number
-// of the members.
+// The capacity of an object's member array. The library has no accessor for it: it is the word
+// after the number of members.
 SizeType CountMemberSlots(const Value& object) {
   std::array<SizeType, 2> counts;
   std::memcpy(counts.data(), reinterpret_cast<const char*>(&object), sizeof(counts));
   return counts[1];
 }
 
-// The bytes that the member array takes when one more member is added; 0 when it has a free slot.
+// The bytes allocated for the member array when one more member is added; 0 when it has a free
+// slot.
 size_t MeasureGrowth(const Value& object) {
   const SizeType slots = CountMemberSlots(object);
   return object.MemberCount() < slots ? 0 : EnlargedCapacity(slots) * sizeof(Value::Member);
@@ -119,7 +120,7 @@ class Copier {
     }
   }
 
-  // Apart from the rest, which most values need: it is called for each of them.
+  // Kept out of Copy(), which is called for every value, most of them scalars.
   [[gnu::noinline]] void CopyNested(const Value& source, Value& target, int depth) {
     if (depth == RECURSION_LIMIT) {
       m_oPending.emplace_back(&source, &target);

@@ -7,12 +7,12 @@
 #include <optional>
 #include <string_view>
 
-// What the JSON library lacks for values from elsewhere: numbers of any kind, copies that own all
-// they hold, and additions that survive exhausted memory. The library itself writes through the
-// null pointer that it gets when it runs out while it adds something.
+// What the JSON library lacks for values that somebody else built: reading a number of any kind,
+// copies that own all they hold, and additions that survive exhausted memory. The library itself
+// then writes through the null pointer that it gets.
 
-// The number in `value` as an integer of 64 bits, two's complement when negative; a fraction is
-// truncated. Nothing for what is no number or does not fit 64 bits, signed or unsigned.
+// `value` as a 64-bit integer, in two's complement when negative; a fraction is truncated. Nothing
+// when it is not a number, or fits neither a signed nor an unsigned 64-bit integer.
 std::optional<uint64_t> ToJsonInteger(const rapidjson::Value& value);
 
 // An upper bound of the bytes that CopyJson() takes from the target's allocator. Throws
@@ -36,11 +36,11 @@ void AddJsonMember(rapidjson::Value& object, std::string_view name, rapidjson::V
 bool GrowJsonArray(rapidjson::Value& array, rapidjson::SizeType count,
                    rapidjson::Document::AllocatorType& allocator);
 
-// Calls `use` with an allocator that gives out `size` bytes (in pieces of 8) of the memory of
-// `owner`, which keeps them. False, and nothing called, when memory is exhausted.
+// Calls `use` with an allocator that already holds `size` bytes (each allocation rounded up to 8),
+// taken from `owner`, which keeps them. False, and `use` is not called, when memory is exhausted.
 template <typename Use>
 bool WithJsonRoom(rapidjson::Document::AllocatorType& owner, size_t size, const Use& use) {
-  constexpr size_t OWN_NEED = 128;  // what an allocator keeps of its buffer for itself, at most
+  constexpr size_t OWN_NEED = 128;  // of an allocator, at the start of its buffer, at most
   void* const room = owner.Malloc(size + OWN_NEED);
   if (room == nullptr) {
     return false;

@@ -12,10 +12,10 @@
 
 namespace {
 
-// The bytes of a structure's text that are shown.
+// How many bytes of a structure's JSON are shown at most.
 constexpr size_t LONGEST_SHOWN = 1 << 20;
 
-// The header fields of a line, in the order in which all of its forms print them.
+// The header fields of a line, in the order in which every form of it prints them.
 struct Header {
   std::string label;
   uint32_t operation;

@@ -14,7 +14,7 @@ namespace {
 // Writers do not grow the command array beyond this index, whatever a hostile request asks for.
 constexpr uint32_t LAST_WRITABLE_INDEX = 65'535;
 
-// Bytes of the first chunk of a copied record: room for a usual one and its answer.
+// Bytes of the first chunk of a copied record: enough for a typical one and its answer.
 constexpr size_t LEAST_CHUNK_SIZE = 1024;
 
 const SipJson::Value* FindMember(const SipJson::Value& object, const char* key) {
@@ -46,9 +46,9 @@ uint32_t DigitValue(char digit) {
   return 16;
 }
 
-uint32_t ParseDigits(std::string_view text, uint32_t base) {
+uint32_t ParseDigits(std::string_view digits, uint32_t base) {
   uint32_t value = 0;
-  for (const char digit : text) {
+  for (const char digit : digits) {
     if (DigitValue(digit) >= base) {
       break;
     }
@@ -57,18 +57,19 @@ uint32_t ParseDigits(std::string_view text, uint32_t base) {
   return value;
 }
 
-uint32_t ParseNumber(std::string_view text) {
-  if (text.size() > 2 && (text.starts_with("0x") || text.starts_with("0X"))) {
-    return ParseDigits(text.substr(2), 16);
+uint32_t ParseNumber(std::string_view string) {
+  if (string.size() > 2 && (string.starts_with("0x") || string.starts_with("0X"))) {
+    return ParseDigits(string.substr(2), 16);
   }
-  if (text.size() >= 2 && text.starts_with('0')) {
-    return ParseDigits(text.substr(1), 8);
+  if (string.size() >= 2 && string.starts_with('0')) {
+    return ParseDigits(string.substr(1), 8);
   }
-  return ParseDigits(text, 10);
+  return ParseDigits(string, 10);
 }
 
-// Gives the unused allocator of a document `size` bytes at hand. It stays the document's, so that
-// the document can be moved and swapped as any other. Throws std::bad_alloc.
+// Replaces the unused allocator of a document with one that already holds `size` bytes. That is
+// done in place: the document keeps owning its allocator and can be moved and swapped like any
+// other. Throws std::bad_alloc.
 void ReserveAtOnce(SipJson::Allocator& allocator, size_t size) {
   const size_t probe = RAPIDJSON_ALIGN(1);
   std::destroy_at(&allocator);

@@ -12,29 +12,29 @@
 //
 // and the index of the command that the current call is about. A command's members are the
 // operation code and its extension, object id, cabinet id, message id, status and data. All but
-// "DA" are unsigned numbers or texts that hold one.
+// "DA" are unsigned numbers or strings that hold one.
 //
 // The record crosses the binary interface to the host: no virtual operations, and the layout
 // asserted below. It owns its document; copies are deep and share nothing with their source.
 //
-// Readers answer with their default (false or 0 unless the caller gives another) when the document
-// has not the shape above, the index is out of range, or a member is missing or of another type.
-// Readers and writers never throw, but for the readers that say so; a writer changes nothing then,
-// nor when memory is exhausted.
+// When the document does not have the shape above, the index is out of range, or a member is
+// missing or of another type, readers return their default (false or 0 unless the caller gives
+// another) and writers change nothing. Writers also change nothing when memory is exhausted. Only
+// the readers that say so throw.
 //
-// Thread safety: as for a plain structure, one thread at a time unless all only read.
+// Thread safety: one thread at a time, unless all of them only read.
 class SipJson {
  public:
   using Value = rapidjson::Value;
   using Allocator = rapidjson::Document::AllocatorType;
 
   SipJson() = default;
-  // An empty record with `room` bytes for the values of its document: the library does not survive
-  // memory that runs out while it adds one. Throws std::bad_alloc.
+  // An empty record whose allocator already holds `room` bytes for values: the library crashes when
+  // memory runs out while it adds one. Throws std::bad_alloc.
   explicit SipJson(size_t room);
   // A deep copy. Throws std::bad_alloc.
   SipJson(const SipJson& other);
-  // As the copy; changes nothing when it throws.
+  // A deep copy; changes nothing when it throws.
   SipJson& operator=(const SipJson& other);
 
   // The command object at `index`, or null.
@@ -43,8 +43,9 @@ class SipJson {
   const Value* FindCmdMember(uint32_t index, const char* key) const;
   bool HasCmdMember(uint32_t index, const char* key) const;
 
-  // The number in member `key`, cut to 32 bits. Texts are read as digits up to the first character
-  // that does not fit, with the prefixes 0x (hexadecimal) and 0 (octal); a fraction is truncated.
+  // The number in member `key`, truncated to its low 32 bits, without a fraction. A string is
+  // parsed up to the first character that does not fit, with the prefixes 0x (hexadecimal) and 0
+  // (octal).
   uint32_t GetCmdUInt(uint32_t index, const char* key, uint32_t defaultValue) const;
 
   // The type of "DA"; kNullType when absent.
@@ -53,8 +54,8 @@ class SipJson {
   // The length of "DA" in bytes, by kind:
   //   integer                 8
   //   boolean                 1
-  //   text                    its length and a terminator
-  //   array of texts          their lengths, a terminator each and one for the list
+  //   string                  its length and a terminator
+  //   array of strings        their lengths, a terminator each and one for the list
   //   array of numbers        1, 2, 4 or 8 each, whatever the number needs; negative ones 8
   //   object with "RAW"       the number of elements of "RAW"
   //   anything else           0
@@ -69,7 +70,7 @@ class SipJson {
   // an object.
   bool IsJsonStructure() const;
 
-  // Appends the bytes of "DA" to `bytes`: numbers least significant byte first, texts with the
+  // Appends the bytes of "DA" to `bytes`: numbers least significant byte first, strings with the
   // terminators that GetDataLength() counts. A single number takes the narrowest of 1, 2, 4 and 8
   // bytes, deliberately not the 8 of its data length. False, and nothing appended, for a negative
   // or fractional number, a boolean and null. Throws std::bad_alloc.

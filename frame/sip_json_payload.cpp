@@ -20,7 +20,7 @@ const Value* FindRaw(const Value& data) {
   return raw != data.MemberEnd() && raw->value.IsArray() ? &raw->value : nullptr;
 }
 
-// The bytes that an element of a packed array takes; 0 for one that is no number.
+// The bytes that an element of a packed array takes; 0 if it is not a number.
 uint32_t PackedWidth(const std::optional<uint64_t>& integer) {
   if (!integer) {
     return 0;
@@ -40,8 +40,8 @@ void AppendPacked(const std::optional<uint64_t>& integer, std::vector<uint8_t>& 
   }
 }
 
-void AppendText(const Value& text, std::vector<uint8_t>& bytes) {
-  bytes.insert(bytes.end(), text.GetString(), text.GetString() + text.GetStringLength());
+void AppendString(const Value& string, std::vector<uint8_t>& bytes) {
+  bytes.insert(bytes.end(), string.GetString(), string.GetString() + string.GetStringLength());
   bytes.push_back(0);
 }
 
@@ -51,7 +51,7 @@ uint8_t RawByte(const Value& element) {
   return integer ? static_cast<uint8_t>(*integer) : uint8_t{0};
 }
 
-uint64_t LengthOfTexts(const Value& array) {
+uint64_t LengthOfStrings(const Value& array) {
   uint64_t length = 1;
   for (const Value& element : array.GetArray()) {
     length += element.IsString() ? element.GetStringLength() + uint64_t{1} : 0;
@@ -72,15 +72,15 @@ uint64_t LengthOfArray(const Value& array) {
     return 0;
   }
   if (array[0].IsString()) {
-    return LengthOfTexts(array);
+    return LengthOfStrings(array);
   }
   return array[0].IsNumber() ? LengthOfNumbers(array) : 0;
 }
 
-void AppendTexts(const Value& array, std::vector<uint8_t>& bytes) {
+void AppendStrings(const Value& array, std::vector<uint8_t>& bytes) {
   for (const Value& element : array.GetArray()) {
     if (element.IsString()) {
-      AppendText(element, bytes);
+      AppendString(element, bytes);
     }
   }
   bytes.push_back(0);
@@ -97,7 +97,7 @@ void AppendArray(const Value& array, std::vector<uint8_t>& bytes) {
     return;
   }
   if (array[0].IsString()) {
-    AppendTexts(array, bytes);
+    AppendStrings(array, bytes);
   } else if (array[0].IsNumber()) {
     AppendNumbers(array, bytes);
   }
@@ -180,7 +180,7 @@ bool SipJson::GetByteData(uint32_t index, std::vector<uint8_t>& bytes) const {
     return true;
   }
   if (data->IsString()) {
-    AppendText(*data, bytes);
+    AppendString(*data, bytes);
     return true;
   }
   if (data->IsArray()) {

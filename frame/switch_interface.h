@@ -7,7 +7,7 @@ class SipJson;
 
 // What a module sees of the host's message switch. Operations are called by their position in the
 // virtual table, given beside them; the placeholders keep the positions that modules do not use.
-// The host owns the object; modules never delete it. Requests are lent for the call.
+// The host owns the object; modules never delete it. The switch keeps no request after a call.
 class CISwitch {
  public:
   virtual void Placeholder0() = 0;
@@ -24,7 +24,7 @@ class CISwitch {
   // 10. Sends a module's request to another module and returns when it has been answered in place.
   virtual uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) = 0;
 
-  // 11, 12. Meaning settled by the host.
+  // 11, 12. The host defines their meaning.
   virtual uintptr_t ForwardFlag(CIExtensionModule* module, bool flag) = 0;
   virtual uintptr_t Forward(CIExtensionModule* module) = 0;
 
@@ -42,7 +42,7 @@ class CISwitch {
   virtual void Placeholder24() = 0;
   virtual void Placeholder25() = 0;
 
-  // 26. Takes a finished request back, the final answer to one that was answered "pending" before.
+  // 26. Takes back a finished request: the final answer to one that was answered "pending" before.
   // The halves are the high and the low 16 bits of its message id.
   virtual uintptr_t ReturnRequest(CIExtensionModule* module, SipJson* request,
                                   uint32_t messageIdHigh, uint32_t messageIdLow) = 0;

@@ -26,7 +26,7 @@ class CByteRing {
   // Removes and returns the oldest address. Needs HoldsAddress().
   void* ReadAddress();
 
-  // Empties the ring; what was stored is forgotten.
+  // Empties the ring; what was stored is discarded.
   void Clear();
 
  private:

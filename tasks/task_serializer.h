@@ -22,7 +22,7 @@
 
 // Runs queued jobs one at a time on one worker thread. A job is a copy of a message of type T,
 // queued at a level; levels are served from the highest to the lowest, the tasks of a level in the
-// order queued. A deriving class says what to do with a message in OnTaskExecution().
+// order queued. A derived class defines what to do with a message in OnTaskExecution().
 //
 //   constructed       levels enabled, no worker: tasks are kept until the start
 //   started           StartSerialization(): the worker runs the tasks
@@ -31,7 +31,8 @@
 // A terminated serializer refuses every task for good, also after a second start: nothing enables
 // its levels again (deliberate; the module never restarts a stopped serializer).
 //
-// The worker uses the deriving class, so its destructor must call TerminateSerialization().
+// The worker calls into the derived class, whose destructor must therefore call
+// TerminateSerialization().
 //
 // Thread safety: InsertTask() may be called from any thread, the other operations from one thread
 // at a time. No lock is held while a task runs.
@@ -52,15 +53,15 @@ class CTaskSerializer {
   // disabled or holds 19 tasks already. Throws what the copy throws, and then nothing is queued.
   uint32_t InsertTask(const T& message, int32_t level, CEvent* externalEvent);
 
-  // Disables all levels, drops the tasks that have not begun, and joins the worker when the running
-  // one has ended, without limit. Without a living worker it does nothing, and the levels stay
-  // enabled.
+  // Disables all levels, drops the tasks that have not begun, and joins the worker once the running
+  // task has ended, without a time limit. When no worker is alive it does nothing, and the levels
+  // stay enabled.
   void TerminateSerialization();
 
  protected:
-  // As the public one, but `waitsOn` is asked every 10 ms while the worker runs, with the time
-  // since the worker was asked to end, and may end the waiting by answering false. The worker then
-  // ends after its task and is joined by the destruction. `waitsOn` must not throw.
+  // As the public one, but calls `waitsOn` every 10 ms while the worker runs, with the time since
+  // the worker was asked to end, and stops waiting when that returns false. The worker then ends
+  // after its task and is joined by the destructor. `waitsOn` must not throw.
   void TerminateSerialization(const CThread::WaitsOn& waitsOn);
 
   // `levelCount` queues, numbered from 0.
@@ -69,10 +70,10 @@ class CTaskSerializer {
   // Runs one task, on the worker thread; it may change the message. What it throws is traced.
   virtual void OnTaskExecution(T& message, int32_t level) = 0;
 
-  // A level's queue has become empty after a task; on the worker thread, under the lock.
+  // A level's queue has become empty after a task. Called on the worker thread, under the lock.
   virtual void OnQueueEmpty(int32_t /*level*/) {}
 
-  // A task was refused because its level is full; on the queuing thread, under the lock.
+  // A task was refused because its level is full. Called on the queuing thread, under the lock.
   virtual void OnQueueFull(const T& /*message*/, int32_t /*level*/) {}
 
   // The first and the last call on the worker thread.
@@ -80,7 +81,7 @@ class CTaskSerializer {
   virtual void OnThreadExit() {}
 
   bool IsWorkerAlive() const { return m_oWorker.IsAlive(); }
-  // False when the system gave no event that could wake the worker: a worker would never sleep.
+  // False when the wake-up event could not be created: the worker would spin instead of sleeping.
   bool CanWakeWorker() const { return !m_oWakeUp.IsEmpty(); }
   bool IsOnWorker() const { return m_oWorker.IsCurrentThread(); }
 
@@ -116,7 +117,7 @@ class CTaskSerializer {
   void DropAllTasks();
   void JoinWorker(const CThread::WaitsOn& waitsOn);
 
-  // Runs a call into the deriving class; the worker survives whatever it throws. False when it
+  // Runs a call into the derived class; the worker survives whatever it throws. False when it
   // threw.
   template <typename Call>
   HANDLES_FORCED_UNWIND static bool Survives(const Call& call) {
@@ -147,7 +148,7 @@ class CTaskSerializer {
   const int32_t m_nLevelCount;
   std::atomic<bool> m_bTerminate = false;  // asks the worker to leave its loop
 
-  // Tasks dropped by TerminateSerialization(). Deliberately not freed before the destructor,
+  // The tasks dropped by TerminateSerialization(). Deliberately not freed before the destructor,
   // because the worker may be inside one of them.
   std::unique_ptr<TaskRecord> m_pDropped;
 };
@@ -216,7 +217,7 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
       return 0;
     }
     queue.WriteAddress(record.release());
-    const CTraceShield shield;  // the task is queued: the caller must not see a failure any more
+    const CTraceShield shield;  // the task is queued: nothing may throw from here on
     DEBUG_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!",
                 level);
     m_oWakeUp.SetWithoutYield();
@@ -323,8 +324,8 @@ void CTaskSerializer<T>::RunWorker() {
                       static_cast<uint32_t>(pthread_self()), 0U);
 }
 
-// Takes the oldest task of the highest level that holds one; without any task the worker goes to
-// sleep.
+// Takes the oldest task of the highest level that holds one. When there is none it resets the
+// event, so that the worker goes to sleep.
 template <typename T>
 typename CTaskSerializer<T>::Task CTaskSerializer<T>::TakeTask() {
   const CTraceShield shield;
@@ -340,8 +341,8 @@ typename CTaskSerializer<T>::Task CTaskSerializer<T>::TakeTask() {
   return {};
 }
 
-// Tasks often come close together: looking for the next one for a moment costs less than falling
-// asleep and being woken. Whoever queues it may need this processor for that.
+// Tasks often come in quick succession: polling briefly for the next one costs less than going to
+// sleep and being woken. It yields, because the queuing thread may need this processor.
 template <typename T>
 void CTaskSerializer<T>::LingerForTask() const {
   const auto end = std::chrono::steady_clock::now() + LINGER_TIME;

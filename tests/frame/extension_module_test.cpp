@@ -26,8 +26,8 @@ constexpr char CABINET_NUMBER[] = "\n\n%-20s: ## Server cabinet number = %d ##\n
 const std::string AGENTLESS = "Corvista Agentless Service";
 const std::string SERVER_CONTROL = "Corvista Server Control";
 
-// Starts a module at a switch that answers its questions for the agent type with those numbers,
-// one after the other. Returns the texts of the lines.
+// Starts a module with a switch that reports these agent types, one per query. Returns the trace
+// lines.
 std::vector<std::string> TraceStart(const std::vector<uint32_t>& agentTypes) {
   FakeSwitch host;
   size_t questions = 0;
@@ -67,7 +67,7 @@ TEST(ExtensionModuleTest, StartNamesTheAgentlessServiceForAgentType5Only) {
   }
 }
 
-// The middle question is the registration itself.
+// The second query is the registration itself.
 TEST(ExtensionModuleTest, StartChoosesTheSourceAgainAfterTheRegistration) {
   EXPECT_THAT(TraceStart({5, 0, 0}),
               ElementsAre(RegisterText(AGENTLESS), RegisteredText(SERVER_CONTROL)));

@@ -11,14 +11,15 @@
 
 #include "frame/switch_interface.h"
 
-// A host's switch as the binary interface shows it: nothing but a table of operations that are
-// found by their position. It knows no names, so that a call that lands elsewhere shows.
-// Any thread may call.
+// A host's switch as the binary interface shows it: nothing but a table of operations, found by
+// their position. It records the position of each call, so that one to the wrong operation shows.
+//
+// Thread safety: any thread may call.
 class FakeSwitch {
  public:
   static constexpr size_t POSITIONS = 28;
 
-  // A call as the registers hold it; what an operation does not take is arbitrary.
+  // A call with its argument registers; those that the operation does not take are arbitrary.
   struct Call {
     size_t position = 0;
     std::array<uint64_t, 4> arguments = {};
@@ -35,13 +36,13 @@ class FakeSwitch {
     return m_oCalls;
   }
 
-  // What the operations return, 0 by default. To be set before the calls come.
+  // What the operations return, 0 by default. Must be set before the first call.
   void Answer(std::function<uint64_t(const Call&)> answer) { m_fnAnswer = std::move(answer); }
 
  private:
   using Operation = uint64_t (*)(FakeSwitch*, uint64_t, uint64_t, uint64_t, uint64_t);
 
-  // A virtual table with what stands before it: the sanitizers look there.
+  // A virtual table with what precedes it, which the sanitizers read.
   struct Table {
     ptrdiff_t offsetToTop;
     const std::type_info* type;
@@ -65,7 +66,7 @@ class FakeSwitch {
     return table.operations.data();
   }
 
-  // First, as in every object with virtual operations.
+  // Must be the first member: it takes the place of the pointer to the virtual table.
   const Operation* m_pOperations = MakeOperations(std::make_index_sequence<POSITIONS>());
   mutable std::mutex m_oLock;
   std::vector<Call> m_oCalls;

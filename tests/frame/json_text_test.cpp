@@ -18,7 +18,7 @@ using rapidjson::Value;
 
 constexpr size_t LONGEST = 1000;
 
-// The text as the library's own writer makes it.
+// What the library's own writer makes of the value.
 std::string ExpectedText(const Value& value) {
   rapidjson::StringBuffer text;
   rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(text);

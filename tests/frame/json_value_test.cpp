@@ -40,7 +40,7 @@ void ExpectCopied(const std::string& text) {
   ExpectCopied(source);
 }
 
-// Wraps the document in `levels` arrays, each with something before and behind.
+// Wraps the document in `levels` arrays, each with an element before and one after it.
 void WrapInArrays(Document& document, int levels) {
   for (int level = 0; level < levels; ++level) {
     Value outer(rapidjson::kArrayType);
@@ -56,7 +56,7 @@ void WrapInObjects(Document& document, int levels) {
     Value outer(rapidjson::kObjectType);
     outer.AddMember("before", level, document.GetAllocator());
     outer.AddMember("inner", static_cast<Value&>(document), document.GetAllocator());
-    outer.AddMember("behind", -level, document.GetAllocator());
+    outer.AddMember("after", -level, document.GetAllocator());
     static_cast<Value&>(document) = outer;
   }
 }
@@ -240,7 +240,7 @@ TEST(JsonCopyTest, CopiesVeryDeepObjects) {
     ASSERT_TRUE(value->IsObject());
     ASSERT_EQ(value->MemberCount(), 3U);
     ASSERT_EQ((*value)["before"].GetInt(), level);
-    ASSERT_EQ((*value)["behind"].GetInt(), -level);
+    ASSERT_EQ((*value)["after"].GetInt(), -level);
     value = &(*value)["inner"];
   }
   EXPECT_STREQ(value->GetString(), "innermost");

@@ -24,7 +24,7 @@ constexpr char HOOK_COMPLETED[] = "\n%-20s:   ... OnModuleNotification() complet
 
 constexpr char LABEL[] = "EM_TEST             : ";
 
-// The lines that a notification writes beside those of every notification, after the label.
+// The lines that only this notification writes, without the label.
 struct NotificationLines {
   uint32_t code;
   std::vector<LevelLine> lines;

@@ -8,7 +8,7 @@
 
 #include "frame/sip_json.h"
 
-// A record with that document.
+// A record with that document, given as JSON.
 inline SipJson MakeRecord(const std::string& document, uint32_t cmdIndex = 0) {
   SipJson record;
   record.m_oDocument.Parse(document.c_str(), document.size());
@@ -16,12 +16,12 @@ inline SipJson MakeRecord(const std::string& document, uint32_t cmdIndex = 0) {
   return record;
 }
 
-// A record with that text as its commands: zero or more objects.
+// A record with those commands: zero or more JSON objects, separated by commas.
 inline SipJson MakeCommands(const std::string& commands, uint32_t cmdIndex = 0) {
   return MakeRecord(R"({"SIP":{"CMD":[)" + commands + "]}}", cmdIndex);
 }
 
-// A record with one command, which holds that text as its data.
+// A record with one command and that JSON as its data.
 inline SipJson MakeData(const std::string& data) { return MakeCommands(R"({"DA":)" + data + "}"); }
 
 inline std::string TextOf(const rapidjson::Value& value) {
@@ -33,7 +33,7 @@ inline std::string TextOf(const rapidjson::Value& value) {
 
 inline std::string TextOf(const SipJson& record) { return TextOf(record.m_oDocument); }
 
-// The text of the commands of a record.
+// The JSON of the commands of a record.
 inline std::string CommandsOf(const SipJson& record) {
   return TextOf(record.m_oDocument["SIP"]["CMD"]);
 }

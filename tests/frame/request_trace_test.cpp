@@ -41,7 +41,7 @@ const std::string PLAIN_TEXT =
 const std::string CABINET_TEXT =
     "\nEM_TALVOR (REQ)     : OC 0x3401-0x0001 OID 0x0023 CABID 0003 MID 0x00010002 Stat 0x14";
 
-// The only line of a request with that current command.
+// The one line that a request with that current command writes.
 TraceLine TraceCommand(const std::string& command) {
   TestModule module("EM_TALVOR");
   const SipJson request = MakeCommands(R"({"OC":9,"CA":9,"DA":{"decoy":1}},)" + command, 1);
@@ -52,7 +52,7 @@ TraceLine TraceCommand(const std::string& command) {
   return lines.empty() ? TraceLine() : lines[0];
 }
 
-// What stands behind the header in the line of a command with that data; the format of it first.
+// What follows the header in the line of a command with that data: its format and its text.
 std::pair<std::string, std::string> TraceData(const std::string& data) {
   const TraceLine line = TraceCommand(R"({"ST":0,"DA":)" + data + "}");
   const std::string header =
@@ -62,7 +62,7 @@ std::pair<std::string, std::string> TraceData(const std::string& data) {
   return {line.format.substr(PLAIN.size()), line.text.substr(header.size())};
 }
 
-// The size of the largest piece of memory that is taken while `action` runs.
+// The size of the largest allocation while `action` runs.
 size_t LargestTaken(const std::function<void()>& action) {
   size_t largest = 0;
   const auto allocations = calls::malloc.Answer([&](size_t size) {
@@ -73,7 +73,7 @@ size_t LargestTaken(const std::function<void()>& action) {
     largest = std::max(largest, size);
     return calls::realloc.Real(memory, size);
   });
-  largest = 0;  // the answers took some themselves
+  largest = 0;  // setting up the answers allocates too
   action();
   return largest;
 }
@@ -83,13 +83,13 @@ void ExpectData(const std::string& data, const std::string& format, const std::s
   EXPECT_EQ(TraceData(data), std::pair(format, text));
 }
 
-// Data of that many levels, a scalar being one.
+// Data nested that deep; a scalar counts as one level.
 std::string Nested(size_t levels) {
   const size_t arrays = levels - 3;
   return R"([{"a":)" + std::string(arrays, '[') + "1" + std::string(arrays, ']') + "}]";
 }
 
-// Runs `action` on a thread with no more stack than a careful host gives its own.
+// Runs `action` on a thread with as little stack as a frugal host gives its threads.
 void RunOnLittleStack(std::function<void()> action) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   constexpr size_t STACK_SIZE = 2 << 20;  // sanitizers make frames large

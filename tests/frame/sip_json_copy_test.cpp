@@ -27,8 +27,8 @@ SipJson MakeBigRecord() {
   return record;
 }
 
-// A record without a text that is short enough to be kept within its value: it needs all of the
-// memory that is taken for its copy.
+// A record whose strings are all too long to be stored inside their values: its copy needs all of
+// the memory that is reserved for it.
 SipJson MakeRecordOfLongTexts() {
   SipJson record;
   record.m_oDocument.SetArray();

@@ -1,4 +1,4 @@
-// Writers of a record whose document has no memory left, nor gets any.
+// Writers of a record whose document has no memory left and cannot get any.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-// `count` members, which are none of a command's own.
+// `count` members with names that no command uses.
 std::string Members(int count) {
   std::string text;
   for (int index = 0; index < count; ++index) {
@@ -22,14 +22,14 @@ std::string Members(int count) {
   return text;
 }
 
-// Takes what is left of the memory that the document has.
+// Uses up the memory that the document has left.
 void FillUp(SipJson& record) {
   const auto failing = calls::malloc.Fail(ENOMEM);
   while (record.m_oDocument.GetAllocator().Malloc(8) != nullptr) {
   }
 }
 
-// Writes while there is no memory.
+// Writes while every allocation fails.
 void WriteWithoutMemory(SipJson& record, const std::function<void(SipJson&)>& write) {
   const auto failing = calls::malloc.Fail(ENOMEM);
   write(record);
@@ -37,7 +37,8 @@ void WriteWithoutMemory(SipJson& record, const std::function<void(SipJson&)>& wr
 
 void SetStatus(SipJson& record) { record.SetCmdUInt("ST", 6); }
 
-// The record changes when there is memory, and stays as it is when there is none.
+// Checks that `write` changes the record when there is memory, and leaves it alone when there is
+// none.
 void ExpectAllOrNothing(const SipJson& original, const std::function<void(SipJson&)>& write) {
   SipJson record = original;
   FillUp(record);
@@ -53,8 +54,7 @@ void ExpectAllOrNothing(const SipJson& original, const std::function<void(SipJso
 
 }  // namespace
 
-// Member arrays of copies have room for 16, 24, 36... members, those of a document that was read
-// for none more than it has.
+// The member array of a copy has room for 16, 24, 36... members; that of a parsed document is full.
 TEST(SipJsonMemoryTest, AMemberIsAddedOrNot) {
   for (const int count : {0, 16, 24, 36}) {
     SCOPED_TRACE(count);

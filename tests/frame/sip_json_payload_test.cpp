@@ -13,7 +13,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// What the readers give for one "DA".
+// What the readers return for one "DA".
 struct Payload {
   const char* data;
   rapidjson::Type type;
@@ -23,7 +23,7 @@ struct Payload {
   bool isStructure = false;
 };
 
-// Behind a decoy, so that a reader of the first command fails.
+// The command follows a decoy, so that a reader of the first command fails.
 SipJson MakeSecondCommand(const std::string& command) {
   return MakeCommands(R"({"DA":"decoy"},)" + command, 1);
 }

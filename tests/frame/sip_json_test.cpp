@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t DEFAULT = 4711;
 
-// What GetCmdUInt() reads from a command whose member "OC" is that text.
+// What GetCmdUInt() reads from a command whose member "OC" is that string.
 uint32_t ReadNumber(const std::string& value) {
   return MakeCommands(R"({"OC":)" + value + "}").GetCmdUInt(0, "OC", DEFAULT);
 }

@@ -24,7 +24,7 @@ class SwitchInterfaceTest : public testing::Test {
     m_oSwitch.Answer([](const FakeSwitch::Call&) { return WIDE_RESULT; });
   }
 
-  // The only call since the start, which must be one of the operation at `position` and name the
+  // The only call since the start. It must have reached the operation at `position`, for this
   // module.
   FakeSwitch::Call TakeCall(size_t position) {
     EXPECT_EQ(m_oSwitch.Calls().size(), m_nCallsOfStart + 1);
@@ -39,7 +39,7 @@ class SwitchInterfaceTest : public testing::Test {
     return call;
   }
 
-  // The last call's halves of the message id of a request that holds `messageId`.
+  // The halves of the message id that the switch gets with a request that holds `messageId`.
   void ExpectHalves(const std::string& command, uint32_t high, uint32_t low) {
     SCOPED_TRACE(command);
     SipJson request = MakeCommands("{}," + command, 1);

@@ -6,7 +6,7 @@
 
 #include "frame/extension_module.h"
 
-// A module with a name and a hook of its own, which opens the helpers of the base to a test.
+// A module with its own name and hook that makes the protected helpers of the base public.
 class TestModule : public CExtensionModule {
  public:
   explicit TestModule(std::string name = "EM_TEST") : m_strName(std::move(name)) {}
@@ -44,7 +44,7 @@ class TestModule : public CExtensionModule {
   const std::string m_strName;
 };
 
-// Makes the cabinet number, which all modules of the process share, what it is at first.
+// Restores the initial cabinet number, which all modules of the process share.
 class CabinetReset {
  public:
   CabinetReset() = default;

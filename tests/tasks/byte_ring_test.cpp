@@ -12,7 +12,7 @@ using testing::Each;
 
 constexpr uint64_t ADDRESSES_OF_A_FULL_RING = 19;
 
-// An address that no other number gives, different in each of its bytes.
+// A different address for each number, with eight different bytes.
 void* Address(uint64_t number) { return std::bit_cast<void*>(number * 0x0102030405060709U); }
 
 void WriteAddresses(CByteRing& ring, uint64_t first, uint64_t count) {

@@ -15,7 +15,7 @@ using testing::ElementsAre;
 // A serializer whose worker a task has ended, with all trace lines.
 class SerializerEndedWorkerTest : public SerializerTest {
  protected:
-  // Starts a worker that a task then ends, behind the serializer's back.
+  // Starts a worker that a task then ends without the serializer's knowledge.
   void StartAndEndWorker(TestSerializer& serializer) {
     serializer.onTask = [](Message& message, int32_t) {
       if (message.number == 0) {

@@ -225,8 +225,7 @@ TEST_F(SerializerLifecycleTest, ATerminationThatIsGivenUpLeavesTheWorkerToTheDes
   EXPECT_EQ(m_oSession.Count(line::JOINED) + m_oSession.Count(line::KILLED), 1);
 }
 
-// The insertion passes the test of its level before the termination, and comes to the lock during
-// it.
+// The insertion finds its level enabled before the termination and reaches the lock during it.
 TEST_F(SerializerLifecycleTest, TerminationEmptiesTheQueuesUnderTheLock) {
   TestSerializer serializer;
   serializer.StartSerialization();

@@ -12,8 +12,7 @@
 
 namespace {
 
-// Writes every line of the serializer but the one of an exception while an event is set: events do
-// not throw.
+// Writes every line of the serializer except the one for an event that throws: events never throw.
 void WriteEveryLine() {
   TestSerializer serializer;
   CEvent event(false, true);

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using SerializerWakeUpTest = SerializerTest;
 
 // After the last task the worker locks the event for its wait, scans, and locks the event again to
-// reset it: the moment at which a new task would be lost if the reset were not part of the scan.
+// reset it: a task queued at that moment would be lost if the scan did not include the reset.
 TEST_F(SerializerWakeUpTest, ATaskQueuedBetweenAnEmptyScanAndTheResetIsNotLost) {
   std::atomic<std::thread::id> worker;  // once it has done its first task
   pthread_mutex_t* firstMutex = nullptr;

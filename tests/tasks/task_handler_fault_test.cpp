@@ -81,7 +81,7 @@ TEST_F(TaskHandlerFaultTest, HooksThatThrowDoNotEndTheWorkerNorKeepTheLock) {
   EXPECT_EQ(m_oSession.Count(line::THREAD_RETURN), 1);
 }
 
-// Ordinary exceptions end in the worker; the end of the thread must not.
+// The worker swallows ordinary exceptions; it must not swallow the unwind that ends its thread.
 TEST_F(TaskHandlerFaultTest, ATaskMayEndTheThreadAndIsFreed) {
   TestSerializer serializer;
   serializer.onTask = [](Message&, int32_t) { pthread_exit(nullptr); };
@@ -128,7 +128,7 @@ TEST_P(TaskHandlerSinkTest, ASinkThatThrowsDoesNotDisturbTheWorker) {
   if (GetParam().format == line::WORKER_START) {
     ThrowAtLine();
   } else {
-    serializer.onStart = [&] { ThrowAtLine(); };  // not before: the caller writes such lines too
+    serializer.onStart = [&] { ThrowAtLine(); };  // not earlier: the caller writes such lines too
   }
   serializer.StartSerialization();
   EXPECT_EQ(serializer.Insert(1, 0, &first), 1U);

@@ -39,7 +39,7 @@ class TaskHandlerTest : public SerializerTest {
            });
   }
 
-  // What a worker writes from the start of a serializer without tasks to its wait, and for a pass.
+  // What the worker writes up to its first wait, for one task, and when it ends.
   const std::vector<std::string> m_oStartLines = {line::START, line::WORKER_START,
                                                   "hook OnThreadStart", line::WAITING};
   const std::vector<std::string> m_oTaskLines = {line::WAKEUP, line::CHECKING, line::PROCESS,

@@ -36,7 +36,7 @@ class TaskSerializerTest : public SerializerTest {
   TraceSession m_oSession{5};
 };
 
-// Starts the worker, which stops at the gate within task 0, and fills level 0.
+// Starts the worker, which stops at the gate inside task 0, and fills level 0.
 void FillBehindABusyWorker(TestSerializer& serializer, Gate& gate) {
   serializer.onTask = [&](Message& message, int32_t) {
     if (message.number == 0) {
@@ -133,7 +133,7 @@ TEST_F(TaskSerializerTest, ABusyWorkerLeavesRoomForNineteenTasks) {
   EXPECT_THAT(serializer.Begun(), ElementsAreArray(Numbers(0, FULL_LEVEL + 1)));
 }
 
-// The worker makes room while the message is copied.
+// The worker makes room in the queue while the message is being copied.
 TEST_F(TaskSerializerTest, ATaskIsRefusedOnlyWhenTheLevelIsFullAtTheTimeOfQueuing) {
   TestSerializer serializer;
   Gate gate;

@@ -17,7 +17,7 @@
 #include "tasks/task_serializer.h"
 #include "tests/support/trace_session.h"
 
-// The trace formats of the serializer, and those of its event and its thread that its tests meet.
+// The trace formats of the serializer, and those of its event and its thread that its tests use.
 namespace line {
 
 inline constexpr char ENABLE_ALL[] = "\nCTaskSerializer     : Enable all Tasks";
@@ -83,7 +83,7 @@ inline constexpr char NOTHING_TO_KILL[] = "\nCThread::Kill: Thread = 0x0%08X doe
 
 }  // namespace line
 
-// A message that counts how many of its kind live.
+// A message that counts its live instances.
 class Message {
  public:
   explicit Message(int messageNumber) : number(messageNumber) { ++s_alive; }
@@ -109,7 +109,7 @@ class Message {
   static inline std::function<void()> s_onDestruction;
 };
 
-// Keeps a thread waiting at a point until the test lets it go on.
+// Holds a thread at a point until the test opens the gate.
 class Gate {
  public:
   void Pass() {
@@ -127,7 +127,7 @@ class Gate {
 };
 
 // A serializer whose tasks and hooks do what the test says: each writes a line "hook <name>" and
-// then calls the function of the test, when there is one. The functions are set before the start.
+// then calls the test's function, if there is one. The functions must be set before the start.
 class TestSerializer : public CTaskSerializer<Message> {
  public:
   explicit TestSerializer(int32_t levelCount = 1) : CTaskSerializer(levelCount) {}
@@ -210,8 +210,7 @@ class SerializerTest : public testing::Test {
   }
 };
 
-// The formats of `session` without those of CThread and of events: the lines of the serializer and
-// of its hooks.
+// The formats in `session` that belong to the serializer and its hooks, not to threads or events.
 inline std::vector<std::string> SerializerFormats(const TraceSession& session) {
   std::vector<std::string> formats;
   for (std::string& format : session.Formats()) {
@@ -223,7 +222,7 @@ inline std::vector<std::string> SerializerFormats(const TraceSession& session) {
   return formats;
 }
 
-// The texts of the lines with that format.
+// The lines with that format.
 inline std::vector<std::string> TextsOf(const TraceSession& session, const std::string& format) {
   std::vector<std::string> texts;
   for (TraceLine& traced : session.Lines()) {
@@ -234,15 +233,16 @@ inline std::vector<std::string> TextsOf(const TraceSession& session, const std::
   return texts;
 }
 
-// Queues a task on another thread and waits for the result: 1 also shows that the lock is free.
+// Queues a task on another thread and waits for the result. A 1 also shows that the lock is free.
 inline uint32_t InsertFromAnotherThread(TestSerializer& serializer, int number, int32_t level = 0) {
   return std::async(std::launch::async, [&] { return serializer.Insert(number, level); }).get();
 }
 
-// A task that another thread tries to queue while the serializer's lock should be held.
+// An insertion by another thread while the serializer's lock should be held.
 class BlockedInsertion {
  public:
-  // Begins the insertion, where the lock should be held, and gives it time to end if it is not.
+  // Begins the insertion. Call it where the lock should be held; it waits long enough for the
+  // insertion to end if the lock is free.
   void Begin(TestSerializer& serializer, int number, int32_t level) {
     m_oResult = std::async(std::launch::async, [&serializer, number, level] {
       return serializer.Insert(number, level);
@@ -250,7 +250,7 @@ class BlockedInsertion {
     m_bWasBlocked = m_oResult.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready;
   }
 
-  // Waits for the end of the insertion. True when it was blocked at first and then accepted.
+  // Waits for the end of the insertion. True when it was blocked first and accepted then.
   bool WasBlocked() { return m_oResult.valid() && m_oResult.get() == 1 && m_bWasBlocked; }
 
  private:
@@ -258,7 +258,7 @@ class BlockedInsertion {
   bool m_bWasBlocked = false;
 };
 
-// The low 32 bits, as 0x%X prints them with that width.
+// The low 32 bits, as 0x%0*X prints them with that width.
 inline std::string Hex(uintptr_t number, int width = 0) {
   std::ostringstream text;
   text << "0x" << std::hex << std::uppercase << std::setfill('0') << std::setw(width)
