@@ -1,5 +1,9 @@
-// The job that transfers the archive to the BMC: EM_TALVOR sends it down to the module HTI, on the
+// The job that transfers the archive to the BMC: it has the module HTI do that and waits, on the
 // worker.
+
+#include <functional>
+#include <string>
+#include <utility>
 
 #include "archive_module/archive_file.h"
 #include "archive_module/em_talvor.h"
@@ -9,10 +13,68 @@
 
 namespace {
 
-constexpr uint32_t HTI_WAIT = 5000;
+constexpr uint32_t HTI_WAIT = 5000;  // the switch defines its unit; AsyncRequest() ignores it
 
 // HTI gives up one second before the caller does, deliberately.
 uint32_t EffectiveTimeout(uint32_t seconds) { return seconds < 2 ? seconds : seconds - 1; }
+
+// One transfer of the archive, as the caller's request asks for it.
+class CArchiveTransfer {
+ public:
+  // Delivers a request to HTI and returns when it has been answered in place.
+  using Deliver = std::function<void(SipJson&)>;
+
+  // `fileType` is the number by which HTI knows the archive.
+  CArchiveTransfer(const SipJson& request, std::string archive, uint32_t fileType)
+      : m_nTimeout(request.GetCmdUInt(request.m_nCmdIndex, "TO", 0) & 0xFFFF),
+        m_oTransfer{fileType, std::move(archive), ReadBmcName(request),
+                    EffectiveTimeout(m_nTimeout)} {}
+
+  bool FindArchive() const;
+  // Returns the status that HTI left in its command; one that it did not write counts as pending.
+  uint32_t Run(const Deliver& deliver) const;
+
+ private:
+  const uint32_t m_nTimeout;  // the caller's, in seconds
+  const HtiTransfer m_oTransfer;
+};
+
+bool CArchiveTransfer::FindArchive() const {
+  const std::string& archive = m_oTransfer.localPath;
+  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer): Transfer archive to BMC, timeout=%d sec.",
+              static_cast<int32_t>(m_nTimeout));
+  DEBUG_TRACE(2, "\nEM_TALVOR (Transfer):   archive path: \"%s\"", archive.c_str());
+  if (!m_oTransfer.bmcPath.empty()) {
+    DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   BMC local name = \"%s\"",
+                m_oTransfer.bmcPath.c_str());
+  }
+  if (!ExamineArchive(archive)) {
+    DEBUG_TRACE(
+        1,
+        "\n\nEM_TALVOR (Transfer): ## ERROR! Talvor archive \"%s\" does not exist - cannot transfer file!\n",
+        archive.c_str());
+    return false;
+  }
+  return true;
+}
+
+uint32_t CArchiveTransfer::Run(const Deliver& deliver) const {
+  SipJson hti = BuildHtiRequest(m_oTransfer);
+  DEBUG_TRACE(
+      3,
+      "\nEM_TALVOR (Transfer): Sending Talvor archive transfer down to HTI module (AsyncRequest)...");
+  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   file type: %d (Talvor)",
+              static_cast<int32_t>(m_oTransfer.fileType));
+  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   file size: %d kBytes",
+              KilobytesOf(m_oTransfer.localPath));
+  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   timeout:   %d sec.",
+              static_cast<int32_t>(m_oTransfer.timeout));
+  deliver(hti);
+  const uint32_t status = hti.GetCmdUInt(hti.m_nCmdIndex, "ST", STATUS_PENDING);
+  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer): Talvor archive transfer finished, cmd status = 0x%02X",
+              status);
+  return status;
+}
 
 }  // namespace
 
@@ -20,53 +82,17 @@ bool EM_TALVOR::TransferArchive(SipJson& request) {
   DEBUG_TRACE(3, "\n");
   DEBUG_TRACE(2,
               "\nEM_TALVOR (Transfer): Task serializer job - transfer the Talvor archive to BMC");
-  return FinishJob(request, RunTransfer(request));
-}
-
-// Returns the final status.
-uint32_t EM_TALVOR::RunTransfer(SipJson& request) {
   if (IsSwitchShutdown()) {
     DEBUG_TRACE(
         2,
         "\n\nEM_TALVOR (Transfer): ## ERROR: SWITCH shutdown in progress - do not transfer archive");
-    return STATUS_FAILED;
+    return FinishJob(request, STATUS_FAILED);
   }
-  const std::string archive = GetPaths().archive;
-  const std::string bmcName = ReadBmcName(request);
-  const uint32_t timeout = request.GetCmdUInt(request.m_nCmdIndex, "TO", 0) & 0xFFFF;
-  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer): Transfer archive to BMC, timeout=%d sec.",
-              static_cast<int32_t>(timeout));
-  DEBUG_TRACE(2, "\nEM_TALVOR (Transfer):   archive path: \"%s\"", archive.c_str());
-  if (!bmcName.empty()) {
-    DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   BMC local name = \"%s\"", bmcName.c_str());
+  const CArchiveTransfer transfer(request, GetPaths().archive, m_nHtiFileType);
+  if (!transfer.FindArchive()) {
+    return FinishJob(request, STATUS_NOT_AVAILABLE);
   }
-  if (!ExamineArchive(archive)) {
-    DEBUG_TRACE(
-        1,
-        "\n\nEM_TALVOR (Transfer): ## ERROR! Talvor archive \"%s\" does not exist - cannot transfer file!\n",
-        archive.c_str());
-    return STATUS_NOT_AVAILABLE;
-  }
-  const uint32_t status = SendToHti(archive, bmcName, EffectiveTimeout(timeout));
+  const uint32_t status = transfer.Run([this](SipJson& hti) { AsyncRequest(hti, HTI_WAIT); });
   request.RemoveCmdMember("DA");  // the final answer does not echo the name
-  return status;
-}
-
-// Returns the status that HTI left in its command; a status that HTI did not write counts as
-// pending.
-uint32_t EM_TALVOR::SendToHti(const std::string& archive, const std::string& bmcName,
-                              uint32_t timeout) {
-  SipJson hti = BuildHtiRequest({m_nHtiFileType, archive, bmcName, timeout});
-  DEBUG_TRACE(
-      3,
-      "\nEM_TALVOR (Transfer): Sending Talvor archive transfer down to HTI module (AsyncRequest)...");
-  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   file type: %d (Talvor)",
-              static_cast<int32_t>(m_nHtiFileType));
-  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   file size: %d kBytes", KilobytesOf(archive));
-  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer):   timeout:   %d sec.", static_cast<int32_t>(timeout));
-  AsyncRequest(hti, HTI_WAIT);
-  const uint32_t status = hti.GetCmdUInt(hti.m_nCmdIndex, "ST", STATUS_PENDING);
-  DEBUG_TRACE(3, "\nEM_TALVOR (Transfer): Talvor archive transfer finished, cmd status = 0x%02X",
-              status);
-  return status;
+  return FinishJob(request, status);
 }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "archive_module/collector_paths.h"
 #include "archive_module/module_info.h"
 #include "archive_module/names.h"
+#include "frame/status.h"
 #include "platform/process/process_control.h"
 #include "trace/debug_client.h"
 
@@ -30,6 +32,108 @@ constexpr char OPENING_LINE[] =
     "\n\n------------------------------------------------------------------------------------------";
 constexpr char CLOSING_LINE[] =
     "\n------------------------------------------------------------------------------------------\n";
+
+// Returns the path of the collector, or nothing when it is not installed.
+std::optional<std::string> FindExecutable() {
+  std::string path;
+  if (!GetBinDir(path)) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (Start)   : ## ERROR! Could not get the Talvor installation path - module not started!");
+    return std::nullopt;
+  }
+  path += COLLECTOR_NAME;
+  DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor executable: \"%s\"", path.c_str());
+  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Check for Talvor executable file existing...");
+  if (!FileExists(path)) {
+    DEBUG_TRACE(1, "\nEM_TALVOR (Start)   : -> Talvor not installed - module not started!");
+    return std::nullopt;
+  }
+  DEBUG_TRACE(1, "\nEM_TALVOR (Start)   : -> Talvor is installed - module will be started");
+  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor executable: %s", path.c_str());
+  return path;
+}
+
+// Returns where the collector leaves its archive, or nothing when the registry does not tell.
+std::optional<std::string> FindArchivePath() {
+  std::string directory;
+  if (!GetDataDir(directory)) {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (Start)   : ## ERROR! Could not get the Talvor archive data dir - module not started!");
+    return std::nullopt;
+  }
+  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor archive dir: \"%s\"\n", directory.c_str());
+  std::string archive = directory + ARCHIVE_FILE;
+  DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor archive path: \"%s\"\n", archive.c_str());
+  return archive;
+}
+
+void TerminateCollector(int32_t pid) {
+  const CTraceShield shield;
+  if (pid < 1) {
+    DEBUG_TRACE(4,
+                "\nEM_TALVOR (Stop)    : Talvor process not running, can stop module immediately");
+    return;
+  }
+  DEBUG_TRACE(
+      1,
+      "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...",
+      pid);
+  if (!KillProcess(pid, true)) {
+    const auto error = static_cast<uint32_t>(errno);
+    DEBUG_TRACE(
+        1, "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated (0x%08X)!\n",
+        error);
+    return;
+  }
+  int32_t exitCode = 0;
+  if (WaitForProcessEnd(pid, KILL_WAIT_TIME) && WaitProcess(pid, exitCode, KILL_WAIT_TIME)) {
+    DEBUG_TRACE(1, "\nEM_TALVOR (Stop)    : Talvor process exit");
+  } else {
+    // Follows every kill: a child that ends by a signal is no normal exit, or the worker reaped it
+    // first. One inside a system call that cannot be interrupted has not ended at all.
+    DEBUG_TRACE(
+        1,
+        "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n");
+  }
+}
+
+// How long Stop() and the destruction wait for the end of the worker. A collector may begin to run
+// at any time of the wait.
+class CWorkerEnd {
+ public:
+  // Without `isLimited` the wait goes on until the worker has ended. The others are the module's:
+  // the collector's process id, whether one runs, and whether a request is being handed back.
+  CWorkerEnd(bool isLimited, const std::atomic<int32_t>& pid, const std::atomic<bool>& runs,
+             const std::atomic<bool>& handsBack)
+      : m_bLimited(isLimited), m_pidCollector(pid), m_bRuns(runs), m_bHandsBack(handsBack) {}
+
+  bool WaitsOn(std::chrono::milliseconds waited) {
+    if (waited < STOP_GRACE) {
+      return true;
+    }
+    if (!m_bTerminated && m_bRuns && m_pidCollector >= 1) {
+      TerminateCollector(m_pidCollector);
+      m_bTerminated = true;
+    }
+    if (!m_oEnd && (m_bTerminated || m_bHandsBack)) {
+      m_oEnd = waited + LAST_WAIT;
+    }
+    return !m_bLimited || !m_oEnd || waited < *m_oEnd;
+  }
+
+  // True when a collector was running, which was then killed.
+  bool HasTerminated() const { return m_bTerminated; }
+
+ private:
+  const bool m_bLimited;
+  const std::atomic<int32_t>& m_pidCollector;
+  const std::atomic<bool>& m_bRuns;
+  const std::atomic<bool>& m_bHandsBack;
+  bool m_bTerminated = false;
+  std::optional<std::chrono::milliseconds> m_oEnd = std::nullopt;
+};
 
 }  // namespace
 
@@ -67,22 +171,34 @@ uint32_t EM_TALVOR::Start(CISwitch* pSwitch, uint32_t moduleId) {
 bool EM_TALVOR::InitModule() {
   ForgetEndedCollector();
   m_bTalvorAvailable = false;
-  bool isAvailable = false;
-  try {
-    isAvailable = FindExecutable();
-    m_nHtiFileType = HTI_FILE_TYPE_TALVOR;
-    DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : HTI transfer type: Talvor");
-    isAvailable = isAvailable && FindArchivePath();
-  } catch (const std::exception&) {
-    isAvailable = false;
-  }
-  if (!isAvailable) {
+  if (!FindPaths()) {
     return false;
   }
   m_bTalvorAvailable = true;
   DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Start task handler");
   StartSerialization();
   DEBUG_TRACE(1, "\n\nEM_TALVOR (Start)   : Start of module completed");
+  return true;
+}
+
+// Exhausted memory counts as not found.
+bool EM_TALVOR::FindPaths() {
+  try {
+    const bool isInstalled = StorePath(m_strCommandLine, FindExecutable());
+    m_nHtiFileType = HTI_FILE_TYPE_TALVOR;
+    DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : HTI transfer type: Talvor");
+    return isInstalled && StorePath(m_strArchivePath, FindArchivePath());
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool EM_TALVOR::StorePath(std::string& member, std::optional<std::string> path) {
+  if (!path) {
+    return false;
+  }
+  const std::lock_guard guard(m_oPathsLock);
+  member = *std::move(path);
   return true;
 }
 
@@ -94,47 +210,15 @@ void EM_TALVOR::ForgetEndedCollector() {
   }
 }
 
-bool EM_TALVOR::FindExecutable() {
-  std::string path;
-  if (!GetBinDir(path)) {
-    DEBUG_TRACE(
-        1,
-        "\nEM_TALVOR (Start)   : ## ERROR! Could not get the Talvor installation path - module not started!");
-    return false;
-  }
-  path += COLLECTOR_NAME;
-  DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor executable: \"%s\"", path.c_str());
-  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Check for Talvor executable file existing...");
-  if (!FileExists(path)) {
-    DEBUG_TRACE(1, "\nEM_TALVOR (Start)   : -> Talvor not installed - module not started!");
-    return false;
-  }
-  DEBUG_TRACE(1, "\nEM_TALVOR (Start)   : -> Talvor is installed - module will be started");
-  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor executable: %s", path.c_str());
-  const std::lock_guard guard(m_oPathsLock);
-  m_strCommandLine = std::move(path);
-  return true;
-}
-
-bool EM_TALVOR::FindArchivePath() {
-  std::string directory;
-  if (!GetDataDir(directory)) {
-    DEBUG_TRACE(
-        1,
-        "\nEM_TALVOR (Start)   : ## ERROR! Could not get the Talvor archive data dir - module not started!");
-    return false;
-  }
-  DEBUG_TRACE(3, "\nEM_TALVOR (Start)   : Talvor archive dir: \"%s\"\n", directory.c_str());
-  std::string archive = directory + ARCHIVE_FILE;
-  DEBUG_TRACE(2, "\nEM_TALVOR (Start)   : Talvor archive path: \"%s\"\n", archive.c_str());
-  const std::lock_guard guard(m_oPathsLock);
-  m_strArchivePath = std::move(archive);
-  return true;
-}
-
 EM_TALVOR::Paths EM_TALVOR::GetPaths() {
   const std::lock_guard guard(m_oPathsLock);
   return {m_strCommandLine, m_strArchivePath};
+}
+
+bool EM_TALVOR::FinishJob(SipJson& request, uint32_t status) {
+  SetCmdStatus(request, status);
+  request.SetSipBool("C", true);
+  return status == STATUS_DONE;
 }
 
 uint32_t EM_TALVOR::Stop() {
@@ -148,7 +232,7 @@ uint32_t EM_TALVOR::Stop() {
   CExtensionModule::Stop();
   m_hStopEvent.Set();
   if (!EndWorker(true)) {
-    TerminateCollector();
+    TerminateCollector(m_pidCollector);
   }
   DEBUG_TRACE(1, "\n\n### Stop of module %s completed successfully ###", GetModuleName());
   DEBUG_TRACE(1, CLOSING_LINE);
@@ -158,54 +242,7 @@ uint32_t EM_TALVOR::Stop() {
 // Waits for the worker, without `isLimited` until it has ended. True when that took the end of a
 // collector.
 bool EM_TALVOR::EndWorker(bool isLimited) {
-  WorkerEnd end{isLimited};
-  TerminateSerialization(
-      [this, &end](std::chrono::milliseconds waited) { return WaitsOn(end, waited); });
-  return end.hasTerminated;
-}
-
-// A collector may begin to run at any time of the wait.
-bool EM_TALVOR::WaitsOn(WorkerEnd& end, std::chrono::milliseconds waited) {
-  if (waited < STOP_GRACE) {
-    return true;
-  }
-  if (!end.hasTerminated && IsCollectorRunning()) {
-    TerminateCollector();
-    end.hasTerminated = true;
-  }
-  if (!end.limit && (end.hasTerminated || m_bHandsBack)) {
-    end.limit = waited + LAST_WAIT;
-  }
-  return !end.isLimited || !end.limit || waited < *end.limit;
-}
-
-void EM_TALVOR::TerminateCollector() {
-  const CTraceShield shield;
-  const int32_t pid = m_pidCollector;
-  if (pid < 1) {
-    DEBUG_TRACE(4,
-                "\nEM_TALVOR (Stop)    : Talvor process not running, can stop module immediately");
-    return;
-  }
-  DEBUG_TRACE(
-      1,
-      "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...",
-      pid);
-  if (!KillProcess(pid, true)) {
-    const auto error = static_cast<uint32_t>(errno);
-    DEBUG_TRACE(
-        1, "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated (0x%08X)!\n",
-        error);
-    return;
-  }
-  int32_t exitCode = 0;
-  if (WaitForProcessEnd(pid, KILL_WAIT_TIME) && WaitProcess(pid, exitCode, KILL_WAIT_TIME)) {
-    DEBUG_TRACE(1, "\nEM_TALVOR (Stop)    : Talvor process exit");
-  } else {
-    // Follows every kill: a child that ends by a signal is no normal exit, or the worker reaped it
-    // first. One inside a system call that cannot be interrupted has not ended at all.
-    DEBUG_TRACE(
-        1,
-        "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n");
-  }
+  CWorkerEnd end(isLimited, m_pidCollector, m_bCollectorRuns, m_bHandsBack);
+  TerminateSerialization([&end](std::chrono::milliseconds waited) { return end.WaitsOn(waited); });
+  return end.HasTerminated();
 }

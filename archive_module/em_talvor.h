@@ -1,13 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
 
-#include "archive_module/archive_file.h"
 #include "frame/extension_module.h"
 #include "platform/sync/event.h"
 #include "tasks/task_serializer.h"
@@ -56,46 +54,28 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
     std::string archive;
   };
 
-  // How far the wait for the end of the worker has come.
-  struct WorkerEnd {
-    const bool isLimited;
-    bool hasTerminated = false;  // a collector
-    std::optional<std::chrono::milliseconds> limit = std::nullopt;
-  };
-
   // Lifecycle.
   bool InitModule();
-  bool FindExecutable();
-  bool FindArchivePath();
+  bool FindPaths();
+  bool StorePath(std::string& member, std::optional<std::string> path);
   void ForgetEndedCollector();
-  bool IsCollectorRunning() const { return m_bCollectorRuns && m_pidCollector >= 1; }
   bool EndWorker(bool isLimited);
-  bool WaitsOn(WorkerEnd& end, std::chrono::milliseconds waited);
-  void TerminateCollector();
 
-  // Requests.
-  void OnTaskExecution(SipJson& request, int32_t level) override;
+  // Requests, on the threads of the switch.
   bool AnswerCommand(SipJson& request, uint32_t opcode);
-  void AnswerQuery(SipJson& request);
-  void QueueCreation(SipJson& request);
-  void QueueTransfer(SipJson& request);
-  static void TraceException(const SipJson& request);
+  void QueueJob(SipJson& request, bool isAvailable);
 
+  // Jobs, on the worker. Each writes its final status and returns true when that is 0.
+  void OnTaskExecution(SipJson& request, int32_t level) override;
   bool RunJob(SipJson& request, uint32_t opcode);
-
-  // The jobs; true when the final status is 0.
   bool CreateArchive(SipJson& request);
-  uint32_t RunCreation(const SipJson& request, int64_t startTime);
-  uint32_t RunCollector(const Paths& paths, const std::optional<ArchiveState>& previous,
-                        int64_t startTime);
-  static uint32_t JudgeCollector(int32_t exitCode, const std::string& archive,
-                                 const std::optional<ArchiveState>& previous, int64_t startTime);
-  static bool FinishJob(SipJson& request, uint32_t status);
-  static bool DeletePreviousArchive(const std::string& archive);
   bool TransferArchive(SipJson& request);
-  uint32_t RunTransfer(SipJson& request);
-  uint32_t SendToHti(const std::string& archive, const std::string& bmcName, uint32_t timeout);
+
+  // What the jobs share.
   Paths GetPaths();
+  static bool DeletePreviousArchive(const std::string& archive);
+  // Writes the final status and marks the request as completed. True when the status is 0.
+  static bool FinishJob(SipJson& request, uint32_t status);
 
   std::atomic<bool> m_bTalvorAvailable = false;
   // Written by Start(), copied by each job when it begins, under m_oPathsLock.

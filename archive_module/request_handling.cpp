@@ -1,11 +1,10 @@
 // How EM_TALVOR answers requests: at once, or with a job for the worker.
 
-#include <cxxabi.h>
-
 #include <new>
 
 #include "archive_module/em_talvor.h"
 #include "archive_module/flag_guard.h"
+#include "base/forced_unwind.h"
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "trace/debug_client.h"
@@ -24,6 +23,38 @@ uint32_t ReadOpcode(const SipJson& request) {
 
 // An exception meanwhile ends the process: there is no other answer left.
 void AnswerException(SipJson& request) noexcept { request.SetCmdUInt("ST", STATUS_EXCEPTION); }
+
+void TraceException(const SipJson& request) {
+  const uint32_t index = request.m_nCmdIndex;
+  DEBUG_TRACE_NOTHROW(
+      1,
+      "\nEM_TALVOR (Request) : ## EXCEPTION in ModuleRequest()! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
+      static_cast<int32_t>(request.GetCmdUInt(index, "CA", 0)), request.GetCmdUInt(index, "OC", 0),
+      request.GetCmdUInt(index, "OE", 0), request.GetCmdUInt(index, "OI", 0),
+      request.GetCmdUInt(index, "ST", STATUS_PENDING));
+}
+
+void TraceCreation(bool isAvailable) {
+  if (isAvailable) {
+    DEBUG_TRACE(
+        2,
+        "\nEM_TALVOR (Request) : -> Initiate Talvor archive creation task, may take several minutes (queue this request)");
+  } else {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot generate Talvor archive");
+  }
+}
+
+void TraceTransfer(bool isAvailable) {
+  if (isAvailable) {
+    DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Initiate Talvor archive transfer to BMC task");
+  } else {
+    DEBUG_TRACE(
+        1,
+        "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot transfer archive to BMC");
+  }
+}
 
 }  // namespace
 
@@ -57,67 +88,35 @@ uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
 
 // False for an unknown command, which gets no status.
 bool EM_TALVOR::AnswerCommand(SipJson& request, uint32_t opcode) {
+  const bool isAvailable = m_bTalvorAvailable;
   switch (opcode) {
     case OC_QUERY_TALVOR:
-      AnswerQuery(request);
+      DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Talvor is%s available", isAvailable ? "" : " NOT");
+      request.SetCmdUInt("DA", isAvailable ? 1 : 0);
+      SetCmdStatus(request, STATUS_DONE);
       return true;
     case OC_CREATE_ARCHIVE:
-      QueueCreation(request);
+      TraceCreation(isAvailable);
+      QueueJob(request, isAvailable);
       return true;
     case OC_TRANSFER_ARCHIVE:
-      QueueTransfer(request);
+      TraceTransfer(isAvailable);
+      QueueJob(request, isAvailable);
       return true;
     default:
       return false;
   }
 }
 
-void EM_TALVOR::AnswerQuery(SipJson& request) {
-  const bool isAvailable = m_bTalvorAvailable;
-  DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Talvor is%s available", isAvailable ? "" : " NOT");
-  request.SetCmdUInt("DA", isAvailable ? 1 : 0);
-  SetCmdStatus(request, STATUS_DONE);
-}
-
 // A job is answered "pending" whatever the serializer did with it: a task that it refused gets no
 // final answer, deliberately; the serializer traces the refusal.
-
-void EM_TALVOR::QueueCreation(SipJson& request) {
-  if (!m_bTalvorAvailable) {
-    DEBUG_TRACE(
-        1,
-        "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot generate Talvor archive");
+void EM_TALVOR::QueueJob(SipJson& request, bool isAvailable) {
+  if (!isAvailable) {
     SetCmdStatus(request, STATUS_NOT_AVAILABLE);
     return;
   }
-  DEBUG_TRACE(
-      2,
-      "\nEM_TALVOR (Request) : -> Initiate Talvor archive creation task, may take several minutes (queue this request)");
   InsertTask(request, TASK_LEVEL, nullptr);
   SetCmdStatus(request, STATUS_PENDING);
-}
-
-void EM_TALVOR::QueueTransfer(SipJson& request) {
-  if (!m_bTalvorAvailable) {
-    DEBUG_TRACE(
-        1,
-        "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot transfer archive to BMC");
-    SetCmdStatus(request, STATUS_NOT_AVAILABLE);
-    return;
-  }
-  DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Initiate Talvor archive transfer to BMC task");
-  InsertTask(request, TASK_LEVEL, nullptr);
-  SetCmdStatus(request, STATUS_PENDING);
-}
-
-void EM_TALVOR::TraceException(const SipJson& request) {
-  const uint32_t index = request.m_nCmdIndex;
-  DEBUG_TRACE_NOTHROW(
-      1,
-      "\nEM_TALVOR (Request) : ## EXCEPTION in ModuleRequest()! CABID %04d: OpCode 0x%04X-0x%04X ObjId 0x%04X Status 0x%02X",
-      static_cast<int32_t>(request.GetCmdUInt(index, "CA", 0)), request.GetCmdUInt(index, "OC", 0),
-      request.GetCmdUInt(index, "OE", 0), request.GetCmdUInt(index, "OI", 0),
-      request.GetCmdUInt(index, "ST", STATUS_PENDING));
 }
 
 void EM_TALVOR::OnTaskExecution(SipJson& request, int32_t /*level*/) {
