@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <chrono>
 #include <new>
 #include <optional>
 
@@ -16,7 +15,6 @@
 namespace {
 
 constexpr mode_t LOCK_FILE_MODE = 0600;
-constexpr std::chrono::seconds LONGEST_SAVE_WAIT(2);
 
 // What the objects of this process have in common.
 struct SharedLock {
@@ -33,20 +31,16 @@ SharedLock& GetSharedLock() {
   return shared;
 }
 
-CFileLock::Time EndOfWait(RegistryUse use) {
-  return use == RegistryUse::EDIT ? CFileLock::Time::max()
-                                  : std::chrono::steady_clock::now() + LONGEST_SAVE_WAIT;
-}
-
 // Returns 0 or an errno value.
-int Take(SharedLock& shared, RegistryUse use) {
+int Take(SharedLock& shared, RegistryUse use, std::chrono::milliseconds limit) {
   const int creation = use == RegistryUse::LOAD ? 0 : O_CREAT;
   shared.file.emplace(
       open(REGISTRY_LOCK_FILE, O_RDWR | creation | O_NOFOLLOW | O_CLOEXEC, LOCK_FILE_MODE));
   if (!shared.file->IsOpen()) {
     return errno;
   }
-  shared.lock.emplace(shared.file->Get(), CFileLock::Kind::EXCLUSIVE, EndOfWait(use));
+  shared.lock.emplace(shared.file->Get(), CFileLock::Kind::EXCLUSIVE,
+                      std::chrono::steady_clock::now() + limit);
   return shared.lock->IsRefused() ? EWOULDBLOCK : 0;
 }
 
@@ -57,11 +51,11 @@ void GiveBack(SharedLock& shared) {
 
 }  // namespace
 
-CRegistryLock::CRegistryLock(RegistryUse use) {
+CRegistryLock::CRegistryLock(RegistryUse use, std::chrono::milliseconds limit) {
   SharedLock& shared = GetSharedLock();
   const CCriticalSectionGuard guard(shared.section);
   if (shared.holders == 0) {
-    m_nError = Take(shared, use);
+    m_nError = Take(shared, use, limit);
   }
   if (IsHeld()) {
     ++shared.holders;

@@ -1,8 +1,12 @@
 #pragma once
 
-// What the lock is taken for. Loading and saving wait for other processes for two seconds at most,
-// an edit, which loads and saves, without limit.
-enum class RegistryUse { LOAD, SAVE, EDIT };
+#include <chrono>
+
+// What the lock is taken for.
+enum class RegistryUse { LOAD, SAVE };
+
+// How long an agent waits for other processes.
+constexpr std::chrono::seconds REGISTRY_LOCK_WAIT(2);
 
 // Keeps the processes that save the registry apart: an exclusive lock on a file beside the
 // registry, which only root may open, so that nobody else can hold a saver up.
@@ -14,7 +18,8 @@ enum class RegistryUse { LOAD, SAVE, EDIT };
 // the threads of one.
 class CRegistryLock {
  public:
-  explicit CRegistryLock(RegistryUse use);
+  // Waits for other processes for `limit` at most.
+  explicit CRegistryLock(RegistryUse use, std::chrono::milliseconds limit = REGISTRY_LOCK_WAIT);
   ~CRegistryLock();
   CRegistryLock(const CRegistryLock&) = delete;
   CRegistryLock& operator=(const CRegistryLock&) = delete;

@@ -43,6 +43,28 @@ TEST_F(QamregTest, AChangeIsMadeToTheRegistryAsTheFormerOneLeftIt) {
   EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText("[A]\nfirst=s=x\nsecond=s=x\n\n"));
 }
 
+TEST_F(QamregTest, AChangeThatWaitsSaysSo) {
+  CDescriptor lock(open(LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(flock(lock.Get(), LOCK_EX), 0);
+  Program program(Command({"add", "HKLM\\A"}));
+  EXPECT_TRUE(WaitUntil([&] {
+    return program.Errors() == std::string("qamreg: Waiting for another process, which holds ") +
+                                   LOCK_FILE + " (lslocks names it).\n";
+  })) << program.Errors();
+  ASSERT_TRUE(lock.Close());
+  EXPECT_EQ(program.Wait(), 0);
+}
+
+TEST_F(QamregTest, AChangeWaitsNoLongerThanItsLimit) {
+  const CDescriptor lock(open(LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(flock(lock.Get(), LOCK_EX), 0);
+  EXPECT_EQ(
+      Fail(2, {"add", "HKLM\\A", "--wait", "0"}),
+      std::string("qamreg: Another process has held ") + LOCK_FILE +
+          " for 0 s. Nothing was changed: see with lslocks which one it is, or allow more with "
+          "--wait.\n");
+}
+
 TEST_F(QamregTest, NoReaderWaitsForAChange) {
   const CDescriptor lock(open(LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(flock(lock.Get(), LOCK_EX), 0);

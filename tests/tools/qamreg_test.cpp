@@ -8,14 +8,17 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/read_only_mount.h"
 #include "tests/tools/qamreg_program.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr char POINTER_KEY[] =
@@ -242,7 +245,28 @@ TEST_F(QamregTest, AWrongCommandLineIsExplained) {
   EXPECT_THAT(Print({"--help"}), AllOf(HasSubstr("Stop the agent before a change: "),
                                        HasSubstr("Exit code: 0 done, 1 ")));
   EXPECT_THAT(Print({"add", "--help"}), HasSubstr("REG_EXPAND_SZ"));
-  EXPECT_THAT(Print({"--version"}), MatchesRegex("[0-9.]+\n"));
+  EXPECT_THAT(Print({"--version"}), MatchesRegex("qamreg [0-9.]+\n"));
+}
+
+TEST_F(QamregTest, HelpExplainsKeysAndNamesValuesForPeople) {
+  for (const std::string command : {"query", "add", "delete", "export", "pointer"}) {
+    EXPECT_THAT(Print({command, "--help"}), HasSubstr("Path of a key, such as ")) << command;
+  }
+  for (const std::string command : {"query", "add", "delete", "export", "import", "pointer"}) {
+    EXPECT_THAT(Print({command, "--help"}), Not(ContainsRegex("TEXT|UINT"))) << command;
+  }
+}
+
+TEST_F(QamregTest, AReadOnlyEtcIsCalledThat) {
+  const ReadOnlyMount readOnly("/etc");
+  if (!readOnly.IsMounted()) {
+    GTEST_SKIP() << "this machine lets nobody mount";
+  }
+  EXPECT_EQ(
+      Fail(2, {"add", "HKLM\\A"}),
+      "qamreg: The registry cannot be changed: /etc/qamrel/registry.lock: Read-only file system. "
+      "/etc/qamrel lies in a file system that is mounted read-only: make it writable, or change "
+      "the registry where the file system is made.\n");
 }
 
 TEST_F(QamregTest, ChangesKeepTheFormerRegistry) {

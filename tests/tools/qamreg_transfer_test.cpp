@@ -28,6 +28,15 @@ TEST_F(QamregTransferTest, ExportPrintsTheRegistryInItsOwnFormat) {
   EXPECT_EQ(Print({"export"}), TreeText(CONTENT));
 }
 
+TEST_F(QamregTransferTest, ExportAllWritesTheRegistryToAFileOrPrintsIt) {
+  WriteTree(CONTENT);
+  Change({"export", "--all", m_oFiles.Path("file")});
+  EXPECT_EQ(m_oFiles.Read("file"), TreeText(CONTENT));
+  EXPECT_EQ(Print({"export", "--all"}), TreeText(CONTENT));
+  EXPECT_EQ(Fail(2, {"export", "--all", m_oFiles.Path("file"), "more"}),
+            "qamreg: \"more\" is one word too many: --all exports all keys, to one FILE.\n");
+}
+
 TEST_F(QamregTransferTest, AnExportedRegistryComesBackAsItWas) {
   WriteTree(CONTENT);
   const std::string file = m_oFiles.Write("file", Print({"export"}));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iostream>
 #include <set>
 
 #include "base/regular_file.h"
@@ -18,14 +19,23 @@
 namespace {
 
 constexpr mode_t DIRECTORY_MODE = 0755;
+constexpr std::chrono::seconds SILENT_WAIT(1);
+
+std::string AdviceAgainst(int error) {
+  if (error == EACCES || error == EPERM) {
+    return "Run the command as root.";
+  }
+  if (error == EROFS) {
+    return std::string(REGISTRY_DIRECTORY) +
+           " lies in a file system that is mounted read-only: make it writable, or change the "
+           "registry where the file system is made.";
+  }
+  return std::string("Check the directory ") + REGISTRY_DIRECTORY + ".";
+}
 
 [[noreturn]] void ThrowNoChange(int error) {
-  const bool isForbidden = error == EACCES || error == EPERM;
   throw CFailure(EXIT_FAILED, std::string("The registry cannot be changed: ") + REGISTRY_LOCK_FILE +
-                                  ": " + std::strerror(error) + "." +
-                                  (isForbidden ? " Run the command as root."
-                                               : std::string(" Check the directory ") +
-                                                     REGISTRY_DIRECTORY + "."));
+                                  ": " + std::strerror(error) + ". " + AdviceAgainst(error));
 }
 
 bool IsMissing(const char* path) {
@@ -72,11 +82,25 @@ void CheckLoadedLines() {
   }
 }
 
-std::unique_ptr<CRegistryLock> TakeLock() {
+bool IsBusy(const CRegistryLock& lock) { return lock.GetError() == EWOULDBLOCK; }
+
+std::unique_ptr<CRegistryLock> TakeLock(std::chrono::seconds limit) {
   if (mkdir(REGISTRY_DIRECTORY, DIRECTORY_MODE) != 0 && errno != EEXIST) {
     ThrowNoChange(errno);
   }
-  auto lock = std::make_unique<CRegistryLock>(RegistryUse::EDIT);
+  const std::chrono::seconds silence = std::min(limit, SILENT_WAIT);
+  auto lock = std::make_unique<CRegistryLock>(RegistryUse::SAVE, silence);
+  if (IsBusy(*lock) && limit > silence) {
+    std::cerr << "qamreg: Waiting for another process, which holds " << REGISTRY_LOCK_FILE
+              << " (lslocks names it).\n";
+    lock = std::make_unique<CRegistryLock>(RegistryUse::SAVE, limit - silence);
+  }
+  if (IsBusy(*lock)) {
+    throw CFailure(EXIT_FAILED, std::string("Another process has held ") + REGISTRY_LOCK_FILE +
+                                    " for " + std::to_string(limit.count()) +
+                                    " s. Nothing was changed: see with lslocks which one it is, or "
+                                    "allow more with --wait.");
+  }
   if (!lock->IsHeld()) {
     ThrowNoChange(lock->GetError());
   }
@@ -132,7 +156,9 @@ void ThrowNoValue(const std::string& name, const CKeyPath& path, bool recursive)
                                      "\" shows what is there.");
 }
 
-CRegistryEdit::CRegistryEdit() : m_pLock(TakeLock()) {}
+std::chrono::seconds CRegistryEdit::s_oWaitLimit(30);
+
+CRegistryEdit::CRegistryEdit() : m_pLock(TakeLock(s_oWaitLimit)) {}
 
 void CRegistryEdit::CheckNames(const std::vector<KeyContent>& keys) {
   const std::set<std::string> paths = KeysOf(keys);

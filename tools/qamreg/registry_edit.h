@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,8 +36,11 @@ void OpenExisting(CRegistry& registry, const CKeyPath& path);
 // from whatever process; it is loaded when the lock is taken, so that it is the newest.
 class CRegistryEdit {
  public:
-  // Waits for other changes to end. Throws CFailure, also when the registry is damaged or has a
-  // line that is too long.
+  // How long each edit of the program waits for other processes; 30 seconds unless set.
+  static void SetWaitLimit(std::chrono::seconds limit) { s_oWaitLimit = limit; }
+
+  // Waits for other changes to end, and says so when that takes longer than a second. Throws
+  // CFailure, also when the registry is damaged or has a line that is too long.
   CRegistryEdit();
   CRegistryEdit(const CRegistryEdit&) = delete;
   CRegistryEdit& operator=(const CRegistryEdit&) = delete;
@@ -52,6 +56,8 @@ class CRegistryEdit {
 
  private:
   void CheckNames(const std::vector<KeyContent>& keys);
+
+  static std::chrono::seconds s_oWaitLimit;
 
   const std::unique_ptr<CRegistryLock> m_pLock;  // released last
   CRegistry m_oRegistry;

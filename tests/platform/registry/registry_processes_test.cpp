@@ -166,7 +166,7 @@ TEST_F(RegistryProcessesTest, SaveNeedsNoLockWhereTheFileSystemHasNone) {
 }
 
 TEST_F(RegistryProcessesTest, HolderGetsTheLockAgainUntilItsLastObjectEnds) {
-  std::optional<CRegistryLock> edit(RegistryUse::EDIT);
+  std::optional<CRegistryLock> edit(RegistryUse::SAVE);
   std::thread([] {
     CRegistry("", HKEY_LOCAL_MACHINE).SetValue("second", 2);
     EXPECT_EQ(ReadFile(REGISTRY_FILE), TreeText(SECOND));
