@@ -86,10 +86,11 @@ uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
   }
 }
 
-// False for an unknown command, which gets no status.
+// False for an unknown command, which gets no status. An opcode of the list without a case here does
+// not compile.
 bool EM_TALVOR::AnswerCommand(SipJson& request, uint32_t opcode) {
   const bool isAvailable = m_bTalvorAvailable;
-  switch (opcode) {
+  switch (static_cast<Opcode>(opcode)) {
     case OC_QUERY_TALVOR:
       DEBUG_TRACE(2, "\nEM_TALVOR (Request) : -> Talvor is%s available", isAvailable ? "" : " NOT");
       request.SetCmdUInt("DA", isAvailable ? 1 : 0);
@@ -103,9 +104,8 @@ bool EM_TALVOR::AnswerCommand(SipJson& request, uint32_t opcode) {
       TraceTransfer(isAvailable);
       QueueJob(request, isAvailable);
       return true;
-    default:
-      return false;
   }
+  return false;
 }
 
 // A job is answered "pending" whatever the serializer did with it: a task that it refused gets no

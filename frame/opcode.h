@@ -1,9 +1,30 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
+// The requests that the module EM_TALVOR answers: the name of the opcode, its value, the word for
+// it on the command line of em_host, and what it asks. This is the only list: the module, em_host
+// with its help and its completion, the fuzzer and the tests of the documents use it.
+#define EM_TALVOR_REQUESTS(REQUEST)                                    \
+  REQUEST(OC_QUERY_TALVOR, 0x3400, "query", "is the collector there?") \
+  REQUEST(OC_CREATE_ARCHIVE, 0x3401, "create", "create an archive")    \
+  REQUEST(OC_TRANSFER_ARCHIVE, 0x3402, "transfer", "transfer the archive to the BMC")
+
 // Values of "OC", the operation code of a command.
-constexpr uint32_t OC_QUERY_TALVOR = 0x3400;       // is the collector available? "DA": 1 or 0
-constexpr uint32_t OC_CREATE_ARCHIVE = 0x3401;     // run the collector
-constexpr uint32_t OC_TRANSFER_ARCHIVE = 0x3402;   // hand the archive to HTI; "DA": its BMC name
+#define EM_TALVOR_OPCODE(name, value, word, question) name = value,
+enum Opcode : uint32_t { EM_TALVOR_REQUESTS(EM_TALVOR_OPCODE) };
+#undef EM_TALVOR_OPCODE
+
 constexpr uint32_t OC_HTI_FILE_TRANSFER = 0xF052;  // an opcode of HTI, which transfers a file
+
+// A request for people.
+struct RequestName {
+  Opcode opcode;
+  const char* word;
+  const char* question;
+};
+
+#define EM_TALVOR_REQUEST_NAME(name, value, word, question) RequestName{name, word, question},
+inline constexpr std::array REQUEST_NAMES = {EM_TALVOR_REQUESTS(EM_TALVOR_REQUEST_NAME)};
+#undef EM_TALVOR_REQUEST_NAME

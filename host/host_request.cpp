@@ -113,14 +113,10 @@ std::vector<HostRequest> RequestsOfFile(const std::string& path) {
 }
 
 std::vector<HostRequest> RequestsOfWord(const std::string& word) {
-  if (word == "query") {
-    return {{word, MakeRecord(OC_QUERY_TALVOR)}};
-  }
-  if (word == "create") {
-    return {{word, MakeRecord(OC_CREATE_ARCHIVE)}};
-  }
-  if (word == "transfer") {
-    return {{word, MakeRecord(OC_TRANSFER_ARCHIVE)}};
+  for (const RequestName& request : REQUEST_NAMES) {
+    if (word == request.word) {
+      return {{word, MakeRecord(request.opcode)}};
+    }
   }
   if (word.rfind(TRANSFER_TO, 0) == 0) {
     HostRequest request = {"transfer", MakeRecord(OC_TRANSFER_ARCHIVE)};
@@ -130,9 +126,8 @@ std::vector<HostRequest> RequestsOfWord(const std::string& word) {
   if (word.size() > 1 && word[0] == '@') {
     return RequestsOfFile(word.substr(1));
   }
-  throw CHostError(EX_USAGE, "\"" + word +
-                                 "\" is no request: give query, create, transfer, "
-                                 "transfer=NAME, or @FILE with a JSON record.");
+  throw CHostError(EX_USAGE, "\"" + word + "\" is no request: give " + RequestWords() +
+                                 ", transfer=NAME, or @FILE with a JSON record.");
 }
 
 void SetDefault(SipJson& record, const char* key, const std::optional<uint32_t>& value) {
@@ -155,6 +150,14 @@ std::vector<HostRequest> MakeRequests(const std::string& word, const RequestDefa
     SetDefault(request.record, "TO", defaults.timeout);
   }
   return requests;
+}
+
+std::string RequestWords() {
+  std::string words;
+  for (const RequestName& request : REQUEST_NAMES) {
+    words += (words.empty() ? "" : ", ") + std::string(request.word);
+  }
+  return words;
 }
 
 uint32_t OperationCode(const SipJson& record) {

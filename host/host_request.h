@@ -26,5 +26,8 @@ struct RequestDefaults {
 std::vector<HostRequest> MakeRequests(const std::string& word, const RequestDefaults& defaults,
                                       uint32_t firstMessageId);
 
+// The words for the module's requests, separated by ", ".
+std::string RequestWords();
+
 // The operation code of the current command.
 uint32_t OperationCode(const SipJson& record);

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "frame/extension_module.h"
+#include "frame/opcode.h"
 #include "soak/refusal_sink.h"
 
 namespace {
@@ -13,9 +14,6 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t OC_QUERY = 0x3400;
-constexpr uint32_t OC_CREATE = 0x3401;
-constexpr uint32_t OC_TRANSFER = 0x3402;
 constexpr uint32_t ACTION_CLEANUP = 4;
 
 // With no trace, refused tasks cannot be told from others, so no more than a queue holds are sent.
@@ -64,8 +62,8 @@ void CSoakRound::RunThreads() {
   const bool isShutDown = Draw(4) == 0;
   const bool isSentToTheEnd = m_bTraced && isStopped;
   std::array<std::thread, 4> threads = {
-      std::thread([this] { SendJobs(RequestKind::CREATION, OC_CREATE); }),
-      std::thread([this] { SendJobs(RequestKind::TRANSFER, OC_TRANSFER); }),
+      std::thread([this] { SendJobs(RequestKind::CREATION, OC_CREATE_ARCHIVE); }),
+      std::thread([this] { SendJobs(RequestKind::TRANSFER, OC_TRANSFER_ARCHIVE); }),
       std::thread([this] { SendOthers(); }), std::thread([this] { Disturb(); })};
   const auto join = [&] {
     m_bSending = false;
@@ -118,8 +116,8 @@ void CSoakRound::SendJobs(RequestKind kind, uint32_t opcode) {
 
 void CSoakRound::SendOthers() {
   while (m_bSending) {
-    Send(RequestKind::QUERY, OC_QUERY);
-    Send(RequestKind::REFUSED, OC_CREATE, R"(,"CA":7)");
+    Send(RequestKind::QUERY, OC_QUERY_TALVOR);
+    Send(RequestKind::REFUSED, OC_CREATE_ARCHIVE, R"(,"CA":7)");
     Send(RequestKind::REFUSED, 0x3405, R"(,"DA":{"a":[1,2.5,"text",{"b":null}]})");
     Send(RequestKind::REFUSED, 0x1234);
     std::this_thread::sleep_for(milliseconds(1));
