@@ -1,12 +1,15 @@
 #include "host/collector_check.h"
 
+#include <glob.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "archive_module/collector_paths.h"
@@ -36,6 +39,12 @@ std::string WithSlash(const std::string& directory) {
 
 std::string ErrorText() { return strerror(errno); }
 
+bool IsProgram(const std::string& file) {
+  struct stat status = {};
+  return stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         access(file.c_str(), X_OK) == 0;
+}
+
 // The directory, whose path ends in "/", or while it is missing the nearest one above it that is
 // there.
 std::string NearestDirectory(std::string directory) {
@@ -55,6 +64,40 @@ bool HoldsRegistry(const char* file) {
   std::string text;
   CRegistryNode node;
   return ReadRegularFile(file, text) && ParseRegistryText(text, node);
+}
+
+// Where a collector lies that the registry does not know, without its name; empty: nowhere. Looks
+// where programs are and where installers of others put them.
+std::string FindUnregisteredCollector() {
+  const char* path = getenv("PATH");
+  std::string directories = path != nullptr ? path : "";
+  std::replace(directories.begin(), directories.end(), ':', ',');
+  const std::string pattern = "{/opt/*,/opt/*/bin,/usr/lib/*,/usr/local/*," + directories + "}/";
+  glob_t found = {};
+  std::string directory;
+  if (glob((pattern + COLLECTOR_NAME).c_str(), GLOB_BRACE, nullptr, &found) == 0) {
+    for (size_t index = 0; directory.empty() && index < found.gl_pathc; ++index) {
+      const std::string file = found.gl_pathv[index];
+      if (IsProgram(file)) {
+        directory = file.substr(0, file.rfind('/'));
+      }
+    }
+  }
+  globfree(&found);
+  return directory;
+}
+
+std::string ExplainMissingPointer() {
+  const std::string directory = FindUnregisteredCollector();
+  if (!directory.empty()) {
+    return directory + "/" + COLLECTOR_NAME +
+           " is there, only the registry does not know it: make the entries with \"qamreg pointer "
+           "Talvor HKLM/SOFTWARE/Talvor\" and \"qamreg add HKLM/SOFTWARE/Talvor/Setup -v FileRoot "
+           "-d " +
+           directory + "\", and see operations.md in /usr/share/doc/em-talvor.";
+  }
+  return std::string("Talvor is not installed: the registry has no value \"") + COLLECTOR_NAME +
+         "\" in the key HKEY_LOCAL_MACHINE\\" + REGISTRY_POINTER_KEY + ". Install Talvor.";
 }
 
 // Why none of the registry files can be loaded, told by the first that is there.
@@ -140,10 +183,14 @@ bool CCollectorCheck::CheckRegistry() {
 bool CCollectorCheck::CheckPointer() {
   std::string rootKey;
   if (!ReadRegistryPointer(rootKey, COLLECTOR_NAME)) {
+    return Add(Verdict::WRONG, "pointer", ExplainMissingPointer());
+  }
+  CRegistry registry;
+  if (OpenCollectorSetupKey(registry, rootKey) != REGISTRY_OK) {
     return Add(Verdict::WRONG, "pointer",
-               std::string("Talvor is not installed: the registry has no value \"") +
-                   COLLECTOR_NAME + "\" in the key HKEY_LOCAL_MACHINE\\" + REGISTRY_POINTER_KEY +
-                   ". Install Talvor.");
+               "It names the key " + rootKey +
+                   ", which the registry does not have: correct it with \"qamreg pointer " +
+                   COLLECTOR_NAME + " KEY\", or install Talvor again.");
   }
   m_strSetupKey = rootKey + "\\Setup";
   return Add(Verdict::RIGHT, "pointer", "It names the key " + rootKey + ".");
@@ -167,6 +214,14 @@ bool CCollectorCheck::CheckFileRoot() {
     return Add(Verdict::WRONG, FILE_ROOT_VALUE,
                "Talvor is not installed completely: the registry key " + m_strSetupKey +
                    " has no text \"FileRoot\" that names its directory. Install Talvor again.");
+  }
+  if (!directory.starts_with('/')) {
+    return Add(
+        Verdict::WRONG, FILE_ROOT_VALUE,
+        "It names \"" + directory +
+            "\", and Talvor would be looked for below wherever the agent was started: name a "
+            "full path in \"FileRoot\" of the registry key " +
+            m_strSetupKey + ".");
   }
   m_strFileRoot = WithSlash(directory);
   return Add(Verdict::RIGHT, FILE_ROOT_VALUE, "It names " + m_strFileRoot + ".");
@@ -210,7 +265,7 @@ void CCollectorCheck::CheckProgram() {
         "Talvor is registered, but there is no program " + program +
             ": install Talvor again, or correct \"FileRoot\" in the registry key " + m_strSetupKey +
             ".");
-  } else if (!S_ISREG(file.st_mode) || access(program.c_str(), X_OK) != 0) {
+  } else if (!IsProgram(program)) {
     Add(Verdict::WRONG, "program",
         program +
             " cannot be executed: give it the rights of a program (chmod 755), or install "

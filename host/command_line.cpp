@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "frame/opcode.h"
 #include "host/installation.h"
+#include "host/output.h"
 #include "tools/command_line/mistake.h"
 
 namespace {
@@ -21,16 +23,19 @@ constexpr char EXIT_CODES[] =
     "not found, 73 cannot write, 74 output lost, 75 no final answer in time, 77 rights missing,\n"
     "78 doctor found something to repair, 125 no safe way to run the demo.";
 
+constexpr size_t REQUEST_WIDTH = 15;  // of the words in the help
 constexpr uint32_t HIGHEST_TRACE_LEVEL = 5;
 constexpr uint32_t LONGEST_TIME_LIMIT = 65'535;
 constexpr uint32_t LONGEST_INTERVAL = UINT32_MAX - 1;
 
 // CLI11 has an own idea of numbers in options that may be absent.
 void AddNumber(CLI::App& command, const std::string& name, std::optional<uint32_t>& target,
-               const std::string& description, const CLI::Validator& range) {
+               const std::string& kind, const std::string& description,
+               const CLI::Validator& range) {
   command
       .add_option_function<uint32_t>(
           name, [&target](const uint32_t& value) { target = value; }, description)
+      ->option_text(kind)
       ->check(range);
 }
 
@@ -43,30 +48,48 @@ void AddModule(CLI::App& command, HostOptions& options) {
 
 void AddModuleOptions(CLI::App& command, HostOptions& options) {
   AddModule(command, options);
-  AddNumber(
-      command, "--trace", options.traceLevel,
-      "Trace level of the module, 1 (errors) to 5 (everything), 0: none. Lines go to standard "
-      "error. Without it the files below /etc/orvane/CorvistaSuite/TraceConfig tell",
-      CLI::Range(0U, HIGHEST_TRACE_LEVEL));
+  AddNumber(command, "--trace", options.traceLevel, "LEVEL",
+            "Trace level of the module, 1 (errors) to 5 (everything), 0: none.\n"
+            "Lines go to standard error. Without it the files below\n"
+            "/etc/orvane/CorvistaSuite/TraceConfig tell",
+            CLI::Range(0U, HIGHEST_TRACE_LEVEL));
+}
+
+void ListRequests() {
+  for (const RequestName& request : REQUEST_NAMES) {
+    WriteLine(request.word);
+  }
+  throw CLI::Success();
+}
+
+std::string DescribeRequests() {
+  const auto line = [](const std::string& word, const std::string& meaning) {
+    return word + std::string(REQUEST_WIDTH - word.size(), ' ') + meaning;
+  };
+  std::string lines;
+  for (const RequestName& request : REQUEST_NAMES) {
+    lines += line(request.word, request.question) + "\n";
+  }
+  return lines + line("transfer=NAME", "the same, and how the copy is named") + "\n" +
+         line("@FILE", "each command of the JSON record in the file");
 }
 
 void AddRun(CLI::App& app, HostOptions& options) {
   CLI::App& run = *app.add_subcommand(
       "run", "Starts the module, asks the requests one after the other, and stops it");
   AddModuleOptions(run, options);
-  AddNumber(run, "--cabinet", options.cabinet, "Number of the server cabinet",
+  AddNumber(run, "--cabinet", options.cabinet, "NUMBER", "Number of the server cabinet",
             CLI::Range(0U, UINT32_MAX));
-  run.add_option("--agent-type", options.agentType, "Kind of agent to play; 5: agentless service");
+  run.add_option("--agent-type", options.agentType, "Kind of agent to play; 5: agentless service")
+      ->option_text("NUMBER");
   run.add_option("--bmc", options.bmcDirectory, "Directory that stands for the BMC")
       ->type_name("DIR");
-  AddNumber(run, "--timeout", options.timeLimit,
-            "Seconds to wait for each final answer, also told to the module; no limit by default",
+  AddNumber(run, "--timeout", options.timeLimit, "SECONDS",
+            "How long to wait for each final answer, also told to the module; no limit by default",
             CLI::Range(1U, LONGEST_TIME_LIMIT));
   run.add_flag("--json", options.isJson, "Print each answer as a JSON object on one line");
-  run.add_option("REQUEST", options.requests,
-                 "query, create, transfer, transfer=NAME (the copy's name), or @FILE: each command "
-                 "of the JSON record in it")
-      ->required();
+  run.add_flag_callback("--list", ListRequests, "Print the words for requests, one on a line");
+  run.add_option("REQUEST", options.requests, DescribeRequests())->required()->option_text("...");
 }
 
 void AddInfo(CLI::App& app, HostOptions& options) {
@@ -84,6 +107,7 @@ void AddSetup(CLI::App& app, HostOptions& options) {
                   "backup, restore and convert do nothing; cleanup removes the archive and "
                   "/var/log/Talvor")
       ->required()
+      ->option_text(" ")
       ->check(CLI::IsMember({"backup", "restore", "convert", "cleanup"}));
 }
 
@@ -111,11 +135,13 @@ void AddTrace(CLI::App& app, HostOptions& options) {
   CLI::App& set = *trace.add_subcommand("set", "Sets the trace level");
   set.add_option("LEVEL", options.number, "1 (errors) to 5 (everything), 0: none")
       ->required()
+      ->option_text(" ")
       ->check(CLI::Range(0U, HIGHEST_TRACE_LEVEL));
   trace.add_subcommand("off", "Switches tracing off");
   CLI::App& dynamic = *trace.add_subcommand("dynamic", "Sets how often agents look for changes");
   dynamic.add_option("SECONDS", options.number, "0: never")
       ->required()
+      ->option_text(" ")
       ->check(CLI::Range(0U, LONGEST_INTERVAL));
 }
 
@@ -124,7 +150,7 @@ void AddTrace(CLI::App& app, HostOptions& options) {
 std::optional<int> ReadCommandLine(int argumentCount, char** arguments, HostOptions& options) {
   CLI::App app(DESCRIPTION, "em_host");
   app.footer(EXIT_CODES);
-  app.set_version_flag("--version", EM_TALVOR_VERSION);
+  app.set_version_flag("--version", "em_host " EM_TALVOR_VERSION);
   app.failure_message(ExplainMistake);
   app.require_subcommand(1);
   AddRun(app, options);

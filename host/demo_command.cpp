@@ -1,7 +1,9 @@
 #include "host/commands.h"
 
+#include <array>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -10,6 +12,7 @@
 #include "archive_module/names.h"
 #include "frame/status.h"
 #include "host/archive_contents.h"
+#include "host/byte_count.h"
 #include "host/host_error.h"
 #include "host/installation.h"
 #include "host/module_session.h"
@@ -33,26 +36,10 @@ void TellStep(const std::string& step) {
   WriteLine("== " + step);
 }
 
-// With separators: 1,234,567 bytes.
-std::string Bytes(uintmax_t size) {
-  std::string digits = std::to_string(size);
-  for (size_t end = digits.size(); end > 3; end -= 3) {
-    digits.insert(end - 3, ",");
-  }
-  return digits + " bytes";
-}
-
-// Of all files in a directory; one that vanishes meanwhile counts nothing.
-uintmax_t SizeOfFiles(const char* directory) {
-  uintmax_t size = 0;
-  std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    std::error_code vanished;
-    const uintmax_t fileSize = entry->file_size(vanished);
-    size += vanished ? 0 : fileSize;
-  }
-  return size;
+std::string OpcodeText(uint32_t opcode) {
+  std::array<char, sizeof("0xFFFFFFFF")> text = {};
+  snprintf(text.data(), text.size(), "0x%04X", opcode);
+  return text.data();
 }
 
 class Demo {
@@ -69,13 +56,13 @@ class Demo {
     Tell(std::string("is the module ") + m_oSession.GetLibrary().GetModuleName() + ", started");
 
     TellStep("Is the collector available?");
-    Ask("query", "0x3400");
+    Ask("query");
     TellStep("Create an archive");
-    Ask("create", "0x3401");
+    Ask("create");
     const std::string archive = std::string(DEMO_DATA_ROOT) + "/" + ARCHIVE_FILE;
-    Tell("the archive is " + archive + ", " + Bytes(fs::file_size(archive)));
+    Tell("the archive is " + archive + ", " + BytesText(fs::file_size(archive)));
     TellStep("Transfer the archive to the BMC");
-    Ask(std::string("transfer=") + COPY_NAME, "0x3402");
+    Ask(std::string("transfer=") + COPY_NAME);
     Compare(archive, m_oSession.GetFileTransfer().GetLastFile());
     TellStep("What is in the copy");
     List(m_oSession.GetFileTransfer().GetLastFile());
@@ -98,9 +85,9 @@ class Demo {
     }
   }
 
-  void Ask(const std::string& word, const std::string& operationCode) {
+  void Ask(const std::string& word) {
     const HostRequest request = MakeRequests(word, {}, MESSAGE_ID).front();
-    WriteLine("host   -> " + word + " (" + operationCode + ")");
+    WriteLine("host   -> " + word + " (" + OpcodeText(OperationCode(request.record)) + ")");
     m_nStatus = STATUS_PENDING;
     const auto outcome = m_oSession.Ask(request);
     if (outcome == CModuleSession::Outcome::INTERRUPTED) {
@@ -119,7 +106,7 @@ class Demo {
 
   void TellProgress(std::chrono::seconds waited) {
     m_oProgress.Show("          " + std::to_string(waited.count()) + " s, " +
-                     Bytes(SizeOfFiles(DEMO_DATA_ROOT)));
+                     BytesText(SizeOfFiles(DEMO_DATA_ROOT)));
   }
 
   static void Compare(const std::string& archive, const std::string& copy) {
@@ -131,11 +118,11 @@ class Demo {
     const std::vector<ArchiveMember> members = ListArchive(archive);
     Check(!members.empty(), "The archive is empty");
     for (const ArchiveMember& member : members) {
-      Tell(member.name + ", " + Bytes(static_cast<uintmax_t>(member.size)));
+      Tell(member.name + ", " + BytesText(static_cast<uintmax_t>(member.size)));
     }
   }
 
-  CProgressLine m_oProgress;
+  CProgressLine m_oProgress = CProgressLine(CProgressLine::Kind::STORY);
   uint32_t m_nStatus = STATUS_PENDING;  // of the last answer
   CModuleSession m_oSession;
 };

@@ -111,6 +111,10 @@ bool CFileTransfer::Copy(const std::string& localPath, const std::string& bmcPat
              "): check the directory given with --bmc and the space left there.");
     return false;
   }
+  if (!bmcPath.empty() && target.filename() != bmcPath) {
+    m_report("The copy is named \"" + target.filename().string() + "\" instead of \"" + bmcPath +
+             "\": it is one file in the directory given with --bmc.");
+  }
   const std::lock_guard guard(m_oLock);
   m_strLastFile = target;
   return true;

@@ -15,7 +15,8 @@ class CFileTransfer {
   using Report = std::function<void(const std::string& sentence)>;
 
   // The directory may be empty: then there is no BMC, and transfers fail. `report` is told why a
-  // transfer failed, on the thread of the request.
+  // transfer failed, and when a copy got another name than was asked for, on the thread of the
+  // request.
   CFileTransfer(std::string directory, Report report);
 
   // Answers the current command in place: status 0 when the file has been copied, 6 when it could

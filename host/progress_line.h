@@ -2,18 +2,22 @@
 
 #include <string>
 
-// A line on standard output that changes while something is waited for: on a terminal it is written
-// over, elsewhere each state gets a line of its own.
+// A line that changes on a terminal while something is waited for.
 class CProgressLine {
  public:
-  CProgressLine();
+  enum class Kind {
+    STORY,   // on standard output; elsewhere than on a terminal each state gets a line of its own
+    PASSING  // on standard error, on a terminal only, and gone at the end
+  };
+  explicit CProgressLine(Kind kind);
 
   // Shows the state. Throws CHostError when it cannot be written.
   void Show(const std::string& state);
-  // Leaves the last state where it stands; the next line starts below.
+  // Begins a new line, after the last state of a story.
   void End();
 
  private:
+  const Kind m_eKind;
   const bool m_bTerminal;
-  bool m_bOpen = false;  // the cursor stands after a state
+  bool m_bOpen = false;  // a state stands on the line
 };

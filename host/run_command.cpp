@@ -1,17 +1,24 @@
 #include "host/commands.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "archive_module/collector_paths.h"
+#include "archive_module/names.h"
 #include "frame/opcode.h"
 #include "frame/status.h"
+#include "host/byte_count.h"
+#include "host/child_watch.h"
 #include "host/collector_check.h"
+#include "host/creation_failure.h"
 #include "host/host_error.h"
 #include "host/module_session.h"
 #include "host/output.h"
+#include "host/progress_line.h"
 #include "host/seconds_text.h"
 
 namespace {
@@ -92,54 +99,121 @@ bool LetGo(CModuleSession& session) {
   return isDeleted && isUnloaded;
 }
 
+// One run, from the first request to the exit code.
+class Run {
+ public:
+  Run(const HostOptions& options, const std::vector<HostRequest>& requests)
+      : m_oOptions(options),
+        m_oRequests(requests),
+        m_oSession({options.module, options.bmcDirectory, options.cabinet, options.agentType,
+                    options.timeLimit},
+                   {[this](const HostAnswer& answer) { TakeAnswer(answer); },
+                    [this](std::chrono::seconds waited) { ShowProgress(waited); }}) {}
+
+  int Execute() {
+    m_bAvailable = m_oSession.Start();
+    if (!m_bAvailable) {
+      WriteMessage(ExplainUnavailability());
+    }
+    const Outcome outcome = AskAll();
+    // A signal from the terminal reaches the collector too, and its end may be seen first.
+    const int signal = m_oSession.GetSignal();
+    const bool isGone = End(signal);
+    if (outcome == Outcome::TIMED_OUT) {
+      throw CHostError(EX_TEMPFAIL, "No final answer to \"" + m_strRequest + "\" within " +
+                                        SecondsText(*m_oOptions.timeLimit) +
+                                        ": allow more with --timeout, or look at the trace with "
+                                        "--trace 3.");
+    }
+    const bool isInterrupted = outcome == Outcome::INTERRUPTED;
+    if (const std::string advice = Advice(m_nWorstStatus, m_bAvailable);
+        !advice.empty() && !isInterrupted) {
+      WriteMessage(advice);
+    }
+    const int exitCode = ExitCode(m_nWorstStatus, isInterrupted ? signal : 0);
+    return exitCode == 0 && !isGone ? EX_SOFTWARE : exitCode;
+  }
+
+ private:
+  using Outcome = CModuleSession::Outcome;
+
+  Outcome AskAll() {
+    Outcome outcome = Outcome::ANSWERED;
+    for (const HostRequest& request : m_oRequests) {
+      m_strRequest = request.name;
+      outcome = m_oSession.Ask(request);
+      if (outcome != Outcome::ANSWERED) {
+        break;
+      }
+    }
+    m_oProgress.End();
+    return outcome;
+  }
+
+  // False, and the user is told, when the module does not go as it should.
+  bool End(int signal) {
+    if (signal != 0) {
+      WriteMessage("Stopping the module.");
+    }
+    m_bStopping = true;
+    m_oSession.Stop(signal != 0);
+    return LetGo(m_oSession);
+  }
+
+  void TakeAnswer(const HostAnswer& answer) {
+    m_oProgress.End();
+    WriteLine(m_oOptions.isJson ? AnswerJson(answer) : AnswerSentence(answer));
+    if (!answer.isFinal) {
+      return;
+    }
+    m_nWorstStatus = std::max(m_nWorstStatus, answer.GetStatus());
+    const uint32_t opcode = OperationCode(answer.record);
+    if (opcode == OC_CREATE_ARCHIVE) {
+      TellOfCreation(answer.GetStatus());
+    } else if (opcode == OC_TRANSFER_ARCHIVE && answer.GetStatus() == STATUS_DONE) {
+      TellPlace("copy", m_oSession.GetFileTransfer().GetLastFile());
+    }
+  }
+
+  void TellOfCreation(uint32_t status) const {
+    std::string directory;
+    if (status == STATUS_FAILED) {
+      WriteMessage(ExplainFailedCreation(CChildWatch::Take(), m_bStopping));
+    } else if (status == STATUS_DONE && GetDataDir(directory)) {
+      TellPlace("archive", directory + ARCHIVE_FILE);
+    }
+  }
+
+  static void TellPlace(const std::string& what, const std::string& file) {
+    std::error_code error;
+    const uintmax_t size = std::filesystem::file_size(file, error);
+    WriteMessage("The " + what + " is " + file + (error ? "." : ", " + BytesText(size) + "."));
+  }
+
+  void ShowProgress(std::chrono::seconds waited) {
+    std::string directory;
+    std::string state = m_strRequest + ": " + std::to_string(waited.count()) + " s";
+    if (GetDataDir(directory)) {
+      state += ", " + BytesText(SizeOfFiles(directory)) + " in " + directory;
+    }
+    m_oProgress.Show(state);
+  }
+
+  const HostOptions& m_oOptions;
+  const std::vector<HostRequest>& m_oRequests;
+  const CChildWatch m_oChildWatch;
+  CProgressLine m_oProgress = CProgressLine(CProgressLine::Kind::PASSING);
+  std::string m_strRequest;  // the one that was asked last
+  uint32_t m_nWorstStatus = 0;
+  bool m_bAvailable = false;
+  bool m_bStopping = false;
+  CModuleSession m_oSession;
+};
+
 }  // namespace
 
 int RunRequests(const HostOptions& options) {
   const std::vector<HostRequest> requests = ReadRequests(options);
   CheckBmcDirectory(options, requests);
-
-  uint32_t worstStatus = 0;
-  const auto print = [&](const HostAnswer& answer) {
-    WriteLine(options.isJson ? AnswerJson(answer) : AnswerSentence(answer));
-    if (answer.isFinal) {
-      worstStatus = std::max(worstStatus, answer.GetStatus());
-    }
-  };
-  CModuleSession session(
-      {options.module, options.bmcDirectory, options.cabinet, options.agentType, options.timeLimit},
-      {print, nullptr});
-  const bool isAvailable = session.Start();
-  if (!isAvailable) {
-    WriteMessage(ExplainUnavailability());
-  }
-
-  using Outcome = CModuleSession::Outcome;
-  Outcome outcome = Outcome::ANSWERED;
-  auto request = requests.begin();
-  for (; request != requests.end(); ++request) {
-    outcome = session.Ask(*request);
-    if (outcome != Outcome::ANSWERED) {
-      break;
-    }
-  }
-  // A signal from the terminal reaches the collector too, and its end may be seen first.
-  const int signal = session.GetSignal();
-  if (signal != 0) {
-    WriteMessage("Stopping the module.");
-  }
-  session.Stop(signal != 0);
-  const bool isGone = LetGo(session);
-  if (outcome == Outcome::TIMED_OUT) {
-    throw CHostError(EX_TEMPFAIL, "No final answer to \"" + request->name + "\" within " +
-                                      SecondsText(*options.timeLimit) +
-                                      ": allow more with --timeout, or look at the trace with "
-                                      "--trace 3.");
-  }
-  const bool isInterrupted = outcome == Outcome::INTERRUPTED;
-  if (const std::string advice = Advice(worstStatus, isAvailable);
-      !advice.empty() && !isInterrupted) {
-    WriteMessage(advice);
-  }
-  const int exitCode = ExitCode(worstStatus, isInterrupted ? signal : 0);
-  return exitCode == 0 && !isGone ? EX_SOFTWARE : exitCode;
+  return Run(options, requests).Execute();
 }

@@ -2,16 +2,23 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "archive_module/collector_paths.h"
+#include "archive_module/names.h"
 #include "host/collector_check.h"
 #include "host/host_error.h"
 #include "host/module_library.h"
 #include "host/output.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -23,6 +30,34 @@ uint32_t ActionCode(const std::string& action) {
   return codes.at(action);
 }
 
+// The first link to a directory in the order of the clean-up, which ends there: entries sorted by
+// name, those of a directory before what follows it, names that begin with a dot left out. Empty
+// when there is none.
+fs::path FindDirectoryLink() {
+  std::vector<fs::path> left = {COLLECTOR_DIRECTORY};
+  while (!left.empty()) {
+    const fs::path path = left.back();
+    left.pop_back();
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+      continue;
+    }
+    if (fs::is_symlink(path, error)) {
+      return path;
+    }
+    std::vector<fs::path> entries;
+    for (fs::directory_iterator entry(path, error), end; !error && entry != end;
+         entry.increment(error)) {
+      if (entry->path().filename().native().front() != '.') {
+        entries.push_back(entry->path());
+      }
+    }
+    std::sort(entries.rbegin(), entries.rend());
+    left.insert(left.end(), entries.begin(), entries.end());
+  }
+  return {};
+}
+
 // Why a clean-up failed, and what to do.
 std::string ExplainFailure() {
   std::string directory;
@@ -30,10 +65,19 @@ std::string ExplainFailure() {
     return "Nothing was cleaned up: the data directory of Talvor is not known. " +
            ExplainUnavailability();
   }
-  return std::string("The directory /var/log/Talvor could not be removed completely: ") +
-         (geteuid() != 0
-              ? "run em_host as root."
-              : "remove what is left in it, such as files whose names begin with a dot.");
+  const std::string left =
+      std::string("The directory ") + COLLECTOR_DIRECTORY + " could not be removed completely: ";
+  if (geteuid() != 0) {
+    return left + "run em_host as root.";
+  }
+  const fs::path link = FindDirectoryLink();
+  if (!link.empty()) {
+    std::error_code error;
+    return left + link.string() + " is a link to the directory " +
+           fs::read_symlink(link, error).string() +
+           ". What that held is gone, and the clean-up ended there: remove the link, and try again.";
+  }
+  return left + "remove what is left in it, such as files whose names begin with a dot.";
 }
 
 }  // namespace

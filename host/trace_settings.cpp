@@ -124,6 +124,19 @@ class ReadableForAll {
   const mode_t m_nUmask;
 };
 
+bool IsForbidden(int error) { return error == EACCES || error == EPERM; }
+
+std::string AdviceAgainst(int error) {
+  if (IsForbidden(error)) {
+    return "run em_host as root.";
+  }
+  if (error == EROFS) {
+    return "its file system is mounted read-only: make it writable, or change the file where the "
+           "file system is made.";
+  }
+  return "check its directory.";
+}
+
 void Store(const std::string& path, const Setting& setting, uint32_t number) {
   Rehearse(path, setting, number);
   const ReadableForAll mode;
@@ -132,10 +145,9 @@ void Store(const std::string& path, const Setting& setting, uint32_t number) {
   errno = EIO;
   if (error || !Write(path, setting, number)) {
     const int reason = error ? error.value() : errno;
-    const bool isForbidden = reason == EACCES || reason == EPERM;
-    throw CHostError(isForbidden ? EX_NOPERM : EX_CANTCREAT,
-                     path + " cannot be written (" + strerror(reason) +
-                         "): " + (isForbidden ? "run em_host as root." : "check its directory."));
+    throw CHostError(
+        IsForbidden(reason) ? EX_NOPERM : EX_CANTCREAT,
+        path + " cannot be written (" + strerror(reason) + "): " + AdviceAgainst(reason));
   }
 }
 

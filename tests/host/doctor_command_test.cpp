@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include "platform/registry/registry_file.h"
 #include "tests/host/host_program.h"
 #include "tests/support/installed_registry.h"
+#include "tests/support/read_only_mount.h"
 #include "tests/support/trace_session.h"
 
 namespace {
@@ -140,6 +140,30 @@ TEST_F(DoctorCommandTest, RegistryMayNotBeRead) {
                         "run em_host as root.\n"));
 }
 
+// The files are there, the registry does not know them.
+TEST_F(DoctorCommandTest, ACollectorThatOnlyTheRegistryDoesNotKnowIsNamedWithItsCure) {
+  InstallCollector("");
+  std::ofstream(REGISTRY_FILE) << "[HKEY_LOCAL_MACHINE]\n\n";
+  Program program(
+      {"/usr/bin/env", "PATH=" + m_oFiles.Path() + ":/usr/bin:/bin", EM_HOST, "doctor"});
+  EXPECT_EQ(program.Wait(), 69);
+  EXPECT_THAT(
+      program.Output(),
+      HasSubstr("WRONG  pointer         " + m_oFiles.Path() +
+                "/Talvor is there, only the registry does not know it: make the entries with "
+                "\"qamreg pointer Talvor HKLM/SOFTWARE/Talvor\" and \"qamreg add "
+                "HKLM/SOFTWARE/Talvor/Setup -v FileRoot -d " +
+                m_oFiles.Path() + "\", and see operations.md in "));
+}
+
+TEST_F(DoctorCommandTest, APointerToNowhereIsTheCause) {
+  std::filesystem::create_directories(REGISTRY_DIRECTORY);
+  std::ofstream(REGISTRY_FILE) << InstalledRegistry("", "Talvor=s=SOFTWARE\\Talver\n");
+  ExpectWrong(
+      "pointer         It names the key SOFTWARE\\Talver, which the registry does not have: "
+      "correct it with \"qamreg pointer Talvor KEY\", or install Talvor again.\n");
+}
+
 TEST_F(DoctorCommandTest, RegistryEntriesAreMissing) {
   std::filesystem::create_directories(REGISTRY_DIRECTORY);
   std::ofstream(REGISTRY_FILE) << "[HKEY_LOCAL_MACHINE]\n\n";
@@ -156,7 +180,8 @@ TEST_F(DoctorCommandTest, SetupKeyIsMissing) {
   WriteSetup("");
   std::ofstream(REGISTRY_FILE)
       << "[HKEY_LOCAL_MACHINE]\n[SYSTEM]\n[CurrentControlSet]\n[Control]\n[UUID]\n"
-         "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\nTalvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n\n";
+         "[5B2E9A40-7C13-4F8D-9A61-2D7E0C4B8F13]\nTalvor=s=SOFTWARE\\Talvor\n\n\n\n\n\n"
+         "[SOFTWARE]\n[Talvor]\n\n\n\n";
   ExpectWrong(
       "Setup key       Talvor is not installed completely: the registry has no key "
       "SOFTWARE\\Talvor\\Setup. Install Talvor again.\n");
@@ -191,6 +216,9 @@ TEST_F(DoctorCommandTest, ADataDirectoryThatACreationMakesMayBeMissing) {
 
 TEST_F(DoctorCommandTest, DataDirectoryIsRelativeOrNone) {
   InstallCollector("");
+  WriteRegistry("bin", m_oFiles.Path());
+  ExpectWrong(
+      "FileRoot        It names \"bin\", and Talvor would be looked for below wherever the");
   WriteRegistry(m_oFiles.Path(), "data");
   ExpectWrong(
       "DataRoot        It names \"data\", and the archive would go below wherever the agent");
@@ -243,12 +271,11 @@ TEST_F(DoctorCommandTest, JsonTellsTheSame) {
 TEST_F(DoctorCommandTest, DataDirectoryCannotBeWritten) {
   InstallCollector("");
   WriteRegistry(m_oFiles.Path(), m_strBmc);
-  if (mount(m_strBmc.c_str(), m_strBmc.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+  const ReadOnlyMount readOnly(m_strBmc);
+  if (!readOnly.IsMounted()) {
     GTEST_SKIP() << "this machine lets nobody mount";
   }
-  mount(nullptr, m_strBmc.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr);
   ExpectWrong("data directory  " + m_strBmc + "/ cannot be written to (Read-only file system): ");
-  umount(m_strBmc.c_str());
 }
 
 TEST_F(DoctorCommandTest, NoSpaceIsLeft) {

@@ -1,5 +1,6 @@
 #include "host/commands.h"
 
+#include <gmock/gmock.h>
 #include <rapidjson/document.h>
 
 #include "tests/host/host_program.h"
@@ -19,6 +20,13 @@ TEST_F(InfoCommandTest, ShowsTheNameAndTheIdentificationRecord) {
                                "clears flags   0x03 at byte 21\n"
                                "numbers        0.0.0 at byte 142\n");
   EXPECT_EQ(result.errors, "");
+}
+
+TEST_F(InfoCommandTest, TheModuleIsTheOneBuiltWithTheProgram) {
+  Program program({EM_HOST, "info"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Output(),
+              testing::HasSubstr("/lib/qamrel/em_talvor\nname           EM_TALVOR\n"));
 }
 
 TEST_F(InfoCommandTest, JsonGivesTheSame) {

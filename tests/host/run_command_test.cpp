@@ -17,6 +17,7 @@
 namespace {
 
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -82,6 +83,75 @@ TEST_F(RunCommandTest, TheWholeRoadInOneRun) {
             "transfer: queued, the final answer follows (status 22)\n"
             "transfer: done (status 0)\n");
   EXPECT_EQ(m_oFiles.Read("bmc/copy.zip"), "data\n");
+}
+
+TEST_F(RunCommandTest, TheEndTellsWhereArchiveAndCopyLie) {
+  InstallWorkingCollector();
+  EXPECT_EQ(
+      Run({"--bmc", m_strBmc, "create", "transfer=a/copy.zip"}).errors,
+      "em_host: The archive is " + m_strArchive +
+          ", 5 bytes.\n"
+          "em_host: The copy is named \"copy.zip\" instead of \"a/copy.zip\": it is one file in "
+          "the directory given with --bmc.\n"
+          "em_host: The copy is " +
+          m_strBmc + "/copy.zip, 5 bytes.\n");
+}
+
+// script gives the run a terminal.
+TEST_F(RunCommandTest, ATerminalShowsProgress) {
+  InstallCollector("echo data >\"$D/Talvor_Data.zip\"; sleep 2.5");
+  std::string line;
+  for (const std::string& word : Command("run", {"create"})) {
+    line += word + " ";
+  }
+  Program program({"/usr/bin/script", "-qec", line, "/dev/null"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Output(), ContainsRegex("create: 1 s, [0-9,]+ bytes in " + m_oFiles.Path() +
+                                              "/\x1b.K\rcreate: 2 s, "));
+  EXPECT_THAT(Run({"create"}).errors, Not(HasSubstr("create: ")));
+}
+
+struct FailedCreation {
+  const char* commands;
+  const char* cause;  // regular expression
+};
+
+// What em_host finds out itself, without a trace.
+class FailedCreationTest : public RunCommandTest,
+                           public testing::WithParamInterface<FailedCreation> {};
+
+TEST_P(FailedCreationTest, IsExplained) {
+  InstallCollector(GetParam().commands);
+  const HostResult result = Run({"--trace", "0", "create"});
+  EXPECT_EQ(result.exitCode, 6);
+  EXPECT_THAT(result.errors,
+              ContainsRegex(std::string("^em_host: ") + GetParam().cause +
+                            " Run it by hand, as the agent does, and look at what it says: " +
+                            m_oFiles.Path("Talvor") + "\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, FailedCreationTest,
+    testing::Values(FailedCreation{"exit 2", "Talvor ended with exit code 2\\."},
+                    FailedCreation{"exit 255", "Talvor ended with exit code 255\\."},
+                    FailedCreation{"kill -KILL $$",
+                                   "Talvor was killed by signal 9 \\(Killed\\)\\."},
+                    FailedCreation{"exit 0",
+                                   "Talvor ended with exit code 0 but left no new archive "
+                                   "[^ ]*/Talvor_Data.zip\\."}));
+
+TEST_F(RunCommandTest, ACollectorThatTheSystemDoesNotExecuteIsExplained) {
+  InstallCollector("");
+  m_oFiles.Write("Talvor", "#!/none/interpreter\n");
+  EXPECT_THAT(Run({"create"}).errors,
+              StartsWith("em_host: The system does not execute " + m_oFiles.Path("Talvor") +
+                         " (No such file or directory). Run it by hand, "));
+}
+
+TEST_F(RunCommandTest, TheListOfRequestsIsForScripts) {
+  const HostResult result = Run({"--list"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, "query\ncreate\ntransfer\n");
 }
 
 TEST_F(RunCommandTest, ATransferWithoutANameKeepsTheArchivesName) {
@@ -225,9 +295,12 @@ TEST_P(RunCommandSignalTest, EndsTheCollectorAndTheRunInOrder) {
   EXPECT_EQ(host.Output(),
             "create: queued, the final answer follows (status 22)\n"
             "create: failed, or the switch is shutting down (status 6)\n");
-  EXPECT_THAT(host.Errors(),
-              AllOf(HasSubstr("*** SCN_SWITCH_SHUTDOWN ***"), HasSubstr("em_host: Stopping"),
-                    HasSubstr(".. Module destroyed successfully!")));
+  EXPECT_THAT(
+      host.Errors(),
+      AllOf(HasSubstr("*** SCN_SWITCH_SHUTDOWN ***"), HasSubstr("em_host: Stopping"),
+            HasSubstr("em_host: The creation was cut short by the stop of the module, which "
+                      "killed Talvor.\n"),
+            HasSubstr(".. Module destroyed successfully!")));
   EXPECT_FALSE(CollectorRuns());
 }
 

@@ -74,6 +74,21 @@ TEST_F(SetupCommandTest, CleanupWithoutARegistryTellsWhatIsMissing) {
                                  "not known. There is no registry /etc/qamrel/registry: "));
 }
 
+TEST_F(SetupCommandTest, CleanupThatEndsAtALinkNamesIt) {
+  const std::string directory = COLLECTOR_DIRECTORY;
+  m_oFiles.Write("bmc/inside", "x");
+  std::filesystem::create_directories(directory + "/b");
+  std::filesystem::create_directory_symlink(m_strBmc, directory + "/b/link");
+  std::filesystem::create_directory_symlink("/none", directory + "/a");
+  EXPECT_EQ(Host("setup", {"cleanup"}).errors,
+            "em_host: The directory /var/log/Talvor could not be removed completely: "
+            "/var/log/Talvor/b/link is a link to the directory " +
+                m_strBmc +
+                ". What that held is gone, and the clean-up ended there: remove the link, and try "
+                "again.\n");
+  EXPECT_FALSE(std::filesystem::exists(m_strBmc + "/inside"));
+}
+
 TEST_F(SetupCommandTest, CleanupTellsWhenSomethingIsLeft) {
   std::ofstream(std::string(COLLECTOR_DIRECTORY) + "/.hidden") << "x";
   const HostResult result = Host("setup", {"cleanup"});

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "tests/host/host_program.h"
+#include "tests/support/read_only_mount.h"
 #include "trace/config_files.h"
 
 namespace {
@@ -158,6 +159,19 @@ TEST_F(TraceCommandTest, AFileThatCannotBeWrittenIsAnError) {
   EXPECT_EQ(result.exitCode, 73);
   EXPECT_THAT(result.errors,
               StartsWith(std::string("em_host: ") + TRACE_GLOBAL_FILE + " cannot be written ("));
+}
+
+TEST_F(TraceCommandTest, AReadOnlyEtcIsCalledThat) {
+  const ReadOnlyMount readOnly("/etc");
+  if (!readOnly.IsMounted()) {
+    GTEST_SKIP() << "this machine lets nobody mount";
+  }
+  const HostResult result = Trace({"set", "2"});
+  EXPECT_EQ(result.exitCode, 73);
+  EXPECT_EQ(result.errors, std::string("em_host: ") + TRACE_GLOBAL_FILE +
+                               " cannot be written (Read-only file system): its file system is "
+                               "mounted read-only: make it writable, or change the file where the "
+                               "file system is made.\n");
 }
 
 TEST_F(TraceCommandTest, WhatItMakesCanBeReadByAllUnderEveryUmask) {
