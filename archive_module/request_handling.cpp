@@ -86,8 +86,8 @@ uint32_t EM_TALVOR::ModuleRequest(SipJson& request) {
   }
 }
 
-// False for an unknown command, which gets no status. An opcode of the list without a case here does
-// not compile.
+// False for an unknown command, which gets no status. An opcode of the list without a case here
+// does not compile.
 bool EM_TALVOR::AnswerCommand(SipJson& request, uint32_t opcode) {
   const bool isAvailable = m_bTalvorAvailable;
   switch (static_cast<Opcode>(opcode)) {

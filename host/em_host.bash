@@ -1,19 +1,53 @@
 # Bash completion for em_host.
+#
+# Bash may take "@", ":" and "=" for ends of words: the word that the user sees is put together again,
+# and of each offer only what bash replaces is returned, which begins after the last ":" or "=".
 
-# _em_host_offer WORDS: what begins as the current word does.
-_em_host_offer() {
-  mapfile -t COMPREPLY < <(compgen -W "$1" -- "$current")
+# Sets $word, the word up to the cursor, $previous, the one before it, and $head, what bash does not
+# replace.
+_em_host_read_line() {
+  local index=$COMP_CWORD breaks=${COMP_WORDBREAKS//[^:=]/}
+  word=${COMP_WORDS[index]}
+  while ((index > 1)) && [[ $word != @* ]] &&
+    [[ $word == [@:=]* || ${COMP_WORDS[index - 1]} == *[@:=] ]]; do
+    index=$((index - 1))
+    word=${COMP_WORDS[index]}$word
+  done
+  previous=${COMP_WORDS[index - 1]}
+  head=
+  [[ ! $breaks ]] || head=${word%"${word##*["$breaks"]}"}
+  # --OPTION=VALUE
+  if [[ $word == --*=* ]]; then
+    previous=${word%%=*}
+  fi
 }
 
-# _em_host_files [-d]: files, or directories.
+# _em_host_offer WORDS: those that begin as the value of the word does.
+_em_host_offer() {
+  local offer prefix=
+  [[ $word != --*=* ]] || prefix=${word%%=*}=
+  while IFS= read -r offer; do
+    offer=$prefix$offer
+    COMPREPLY+=("${offer#"$head"}")
+  done < <(compgen -W "$1" -- "${word#"$prefix"}")
+}
+
+# _em_host_files PREFIX [-d]: files, or directories, that begin as the word does after PREFIX.
 _em_host_files() {
-  compopt -o filenames 2>/dev/null
-  mapfile -t COMPREPLY < <(compgen "${1:--f}" -- "$current")
+  local offer
+  while IFS= read -r offer; do
+    if [[ -d $offer ]]; then
+      offer+=/
+      compopt -o nospace 2>/dev/null
+    fi
+    printf -v offer '%s%q' "$1" "$offer"
+    COMPREPLY+=("${offer#"$head"}")
+  done < <(compgen "${2:--f}" -- "${word#"$1"}")
 }
 
 _em_host_argument() {
   local options=$1 words=$2
-  if [[ $current == -* ]]; then
+  if [[ $word == -* ]]; then
     _em_host_offer "--help $options"
   else
     _em_host_offer "$words"
@@ -21,26 +55,26 @@ _em_host_argument() {
 }
 
 _em_host() {
-  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local word previous head prefix=
   COMPREPLY=()
+  _em_host_read_line
   if ((COMP_CWORD == 1)); then
     _em_host_argument '--version' 'run info setup trace doctor demo'
     return
   fi
 
-  # Bash takes "@" for a word of its own.
-  if [[ $current == @ ]]; then
-    current=
-    _em_host_files
+  if [[ $word == @* ]]; then
+    _em_host_files @
     return
   fi
+  [[ $word != --*=* ]] || prefix=$previous=
   case $previous in
-    @ | --module | --collector)
-      _em_host_files
+    --module | --collector)
+      _em_host_files "$prefix"
       return
       ;;
     --bmc)
-      _em_host_files -d
+      _em_host_files "$prefix" -d
       return
       ;;
     --trace)
@@ -54,8 +88,8 @@ _em_host() {
 
   case ${COMP_WORDS[1]} in
     run)
-      _em_host_argument '--module --trace --cabinet --agent-type --bmc --timeout --json' \
-        'query create transfer'
+      _em_host_argument '--module --trace --cabinet --agent-type --bmc --timeout --json --list' \
+        "$("${COMP_WORDS[0]/#\~/$HOME}" run --list 2>/dev/null)"
       ;;
     info)
       _em_host_argument '--module --trace --json' ''

@@ -2,16 +2,20 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+#include <cstdio>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "frame/opcode.h"
 #include "tests/host/host_program.h"
 
 namespace {
 
 using testing::Contains;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -52,10 +56,11 @@ std::string ReadDocument(const std::string& path) {
 // What the completion offers for the last of these words.
 std::vector<std::string> Complete(const std::string& words) {
   Program program({"/bin/bash", "-c",
-                   std::string("source ") + SOURCE_DIRECTORY +
+                   std::string("PATH=${0%/*}:$PATH; source ") + SOURCE_DIRECTORY +
                        "/host/em_host.bash; cd / && COMP_WORDS=(em_host " + words +
                        "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _em_host; "
-                       "printf '%s\\n' \"${COMPREPLY[@]}\""});
+                       "printf '%s\\n' \"${COMPREPLY[@]}\"",
+                   EM_HOST});
   EXPECT_EQ(program.Wait(), 0);
   EXPECT_EQ(program.Errors(), "");
   std::vector<std::string> offers;
@@ -77,6 +82,24 @@ TEST(ManualTest, ExplainsEveryOption) {
     for (const std::string& option : LongOptions(HelpOf(command))) {
       EXPECT_THAT(manual, HasSubstr(WithEscapedHyphens(option))) << command;
     }
+  }
+}
+
+TEST(ManualTest, ExplainsEveryRequest) {
+  const std::string manual = ReadDocument("docs/man/em_host.1");
+  for (const RequestName& request : REQUEST_NAMES) {
+    EXPECT_THAT(manual, ContainsRegex(std::string("\n.BR? ") + request.word + "[ \n]"));
+  }
+}
+
+TEST(InterfaceDocumentTest, HasARowForEveryRequest) {
+  const std::string document = ReadDocument("docs/interface.md");
+  const size_t begin = document.find("### Requests");
+  const std::string chapter = document.substr(begin, document.find("\n#", begin) - begin);
+  for (const RequestName& request : REQUEST_NAMES) {
+    std::array<char, 32> opcode = {};
+    snprintf(opcode.data(), opcode.size(), "\n| 0x%04X | ", request.opcode);
+    EXPECT_THAT(chapter, HasSubstr(opcode.data() + std::string(request.question)));
   }
 }
 
@@ -106,9 +129,9 @@ TEST(CompletionTest, OffersWhatAnArgumentMayBe) {
 }
 
 TEST(CompletionTest, OffersFiles) {
-  EXPECT_THAT(Complete("run --module et"), Contains("etc"));
-  EXPECT_THAT(Complete("run --bmc et"), Contains("etc"));
-  EXPECT_THAT(Complete("run @ et"), Contains("etc"));
-  EXPECT_THAT(Complete("run @"), Contains("etc"));
-  EXPECT_THAT(Complete("demo --collector et"), Contains("etc"));
+  EXPECT_THAT(Complete("run --module et"), Contains("etc/"));
+  EXPECT_THAT(Complete("run --bmc et"), Contains("etc/"));
+  EXPECT_THAT(Complete("run @ et"), Contains("@etc/"));
+  EXPECT_THAT(Complete("run @"), Contains("@etc/"));
+  EXPECT_THAT(Complete("demo --collector et"), Contains("etc/"));
 }

@@ -1,21 +1,39 @@
 # Completion of qamreg in bash.
 
-# _qamreg_keys WORD: the keys that the path may go on with, separated as in WORD.
+# _qamreg_subkeys PARENT SEPARATOR: the keys in a key, whose path is separated by "/".
+_qamreg_subkeys() {
+  local key
+  # The lines of subkeys begin with the key's path in full, those of values with a blank.
+  qamreg query "$1" 2>/dev/null | sed -n -e '1d' -e 's/^HKEY_.*\\//p' |
+    while IFS= read -r key; do
+      printf '%s\n' "${1//\//$2}$2$key"
+    done
+}
+
+# _qamreg_keys WORD: the keys that the path may go on with, separated as in WORD. A separator stands
+# after a key that has others in it; when it is the only key, those follow: bash would close a quote after
+# a single offer.
 _qamreg_keys() {
-  local word=$1 separator='/' parent
+  local word=$1 separator='/' keys=() key subkeys
+  # shellcheck disable=SC1003 # a backslash
   [[ $word != *\\* ]] || separator='\'
   word=${word//\\//}
   if [[ $word != */* ]]; then
-    printf '%s\n' {HKLM,HKCU,HKU,HKCR,HKCC}"$separator" \
-      HKEY_{LOCAL_MACHINE,CURRENT_USER,USERS,CLASSES_ROOT,CURRENT_CONFIG}"$separator"
-    return
+    mapfile -t keys < <(printf '%s\n' {HKLM,HKCU,HKU,HKCR,HKCC} \
+      HKEY_{LOCAL_MACHINE,CURRENT_USER,USERS,CLASSES_ROOT,CURRENT_CONFIG} | grep -i "^$word")
+  else
+    mapfile -t keys < <(_qamreg_subkeys "${word%/*}" "$separator" |
+      while IFS= read -r key; do
+        [[ ${key//\\//} != "$word"* ]] || printf '%s\n' "$key"
+      done)
   fi
-  parent=${word%/*}
-  # The lines of subkeys begin with the key's path in full, those of values with a blank.
-  qamreg query "$parent" 2>/dev/null | sed -n -e '1d' -e 's/^HKEY_.*\\//p' |
-    while IFS= read -r key; do
-      printf '%s\n' "${parent//\//$separator}$separator$key$separator"
-    done
+  if ((${#keys[@]} > 1)); then
+    printf '%s\n' "${keys[@]/%/$separator}"
+  elif ((${#keys[@]} == 1)); then
+    subkeys=$(_qamreg_subkeys "${keys[0]//\\//}" "$separator")
+    printf '%s\n' "${keys[0]}${subkeys:+$separator}"
+    [[ ! $subkeys ]] || printf '%s\n' "${subkeys//$'\n'/$separator$'\n'}$separator"
+  fi
 }
 
 # _qamreg_values KEY: the names of its values. Names and types are four blanks apart.
@@ -60,14 +78,19 @@ _qamreg() {
       _qamreg_offer "$word" < <(printf '%s\n' REG_SZ REG_EXPAND_SZ REG_BINARY REG_DWORD)
       return
       ;;
-    -d) return ;;
+    -d | --wait) return ;;
+    --all)
+      compopt -o default
+      return
+      ;;
   esac
   case $command:$COMP_CWORD:$word in
     query:*:-*) _qamreg_offer "$word" < <(printf '%s\n' -v -r) ;;
-    add:*:-*) _qamreg_offer "$word" < <(printf '%s\n' -v -t -d) ;;
-    delete:*:-*) _qamreg_offer "$word" < <(printf '%s\n' -v) ;;
+    export:*:-*) _qamreg_offer "$word" < <(printf '%s\n' --all) ;;
+    add:*:-*) _qamreg_offer "$word" < <(printf '%s\n' -v -t -d --wait) ;;
+    delete:*:-*) _qamreg_offer "$word" < <(printf '%s\n' -v --wait) ;;
+    import:*:-* | pointer:*:-*) _qamreg_offer "$word" < <(printf '%s\n' --wait) ;;
     query:2:* | add:2:* | delete:2:* | export:2:* | pointer:3:*)
-      compopt -o nospace
       _qamreg_offer "$word" < <(_qamreg_keys "$word")
       ;;
     export:3:* | import:2:*) compopt -o default ;;
