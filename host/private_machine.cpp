@@ -47,7 +47,7 @@ void CheckCollector(const std::string& collector) {
 
 // The mark alone is no proof: where the product is installed this is somebody's machine.
 void CheckMachineIsEmpty() {
-  for (const std::string path : {"/etc/qamrel", "/etc/orvane", COLLECTOR_DIRECTORY}) {
+  for (const std::string path : {"/etc/qamrel", "/etc/orvane", "/etc/em-talvor", COLLECTOR_DIRECTORY}) {
     std::error_code error;
     if (fs::exists(fs::symlink_status(path, error))) {
       throw CHostError(EX_OSERR, "The demo found " + path +

@@ -114,7 +114,11 @@ void ModuleHost::InstallCollector(const std::string& script) {
 
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
   std::filesystem::create_directories("/etc/qamrel");
-  std::ofstream("/etc/qamrel/registry") << InstalledRegistry(SetupValues(fileRoot, dataRoot));
+  const char* guard = getenv("EM_TALVOR_GUARD");
+  const std::string values = guard == nullptr ? SetupValues(fileRoot, dataRoot)
+                                              : SetupValues(guard, dataRoot) +
+                                                    "GuardedFileRoot=s=" + fileRoot + "\n";
+  std::ofstream("/etc/qamrel/registry") << InstalledRegistry(values);
 }
 
 void ModuleHost::WriteRegistryText(const std::string& setup, const std::string& pointer) {

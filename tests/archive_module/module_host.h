@@ -78,7 +78,8 @@ class ModuleHost : public testing::Test {
   ModuleHost();
   ~ModuleHost() override;
 
-  // Makes the registry name the directories of the test, and the script the collector. In the
+  // Makes the registry name the directories of the test, and the script the collector; the guard in
+  // its place when EM_TALVOR_GUARD in the environment names the directory of that. In the
   // script "$D" is the directory and "$archive" the archive.
   void InstallCollector(const std::string& script);
   void WriteRegistry(const std::string& fileRoot, const std::string& dataRoot);

@@ -1,0 +1,35 @@
+# The collector is in nobody's way.
+#
+# shellcheck shell=bash disable=SC2016,SC2034,SC2154,SC2317 # Parts of guard_test, and scripts for collectors.
+
+# The class that the collector tells of itself in the archive's place.
+runs_gently() {
+  local told
+  "$@" "$guard" >"$work/output" 2>&1
+  told=$(xargs <"$work/told")
+  [[ $told == "$expected" ]] || { echo "  $told" && return 1; }
+}
+
+# least NICENESS: prints that, or this shell's own when it is greater.
+least() {
+  local own
+  own=$(nice)
+  echo $((own > $1 ? own : $1))
+}
+
+test_gentle() {
+  collector '{ chrt -p $$ | sed "s/.*: //"; nice; ionice; cat /proc/self/oom_score_adj; } >"$work/told"'
+  expected="SCHED_OTHER 0 $(least 10) idle 500"
+  keeps 'the collector is gentle' runs_gently
+  if chrt --rr 50 true 2>/dev/null; then
+    keeps 'also under an agent in a real-time class' runs_gently chrt --rr 50
+  fi
+  configure NICE=3 IO=best-effort OOM_SCORE_ADJ=7
+  expected="SCHED_OTHER 0 $(least 3) best-effort: prio 4 7"
+  keeps 'as far as the settings say' runs_gently
+  expected='SCHED_OTHER 0 best-effort: prio 4 7' # the collector has no nice either
+  keeps 'without nice, the rest is kept' runs_gently without nice
+  configure
+  expected="SCHED_OTHER 0 $(least 10) 500"
+  keeps 'without ionice, too' runs_gently without ionice
+}
