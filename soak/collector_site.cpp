@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "tests/support/installed_registry.h"
 
@@ -32,9 +32,11 @@ esac
 echo data > "$D/Talvor_Data.zip"
 )";
 
+// Empty also when the file goes away meanwhile, as that of a process does.
 std::string Read(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
 }
 
 void WriteScript(const std::string& path, const std::string& text) {
