@@ -1,6 +1,10 @@
 // Runs the module for minutes as a host does for months, and looks at what is left of it.
 //
 //   soak MINUTES MODULE
+//   soak --hostile MINUTES MODULE [SEED]
+//
+// The second form runs it in the hands of hosts that do whatever the interface does not forbid,
+// drawn from a seed, which is a random one by default.
 //
 // Needs a machine of its own, see host/sandbox: it writes the registry.
 
@@ -9,7 +13,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <random>
+#include <string>
+#include <vector>
 
+#include "soak/hostile_soak.h"
 #include "soak/process_levels.h"
 #include "soak/soak_round.h"
 
@@ -100,13 +108,22 @@ class CSoak {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-  if (argumentCount != 3) {
-    fprintf(stderr, "usage: soak MINUTES MODULE\n");
+  const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
+  if ((words.size() == 3 || words.size() == 4) && words[0] == "--hostile") {
+    const uint32_t seed = words.size() == 4
+                              ? static_cast<uint32_t>(std::strtoul(words[3].c_str(), nullptr, 10))
+                              : std::random_device()();
+    const bool isWell =
+        RunHostileSoak(Minutes(std::strtod(words[1].c_str(), nullptr)), words[2], seed);
+    return isWell ? EXIT_SUCCESS : EXIT_FAILURE;
+  }
+  if (words.size() != 2) {
+    fprintf(stderr, "usage: soak MINUTES MODULE | soak --hostile MINUTES MODULE [SEED]\n");
     return 2;
   }
   const Clock::time_point begin = Clock::now();
-  CSoak soak(arguments[2]);
-  const bool isWell = soak.Run(Minutes(std::strtod(arguments[1], nullptr)));
+  CSoak soak(words[1]);
+  const bool isWell = soak.Run(Minutes(std::strtod(words[0].c_str(), nullptr)));
   soak.PrintSummary(Clock::now() - begin);
   return isWell ? EXIT_SUCCESS : EXIT_FAILURE;
 }

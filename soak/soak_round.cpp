@@ -7,7 +7,7 @@
 
 #include "frame/extension_module.h"
 #include "frame/opcode.h"
-#include "soak/refusal_sink.h"
+#include "soak/soak_sink.h"
 
 namespace {
 
@@ -149,9 +149,9 @@ void CSoakRound::Send(RequestKind kind, uint32_t opcode, const char* more) {
   request.m_oDocument.Parse((R"({"SIP":{"V":1,"CMD":[{"OC":)" + std::to_string(opcode) +
                              R"(,"MI":)" + std::to_string(messageId) + more + "}]}}")
                                 .c_str());
-  TakeRefusal();
+  TakeSinkNotes();
   m_pModule->ModuleRequest(request);
-  m_oBook.Answer(messageId, request.GetCmdUInt(0, "ST", NO_STATUS), TakeRefusal());
+  m_oBook.Answer(messageId, request.GetCmdUInt(0, "ST", NO_STATUS), TakeSinkNotes().hasRefused);
 }
 
 void CSoakRound::WaitForRoom() const {
