@@ -82,7 +82,7 @@ int CopyThroughTemporary(const std::string& source, const std::filesystem::path&
 }  // namespace
 
 CFileTransfer::CFileTransfer(std::string directory, Report report)
-    : m_strDirectory(std::move(directory)), m_report(std::move(report)) {}
+    : m_strDirectory(std::move(directory)), m_fnReport(std::move(report)) {}
 
 void CFileTransfer::Answer(SipJson& request) {
   uint32_t status = STATUS_UNHANDLED;
@@ -101,19 +101,20 @@ std::string CFileTransfer::GetLastFile() {
 
 bool CFileTransfer::Copy(const std::string& localPath, const std::string& bmcPath) {
   if (m_strDirectory.empty()) {
-    m_report("There is no BMC to transfer to: name a directory that stands for it with --bmc DIR.");
+    m_fnReport(
+        "There is no BMC to transfer to: name a directory that stands for it with --bmc DIR.");
     return false;
   }
   const std::filesystem::path target =
       std::filesystem::path(m_strDirectory) / BmcFileName(bmcPath, localPath);
   if (const int error = CopyThroughTemporary(localPath, target)) {
-    m_report(localPath + " cannot be copied to " + target.string() + " (" + strerror(error) +
-             "): check the directory given with --bmc and the space left there.");
+    m_fnReport(localPath + " cannot be copied to " + target.string() + " (" + strerror(error) +
+               "): check the directory given with --bmc and the space left there.");
     return false;
   }
   if (!bmcPath.empty() && target.filename() != bmcPath) {
-    m_report("The copy is named \"" + target.filename().string() + "\" instead of \"" + bmcPath +
-             "\": it is one file in the directory given with --bmc.");
+    m_fnReport("The copy is named \"" + target.filename().string() + "\" instead of \"" + bmcPath +
+               "\": it is one file in the directory given with --bmc.");
   }
   const std::lock_guard guard(m_oLock);
   m_strLastFile = target;

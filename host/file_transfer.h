@@ -30,7 +30,7 @@ class CFileTransfer {
   bool Copy(const std::string& localPath, const std::string& bmcPath);
 
   const std::string m_strDirectory;
-  const Report m_report;
+  const Report m_fnReport;
   std::mutex m_oLock;
   std::string m_strLastFile;
 };

@@ -39,7 +39,7 @@ class CSoak {
   bool Run(Minutes time) {
     const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
     Clock::time_point nextReport = Clock::now();
-    while (m_isWell && (Clock::now() < end || m_nRounds <= WARM_UP_ROUNDS)) {
+    while (m_bWell && (Clock::now() < end || m_nRounds <= WARM_UP_ROUNDS)) {
       RunRound();
       if (m_nRounds == WARM_UP_ROUNDS) {
         m_oBefore = Measure();
@@ -51,7 +51,7 @@ class CSoak {
       }
     }
     Check();
-    return m_isWell;
+    return m_bWell;
   }
 
   void PrintSummary(Minutes time) const {
@@ -61,7 +61,7 @@ class CSoak {
       printf("  before: %s\n  after:  %s\n", Describe(*m_oBefore).c_str(),
              Describe(m_oAfter).c_str());
     }
-    printf(m_isWell ? "All was well.\n" : "Not all was well, see above.\n");
+    printf(m_bWell ? "All was well.\n" : "Not all was well, see above.\n");
   }
 
  private:
@@ -92,7 +92,7 @@ class CSoak {
 
   void Complain(const std::string& sentence) {
     printf("%s\n", sentence.c_str());
-    m_isWell = false;
+    m_bWell = false;
   }
 
   const std::string m_strModule;
@@ -102,7 +102,7 @@ class CSoak {
   int64_t m_nLongestEnd = 0;
   std::optional<ProcessLevels> m_oBefore;
   ProcessLevels m_oAfter = {};
-  bool m_isWell = true;
+  bool m_bWell = true;
 };
 
 }  // namespace

@@ -48,7 +48,7 @@ class ArchiveCreationTest : public ModuleHost {
   Lines Begin() const {
     return {{3, "\nEM_TALVOR (Create)  : Archive creation request, timeout=0 sec."},
             {2, "\nEM_TALVOR (Create)  : Start Talvor archive creation..."},
-            {3, "\nEM_TALVOR (Create)  :   archive path: \"" + m_archive + "\""},
+            {3, "\nEM_TALVOR (Create)  :   archive path: \"" + m_strArchive + "\""},
             {3, "\nEM_TALVOR (Create)  : Checking whether another Talvor is already running..."},
             {4, "\n"}};
   }
@@ -63,14 +63,14 @@ class ArchiveCreationTest : public ModuleHost {
   }
 
   Lines Launch() const {
-    return {{3, "\nEM_TALVOR (Create)  : Create Talvor process; command line: " + m_directory +
+    return {{3, "\nEM_TALVOR (Create)  : Create Talvor process; command line: " + m_strDirectory +
                     "Talvor"}};
   }
 
   Lines Finished() const {
     return {{3, "\nEM_TALVOR (Create)  : Talvor process exit"},
             {2, "\nEM_TALVOR (Create)  : -> Talvor archive creation finished"},
-            {2, "\nEM_TALVOR (Create)  :     file path: \"" + m_archive + "\""},
+            {2, "\nEM_TALVOR (Create)  :     file path: \"" + m_strArchive + "\""},
             {2, "\nEM_TALVOR (Create)  :     duration:  <seconds> seconds"}};
   }
 
@@ -85,7 +85,7 @@ class ArchiveCreationTest : public ModuleHost {
 TEST_F(ArchiveCreationTest, RunsTheCollectorAndAnswersWithStatus0) {
   InstallCollector("head -c 5000 /dev/zero > \"$archive\"");
   ExpectCreation(0, {Begin(), NoOther(), NoPrevious(), Launch(), Finished(), Size(4)},
-                 [this] { std::filesystem::remove(m_archive); });
+                 [this] { std::filesystem::remove(m_strArchive); });
 }
 
 TEST_F(ArchiveCreationTest, RemovesThePreviousArchiveFirst) {
@@ -93,22 +93,22 @@ TEST_F(ArchiveCreationTest, RemovesThePreviousArchiveFirst) {
   ExpectCreation(0,
                  {Begin(),
                   NoOther(),
-                  {{3, "\nEM_TALVOR           :   delete previous Talvor archive " + m_archive},
+                  {{3, "\nEM_TALVOR           :   delete previous Talvor archive " + m_strArchive},
                    {4, "\nEM_TALVOR           :   previous Talvor archive deleted"}},
                   Launch(),
                   Finished(),
                   Size(0)},
-                 [this] { std::ofstream(m_archive) << std::string(5000, 'x'); });
+                 [this] { std::ofstream(m_strArchive) << std::string(5000, 'x'); });
 }
 
 TEST_F(ArchiveCreationTest, GoesOnWithAnArchiveThatCannotBeRemoved) {
   InstallCollector("exit 2");
-  std::filesystem::create_directory(m_archive);
+  std::filesystem::create_directory(m_strArchive);
   ExpectCreation(
       6,
       {Begin(),
        NoOther(),
-       {{3, "\nEM_TALVOR           :   delete previous Talvor archive " + m_archive},
+       {{3, "\nEM_TALVOR           :   delete previous Talvor archive " + m_strArchive},
         {1,
          "\nEM_TALVOR           : ## ERROR! Old Talvor archive file cannot be deleted (0x00000015)!"}},
        Launch()});
@@ -116,14 +116,14 @@ TEST_F(ArchiveCreationTest, GoesOnWithAnArchiveThatCannotBeRemoved) {
 
 TEST_F(ArchiveCreationTest, ACollectorThatLeavesThePreviousArchiveAsItWasGivesStatus6) {
   InstallCollector("test -e \"$D/written\" && echo new > \"$archive\"; true");
-  std::ofstream(m_archive) << "old";
+  std::ofstream(m_strArchive) << "old";
   const TraceSession session(1);
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("unlink", 0);
   EXPECT_EQ(Run(CREATE), 6U);
   EXPECT_EQ(session.Count(NOT_CREATED), 1);
-  std::ofstream(m_directory + "written") << "x";
+  std::ofstream(m_strDirectory + "written") << "x";
   EXPECT_EQ(Run(CREATE), 0U);
   EXPECT_TRUE(faults.Stop());
 }
@@ -131,9 +131,9 @@ TEST_F(ArchiveCreationTest, ACollectorThatLeavesThePreviousArchiveAsItWasGivesSt
 TEST_F(ArchiveCreationTest, AnArchiveWrittenAgainIsNewAlsoWithItsOldModificationTime) {
   InstallCollector(
       "touch -r \"$archive\" \"$D/time\"; echo new > \"$archive\"; touch -r \"$D/time\" \"$archive\"");
-  std::ofstream(m_archive) << "old";
+  std::ofstream(m_strArchive) << "old";
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("unlink", 0);
   EXPECT_EQ(Run(CREATE), 0U);
   EXPECT_TRUE(faults.Stop());
@@ -149,7 +149,7 @@ TEST_F(ArchiveCreationTest, AnArchiveIsARegularFile) {
   for (const char* script : {"mkdir \"$archive\"", "rmdir \"$archive\"; mkfifo \"$archive\""}) {
     InstallCollector(script);
     ASSERT_EQ(StartAfresh(), 1U);
-    m_switch.Forget();
+    m_oSwitch.Forget();
     EXPECT_EQ(Run(CREATE), 6U) << script;
     EXPECT_EQ(Run(TRANSFER), 3U) << script;
   }
@@ -161,7 +161,7 @@ TEST_F(ArchiveCreationTest, ShowsASizeOfTwoTebibytesAndMoreAsTheLargestNumber) {
   ASSERT_EQ(CreateAndStart(), 1U);
   constexpr int64_t TWO_TEBIBYTES = INT64_C(1) << 41;
   for (const int64_t size : {TWO_TEBIBYTES - 1, TWO_TEBIBYTES, 2 * TWO_TEBIBYTES}) {
-    std::ofstream(m_directory + "size") << size;
+    std::ofstream(m_strDirectory + "size") << size;
     EXPECT_EQ(Run(CREATE), 0U);
   }
   std::vector<std::string> sizes = session.Texts();
@@ -179,16 +179,16 @@ TEST_F(ArchiveCreationTest, DoesNotCreateWhileTheSwitchShutsDown) {
       6,
       {{{2,
          "\n\nEM_TALVOR (Create)  : ## NOTE: SWITCH shutdown in progress - do not create archive"}}},
-      [this] { m_module->ModuleNotification(0x20000, 0, 0); });
-  EXPECT_FALSE(std::filesystem::exists(m_archive));
+      [this] { m_pModule->ModuleNotification(0x20000, 0, 0); });
+  EXPECT_FALSE(std::filesystem::exists(m_strArchive));
 }
 
 TEST_F(ArchiveCreationTest, DoesNotCreateWhileAForeignCollectorRuns) {
   InstallCollector(GOOD_COLLECTOR);
-  std::filesystem::create_directory(m_directory + "other");
-  std::ofstream(m_directory + "other/Talvor") << "#!/bin/sh\nread line\n";
-  std::filesystem::permissions(m_directory + "other/Talvor", std::filesystem::perms::all);
-  FILE* foreign = popen(("exec '" + m_directory + "other/Talvor'").c_str(), "w");
+  std::filesystem::create_directory(m_strDirectory + "other");
+  std::ofstream(m_strDirectory + "other/Talvor") << "#!/bin/sh\nread line\n";
+  std::filesystem::permissions(m_strDirectory + "other/Talvor", std::filesystem::perms::all);
+  FILE* foreign = popen(("exec '" + m_strDirectory + "other/Talvor'").c_str(), "w");
   ASSERT_NE(foreign, nullptr);
   ASSERT_TRUE(WaitUntil([] { return system("grep -qsx Talvor /proc/[0-9]*/comm") == 0; }));
   ExpectCreation(
@@ -196,7 +196,7 @@ TEST_F(ArchiveCreationTest, DoesNotCreateWhileAForeignCollectorRuns) {
       {Begin(),
        {{1,
          "\n\nEM_TALVOR (Create)  : ## ERROR! Foreign Talvor process already running - cannot start another Talvor instance!"}}});
-  EXPECT_FALSE(std::filesystem::exists(m_archive));
+  EXPECT_FALSE(std::filesystem::exists(m_strArchive));
   pclose(foreign);
   EXPECT_EQ(Run(CREATE), 0U);
 }
@@ -204,7 +204,7 @@ TEST_F(ArchiveCreationTest, DoesNotCreateWhileAForeignCollectorRuns) {
 TEST_F(ArchiveCreationTest, ACollectorThatFailsGivesStatus6WithoutALineOfItsOwn) {
   InstallCollector("echo data > \"$archive\"; exit 2");
   ExpectCreation(6, {Begin(), NoOther(), NoPrevious(), Launch()},
-                 [this] { std::filesystem::remove(m_archive); });
+                 [this] { std::filesystem::remove(m_strArchive); });
 }
 
 TEST_F(ArchiveCreationTest, ACollectorThatASignalEndsGivesStatus6WithoutALineOfItsOwn) {
@@ -214,7 +214,7 @@ TEST_F(ArchiveCreationTest, ACollectorThatASignalEndsGivesStatus6WithoutALineOfI
 
 TEST_F(ArchiveCreationTest, ACollectorThatCannotBeStartedGivesStatus6WithoutALineOfItsOwn) {
   InstallCollector(GOOD_COLLECTOR);
-  std::filesystem::permissions(m_directory + "Talvor", std::filesystem::perms::owner_read);
+  std::filesystem::permissions(m_strDirectory + "Talvor", std::filesystem::perms::owner_read);
   ExpectCreation(6, {Begin(), NoOther(), NoPrevious(), Launch()});
 }
 
@@ -222,13 +222,13 @@ TEST_F(ArchiveCreationTest, WithoutAProcessForTheCollectorTheStatusIs6AndNothing
   InstallCollector(GOOD_COLLECTOR);
   const TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("fork", 0);
   faults.Fail("vfork", 0);
   EXPECT_EQ(Run(CREATE), 6U);
   EXPECT_TRUE(faults.Stop());
-  EXPECT_FALSE(std::filesystem::exists(m_archive));
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_FALSE(std::filesystem::exists(m_strArchive));
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(session.Count(
                 "\nEM_TALVOR (Stop)    : Talvor process not running, can stop module immediately"),
             1);
@@ -245,7 +245,7 @@ TEST_F(ArchiveCreationTest, TheFinalAnswerIsTheRequestWithItsStatusMarkedAsCompl
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(R"({"OC":13313,"MI":"0x00010002","TO":"30","DA":"x","ST":9})"), 0U);
   EXPECT_THAT(
-      m_switch.Answers(),
+      m_oSwitch.Answers(),
       ElementsAre(
           R"({"SIP":{"V":1,"CMD":[{"OC":13313,"MI":"0x00010002","TO":"30","DA":"x","ST":0}],"C":true}})"));
 }
@@ -256,9 +256,9 @@ TEST_F(ArchiveCreationTest, TheMarkReplacesAnOlderOne) {
   SipJson request;
   request.m_oDocument.Parse(R"({"SIP":{"C":7,"CMD":[{"OC":1},{"OC":13313}]}})");
   request.m_nCmdIndex = 1;
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
-  EXPECT_EQ(m_switch.StatusOf(0), 0U);
-  EXPECT_THAT(m_switch.Answers(),
+  EXPECT_EQ(m_pModule->ModuleRequest(request), 1U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 0U);
+  EXPECT_THAT(m_oSwitch.Answers(),
               ElementsAre(R"({"SIP":{"C":true,"CMD":[{"OC":1},{"OC":13313,"ST":0}]}})"));
 }
 
@@ -288,9 +288,9 @@ TEST_F(ArchiveCreationTest, ShowsTheWholeSecondsThatTheCollectorTook) {
 }
 
 TEST_F(ArchiveCreationTest, StartsACollectorWhosePathContainsBlanksWithoutArguments) {
-  m_directory += "two words/";
-  std::filesystem::create_directories(m_directory);
-  m_archive = m_directory + "Talvor_Data.zip";
+  m_strDirectory += "two words/";
+  std::filesystem::create_directories(m_strDirectory);
+  m_strArchive = m_strDirectory + "Talvor_Data.zip";
   InstallCollector("test $# = 0 && echo data > \"$archive\"");
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 0U);
@@ -301,7 +301,7 @@ TEST_F(ArchiveCreationTest, ACollectorGetsNoDescriptorOfTheHost) {
   const std::ifstream hosts("/dev/null");
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 0U);
-  std::ifstream list(m_archive);
+  std::ifstream list(m_strArchive);
   // Standard input, output and error, and what lists them.
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(list), {}), "0\n1\n2\n3\n");
 }
@@ -311,19 +311,19 @@ TEST_F(ArchiveCreationTest, AQueuedCreationRunsAfterTheFirst) {
   ASSERT_EQ(CreateAndStart(), 1U);
   Send(CREATE);
   Send(CREATE);
-  EXPECT_EQ(m_switch.StatusOf(0), 0U);
-  EXPECT_EQ(m_switch.StatusOf(1), 0U);
-  EXPECT_EQ(std::filesystem::file_size(m_archive), 5U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 0U);
+  EXPECT_EQ(m_oSwitch.StatusOf(1), 0U);
+  EXPECT_EQ(std::filesystem::file_size(m_strArchive), 5U);
 }
 
 TEST_F(ArchiveCreationTest, TheLastTaskMayStillBeAnsweredWhenTheHostThrows) {
   InstallCollector(GOOD_COLLECTOR);
   const TraceSession session(1);
   ASSERT_EQ(CreateAndStart(), 1U);
-  m_switch.onAnswer = [](SipJson& /*answer*/) { throw std::runtime_error("hand-back"); };
+  m_oSwitch.onAnswer = [](SipJson& /*answer*/) { throw std::runtime_error("hand-back"); };
   Send(CREATE);
   EXPECT_TRUE(session.WaitFor("\n\nCTaskSerializer     : ## EXCEPTION in OnTaskExecution()! ##"));
-  m_switch.onAnswer = nullptr;
+  m_oSwitch.onAnswer = nullptr;
   EXPECT_EQ(Run(CREATE), 0U);
 }
 
@@ -339,10 +339,10 @@ TEST_F(ArchiveCreationTest, AnUnknownTaskIsAnErrorAndNotAnswered) {
         session.Clear();
         constexpr size_t ON_TASK_EXECUTION = 24;
         using Operation = void (*)(CIExtensionModule*, SipJson&, int32_t);
-        const auto* operations = *reinterpret_cast<const Operation* const*>(m_module);
+        const auto* operations = *reinterpret_cast<const Operation* const*>(m_pModule);
         SipJson request = MakeRequest(QUERY);
-        operations[ON_TASK_EXECUTION](m_module, request, 0);
+        operations[ON_TASK_EXECUTION](m_pModule, request, 0);
         EXPECT_EQ(StatusOf(request), 999U);
       });
-  EXPECT_TRUE(m_switch.Answers().empty());
+  EXPECT_TRUE(m_oSwitch.Answers().empty());
 }

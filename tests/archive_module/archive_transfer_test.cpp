@@ -23,13 +23,13 @@ class ArchiveTransferTest : public ModuleHost {
   // A collector is installed and an archive of 3000 bytes lies there.
   ArchiveTransferTest() {
     InstallCollector("");
-    std::ofstream(m_archive) << std::string(3000, 'x');
+    std::ofstream(m_strArchive) << std::string(3000, 'x');
     AnswerWith(0);
   }
 
   // What HTI answers.
   void AnswerWith(uint32_t status) {
-    m_switch.onHtiRequest = [status](SipJson& request) { request.SetCmdUInt("ST", status); };
+    m_oSwitch.onHtiRequest = [status](SipJson& request) { request.SetCmdUInt("ST", status); };
   }
 
   // Expects a transfer to end with that status, in those lines between the first and the trace of
@@ -58,7 +58,7 @@ class ArchiveTransferTest : public ModuleHost {
   Lines Begin(int timeout) const {
     return {{3, "\nEM_TALVOR (Transfer): Transfer archive to BMC, timeout=" +
                     std::to_string(timeout) + " sec."},
-            {2, "\nEM_TALVOR (Transfer):   archive path: \"" + m_archive + "\""}};
+            {2, "\nEM_TALVOR (Transfer):   archive path: \"" + m_strArchive + "\""}};
   }
 
   static Lines Name(const std::string& name) {
@@ -87,15 +87,15 @@ TEST_F(ArchiveTransferTest, AsksHtiForThisAndNothingElse) {
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(R"({"OC":13314,"TO":60,"DA":"bmc.zip"})"), 0U);
   EXPECT_THAT(
-      m_switch.HtiRequests(),
+      m_oSwitch.HtiRequests(),
       ElementsAre(
           R"({"SIP":{"V":1,"CMD":[{"OC":61522,"OE":0,"OI":0,"TO":59,"DA":{"FileType":2,"LocalFilePath":")" +
-          m_archive + R"(","BmcFilePath":"bmc.zip"}}]}})"));
+          m_strArchive + R"(","BmcFilePath":"bmc.zip"}}]}})"));
 }
 
 TEST_F(ArchiveTransferTest, AsksHtiInUnsignedNumbers) {
   bool areUnsigned = false;
-  m_switch.onHtiRequest = [&](SipJson& request) {
+  m_oSwitch.onHtiRequest = [&](SipJson& request) {
     const auto& sip = request.m_oDocument["SIP"];
     const auto& command = sip["CMD"][0];
     EXPECT_EQ(request.m_nCmdIndex, 0U);
@@ -112,13 +112,13 @@ TEST_F(ArchiveTransferTest, AsksHtiInUnsignedNumbers) {
 TEST_F(ArchiveTransferTest, TheFinalAnswerIsTheRequestWithoutItsData) {
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(R"({"OC":13314,"TO":60,"DA":"bmc.zip","ST":9})"), 0U);
-  EXPECT_THAT(m_switch.Answers(),
+  EXPECT_THAT(m_oSwitch.Answers(),
               ElementsAre(R"({"SIP":{"V":1,"CMD":[{"OC":13314,"TO":60,"ST":0}],"C":true}})"));
 }
 
 TEST_F(ArchiveTransferTest, WithoutANameForTheBmcThereIsNoLineOfIt) {
   ExpectTransfer(TRANSFER, 0, {Begin(0), SendDown(0, "0x00")});
-  EXPECT_THAT(m_switch.HtiRequests().back(), HasSubstr(R"("BmcFilePath":"")"));
+  EXPECT_THAT(m_oSwitch.HtiRequests().back(), HasSubstr(R"("BmcFilePath":"")"));
 }
 
 TEST_F(ArchiveTransferTest, DoesNotTransferWhileTheSwitchShutsDown) {
@@ -126,38 +126,38 @@ TEST_F(ArchiveTransferTest, DoesNotTransferWhileTheSwitchShutsDown) {
       TRANSFER, 6,
       {{{2,
          "\n\nEM_TALVOR (Transfer): ## ERROR: SWITCH shutdown in progress - do not transfer archive"}}},
-      [this] { m_module->ModuleNotification(0x20000, 0, 0); });
-  EXPECT_THAT(m_switch.HtiRequests(), IsEmpty());
+      [this] { m_pModule->ModuleNotification(0x20000, 0, 0); });
+  EXPECT_THAT(m_oSwitch.HtiRequests(), IsEmpty());
 }
 
 TEST_F(ArchiveTransferTest, AnArchiveThatDoesNotExistIsNotTransferred) {
-  std::filesystem::remove(m_archive);
+  std::filesystem::remove(m_strArchive);
   ExpectTransfer(R"({"OC":13314,"TO":5})", 3,
                  {Begin(5),
-                  {{1, "\n\nEM_TALVOR (Transfer): ## ERROR! Talvor archive \"" + m_archive +
+                  {{1, "\n\nEM_TALVOR (Transfer): ## ERROR! Talvor archive \"" + m_strArchive +
                            "\" does not exist - cannot transfer file!\n"}}});
-  EXPECT_THAT(m_switch.HtiRequests(), IsEmpty());
+  EXPECT_THAT(m_oSwitch.HtiRequests(), IsEmpty());
 }
 
 // The data goes only behind the request to HTI.
 TEST_F(ArchiveTransferTest, AnAnswerWithoutHtiKeepsTheData) {
-  std::filesystem::remove(m_archive);
+  std::filesystem::remove(m_strArchive);
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(R"({"OC":13314,"DA":"x"})"), 3U);
-  EXPECT_THAT(m_switch.Answers(),
+  EXPECT_THAT(m_oSwitch.Answers(),
               ElementsAre(R"({"SIP":{"V":1,"CMD":[{"OC":13314,"DA":"x","ST":3}],"C":true}})"));
 }
 
 TEST_F(ArchiveTransferTest, PassesTheStatusOfHtiThrough) {
   AnswerWith(5);
   ExpectTransfer(R"({"OC":13314,"DA":"x"})", 5, {Begin(0), Name("x"), SendDown(0, "0x05")});
-  EXPECT_EQ(m_switch.Answers().back(), R"({"SIP":{"V":1,"CMD":[{"OC":13314,"ST":5}],"C":true}})");
+  EXPECT_EQ(m_oSwitch.Answers().back(), R"({"SIP":{"V":1,"CMD":[{"OC":13314,"ST":5}],"C":true}})");
   AnswerWith(0xABCDEF01);
   EXPECT_EQ(Run(TRANSFER), 0xABCDEF01);
 }
 
 TEST_F(ArchiveTransferTest, AStatusThatHtiDidNotWriteIsPending) {
-  m_switch.onHtiRequest = nullptr;
+  m_oSwitch.onHtiRequest = nullptr;
   const TraceSession session(3);
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(TRANSFER), 22U);
@@ -169,8 +169,8 @@ TEST_F(ArchiveTransferTest, AStatusThatHtiDidNotWriteIsPending) {
 TEST_F(ArchiveTransferTest, WithoutASwitchTheStatusIs6) {
   const TraceSession session(3);
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
-  ASSERT_EQ(m_module->Start(nullptr, 1), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
+  ASSERT_EQ(m_pModule->Start(nullptr, 1), 1U);
   Send(TRANSFER);
   EXPECT_TRUE(
       session.WaitFor("\n%-20s: OC 0x%04X-0x%04X OID 0x%04X MID 0x%04X%04X Stat 0x%02X", 3));
@@ -194,7 +194,7 @@ TEST_F(ArchiveTransferTest, HtiGivesUpOneSecondBeforeTheCaller) {
   };
   for (const auto& [timeout, passed] : cases) {
     EXPECT_EQ(Run(R"({"OC":13314,"TO":)" + std::string(timeout) + "}"), 0U);
-    EXPECT_THAT(m_switch.HtiRequests().back(), HasSubstr("\"TO\":" + std::string(passed) + ","));
+    EXPECT_THAT(m_oSwitch.HtiRequests().back(), HasSubstr("\"TO\":" + std::string(passed) + ","));
   }
 }
 
@@ -221,10 +221,10 @@ TEST_F(ArchiveTransferTest, TakesTheNameForTheBmcFromEveryFormOfTheData) {
   };
   for (const auto& [data, name] : cases) {
     EXPECT_EQ(Run(R"({"OC":13314,"DA":)" + std::string(data) + "}"), 0U);
-    EXPECT_THAT(m_switch.HtiRequests().back(),
+    EXPECT_THAT(m_oSwitch.HtiRequests().back(),
                 HasSubstr(R"("BmcFilePath":")" + std::string(name) + "\""))
         << data;
-    EXPECT_EQ(m_switch.Answers().back(), R"({"SIP":{"V":1,"CMD":[{"OC":13314,"ST":0}],"C":true}})")
+    EXPECT_EQ(m_oSwitch.Answers().back(), R"({"SIP":{"V":1,"CMD":[{"OC":13314,"ST":0}],"C":true}})")
         << data;
   }
 }
@@ -232,24 +232,24 @@ TEST_F(ArchiveTransferTest, TakesTheNameForTheBmcFromEveryFormOfTheData) {
 TEST_F(ArchiveTransferTest, ACreationWaitsUntilHtiHasAnswered) {
   InstallCollector(GOOD_COLLECTOR);
   ASSERT_EQ(CreateAndStart(), 1U);
-  m_switch.onHtiRequest = [this](SipJson& request) {
+  m_oSwitch.onHtiRequest = [this](SipJson& request) {
     EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_EQ(std::filesystem::file_size(m_archive), 3000U);
+    EXPECT_EQ(std::filesystem::file_size(m_strArchive), 3000U);
     request.SetCmdUInt("ST", 0);
   };
   EXPECT_EQ(Run(TRANSFER), 0U);
-  EXPECT_EQ(m_switch.StatusOf(1), 0U);
-  EXPECT_EQ(std::filesystem::file_size(m_archive), 5U);
+  EXPECT_EQ(m_oSwitch.StatusOf(1), 0U);
+  EXPECT_EQ(std::filesystem::file_size(m_strArchive), 5U);
 }
 
 TEST_F(ArchiveTransferTest, AnHtiThatThrowsCostsTheAnswerAndNotTheWorker) {
   const TraceSession session(1);
   ASSERT_EQ(CreateAndStart(), 1U);
-  m_switch.onHtiRequest = [](SipJson& /*request*/) { throw std::runtime_error("HTI"); };
+  m_oSwitch.onHtiRequest = [](SipJson& /*request*/) { throw std::runtime_error("HTI"); };
   Send(TRANSFER);
   EXPECT_TRUE(session.WaitFor("\n\nCTaskSerializer     : ## EXCEPTION in OnTaskExecution()! ##"));
   AnswerWith(0);
   EXPECT_EQ(Run(TRANSFER), 0U);
-  EXPECT_EQ(m_switch.Answers().size(), 1U);
+  EXPECT_EQ(m_oSwitch.Answers().size(), 1U);
 }

@@ -40,18 +40,18 @@ class CallFaultsTest : public ModuleHost {
  protected:
   CallFaultsTest() {
     InstallCollector(GOOD_COLLECTOR);
-    m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
-    m_registry = ReadRegistry();
+    m_oSwitch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
+    m_strRegistry = ReadRegistry();
   }
   ~CallFaultsTest() override { std::filesystem::remove_all(COLLECTOR_DIRECTORY); }
 
   void ExpectRegistryAsItWas() const {
-    EXPECT_EQ(ReadRegistry(), m_registry);
+    EXPECT_EQ(ReadRegistry(), m_strRegistry);
     const std::filesystem::directory_iterator files("/etc/qamrel");
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
   }
 
-  std::string m_registry;
+  std::string m_strRegistry;
 };
 
 // The functions, one for each case.
@@ -59,7 +59,7 @@ class EachCallTest : public CallFaultsTest, public testing::WithParamInterface<s
  protected:
   void SetUp() override {
     LoadModule();
-    m_pFaults = std::make_unique<CallFaults>(m_library);
+    m_pFaults = std::make_unique<CallFaults>(m_pLibrary);
     if (const auto names = m_pFaults->ImportedNames();
         std::find(names.begin(), names.end(), GetParam()) == names.end()) {
       GTEST_SKIP() << "not a function that the module uses";
@@ -74,25 +74,25 @@ class EachCallTest : public CallFaultsTest, public testing::WithParamInterface<s
     UnloadModule();
     ASSERT_FALSE(IsLoaded());
     LoadModule();
-    m_pFaults = std::make_unique<CallFaults>(m_library);
+    m_pFaults = std::make_unique<CallFaults>(m_pLibrary);
   }
 
   // Creates the instance; without memory or an event there may be none, and the host tries again.
   void CreateModule() {
     try {
-      Create(&m_module, nullptr);
+      Create(&m_pModule, nullptr);
     } catch (const std::bad_alloc&) {
-      m_module = nullptr;
+      m_pModule = nullptr;
     }
-    if (m_module == nullptr) {
+    if (m_pModule == nullptr) {
       EXPECT_EQ(Delete(), 0U);
-      EXPECT_EQ(Create(&m_module, nullptr), 1U);
+      EXPECT_EQ(Create(&m_pModule, nullptr), 1U);
     }
   }
 
   void ExpectWorkingModule(uint32_t isStarted, bool hasWorker) {
     SipJson query = MakeRequest(QUERY);
-    EXPECT_EQ(m_module->ModuleRequest(query), 1U);
+    EXPECT_EQ(m_pModule->ModuleRequest(query), 1U);
     EXPECT_EQ(query.GetCmdUInt(0, "DA", 9), isStarted);
     if (isStarted == 0) {
       EXPECT_EQ(Send(CREATE), std::make_pair(1U, 3U));
@@ -103,10 +103,10 @@ class EachCallTest : public CallFaultsTest, public testing::WithParamInterface<s
 
   // Sends a request whose call fails, and waits for its final answer. Returns its statuses.
   std::pair<uint32_t, uint32_t> SendWithFault(const char* command, int64_t number) {
-    const size_t answers = m_switch.Answers().size();
+    const size_t answers = m_oSwitch.Answers().size();
     FailCall(number);
     const uint32_t status = Send(command).second;
-    return {status, status == 22 ? m_switch.StatusOf(answers) : status};
+    return {status, status == 22 ? m_oSwitch.StatusOf(answers) : status};
   }
 
   std::unique_ptr<CallFaults> m_pFaults;
@@ -145,13 +145,13 @@ TEST_P(EachCallTest, IsSurvivedWhenAModuleStartsAndEnds) {
     Reload();
     FailCall(number);
     CreateModule();
-    const uint32_t isStarted = m_module->Start(&m_switch, 1);
+    const uint32_t isStarted = m_pModule->Start(&m_oSwitch, 1);
     hasFailed = m_pFaults->Stop();
     EXPECT_TRUE(hasFailed || isStarted == 1);
     ExpectWorkingModule(isStarted, CountThreads() > threads);
 
     FailCall(number);
-    EXPECT_EQ(m_module->Stop(), 1U);
+    EXPECT_EQ(m_pModule->Stop(), 1U);
     EXPECT_TRUE(HasOnlyThreads(threads));
     EXPECT_EQ(DeleteModule(), 1U);
     hasFailed = m_pFaults->Stop() || hasFailed;
@@ -193,7 +193,7 @@ TEST_P(EachCallTest, IsSurvivedByRequests) {
       EXPECT_FALSE(HasChildren());
     }
   }
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   ExpectRegistryAsItWas();
 }
 
@@ -204,7 +204,7 @@ TEST_P(EachCallTest, IsSurvivedByACleanup) {
     SCOPED_TRACE(number);
     Reload();
     MakeCollectorDirectory();
-    std::ofstream(m_archive) << "data";
+    std::ofstream(m_strArchive) << "data";
     FailCall(number);
     EXPECT_LE(SetupAction(CLEANUP), 1U);
     hasFailed = m_pFaults->Stop();
@@ -213,7 +213,7 @@ TEST_P(EachCallTest, IsSurvivedByACleanup) {
     Reload();
     EXPECT_EQ(SetupAction(CLEANUP), 1U);
     EXPECT_FALSE(std::filesystem::exists(COLLECTOR_DIRECTORY));
-    EXPECT_FALSE(std::filesystem::exists(m_archive));
+    EXPECT_FALSE(std::filesystem::exists(m_strArchive));
   }
   ExpectRegistryAsItWas();
 }
@@ -221,7 +221,7 @@ TEST_P(EachCallTest, IsSurvivedByACleanup) {
 // A launcher that takes another way must be made to fail on that way.
 TEST_F(CallFaultsTest, TheFunctionsOfTheRoadAreAmongThoseThatFail) {
   LoadModule();
-  const CallFaults faults(m_library);
+  const CallFaults faults(m_pLibrary);
   const std::vector<std::string> names = faults.ImportedNames();
   EXPECT_THAT(names, IsSupersetOf({"open", "openat", "read", "write", "stat", "fstat", "unlink",
                                    "opendir", "readdir", "unlinkat", "syscall", "execvp", "waitpid",
@@ -231,7 +231,7 @@ TEST_F(CallFaultsTest, TheFunctionsOfTheRoadAreAmongThoseThatFail) {
 
 TEST_F(CallFaultsTest, ACollectorThatTheSystemDoesNotExecuteFailsTheJob) {
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("execvp", 0);
   EXPECT_EQ(Run(CREATE), 6U);
   faults.Stop();
@@ -242,11 +242,11 @@ TEST_F(CallFaultsTest, ACollectorThatTheSystemDoesNotExecuteFailsTheJob) {
 TEST_F(CallFaultsTest, ACollectorThatCannotBeWaitedForIsEndedByStop) {
   InstallCollector("exec sleep 60");
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("waitpid", 0, 1, ECHILD);
   EXPECT_EQ(Run(CREATE), 6U);
   EXPECT_TRUE(HasChildren());
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_FALSE(HasChildren());
 }
 
@@ -254,13 +254,13 @@ TEST_F(CallFaultsTest, ACollectorThatCannotBeKilledIsWaitedFor) {
   InstallCollector("touch \"$D/runs\"; while test ! -e \"$D/go\"; do sleep 0.1; done");
   const TraceSession session(1);
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("kill", 0);
-  faults.CallAt("kill", [this] { std::ofstream(m_directory + "go") << "go"; });
+  faults.CallAt("kill", [this] { std::ofstream(m_strDirectory + "go") << "go"; });
   Send(CREATE);
   ASSERT_TRUE(WaitForCollector());
-  EXPECT_EQ(m_module->Stop(), 1U);
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);  // it has left no archive
+  EXPECT_EQ(m_pModule->Stop(), 1U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);  // it has left no archive
   EXPECT_FALSE(HasChildren());
   EXPECT_THAT(
       session.Texts(),
@@ -275,7 +275,7 @@ TEST_F(CallFaultsTest, ACollectorThatEndsBeforeTheKillHasExited) {
   constexpr char EXITED[] = "\nEM_TALVOR (Stop)    : Talvor process exit";
   const TraceSession session(1);
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   std::atomic<bool> isJob = true;
   faults.CallAt("waitpid", [&] {
     if (isJob.exchange(false)) {
@@ -283,9 +283,9 @@ TEST_F(CallFaultsTest, ACollectorThatEndsBeforeTheKillHasExited) {
     }
   });
   faults.CallAt("kill", [this] {
-    std::ofstream(m_directory + "go") << "go";
+    std::ofstream(m_strDirectory + "go") << "go";
     std::string pid;
-    std::ifstream(m_directory + "pid") >> pid;
+    std::ifstream(m_strDirectory + "pid") >> pid;
     EXPECT_TRUE(WaitUntil([&pid] {
       std::string text;
       std::getline(std::ifstream("/proc/" + pid + "/stat"), text);
@@ -294,16 +294,16 @@ TEST_F(CallFaultsTest, ACollectorThatEndsBeforeTheKillHasExited) {
   });
   Send(CREATE);
   ASSERT_TRUE(WaitForCollector());
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(session.Count(EXITED), 1);
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
 }
 
 TEST_F(CallFaultsTest, WithoutAThreadStopEndsTheCollectorAllTheSame) {
   InstallCollector("touch \"$D/runs\"; exec sleep 60");
   const size_t threads = CountThreads();
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   Send(CREATE);
   Send(CREATE);
   ASSERT_TRUE(WaitForCollector());
@@ -313,10 +313,10 @@ TEST_F(CallFaultsTest, WithoutAThreadStopEndsTheCollectorAllTheSame) {
     }
   }
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
-  EXPECT_THAT(m_switch.Answers(), testing::SizeIs(1));
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_THAT(m_oSwitch.Answers(), testing::SizeIs(1));
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
   EXPECT_TRUE(HasOnlyThreads(threads));
   EXPECT_FALSE(HasChildren());
 }
@@ -325,13 +325,13 @@ TEST_F(CallFaultsTest, WithoutAThreadStopEndsTheCollectorAllTheSame) {
 TEST_F(CallFaultsTest, WithoutAnEventForTheWorkerThereIsNoInstance) {
   const TraceSession session(1);
   LoadModule();
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("pthread_cond_init", 0, 1);
-  m_module = reinterpret_cast<CIExtensionModule*>(this);
-  EXPECT_EQ(Create(&m_module, nullptr), 0U);
-  EXPECT_EQ(m_module, nullptr);
+  m_pModule = reinterpret_cast<CIExtensionModule*>(this);
+  EXPECT_EQ(Create(&m_pModule, nullptr), 0U);
+  EXPECT_EQ(m_pModule, nullptr);
   EXPECT_TRUE(faults.Stop());
   EXPECT_EQ(session.Texts().back(),
             "\nEM DLL (EM_TALVOR ) : ## ERROR: Module could not be created!\n");
-  EXPECT_EQ(Create(&m_module, nullptr), 1U);
+  EXPECT_EQ(Create(&m_pModule, nullptr), 1U);
 }

@@ -32,12 +32,12 @@ class CollectorOutcomeTest : public ModuleHost {
     };
     ExpectLines(LinesWith("Talvor archive process"), {{2, line}},
                 [this](TraceSession& /*session*/) {
-                  m_switch.Forget();
+                  m_oSwitch.Forget();
                   EM_TALVOR module;
-                  ASSERT_EQ(module.Start(&m_switch, 1), 1U);
+                  ASSERT_EQ(module.Start(&m_oSwitch, 1), 1U);
                   SipJson request = MakeRequest(CREATE);
                   EXPECT_EQ(module.ModuleRequest(request), 1U);
-                  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+                  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
                   EXPECT_EQ(module.Stop(), 1U);
                 });
   }
@@ -70,7 +70,7 @@ TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
   std::promise<void> begun;
   int killsMeanwhile = -1;
   g_fnRun = [&](std::atomic<int32_t>& pid, int32_t& /*exitCode*/) {
-    if (m_switch.Answers().empty()) {
+    if (m_oSwitch.Answers().empty()) {
       pid = INT32_MAX;  // nobody's
       return false;
     }
@@ -80,11 +80,11 @@ TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
     return true;
   };
   EM_TALVOR module;
-  ASSERT_EQ(module.Start(&m_switch, 1), 1U);
+  ASSERT_EQ(module.Start(&m_oSwitch, 1), 1U);
   for (const size_t answers : {0U, 1U}) {
     SipJson request = MakeRequest(CREATE);
     EXPECT_EQ(module.ModuleRequest(request), 1U);
-    EXPECT_TRUE(answers > 0 || m_switch.StatusOf(answers) == 6U);
+    EXPECT_TRUE(answers > 0 || m_oSwitch.StatusOf(answers) == 6U);
   }
   begun.get_future().wait();
   EXPECT_EQ(module.Stop(), 1U);
@@ -108,7 +108,7 @@ TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithou
   };
   {
     EM_TALVOR module;
-    ASSERT_EQ(module.Start(&m_switch, 1), 1U);
+    ASSERT_EQ(module.Start(&m_oSwitch, 1), 1U);
     SipJson request = MakeRequest(CREATE);
     EXPECT_EQ(module.ModuleRequest(request), 1U);
     begun.get_future().wait();
@@ -124,7 +124,7 @@ TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithou
         1);
     end.set_value();
   }
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
   killing.End();
   int32_t exitCode = 0;
   EXPECT_TRUE(KillProcess(collector, true));

@@ -26,15 +26,15 @@ class EmTalvorTest : public ModuleHost {
   // Everything that a host does with a module, once.
   void RunWholeRoad() {
     ASSERT_EQ(CreateAndStart(), 1U);
-    m_module->SetCabinetNumber(0);
-    m_module->ModuleNotification(0x20001, 0, 0);
+    m_pModule->SetCabinetNumber(0);
+    m_pModule->ModuleNotification(0x20001, 0, 0);
     EXPECT_EQ(Send(QUERY), std::make_pair(1U, 0U));
     EXPECT_EQ(Run(CREATE), 0U);
     EXPECT_EQ(Run(TRANSFER), 22U);
     EXPECT_EQ(Send(R"({"OC":13313,"CA":1})"), std::make_pair(0U, 20U));
-    m_module->ModuleNotification(0x20000, 0, 0);
+    m_pModule->ModuleNotification(0x20000, 0, 0);
     EXPECT_EQ(Run(CREATE), 6U);
-    EXPECT_EQ(m_module->Stop(), 1U);
+    EXPECT_EQ(m_pModule->Stop(), 1U);
     EXPECT_EQ(DeleteModule(), 1U);
     EXPECT_EQ(SetupAction(4), 1U);
     UnloadModule();
@@ -71,7 +71,7 @@ size_t AllocatedBytes() { return mallinfo2().uordblks; }
 
 TEST_F(EmTalvorTest, FillsTheIdentificationRecordByteByByte) {
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   for (const uint32_t before : {0x00U, 0xFFU, 0xA5U}) {
     for (const uint32_t size : {246U, 247U, 300U, 0xFFFFFFFFU}) {
       std::array<uint8_t, 300> record = {};
@@ -84,7 +84,7 @@ TEST_F(EmTalvorTest, FillsTheIdentificationRecordByteByByte) {
       expected[42] = 2;
       std::memcpy(&expected[46], "EM_TALVOR", 9);
       std::memcpy(&expected[146], "Talvor extension module", 23);
-      EXPECT_EQ(m_module->GetModuleInfo(record.data()), 1U);
+      EXPECT_EQ(m_pModule->GetModuleInfo(record.data()), 1U);
       EXPECT_EQ(record, expected);
     }
   }
@@ -92,36 +92,36 @@ TEST_F(EmTalvorTest, FillsTheIdentificationRecordByteByByte) {
 
 TEST_F(EmTalvorTest, LeavesASmallerIdentificationRecordUntouched) {
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   for (const uint32_t size : {0U, 4U, 245U}) {
     std::array<uint8_t, 246> record = {};
     record[0] = static_cast<uint8_t>(size);
     const std::array<uint8_t, 246> before = record;
-    EXPECT_EQ(m_module->GetModuleInfo(record.data()), 0U);
+    EXPECT_EQ(m_pModule->GetModuleInfo(record.data()), 0U);
     EXPECT_EQ(record, before);
   }
-  EXPECT_EQ(m_module->GetModuleInfo(nullptr), 0U);
+  EXPECT_EQ(m_pModule->GetModuleInfo(nullptr), 0U);
 }
 
 TEST_F(EmTalvorTest, KeepsTheOperationsThatItDoesNotOverride) {
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
-  EXPECT_EQ(m_module->Placeholder3(), 1U);
-  m_module->Placeholder6();
-  m_module->Placeholder7();
-  EXPECT_EQ(m_module->Placeholder9(), 0U);
-  EXPECT_EQ(m_module->Placeholder11(), 0U);
-  EXPECT_EQ(m_module->Placeholder12(), 0U);
-  m_module->Placeholder15();
-  m_module->Placeholder16();
-  m_module->Placeholder17();
-  m_module->Placeholder18();
-  EXPECT_EQ(m_module->Placeholder19(), 0U);
-  EXPECT_EQ(m_module->Placeholder20(), 0U);
-  EXPECT_EQ(m_module->Placeholder21(), 0U);
-  EXPECT_EQ(m_module->Placeholder22(), 0U);
-  EXPECT_EQ(m_module->OnModuleNotification(0x20000, 0, 0), 0U);
-  EXPECT_STREQ(m_module->GetModuleName(), "EM_TALVOR");
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
+  EXPECT_EQ(m_pModule->Placeholder3(), 1U);
+  m_pModule->Placeholder6();
+  m_pModule->Placeholder7();
+  EXPECT_EQ(m_pModule->Placeholder9(), 0U);
+  EXPECT_EQ(m_pModule->Placeholder11(), 0U);
+  EXPECT_EQ(m_pModule->Placeholder12(), 0U);
+  m_pModule->Placeholder15();
+  m_pModule->Placeholder16();
+  m_pModule->Placeholder17();
+  m_pModule->Placeholder18();
+  EXPECT_EQ(m_pModule->Placeholder19(), 0U);
+  EXPECT_EQ(m_pModule->Placeholder20(), 0U);
+  EXPECT_EQ(m_pModule->Placeholder21(), 0U);
+  EXPECT_EQ(m_pModule->Placeholder22(), 0U);
+  EXPECT_EQ(m_pModule->OnModuleNotification(0x20000, 0, 0), 0U);
+  EXPECT_STREQ(m_pModule->GetModuleName(), "EM_TALVOR");
 }
 
 TEST_F(EmTalvorTest, NothingOfTheRegistryIsMadeOrTouched) {
@@ -135,7 +135,7 @@ TEST_F(EmTalvorTest, NothingOfTheRegistryIsMadeOrTouched) {
 
 TEST_F(EmTalvorTest, WithoutARegistryNoneIsMade) {
   EXPECT_EQ(CreateAndStart(), 0U);
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(SetupAction(4), 0U);
   UnloadModule();
   EXPECT_FALSE(std::filesystem::exists("/etc/qamrel"));
@@ -158,7 +158,7 @@ TEST_F(EmTalvorTest, TwentyRoundsLeaveNothingBehind) {
   for (int round = 0; round < 20; ++round) {
     RunWholeRoad();
     EXPECT_FALSE(IsLoaded());
-    m_switch.Forget();
+    m_oSwitch.Forget();
     if (round == 5) {
       threads = CountThreads();
       descriptors = CountDescriptors();
@@ -183,7 +183,7 @@ TEST_F(EmTalvorDeathTest, AHostThatEndsWithACollectorRunningEndsWithItsOwnCode) 
         exit(WaitForCollector() ? 7 : 8);
       },
       testing::ExitedWithCode(7), "");
-  std::filesystem::remove(m_directory + "runs");
+  std::filesystem::remove(m_strDirectory + "runs");
   EXPECT_TRUE(WaitUntil([] { return system("grep -qsx Talvor /proc/[0-9]*/comm") != 0; }));
 }
 
@@ -192,7 +192,7 @@ TEST_F(EmTalvorDeathTest, AJobMayEndWhileItsHostEnds) {
   InstallCollector("touch \"$D/runs\"; sleep 0.5; echo data > \"$archive\"");
   EXPECT_EXIT(
       {
-        static TestSwitch& hosts = m_switch;
+        static TestSwitch& hosts = m_oSwitch;
         const TraceSession session(5);
         std::atexit([] { _exit(hosts.StatusOf(0) == 0 ? 7 : 9); });
         StartAfresh();

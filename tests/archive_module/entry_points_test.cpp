@@ -29,9 +29,9 @@ class ThrowingDestructor {
   explicit ThrowingDestructor(CIExtensionModule* module) {
     const uintptr_t*& table = *reinterpret_cast<const uintptr_t**>(module);
     s_original = reinterpret_cast<Destructor>(table[DELETING_DESTRUCTOR]);
-    std::memcpy(m_copy.data(), table - HEAD, sizeof(m_copy));
-    m_copy[HEAD + DELETING_DESTRUCTOR] = reinterpret_cast<uintptr_t>(&Throw);
-    table = &m_copy[HEAD];
+    std::memcpy(m_oCopy.data(), table - HEAD, sizeof(m_oCopy));
+    m_oCopy[HEAD + DELETING_DESTRUCTOR] = reinterpret_cast<uintptr_t>(&Throw);
+    table = &m_oCopy[HEAD];
   }
 
  private:
@@ -48,7 +48,7 @@ class ThrowingDestructor {
 
   static inline Destructor s_original = nullptr;
 
-  std::array<uintptr_t, HEAD + OPERATIONS> m_copy;
+  std::array<uintptr_t, HEAD + OPERATIONS> m_oCopy;
 };
 
 [[noreturn]] void ThrowHostError() { throw std::runtime_error("not a failed allocation"); }
@@ -70,8 +70,8 @@ TEST_F(EntryPointsTest, NameAndSetupActionsNeedNoInstance) {
   LoadModule();
   EXPECT_STREQ(GetModuleName(), "EM_TALVOR");
   EXPECT_EQ(SetupAction(1), 0U);
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
-  EXPECT_EQ(GetModuleName(), m_module->GetModuleName());
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
+  EXPECT_EQ(GetModuleName(), m_pModule->GetModuleName());
   EXPECT_EQ(DeleteModule(), 1U);
   EXPECT_STREQ(GetModuleName(), "EM_TALVOR");
   EXPECT_EQ(SetupAction(1), 0U);
@@ -103,7 +103,7 @@ TEST_F(EntryPointsTest, CreationTracesTheConstruction) {
                 UnloadModule();
                 LoadModule();
                 session.Clear();
-                EXPECT_EQ(Create(&m_module, nullptr), 1U);
+                EXPECT_EQ(Create(&m_pModule, nullptr), 1U);
               });
 }
 
@@ -113,19 +113,19 @@ TEST_F(EntryPointsTest, ASecondCreationHandsTheInstanceOutAgainAndTracesAnError)
               [this](TraceSession& session) {
                 UnloadModule();
                 LoadModule();
-                ASSERT_EQ(Create(&m_module, nullptr), 1U);
+                ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
                 session.Clear();
                 CIExtensionModule* again = nullptr;
                 EXPECT_EQ(Create(&again, this), 1U);
-                EXPECT_EQ(again, m_module);
+                EXPECT_EQ(again, m_pModule);
               });
 }
 
 TEST_F(EntryPointsTest, CreationTakesANullPointer) {
   LoadModule();
   EXPECT_EQ(Create(nullptr, nullptr), 1U);
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
-  EXPECT_NE(m_module, nullptr);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
+  EXPECT_NE(m_pModule, nullptr);
 }
 
 TEST_F(EntryPointsTest, DeletionTracesTheDestruction) {
@@ -139,7 +139,7 @@ TEST_F(EntryPointsTest, DeletionTracesTheDestruction) {
               [this](TraceSession& session) {
                 UnloadModule();
                 LoadModule();
-                ASSERT_EQ(Create(&m_module, nullptr), 1U);
+                ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
                 session.Clear();
                 EXPECT_EQ(DeleteModule(), 1U);
               });
@@ -155,7 +155,7 @@ TEST_F(EntryPointsTest, DeletionWithoutAnInstanceFails) {
   ExpectLines(LinesOfThisThread(), alreadyDestroyed, [this](TraceSession& session) {
     UnloadModule();
     LoadModule();
-    ASSERT_EQ(Create(&m_module, nullptr), 1U);
+    ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
     EXPECT_EQ(DeleteModule(), 1U);
     session.Clear();
     EXPECT_EQ(Delete(), 0U);
@@ -167,9 +167,9 @@ TEST_F(EntryPointsTest, CreationAfterADeletionBuildsAFreshInstance) {
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
   EXPECT_EQ(DeleteModule(), 1U);
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 3U));  // not started yet
-  EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+  EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), 1U);
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
 }
 
@@ -186,10 +186,10 @@ TEST_F(EntryPointsTest, ADestructorThatThrowsMakesTheDeletionFailAndTheHostSurvi
               [this](TraceSession& session) {
                 UnloadModule();
                 LoadModule();
-                ASSERT_EQ(Create(&m_module, nullptr), 1U);
-                const void* const freed = m_module;
+                ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
+                const void* const freed = m_pModule;
                 session.Clear();
-                const ThrowingDestructor destructor(std::exchange(m_module, nullptr));
+                const ThrowingDestructor destructor(std::exchange(m_pModule, nullptr));
                 EXPECT_EQ(Delete(), 0U);
                 CIExtensionModule* again = nullptr;
                 EXPECT_EQ(Create(&again, nullptr), 1U);
@@ -200,7 +200,7 @@ TEST_F(EntryPointsTest, ADestructorThatThrowsMakesTheDeletionFailAndTheHostSurvi
 TEST_F(EntryPointsTest, ASinkThatThrowsMakesTheDeletionFailAndTheNextOneWork) {
   TraceSession session(1);
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   session.ThrowAt(DESTROY);
   EXPECT_EQ(Delete(), 0U);
   EXPECT_THAT(session.Texts(),
@@ -214,7 +214,7 @@ TEST_F(EntryPointsTest, ASinkThatThrowsAtEveryLineOfADeletionIsSurvived) {
   LoadModule();
   session.CallAtEachLine([](const std::string& /*format*/) { throw std::runtime_error("sink"); });
   EXPECT_EQ(Delete(), 0U);  // also where there is nothing to destroy
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   EXPECT_EQ(Delete(), 0U);
   session.CallAtEachLine(nullptr);
   EXPECT_EQ(DeleteModule(), 1U);
@@ -224,7 +224,7 @@ TEST_F(EntryPointsTest, ASinkThatThrowsAtEveryLineOfADeletionIsSurvived) {
 TEST_F(EntryPointsTest, ASinkThatThrowsBehindADeletionDoesNotBringTheInstanceBack) {
   TraceSession session(1);
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   session.ThrowAt("\nEM DLL (%-10s) : .. Module destroyed successfully!");
   EXPECT_EQ(DeleteModule(), 0U);
   EXPECT_EQ(Delete(), 0U);
@@ -241,7 +241,7 @@ TEST_F(EntryPointsTest, AFailedAllocationOfACreationReachesTheHost) {
     uint32_t result = 0;
     bool hasThrown = false;
     try {
-      result = Create(&m_module, nullptr);
+      result = Create(&m_pModule, nullptr);
     } catch (const std::bad_alloc&) {
       hasThrown = true;
     }
@@ -250,9 +250,9 @@ TEST_F(EntryPointsTest, AFailedAllocationOfACreationReachesTheHost) {
     // Settings that could not be read are no reason to go without the module; the event that wakes
     // its worker is one, and does not throw.
     EXPECT_TRUE(result == 1 || hasFailed) << successes;
-    EXPECT_EQ(m_module == nullptr, result == 0) << successes;
+    EXPECT_EQ(m_pModule == nullptr, result == 0) << successes;
     countThrown += hasThrown ? 1 : 0;
-    EXPECT_EQ(Create(&m_module, nullptr), 1U) << successes;
+    EXPECT_EQ(Create(&m_pModule, nullptr), 1U) << successes;
     EXPECT_EQ(DeleteModule(), 1U) << successes;
   }
   EXPECT_GT(countThrown, 0);
@@ -283,12 +283,12 @@ TEST_F(EntryPointsTest, AnotherExceptionGivesTheErrorLineAndNull) {
     UnloadModule();
     LoadModule();
     Delete();
-    m_module = reinterpret_cast<CIExtensionModule*>(this);
+    m_pModule = reinterpret_cast<CIExtensionModule*>(this);
     FailingNew memory(successes, 1, &ThrowHostError);
-    result = Create(&m_module, nullptr);
+    result = Create(&m_pModule, nullptr);
   }
-  EXPECT_EQ(m_module, nullptr);
+  EXPECT_EQ(m_pModule, nullptr);
   EXPECT_EQ(session.Texts().back(),
             "\nEM DLL (EM_TALVOR ) : ## ERROR: Module could not be created!\n");
-  EXPECT_EQ(Create(&m_module, nullptr), 1U);
+  EXPECT_EQ(Create(&m_pModule, nullptr), 1U);
 }

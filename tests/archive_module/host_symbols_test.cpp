@@ -18,16 +18,16 @@ class HostSymbolsTest : public ModuleHost {
  protected:
   // What is opened like this counts as the host's own.
   void SetUp() override {
-    m_impostors = dlopen(IMPOSTORS_LIBRARY, RTLD_NOW | RTLD_GLOBAL);
-    ASSERT_NE(m_impostors, nullptr) << dlerror();
+    m_pImpostors = dlopen(IMPOSTORS_LIBRARY, RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(m_pImpostors, nullptr) << dlerror();
   }
   void TearDown() override {
     UnloadModule();
-    dlclose(m_impostors);
+    dlclose(m_pImpostors);
   }
 
  private:
-  void* m_impostors = nullptr;
+  void* m_pImpostors = nullptr;
 };
 
 }  // namespace
@@ -65,18 +65,18 @@ TEST_F(HostSymbolsTest, TheModuleRunsOnItsOwnCode) {
   InstallCollector(GOOD_COLLECTOR);
   std::filesystem::create_directories("/var/log/Talvor/logs");
   const TraceSession session(5);
-  m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
+  m_oSwitch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
   ASSERT_EQ(CreateAndStart(), 1U);
   std::array<uint8_t, 246> record = {246};
-  EXPECT_EQ(m_module->GetModuleInfo(record.data()), 1U);
-  EXPECT_EQ(m_module->SetCabinetNumber(0), 1U);
-  EXPECT_EQ(m_module->ModuleNotification(0x20001, 0, 0), 0U);
+  EXPECT_EQ(m_pModule->GetModuleInfo(record.data()), 1U);
+  EXPECT_EQ(m_pModule->SetCabinetNumber(0), 1U);
+  EXPECT_EQ(m_pModule->ModuleNotification(0x20001, 0, 0), 0U);
   EXPECT_EQ(Send(QUERY), std::make_pair(1U, 0U));
   EXPECT_EQ(Send(R"({"OC":13312,"CA":1})"), std::make_pair(0U, 20U));
   EXPECT_EQ(Send(R"({"OC":13317,"DA":{"a":[1,2.5,"x"]}})"), std::make_pair(0U, 999U));
   EXPECT_EQ(Run(CREATE), 0U);
   EXPECT_EQ(Run(R"({"OC":13314,"DA":{"RAW":[97,98,0]},"TO":"0x10"})"), 0U);
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(DeleteModule(), 1U);
   EXPECT_STREQ(GetModuleName(), "EM_TALVOR");
   EXPECT_EQ(SetupAction(4), 1U);
@@ -91,11 +91,11 @@ TEST_F(HostSymbolsTest, TheModuleEndsARunningCollectorOnItsOwnCode) {
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
   ASSERT_TRUE(WaitForCollector());
   EXPECT_EQ(DeleteModule(), 1U);
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
 }
 
 TEST_F(HostSymbolsTest, TheModuleIsRefusedItsStartOnItsOwnCode) {
   EXPECT_EQ(CreateAndStart(), 0U);
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 3U));
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
 }

@@ -20,7 +20,7 @@ class MemoryFaultsTest : public ModuleHost {
  protected:
   MemoryFaultsTest() {
     InstallCollector(GOOD_COLLECTOR);
-    m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
+    m_oSwitch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
   }
 };
 
@@ -33,16 +33,16 @@ TEST_F(MemoryFaultsTest, AFailedAllocationOfARequestBecomesStatus13) {
   for (const char* command : {QUERY, CREATE, NAMED_TRANSFER}) {
     bool hasFailed = true;
     for (int64_t successes = 0; hasFailed; ++successes) {
-      const size_t answers = m_switch.Answers().size();
+      const size_t answers = m_oSwitch.Answers().size();
       SipJson request = MakeRequest(command);
       FailingNew memory(successes, 1);
-      m_module->ModuleRequest(request);
+      m_pModule->ModuleRequest(request);
       memory.Stop();
       hasFailed = memory.HasFailed();
       const uint32_t status = StatusOf(request);
       EXPECT_THAT(status, AnyOf(command == QUERY ? 0U : 22U, 13U));
       if (status == 22) {
-        EXPECT_EQ(m_switch.StatusOf(answers), 0U);
+        EXPECT_EQ(m_oSwitch.StatusOf(answers), 0U);
       }
       EXPECT_EQ(Run(CREATE), 0U);
     }
@@ -56,28 +56,28 @@ TEST_F(MemoryFaultsTest, ARequestThatHasNoMemoryForItsStatusIsSurvived) {
   while (allocator.Size() < allocator.Capacity()) {
     allocator.Malloc(1);
   }
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("malloc", 0);
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(m_pModule->ModuleRequest(request), 1U);
   EXPECT_TRUE(faults.Stop());
   EXPECT_EQ(StatusOf(request), 999U);
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(m_pModule->ModuleRequest(request), 1U);
   EXPECT_EQ(StatusOf(request), 0U);
 }
 
-// The worker runs out of memory after the answer to the job before. Run() may return, and the next job
-// be sent, before the switch is done with an answer, so the answer is known by its number.
+// The worker runs out of memory after the answer to the job before. Run() may return, and the next
+// job be sent, before the switch is done with an answer, so the answer is known by its number.
 TEST_F(MemoryFaultsTest, AFailedAllocationOfAJobBecomesStatus6) {
   std::unique_ptr<FailingNew> memory;
   std::atomic<size_t> answersBefore = 0;
   int64_t successes = 0;
   bool hasFailed = false;
-  m_switch.onAnswered = [&] {
-    if (m_switch.Answers().size() == answersBefore) {
+  m_oSwitch.onAnswered = [&] {
+    if (m_oSwitch.Answers().size() == answersBefore) {
       memory = std::make_unique<FailingNew>(successes, 1);
     }
   };
-  m_switch.onAnswer = [&](SipJson& /*answer*/) {
+  m_oSwitch.onAnswer = [&](SipJson& /*answer*/) {
     if (memory) {
       hasFailed = memory->HasFailed();
       memory.reset();
@@ -88,7 +88,7 @@ TEST_F(MemoryFaultsTest, AFailedAllocationOfAJobBecomesStatus6) {
     successes = 0;
     do {
       SCOPED_TRACE(command + std::to_string(successes));
-      answersBefore = m_switch.Answers().size() + 1;
+      answersBefore = m_oSwitch.Answers().size() + 1;
       EXPECT_EQ(Run(CREATE), 0U);
       const uint32_t status = Run(command);
       EXPECT_EQ(status, hasFailed ? 6U : 0U);

@@ -39,8 +39,8 @@ TEST_F(ModuleDeletionTest, EndsARunningCollectorAndDropsWhatIsQueued) {
   const auto time = std::chrono::steady_clock::now() - begin;
   EXPECT_GE(time, STOP_GRACE);
   EXPECT_LT(time, STOP_GRACE + LOAD_DELAY);
-  EXPECT_THAT(m_switch.Answers(), testing::SizeIs(1));
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_THAT(m_oSwitch.Answers(), testing::SizeIs(1));
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
   EXPECT_TRUE(HasOnlyThreads(threads));
   EXPECT_FALSE(HasChildren());
   EXPECT_EQ(session.Count("\nEM DLL (%-10s) : .. Module destroyed successfully!"), 1);
@@ -50,7 +50,7 @@ TEST_F(ModuleDeletionTest, LetsACollectorEndWithinTheGrace) {
   InstallCollector(SHORT_RUN);
   StartWithRunningCollector();
   EXPECT_EQ(DeleteModule(), 1U);
-  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 0U);
 }
 
 TEST_F(ModuleDeletionTest, WaitsLongerThanStopForAHandBack) {
@@ -58,7 +58,7 @@ TEST_F(ModuleDeletionTest, WaitsLongerThanStopForAHandBack) {
   const TraceSession session(1);
   std::promise<void> begun;
   std::atomic<bool> isDestroyed = false;
-  m_switch.onAnswer = [&](SipJson& /*answer*/) {
+  m_oSwitch.onAnswer = [&](SipJson& /*answer*/) {
     begun.set_value();
     std::this_thread::sleep_for(std::chrono::seconds(8));
     isDestroyed = session.Count("\nEM_TALVOR           : CLASS DESTROYED!") != 0;
@@ -68,7 +68,7 @@ TEST_F(ModuleDeletionTest, WaitsLongerThanStopForAHandBack) {
   begun.get_future().wait();
   EXPECT_EQ(DeleteModule(), 1U);
   EXPECT_FALSE(isDestroyed);
-  EXPECT_THAT(m_switch.Answers(), testing::SizeIs(1));
+  EXPECT_THAT(m_oSwitch.Answers(), testing::SizeIs(1));
 }
 
 TEST_F(ModuleDeletionTest, EndsAnIdleWorker) {

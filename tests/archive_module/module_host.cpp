@@ -94,22 +94,22 @@ void TestSwitch::Forget() {
 
 ModuleHost::ModuleHost() {
   std::string pattern = std::filesystem::temp_directory_path() / "em_talvor.XXXXXX";
-  m_directory = std::string(mkdtemp(pattern.data())) + "/";
-  m_archive = m_directory + ARCHIVE_FILE;
+  m_strDirectory = std::string(mkdtemp(pattern.data())) + "/";
+  m_strArchive = m_strDirectory + ARCHIVE_FILE;
 }
 
 ModuleHost::~ModuleHost() {
   UnloadModule();
-  std::filesystem::remove_all(m_directory);
+  std::filesystem::remove_all(m_strDirectory);
   std::filesystem::remove_all("/etc/qamrel");
 }
 
 void ModuleHost::InstallCollector(const std::string& script) {
-  WriteRegistry(m_directory, m_directory);
-  std::ofstream(m_directory + COLLECTOR_NAME)
-      << "#!/bin/sh\nD='" << m_directory << "'\narchive='" << m_archive << "'\n"
+  WriteRegistry(m_strDirectory, m_strDirectory);
+  std::ofstream(m_strDirectory + COLLECTOR_NAME)
+      << "#!/bin/sh\nD='" << m_strDirectory << "'\narchive='" << m_strArchive << "'\n"
       << script << "\n";
-  chmod((m_directory + COLLECTOR_NAME).c_str(), 0755);
+  chmod((m_strDirectory + COLLECTOR_NAME).c_str(), 0755);
 }
 
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
@@ -127,28 +127,28 @@ void ModuleHost::WriteRegistryText(const std::string& setup, const std::string& 
 }
 
 bool ModuleHost::WaitForCollector() const {
-  return WaitUntil([this] { return std::filesystem::exists(m_directory + "runs"); });
+  return WaitUntil([this] { return std::filesystem::exists(m_strDirectory + "runs"); });
 }
 
 void ModuleHost::LoadModule() {
-  m_library = dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(m_library, nullptr) << dlerror();
-  Create = reinterpret_cast<decltype(Create)>(dlsym(m_library, "EM_Create"));
-  Delete = reinterpret_cast<decltype(Delete)>(dlsym(m_library, "EM_Delete"));
-  GetModuleName = reinterpret_cast<decltype(GetModuleName)>(dlsym(m_library, "EM_GetModuleName"));
-  SetupAction = reinterpret_cast<decltype(SetupAction)>(dlsym(m_library, "EM_SetupAction"));
+  m_pLibrary = dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(m_pLibrary, nullptr) << dlerror();
+  Create = reinterpret_cast<decltype(Create)>(dlsym(m_pLibrary, "EM_Create"));
+  Delete = reinterpret_cast<decltype(Delete)>(dlsym(m_pLibrary, "EM_Delete"));
+  GetModuleName = reinterpret_cast<decltype(GetModuleName)>(dlsym(m_pLibrary, "EM_GetModuleName"));
+  SetupAction = reinterpret_cast<decltype(SetupAction)>(dlsym(m_pLibrary, "EM_SetupAction"));
 }
 
 void ModuleHost::UnloadModule() {
-  if (m_library == nullptr) {
+  if (m_pLibrary == nullptr) {
     return;
   }
-  if (m_module != nullptr) {
+  if (m_pModule != nullptr) {
     Delete();
-    m_module = nullptr;
+    m_pModule = nullptr;
   }
-  dlclose(m_library);
-  m_library = nullptr;
+  dlclose(m_pLibrary);
+  m_pLibrary = nullptr;
 }
 
 bool ModuleHost::IsLoaded() const {
@@ -160,11 +160,11 @@ bool ModuleHost::IsLoaded() const {
 }
 
 uint32_t ModuleHost::CreateAndStart() {
-  if (m_library == nullptr) {
+  if (m_pLibrary == nullptr) {
     LoadModule();
   }
-  EXPECT_EQ(Create(&m_module, nullptr), 1U);
-  return m_module->Start(&m_switch, 0x00120034);
+  EXPECT_EQ(Create(&m_pModule, nullptr), 1U);
+  return m_pModule->Start(&m_oSwitch, 0x00120034);
 }
 
 uint32_t ModuleHost::StartAfresh() {
@@ -173,27 +173,27 @@ uint32_t ModuleHost::StartAfresh() {
 }
 
 void ModuleHost::StartWithRunningCollector() {
-  std::filesystem::remove(m_directory + "runs");
+  std::filesystem::remove(m_strDirectory + "runs");
   ASSERT_EQ(StartAfresh(), 1U);
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
   ASSERT_TRUE(WaitForCollector());
 }
 
 uint32_t ModuleHost::DeleteModule() {
-  m_module = nullptr;
+  m_pModule = nullptr;
   return Delete();
 }
 
 std::pair<uint32_t, uint32_t> ModuleHost::Send(const std::string& command) {
   SipJson request = MakeRequest(command);
-  const uint32_t result = m_module->ModuleRequest(request);
+  const uint32_t result = m_pModule->ModuleRequest(request);
   return {result, StatusOf(request)};
 }
 
 uint32_t ModuleHost::Run(const std::string& command) {
-  const size_t answers = m_switch.Answers().size();
+  const size_t answers = m_oSwitch.Answers().size();
   EXPECT_EQ(Send(command), std::make_pair(1U, 22U));
-  return m_switch.StatusOf(answers);
+  return m_oSwitch.StatusOf(answers);
 }
 
 size_t ModuleHost::CountThreads() {

@@ -125,10 +125,10 @@ class ModuleHost : public testing::Test {
   const char* (*GetModuleName)() = nullptr;
   uint32_t (*SetupAction)(uint32_t) = nullptr;
 
-  TestSwitch m_switch;
-  CIExtensionModule* m_module = nullptr;
-  std::string m_directory;  // ends in "/"
-  std::string m_archive;    // where the collector is to leave it
+  TestSwitch m_oSwitch;
+  CIExtensionModule* m_pModule = nullptr;
+  std::string m_strDirectory;  // ends in "/"
+  std::string m_strArchive;    // where the collector is to leave it
 
-  void* m_library = nullptr;
+  void* m_pLibrary = nullptr;
 };

@@ -21,7 +21,7 @@ constexpr char POINTER[] = "Talvor=s=SOFTWARE\\Talvor\n";
 
 class ModuleStartTest : public ModuleHost {
  protected:
-  ModuleStartTest() : m_program(m_directory + "Talvor") {}
+  ModuleStartTest() : m_strProgram(m_strDirectory + "Talvor") {}
 
   // What every start writes first.
   static Lines Begin() {
@@ -37,17 +37,17 @@ class ModuleStartTest : public ModuleHost {
     return {{3, "\nEM_TALVOR (BinDir)  : Found Talvor root registry key: \"SOFTWARE\\Talvor\""},
             {4, "\nEM_TALVOR (BinDir)  :   open Talvor setup key: \"SOFTWARE\\Talvor\\Setup\"..."},
             {4, "\nEM_TALVOR (BinDir)  :   query Talvor file root value: \"FileRoot\"..."},
-            {3, "\nEM_TALVOR (BinDir)  : Talvor base dir:   \"" + m_directory + "\""}};
+            {3, "\nEM_TALVOR (BinDir)  : Talvor base dir:   \"" + m_strDirectory + "\""}};
   }
 
   Lines LookForExecutable() const {
-    return {{2, "\nEM_TALVOR (Start)   : Talvor executable: \"" + m_program + "\""},
+    return {{2, "\nEM_TALVOR (Start)   : Talvor executable: \"" + m_strProgram + "\""},
             {3, "\nEM_TALVOR (Start)   : Check for Talvor executable file existing..."}};
   }
 
   Lines Executable() const {
     return {{1, "\nEM_TALVOR (Start)   : -> Talvor is installed - module will be started"},
-            {3, "\nEM_TALVOR (Start)   : Talvor executable: " + m_program}};
+            {3, "\nEM_TALVOR (Start)   : Talvor executable: " + m_strProgram}};
   }
 
   static Lines TransferType() { return {{2, "\nEM_TALVOR (Start)   : HTI transfer type: Talvor"}}; }
@@ -96,9 +96,9 @@ class ModuleStartTest : public ModuleHost {
     ExpectLines(LinesOfThisThread(), Join(lines), [&](TraceSession& session) {
       UnloadModule();
       LoadModule();
-      ASSERT_EQ(Create(&m_module, nullptr), 1U);
+      ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
       session.Clear();
-      EXPECT_EQ(m_module->Start(&m_switch, 1), result);
+      EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), result);
     });
   }
 
@@ -121,26 +121,27 @@ class ModuleStartTest : public ModuleHost {
     EXPECT_EQ(Send(CREATE), std::make_pair(1U, 3U));
     EXPECT_EQ(Send(TRANSFER), std::make_pair(1U, 3U));
     SipJson query = MakeRequest(QUERY);
-    EXPECT_EQ(m_module->ModuleRequest(query), 1U);
+    EXPECT_EQ(m_pModule->ModuleRequest(query), 1U);
     EXPECT_EQ(query.GetCmdUInt(0, "DA", 9), 0U);
     EXPECT_EQ(StatusOf(query), 0U);
-    EXPECT_EQ(m_module->Stop(), 1U);
-    EXPECT_THAT(m_switch.Answers(), IsEmpty());
+    EXPECT_EQ(m_pModule->Stop(), 1U);
+    EXPECT_THAT(m_oSwitch.Answers(), IsEmpty());
   }
 
-  const std::string m_program;
+  const std::string m_strProgram;
 };
 
 }  // namespace
 
 TEST_F(ModuleStartTest, FindsTheCollectorAndTheArchiveAndStartsTheWorker) {
   InstallCollector("");
-  ExpectStart(1, {Begin(), BinDir(), LookForExecutable(), Executable(), TransferType(),
-                  DataDirQuery(), DataDir(m_directory), Archive(m_directory), Worker(), End()});
+  ExpectStart(1,
+              {Begin(), BinDir(), LookForExecutable(), Executable(), TransferType(), DataDirQuery(),
+               DataDir(m_strDirectory), Archive(m_strDirectory), Worker(), End()});
 }
 
 TEST_F(ModuleStartTest, WithoutThePointerNothingIsInstalled) {
-  WriteRegistryText("FileRoot=s=" + m_directory + "\n", "");
+  WriteRegistryText("FileRoot=s=" + m_strDirectory + "\n", "");
   ExpectStart(
       0,
       {Begin(),
@@ -154,7 +155,7 @@ TEST_F(ModuleStartTest, WithoutThePointerNothingIsInstalled) {
 }
 
 TEST_F(ModuleStartTest, WithoutTheSetupKeyNothingIsInstalled) {
-  WriteRegistryText("FileRoot=s=" + m_directory + "\n", "Talvor=s=SOFTWARE\\Other\n");
+  WriteRegistryText("FileRoot=s=" + m_strDirectory + "\n", "Talvor=s=SOFTWARE\\Other\n");
   ExpectStart(
       0,
       {Begin(),
@@ -170,7 +171,7 @@ TEST_F(ModuleStartTest, WithoutTheSetupKeyNothingIsInstalled) {
 }
 
 TEST_F(ModuleStartTest, WithoutTheFileRootNothingIsInstalled) {
-  WriteRegistryText("DataRoot=s=" + m_directory + "\n", POINTER);
+  WriteRegistryText("DataRoot=s=" + m_strDirectory + "\n", POINTER);
   ExpectStart(
       0,
       {Begin(),
@@ -187,7 +188,7 @@ TEST_F(ModuleStartTest, WithoutTheFileRootNothingIsInstalled) {
 }
 
 TEST_F(ModuleStartTest, WithoutTheExecutableNothingIsInstalled) {
-  WriteRegistry(m_directory, m_directory);
+  WriteRegistry(m_strDirectory, m_strDirectory);
   ExpectStart(0, {Begin(),
                   BinDir(),
                   LookForExecutable(),
@@ -199,14 +200,14 @@ TEST_F(ModuleStartTest, WithoutTheExecutableNothingIsInstalled) {
 
 TEST_F(ModuleStartTest, AModuleThatDoesNotStartHasNoWorker) {
   const size_t threads = CountThreads();
-  WriteRegistry(m_directory, m_directory);
+  WriteRegistry(m_strDirectory, m_strDirectory);
   EXPECT_EQ(CreateAndStart(), 0U);
   EXPECT_EQ(CountThreads(), threads);
 }
 
 TEST_F(ModuleStartTest, WithoutTheDataRootTheArchiveLiesBesideTheExecutable) {
   InstallCollector("");
-  WriteRegistryText("FileRoot=s=" + m_directory + "\n", POINTER);
+  WriteRegistryText("FileRoot=s=" + m_strDirectory + "\n", POINTER);
   ExpectStart(
       1,
       {Begin(),
@@ -219,15 +220,15 @@ TEST_F(ModuleStartTest, WithoutTheDataRootTheArchiveLiesBesideTheExecutable) {
          "\nEM_TALVOR (DataDir) : ## ERROR 0x0000003D! Could not query registry value \"DataRoot\" in Talvor setup key!"}},
        FallBack(),
        BinDir(),
-       Archive(m_directory),
+       Archive(m_strDirectory),
        Worker(),
        End()});
 }
 
 TEST_F(ModuleStartTest, ADirectoryGetsItsSlashOnlyWhenItHasNone) {
   InstallCollector("");
-  const std::string bare = m_directory.substr(0, m_directory.size() - 1);
-  for (const std::string& fileRoot : {bare, m_directory}) {
+  const std::string bare = m_strDirectory.substr(0, m_strDirectory.size() - 1);
+  for (const std::string& fileRoot : {bare, m_strDirectory}) {
     for (const char* dataRoot : {"/var/tmp", "/var/tmp/"}) {
       WriteRegistry(fileRoot, dataRoot);
       EXPECT_EQ(ArchivePath(), "\"/var/tmp/Talvor_Data.zip\"");
@@ -237,12 +238,12 @@ TEST_F(ModuleStartTest, ADirectoryGetsItsSlashOnlyWhenItHasNone) {
 
 TEST_F(ModuleStartTest, AnEmptyDataRootLeavesTheArchiveInTheWorkingDirectory) {
   InstallCollector("");
-  WriteRegistry(m_directory, "");
+  WriteRegistry(m_strDirectory, "");
   EXPECT_EQ(ArchivePath(), "\"Talvor_Data.zip\"");
 }
 
 TEST_F(ModuleStartTest, AnEmptyFileRootIsTheRootDirectory) {
-  WriteRegistry("", m_directory);
+  WriteRegistry("", m_strDirectory);
   const TraceSession session(3);
   EXPECT_EQ(CreateAndStart(), 0U);
   EXPECT_THAT(session.Texts(),
@@ -270,10 +271,10 @@ TEST_F(ModuleStartTest, DoesNotStartWhenTheSecondLookupFails) {
 }
 
 TEST_F(ModuleStartTest, AsksForTheCollectorOnceMoreWhenItIsStartedAgain) {
-  WriteRegistry(m_directory, m_directory);
+  WriteRegistry(m_strDirectory, m_strDirectory);
   EXPECT_EQ(CreateAndStart(), 0U);
   InstallCollector("");
-  EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+  EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), 1U);
   EXPECT_EQ(Run(TRANSFER), 3U);
 }
 
@@ -283,9 +284,9 @@ TEST_F(ModuleStartTest, MayBeStartedAgainWhileJobsBegin) {
   for (size_t job = 0; job < 10; ++job) {
     EXPECT_EQ(Send(job % 2 == 0 ? CREATE : TRANSFER), std::make_pair(1U, 22U));
     do {
-      EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
-    } while (m_switch.Answers().size() <= job);
-    EXPECT_EQ(m_switch.StatusOf(job), job % 2 == 0 ? 0U : 22U);
+      EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), 1U);
+    } while (m_oSwitch.Answers().size() <= job);
+    EXPECT_EQ(m_oSwitch.StatusOf(job), job % 2 == 0 ? 0U : 22U);
   }
 }
 
@@ -295,14 +296,14 @@ TEST_F(ModuleStartTest, SurvivesAnyAllocationThatFails) {
   for (int64_t successes = 0; hasFailed; ++successes) {
     UnloadModule();
     LoadModule();
-    ASSERT_EQ(Create(&m_module, nullptr), 1U);
+    ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
     FailingNew memory(successes, 1);
-    const uint32_t isStarted = m_module->Start(&m_switch, 1);
+    const uint32_t isStarted = m_pModule->Start(&m_oSwitch, 1);
     memory.Stop();
     hasFailed = memory.HasFailed();
     SipJson query = MakeRequest(QUERY);
-    EXPECT_EQ(m_module->ModuleRequest(query), 1U);
+    EXPECT_EQ(m_pModule->ModuleRequest(query), 1U);
     EXPECT_EQ(query.GetCmdUInt(0, "DA", 9), isStarted);
-    EXPECT_EQ(m_module->Stop(), 1U);
+    EXPECT_EQ(m_pModule->Stop(), 1U);
   }
 }

@@ -56,7 +56,7 @@ class ModuleStopTest : public ModuleHost {
   // Stops and expects that it takes that long.
   void ExpectStopAfter(std::chrono::milliseconds time) {
     const Clock::time_point begin = Clock::now();
-    EXPECT_EQ(m_module->Stop(), 1U);
+    EXPECT_EQ(m_pModule->Stop(), 1U);
     const auto taken = Clock::now() - begin;
     EXPECT_GE(taken, time);
     EXPECT_LT(taken, time + LOAD_DELAY);
@@ -81,7 +81,7 @@ TEST_F(ModuleStopTest, WithoutAJobTheWorkerEndsAndNothingIsTerminated) {
                 const size_t threads = CountThreads();
                 ASSERT_EQ(StartAfresh(), 1U);
                 session.Clear();
-                EXPECT_EQ(m_module->Stop(), 1U);
+                EXPECT_EQ(m_pModule->Stop(), 1U);
                 EXPECT_TRUE(HasOnlyThreads(threads));
               });
 }
@@ -98,7 +98,7 @@ TEST_F(ModuleStopTest, AModuleThatDidNotStartIsStopped) {
               [this](TraceSession& session) {
                 ASSERT_EQ(StartAfresh(), 0U);
                 session.Clear();
-                EXPECT_EQ(m_module->Stop(), 1U);
+                EXPECT_EQ(m_pModule->Stop(), 1U);
               });
 }
 
@@ -107,7 +107,7 @@ TEST_F(ModuleStopTest, NothingIsTerminatedAfterASuccessfulRun) {
   const TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 0U);
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(session.Count(NOT_RUNNING), 1);
 }
 
@@ -116,11 +116,11 @@ TEST_F(ModuleStopTest, KillsACollectorThatOutlivesTheGrace) {
   const TraceSession session(1);
   StartWithRunningCollector();
   ExpectStopAfter(STOP_GRACE);
-  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
   EXPECT_FALSE(HasChildren());
   std::string pid;
-  std::ifstream(m_directory + "runs") >> pid;
+  std::ifstream(m_strDirectory + "runs") >> pid;
   EXPECT_THAT(
       session.Texts(),
       testing::Contains(
@@ -133,7 +133,7 @@ TEST_F(ModuleStopTest, TheKillIsTracedOnceAndItsWaitFails) {
   ExpectLines(LinesWith("(Stop)"), {{1, TERMINATE}, {1, NOT_IN_TIME}},
               [this](TraceSession& /*session*/) {
                 StartWithRunningCollector();
-                EXPECT_EQ(m_module->Stop(), 1U);
+                EXPECT_EQ(m_pModule->Stop(), 1U);
               });
 }
 
@@ -141,7 +141,7 @@ TEST_F(ModuleStopTest, TheJobOfAKilledCollectorWritesNoLineOfItsOwn) {
   InstallCollector(LONG_RUN);
   const TraceSession session(5);
   StartWithRunningCollector();
-  m_module->Stop();
+  m_pModule->Stop();
   std::vector<std::string> lines;
   for (const TraceLine& line : session.Lines()) {
     if (LinesOfTheWorker()(line) && (LinesWith("(Create)")(line) || LinesWith("(RET)")(line))) {
@@ -150,7 +150,7 @@ TEST_F(ModuleStopTest, TheJobOfAKilledCollectorWritesNoLineOfItsOwn) {
   }
   ASSERT_GE(lines.size(), 2U);
   EXPECT_EQ(lines.end()[-2], "\nEM_TALVOR (Create)  : Create Talvor process; command line: " +
-                                 m_directory + "Talvor");
+                                 m_strDirectory + "Talvor");
   EXPECT_EQ(lines.back(),
             "\nEM_TALVOR (RET)     : OC 0x3401-0x0000 OID 0x0000 MID 0x00010002 Stat 0x06");
 }
@@ -159,9 +159,9 @@ TEST_F(ModuleStopTest, ACollectorMayEndWithinTheGrace) {
   InstallCollector(SHORT_RUN);
   const TraceSession session(4);
   StartWithRunningCollector();
-  EXPECT_EQ(m_module->Stop(), 1U);
-  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
-  EXPECT_EQ(m_switch.StatusOf(0), 0U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 0U);
   EXPECT_EQ(session.Count(NOT_RUNNING), 1);
   EXPECT_FALSE(HasChildren());
 }
@@ -172,7 +172,7 @@ TEST_F(ModuleStopTest, ATransferThatWaitsInTheSwitchIsWaitedFor) {
   const TraceSession session(1);
   std::promise<void> begun;
   int killsMeanwhile = -1;
-  m_switch.onHtiRequest = [&](SipJson& request) {
+  m_oSwitch.onHtiRequest = [&](SipJson& request) {
     begun.set_value();
     std::this_thread::sleep_for(STOP_GRACE + std::chrono::milliseconds(500));
     killsMeanwhile = session.Count(TERMINATE_FORMAT);
@@ -180,12 +180,12 @@ TEST_F(ModuleStopTest, ATransferThatWaitsInTheSwitchIsWaitedFor) {
   };
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 6U);
-  std::ofstream(m_archive) << "data";
+  std::ofstream(m_strArchive) << "data";
   Send(TRANSFER);
   begun.get_future().wait();
-  EXPECT_EQ(m_module->Stop(), 1U);
-  EXPECT_THAT(m_switch.Answers(), SizeIs(2));
-  EXPECT_EQ(m_switch.StatusOf(1), 0U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(2));
+  EXPECT_EQ(m_oSwitch.StatusOf(1), 0U);
   EXPECT_EQ(killsMeanwhile, 0);
   EXPECT_EQ(session.Count(TERMINATE_FORMAT), 1);
 }
@@ -202,7 +202,7 @@ TEST_F(ModuleStopTest, ACollectorThatBeginsAfterTheGraceIsKilledToo) {
   Send(CREATE);
   begins.get_future().wait();
   ExpectStopAfter(STOP_GRACE);
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
   EXPECT_EQ(session.Count(TERMINATE_FORMAT), 1);
 }
 
@@ -211,7 +211,7 @@ TEST_F(ModuleStopTest, AHandBackThatWaitsForStopGetsFiveMoreSeconds) {
   const size_t threads = CountThreads();
   std::promise<void> begun;
   std::promise<void> release;
-  m_switch.onAnswer = [&](SipJson& /*answer*/) {
+  m_oSwitch.onAnswer = [&](SipJson& /*answer*/) {
     begun.set_value();
     release.get_future().wait_for(std::chrono::seconds(60));
   };
@@ -219,13 +219,13 @@ TEST_F(ModuleStopTest, AHandBackThatWaitsForStopGetsFiveMoreSeconds) {
   Send(CREATE);
   begun.get_future().wait();
   ExpectStopAfter(STOP_GRACE + LAST_WAIT);
-  EXPECT_TRUE(m_switch.Answers().empty());
+  EXPECT_TRUE(m_oSwitch.Answers().empty());
   auto releasing = std::async(std::launch::async, [&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     release.set_value();
   });
   EXPECT_EQ(DeleteModule(), 1U);  // waits for the worker
-  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(1));
   EXPECT_TRUE(HasOnlyThreads(threads));
 }
 
@@ -233,7 +233,7 @@ TEST_F(ModuleStopTest, ACollectorThatCannotBeKilledGetsFiveMoreSeconds) {
   InstallCollector("touch \"$D/runs\"; while test ! -e \"$D/go\"; do sleep 0.1; done");
   const TraceSession session(1);
   ASSERT_EQ(CreateAndStart(), 1U);
-  CallFaults faults(m_library);
+  CallFaults faults(m_pLibrary);
   faults.Fail("kill", 0);
   Send(CREATE);
   ASSERT_TRUE(WaitForCollector());
@@ -242,9 +242,9 @@ TEST_F(ModuleStopTest, ACollectorThatCannotBeKilledGetsFiveMoreSeconds) {
       session.Count(
           "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated (0x%08X)!\n"),
       1);
-  EXPECT_TRUE(m_switch.Answers().empty());
-  std::ofstream(m_directory + "go") << "go";
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);  // it has left no archive
+  EXPECT_TRUE(m_oSwitch.Answers().empty());
+  std::ofstream(m_strDirectory + "go") << "go";
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);  // it has left no archive
 }
 
 TEST_F(ModuleStopTest, JobsThatHaveNotBegunAreDropped) {
@@ -252,22 +252,22 @@ TEST_F(ModuleStopTest, JobsThatHaveNotBegunAreDropped) {
   StartWithRunningCollector();
   Send(CREATE);
   Send(TRANSFER);
-  EXPECT_EQ(m_module->Stop(), 1U);
-  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  EXPECT_EQ(m_pModule->Stop(), 1U);
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(1));
 }
 
 TEST_F(ModuleStopTest, AStoppedModuleQueuesNothingAndStillAnswersPending) {
   InstallCollector("");
   const TraceSession session(4);
   ASSERT_EQ(CreateAndStart(), 1U);
-  m_module->Stop();
+  m_pModule->Stop();
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
   EXPECT_EQ(
       session.Count("\nCTaskSerializer     : Manager locked for Tasks at level %d. Task ignored!"),
       1);
   EXPECT_EQ(Send(QUERY), std::make_pair(1U, 0U));
   EXPECT_EQ(DeleteModule(), 1U);
-  EXPECT_TRUE(m_switch.Answers().empty());
+  EXPECT_TRUE(m_oSwitch.Answers().empty());
 }
 
 TEST_F(ModuleStopTest, KillsTheIdOfAFailedRunAllTheSame) {
@@ -280,7 +280,7 @@ TEST_F(ModuleStopTest, KillsTheIdOfAFailedRunAllTheSame) {
       [this](TraceSession& /*session*/) {
         ASSERT_EQ(StartAfresh(), 1U);
         EXPECT_EQ(Run(CREATE), 6U);
-        EXPECT_EQ(m_module->Stop(), 1U);
+        EXPECT_EQ(m_pModule->Stop(), 1U);
       });
 }
 
@@ -295,9 +295,9 @@ TEST_F(ModuleStopTest, WaitsForTheProcessThatHasTheIdOfAFailedRun) {
                 ASSERT_EQ(StartAfresh(), 1U);
                 EXPECT_EQ(Run(CREATE), 6U);
                 int32_t pid = 0;
-                std::ifstream(m_directory + "runs") >> pid;
+                std::ifstream(m_strDirectory + "runs") >> pid;
                 ASSERT_TRUE(LeaveEndedChild(pid)) << pid;
-                EXPECT_EQ(m_module->Stop(), 1U);
+                EXPECT_EQ(m_pModule->Stop(), 1U);
                 EXPECT_FALSE(HasChildren());
               });
 }
@@ -308,18 +308,18 @@ TEST_F(ModuleStopTest, TheIdOfAFailedRunIsForgottenByTheNextOne) {
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 6U);
   EXPECT_EQ(Run(CREATE), 0U);
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(session.Count(NOT_RUNNING), 1);
 }
 
 TEST_F(ModuleStopTest, MayComeFromWithinTheHandBack) {
   InstallCollector(GOOD_COLLECTOR);
   uint32_t stopped = 0;
-  m_switch.onAnswer = [&](SipJson& /*answer*/) { stopped = m_module->Stop(); };
+  m_oSwitch.onAnswer = [&](SipJson& /*answer*/) { stopped = m_pModule->Stop(); };
   ASSERT_EQ(CreateAndStart(), 1U);
   EXPECT_EQ(Run(CREATE), 0U);
   EXPECT_EQ(stopped, 1U);
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(DeleteModule(), 1U);
 }
 
@@ -327,8 +327,8 @@ TEST_F(ModuleStopTest, ASecondThreadWaitsForTheFirst) {
   InstallCollector(LONG_RUN);
   const TraceSession session(1);
   StartWithRunningCollector();
-  auto second = std::async(std::launch::async, [this] { return m_module->Stop(); });
-  EXPECT_EQ(m_module->Stop(), 1U);
+  auto second = std::async(std::launch::async, [this] { return m_pModule->Stop(); });
+  EXPECT_EQ(m_pModule->Stop(), 1U);
   EXPECT_EQ(second.get(), 1U);
   constexpr char BEGIN[] = "\n### Stopping module %s ###\n";
   constexpr char END[] = "\n\n### Stop of module %s completed successfully ###";
@@ -342,16 +342,16 @@ TEST_F(ModuleStopTest, EndsACollectorThatRanBeforeASecondStart) {
   // Shows itself when the launcher, too, has stored its id: what Start() cleared stays cleared.
   InstallCollector(std::string("sleep 0.3; ") + LONG_RUN);
   StartWithRunningCollector();
-  EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
+  EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), 1U);
   ExpectStopAfter(STOP_GRACE);
-  EXPECT_EQ(m_switch.StatusOf(0), 6U);
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
 }
 
 TEST_F(ModuleStopTest, SignalsTheStopEventThatEachStartResetsAndTheDestructionCloses) {
   InstallCollector("");
   const TraceSession session(5);
   LoadModule();
-  ASSERT_EQ(Create(&m_module, nullptr), 1U);
+  ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   constexpr char CREATING[] = "creating event ";
   std::string event;  // the younger of two, the other one wakes the worker
   for (const std::string& text : session.Texts()) {
@@ -360,8 +360,8 @@ TEST_F(ModuleStopTest, SignalsTheStopEventThatEachStartResetsAndTheDestructionCl
     }
   }
   for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(m_module->Start(&m_switch, 1), 1U);
-    EXPECT_EQ(m_module->Stop(), 1U);
+    EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), 1U);
+    EXPECT_EQ(m_pModule->Stop(), 1U);
   }
   EXPECT_EQ(DeleteModule(), 1U);
   std::vector<std::string> texts = session.Texts();
@@ -383,6 +383,6 @@ TEST_F(ModuleStopTest, SignalsTheStopEventThatEachStartResetsAndTheDestructionCl
 TEST_F(ModuleStopTest, MayBeRepeated) {
   InstallCollector("");
   ASSERT_EQ(CreateAndStart(), 1U);
-  EXPECT_EQ(m_module->Stop(), 1U);
-  EXPECT_EQ(m_module->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
+  EXPECT_EQ(m_pModule->Stop(), 1U);
 }

@@ -44,7 +44,7 @@ TEST_F(RequestHandlingTest, AnswersTheQueryAtOnce) {
                  {2, "\nEM_TALVOR (Request) : -> Talvor is available"},
                  {2, Record("RET", "0x3400", "0x00") + " Data 1"}});
   SipJson request = MakeRequest(R"({"OC":13312,"DA":{"x":1}})");
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(m_pModule->ModuleRequest(request), 1U);
   EXPECT_EQ(request.GetCmdUInt(0, "DA", 9), 1U);
   EXPECT_TRUE(request.FindCmdMember(0, "DA")->IsUint());
 }
@@ -55,7 +55,7 @@ TEST_F(RequestHandlingTest, AnswersTheQueryWithoutTheCollector) {
                  {2, "\nEM_TALVOR (Request) : -> Talvor is NOT available"},
                  {2, Record("RET", "0x3400", "0x00") + " Data 0"}});
   SipJson request = MakeRequest(QUERY);
-  m_module->ModuleRequest(request);
+  m_pModule->ModuleRequest(request);
   EXPECT_EQ(request.GetCmdUInt(0, "DA", 9), 0U);
 }
 
@@ -88,8 +88,8 @@ TEST_F(RequestHandlingTest, RefusesACreationWithoutTheCollector) {
        {1,
         "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot generate Talvor archive"},
        {2, Record("RET", "0x3401", "0x03")}});
-  m_module->Stop();
-  EXPECT_THAT(m_switch.Answers(), IsEmpty());
+  m_pModule->Stop();
+  EXPECT_THAT(m_oSwitch.Answers(), IsEmpty());
 }
 
 TEST_F(RequestHandlingTest, RefusesATransferWithoutTheCollector) {
@@ -99,8 +99,8 @@ TEST_F(RequestHandlingTest, RefusesATransferWithoutTheCollector) {
        {1,
         "\nEM_TALVOR (Request) : ## ERROR! Talvor is not available - cannot transfer archive to BMC"},
        {2, Record("RET", "0x3402", "0x03")}});
-  m_module->Stop();
-  EXPECT_THAT(m_switch.Answers(), IsEmpty());
+  m_pModule->Stop();
+  EXPECT_THAT(m_oSwitch.Answers(), IsEmpty());
 }
 
 TEST_F(RequestHandlingTest, LeavesAnUnknownOpcodeOfTheFamilyWithoutAStatus) {
@@ -129,7 +129,7 @@ TEST_F(RequestHandlingTest, AnswersTheCurrentCommandOnly) {
   ASSERT_EQ(CreateAndStart(), 0U);
   SipJson request = MakeRequest(R"({"OC":13313},{"OC":13312})");
   request.m_nCmdIndex = 1;
-  EXPECT_EQ(m_module->ModuleRequest(request), 1U);
+  EXPECT_EQ(m_pModule->ModuleRequest(request), 1U);
   EXPECT_FALSE(request.HasCmdMember(0, "ST"));
   EXPECT_EQ(request.GetCmdUInt(1, "ST", 999), 0U);
   EXPECT_TRUE(request.HasCmdMember(1, "DA"));
@@ -144,14 +144,14 @@ TEST_F(RequestHandlingTest, RefusesARequestForAnotherCabinetWithoutTheTraceOfAnA
        {4, "\nEM_TALVOR (Request) : Request not for server cabinet -> refused"}},
       [this](TraceSession& session) {
         ASSERT_EQ(StartAfresh(), 1U);
-        m_module->SetCabinetNumber(3);
+        m_pModule->SetCabinetNumber(3);
         session.Clear();
         EXPECT_EQ(Send(R"({"OC":13313,"CA":2})"), std::make_pair(0U, 20U));
       });
   EXPECT_EQ(Send(R"({"OC":99,"CA":2})"), std::make_pair(0U, 20U));
   EXPECT_EQ(Send(R"({"OC":13312,"CA":"0x3"})"), std::make_pair(1U, 0U));
-  m_module->Stop();
-  EXPECT_THAT(m_switch.Answers(), IsEmpty());
+  m_pModule->Stop();
+  EXPECT_THAT(m_oSwitch.Answers(), IsEmpty());
 }
 
 TEST_F(RequestHandlingTest, AFullQueueKeepsTheAnswerPendingAndNoOtherFollows) {
@@ -165,10 +165,10 @@ TEST_F(RequestHandlingTest, AFullQueueKeepsTheAnswerPendingAndNoOtherFollows) {
   }
   EXPECT_EQ(session.Count("\nCTaskSerializer     : ## ERROR! Task queue for priority %d is full"),
             1);
-  std::filesystem::create_directory(m_directory + "go");
-  EXPECT_EQ(m_switch.StatusOf(19), 6U);
-  m_module->Stop();
-  EXPECT_THAT(m_switch.Answers(), SizeIs(20));
+  std::filesystem::create_directory(m_strDirectory + "go");
+  EXPECT_EQ(m_oSwitch.StatusOf(19), 6U);
+  m_pModule->Stop();
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(20));
 }
 
 TEST_F(RequestHandlingTest, WhatTheSinkThrowsBecomesStatus13) {
@@ -196,7 +196,7 @@ TEST_F(RequestHandlingTest, WhatTheSinkThrowsBecomesStatus13) {
   for (const auto& test : cases) {
     TraceSession session(4);
     ASSERT_EQ(StartAfresh(), 1U);
-    m_module->SetCabinetNumber(3);
+    m_pModule->SetCabinetNumber(3);
     session.ThrowAt(test.line);
     const std::string cabinet = std::to_string(test.cabinet);
     const std::string opcode = test.opcode;
@@ -206,8 +206,8 @@ TEST_F(RequestHandlingTest, WhatTheSinkThrowsBecomesStatus13) {
     EXPECT_THAT(session.Texts(),
                 Contains("\nEM_TALVOR (Request) : ## EXCEPTION in ModuleRequest()! CABID 000" +
                          cabinet + ": OpCode " + opcode + "-0x0007 ObjId 0x0008 Status 0x0D"));
-    m_module->Stop();
-    EXPECT_THAT(m_switch.Answers(), IsEmpty());
+    m_pModule->Stop();
+    EXPECT_THAT(m_oSwitch.Answers(), IsEmpty());
   }
 }
 
@@ -234,8 +234,8 @@ TEST_F(RequestHandlingTest, NothingOfARequestIsLostWhenItsTaskCannotBeTaken) {
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 13U));
   session.CallAt("\nCTaskSerializer     : Task at level %d raised", [] {});
   EXPECT_EQ(Run(CREATE), 0U);
-  m_module->Stop();
-  EXPECT_THAT(m_switch.Answers(), SizeIs(1));
+  m_pModule->Stop();
+  EXPECT_THAT(m_oSwitch.Answers(), SizeIs(1));
 }
 
 TEST_F(RequestHandlingTest, AThreadOfTheHostMayEndWithinARequest) {

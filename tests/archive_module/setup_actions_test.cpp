@@ -63,7 +63,7 @@ class SetupActionsTest : public ModuleHost {
 
 TEST_F(SetupActionsTest, AllButCleanupDoNothing) {
   InstallCollector("");
-  std::ofstream(m_archive) << "data";
+  std::ofstream(m_strArchive) << "data";
   const std::pair<uint32_t, std::string> cases[] = {
       {0, Unknown("0")},     {1, Known("BACKUP")}, {2, Known("RESTORE")},
       {3, Known("CONVERT")}, {5, Unknown("5")},    {0xFFFFFFFF, Unknown("-1")},
@@ -72,7 +72,7 @@ TEST_F(SetupActionsTest, AllButCleanupDoNothing) {
     ExpectAction(action, 0, Enclosed(header, {}));
   }
   EXPECT_TRUE(HasCollectorDirectory());
-  EXPECT_TRUE(std::filesystem::exists(m_archive));
+  EXPECT_TRUE(std::filesystem::exists(m_strArchive));
 }
 
 TEST_F(SetupActionsTest, CleanupRemovesTheArchiveAndTheCollectorsDirectory) {
@@ -85,31 +85,31 @@ TEST_F(SetupActionsTest, CleanupRemovesTheArchiveAndTheCollectorsDirectory) {
            {3, "\nEM_TALVOR (DataDir) : Found Talvor root registry key: \"SOFTWARE\\Talvor\""},
            {4, "\nEM_TALVOR (DataDir) :   open Talvor setup key: \"SOFTWARE\\Talvor\\Setup\"..."},
            {4, "\nEM_TALVOR (DataDir) :   query Talvor file root value: \"DataRoot\"..."},
-           {3, "\nEM_TALVOR (DataDir) : Talvor data dir:   \"" + m_directory + "\""},
-           {3, "\nEM_TALVOR (SetupAct): Talvor archive path: \"" + m_archive + "\"\n"},
+           {3, "\nEM_TALVOR (DataDir) : Talvor data dir:   \"" + m_strDirectory + "\""},
+           {3, "\nEM_TALVOR (SetupAct): Talvor archive path: \"" + m_strArchive + "\"\n"},
            {2,
             "\nEM_TALVOR (SetupAct): Remove complete Talvor archive data dir \"/var/log/Talvor\"..."}}),
       [this] {
         MakeCollectorDirectory();
-        std::ofstream(m_archive) << "data";
+        std::ofstream(m_strArchive) << "data";
       });
   EXPECT_FALSE(HasCollectorDirectory());
-  EXPECT_FALSE(std::filesystem::exists(m_archive));
-  EXPECT_TRUE(std::filesystem::exists(m_directory + "Talvor"));
+  EXPECT_FALSE(std::filesystem::exists(m_strArchive));
+  EXPECT_TRUE(std::filesystem::exists(m_strDirectory + "Talvor"));
 }
 
 TEST_F(SetupActionsTest, CleanupWithoutTheCollectorsDirectorySucceeds) {
   InstallCollector("");
-  std::ofstream(m_archive) << "data";
+  std::ofstream(m_strArchive) << "data";
   std::filesystem::remove_all(COLLECTOR_DIRECTORY);
   EXPECT_EQ(SetupAction(CLEANUP), 1U);
-  EXPECT_FALSE(std::filesystem::exists(m_archive));
+  EXPECT_FALSE(std::filesystem::exists(m_strArchive));
   EXPECT_EQ(SetupAction(CLEANUP), 1U);  // nothing is left
 }
 
 TEST_F(SetupActionsTest, CleanupFollowsALinkInPlaceOfTheCollectorsDirectory) {
   InstallCollector("");
-  const std::filesystem::path target = m_directory + "elsewhere";
+  const std::filesystem::path target = m_strDirectory + "elsewhere";
   std::filesystem::remove_all(COLLECTOR_DIRECTORY);
   std::filesystem::create_directories(target / "log");
   std::filesystem::create_directory_symlink(target, COLLECTOR_DIRECTORY);
@@ -142,7 +142,7 @@ TEST_F(SetupActionsTest, CleanupWithoutTheRegistryFailsAndRemovesNothing) {
 }
 
 TEST_F(SetupActionsTest, CleanupWithoutTheSetupKeyFailsAndRemovesNothing) {
-  WriteRegistryText("FileRoot=s=" + m_directory + "\n", "Talvor=s=SOFTWARE\\Other\n");
+  WriteRegistryText("FileRoot=s=" + m_strDirectory + "\n", "Talvor=s=SOFTWARE\\Other\n");
   ExpectAction(
       CLEANUP, 0,
       Enclosed(

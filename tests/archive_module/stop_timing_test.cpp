@@ -36,9 +36,9 @@ constexpr const char* RUNS[] = {"",        "sleep 0.1",     "sleep 0.4",
 // The cases share the rounds, so that each of them stays short. Each has its own random numbers.
 class StopTimingTest : public ModuleHost, public testing::WithParamInterface<uint32_t> {
  protected:
-  StopTimingTest() : m_random(GetParam()) {
-    m_switch.onHtiRequest = [this](SipJson& request) {
-      std::this_thread::sleep_for(m_transferTime);
+  StopTimingTest() : m_oRandom(GetParam()) {
+    m_oSwitch.onHtiRequest = [this](SipJson& request) {
+      std::this_thread::sleep_for(m_oTransferTime);
       request.SetCmdUInt("ST", 0);
     };
   }
@@ -50,18 +50,18 @@ class StopTimingTest : public ModuleHost, public testing::WithParamInterface<uin
 
   microseconds UpTo(milliseconds most) {
     return microseconds(std::uniform_int_distribution<int64_t>(
-        0, duration_cast<microseconds>(most).count())(m_random));
+        0, duration_cast<microseconds>(most).count())(m_oRandom));
   }
 
   // Starts a job and returns at an instant of it.
   void BeginJob(const TraceSession& session) {
-    const bool isCreation = m_random() % 3 != 0;
-    InstallCollector(std::string("echo $$ > \"$D/pid\"\n") + RUNS[m_random() % std::size(RUNS)] +
+    const bool isCreation = m_oRandom() % 3 != 0;
+    InstallCollector(std::string("echo $$ > \"$D/pid\"\n") + RUNS[m_oRandom() % std::size(RUNS)] +
                      "\necho data > \"$archive\"");
-    std::ofstream(m_archive) << "data";
-    m_transferTime = UpTo(milliseconds(400));
+    std::ofstream(m_strArchive) << "data";
+    m_oTransferTime = UpTo(milliseconds(400));
     ASSERT_EQ(StartAfresh(), 1U);
-    m_switch.Forget();
+    m_oSwitch.Forget();
     EXPECT_EQ(Send(isCreation ? CREATE : TRANSFER), std::make_pair(1U, 22U));
     ASSERT_TRUE(session.WaitFor(isCreation ? CREATION_BEGINS : TRANSFER_BEGINS));
     std::this_thread::sleep_for(UpTo(milliseconds(300)));
@@ -73,42 +73,42 @@ class StopTimingTest : public ModuleHost, public testing::WithParamInterface<uin
     const Clock::time_point begin = Clock::now();
     EXPECT_EQ(end(), 1U);
     const auto time = duration_cast<milliseconds>(Clock::now() - begin);
-    m_longest = std::max(m_longest, time);
+    m_oLongest = std::max(m_oLongest, time);
     EXPECT_LT(time, STOP_GRACE + LOAD_DELAY);
-    EXPECT_EQ(m_switch.Answers().size(), 1U);
-    EXPECT_THAT(m_switch.StatusOf(0), testing::AnyOf(0U, 6U));
-    EXPECT_TRUE(HasOnlyThreads(m_threads));
+    EXPECT_EQ(m_oSwitch.Answers().size(), 1U);
+    EXPECT_THAT(m_oSwitch.StatusOf(0), testing::AnyOf(0U, 6U));
+    EXPECT_TRUE(HasOnlyThreads(m_nThreads));
     EXPECT_FALSE(HasChildren());
     std::string pid;
-    if (std::ifstream(m_directory + "pid") >> pid) {
+    if (std::ifstream(m_strDirectory + "pid") >> pid) {
       EXPECT_FALSE(std::filesystem::exists("/proc/" + pid));
     }
-    std::filesystem::remove(m_directory + "pid");
+    std::filesystem::remove(m_strDirectory + "pid");
   }
 
   template <typename End>
   void RunRounds(int rounds, const End& end) {
-    m_threads = CountThreads();
+    m_nThreads = CountThreads();
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
       SCOPED_TRACE(round);
       const TraceSession session(2);
       BeginJob(session);
       ExpectEnd(end);
     }
-    printf("%d rounds, the longest end took %d ms\n", rounds, static_cast<int>(m_longest.count()));
+    printf("%d rounds, the longest end took %d ms\n", rounds, static_cast<int>(m_oLongest.count()));
   }
 
  private:
-  std::mt19937 m_random;
-  microseconds m_transferTime = microseconds(0);
-  milliseconds m_longest = milliseconds(0);
-  size_t m_threads = 0;
+  std::mt19937 m_oRandom;
+  microseconds m_oTransferTime = microseconds(0);
+  milliseconds m_oLongest = milliseconds(0);
+  size_t m_nThreads = 0;
 };
 
 }  // namespace
 
 TEST_P(StopTimingTest, StopComesAtAnyInstantOfAJob) {
-  RunRounds(CountRounds(), [this] { return m_module->Stop(); });
+  RunRounds(CountRounds(), [this] { return m_pModule->Stop(); });
 }
 
 TEST_P(StopTimingTest, DeletionComesAtAnyInstantOfAJob) {

@@ -19,7 +19,7 @@ class ThrowingSinkTest : public ModuleHost {
  protected:
   ThrowingSinkTest() {
     InstallCollector(GOOD_COLLECTOR);
-    m_switch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
+    m_oSwitch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
   }
 
   // Lets the sink throw at that one of the counted lines of the operation.
@@ -28,11 +28,11 @@ class ThrowingSinkTest : public ModuleHost {
     struct Disarm {
       TraceSession& session;
       ~Disarm() { session.CallAtEachLine(nullptr); }
-    } const disarm{m_session};
-    m_lines = 0;
-    m_session.CallAtEachLine([this, line, isCounted](const std::string& format) {
-      if (isCounted(format) && m_lines++ == line) {
-        m_hasThrown = true;
+    } const disarm{m_oSession};
+    m_nLines = 0;
+    m_oSession.CallAtEachLine([this, line, isCounted](const std::string& format) {
+      if (isCounted(format) && m_nLines++ == line) {
+        m_bHasThrown = true;
         throw std::runtime_error("sink");
       }
     });
@@ -58,23 +58,23 @@ class ThrowingSinkTest : public ModuleHost {
               format.find("%-20s") != std::string::npos);
     };
     WithThrowAt(line, isOfJob, [&] {
-      const size_t answers = m_switch.Answers().size();
-      m_session.Clear();
+      const size_t answers = m_oSwitch.Answers().size();
+      m_oSession.Clear();
       EXPECT_EQ(Send(command), std::make_pair(1U, 22U));
       EXPECT_TRUE(WaitUntil(
-          [&] { return m_switch.Answers().size() > answers || m_session.Count(NO_TASK) > 0; }));
+          [&] { return m_oSwitch.Answers().size() > answers || m_oSession.Count(NO_TASK) > 0; }));
     });
     EXPECT_EQ(Run(CREATE), 0U) << "behind a job with an exception at line " << line;
   }
 
   // Whether the sink has thrown since the last call, so that there may be more lines.
-  bool HasThrown() { return m_hasThrown.exchange(false); }
+  bool HasThrown() { return m_bHasThrown.exchange(false); }
 
-  TraceSession m_session{5};
+  TraceSession m_oSession{5};
 
  private:
-  std::atomic<int> m_lines = 0;
-  std::atomic<bool> m_hasThrown = false;
+  std::atomic<int> m_nLines = 0;
+  std::atomic<bool> m_bHasThrown = false;
 };
 
 // Each line costs a start and a stop, so the lines are dealt to this many cases.
@@ -89,18 +89,18 @@ TEST_P(ThrowingSinkLifecycleTest, IsSurvivedAtEachLine) {
   int line = GetParam();
   do {
     LoadModule();
-    EXPECT_EQ(WithThrow(line, [this] { return Create(&m_module, nullptr); }), 1U);
-    ASSERT_NE(m_module, nullptr);
-    EXPECT_EQ(WithThrow(line, [this] { return m_module->Start(&m_switch, 1); }), 1U);
-    EXPECT_EQ(WithThrow(line, [this] { return m_module->SetCabinetNumber(0); }), 1U);
-    EXPECT_EQ(WithThrow(line, [this] { return m_module->ModuleNotification(0x20001, 0, 0); }), 0U);
+    EXPECT_EQ(WithThrow(line, [this] { return Create(&m_pModule, nullptr); }), 1U);
+    ASSERT_NE(m_pModule, nullptr);
+    EXPECT_EQ(WithThrow(line, [this] { return m_pModule->Start(&m_oSwitch, 1); }), 1U);
+    EXPECT_EQ(WithThrow(line, [this] { return m_pModule->SetCabinetNumber(0); }), 1U);
+    EXPECT_EQ(WithThrow(line, [this] { return m_pModule->ModuleNotification(0x20001, 0, 0); }), 0U);
     EXPECT_EQ(Run(CREATE), 0U) << line;
-    EXPECT_EQ(WithThrow(line, [this] { return m_module->Stop(); }), 1U);
+    EXPECT_EQ(WithThrow(line, [this] { return m_pModule->Stop(); }), 1U);
     // The lines of the entry point itself make it fail, before or behind the deletion.
     if (WithThrow(line, [this] { return Delete(); }) == 0) {
       Delete();
     }
-    m_module = nullptr;
+    m_pModule = nullptr;
     EXPECT_EQ(Delete(), 0U);
     UnloadModule();
     ASSERT_FALSE(IsLoaded());
@@ -117,14 +117,14 @@ TEST_F(ThrowingSinkTest, IsSurvivedAtEachLineOfARequest) {
        {QUERY, CREATE, TRANSFER, R"({"OC":13312,"CA":1})", R"({"OC":13317})"}) {
     bool hasThrown = true;
     for (int line = 0; hasThrown; ++line) {
-      const size_t answers = m_switch.Answers().size();
-      m_session.Clear();
+      const size_t answers = m_oSwitch.Answers().size();
+      m_oSession.Clear();
       const auto [result, status] = WithThrow(line, [&] { return Send(command); });
       hasThrown = HasThrown();
       // A request whose task was taken before the sink threw is answered all the same.
-      if (m_session.Count(
+      if (m_oSession.Count(
               "\nCTaskSerializer     : Task with priority %d inserted into task queue!") > 0) {
-        EXPECT_TRUE(WaitUntil([&] { return m_switch.Answers().size() > answers; }));
+        EXPECT_TRUE(WaitUntil([&] { return m_oSwitch.Answers().size() > answers; }));
       }
       EXPECT_TRUE(!hasThrown || status == 13 || status == 22) << command << " at " << line;
       EXPECT_LE(result, 1U);

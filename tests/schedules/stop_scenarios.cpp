@@ -34,7 +34,7 @@ class Site {
   explicit Site(StubMachine machine = {}) {
     g_machine = machine;
     schedules::StretchJoins(JOIN_SLICE);
-    m_switch.Answer([this](const FakeSwitch::Call& call) { return Answer(call); });
+    m_oSwitch.Answer([this](const FakeSwitch::Call& call) { return Answer(call); });
     Start();
   }
   ~Site() {
@@ -45,11 +45,11 @@ class Site {
   Site(const Site&) = delete;
   Site& operator=(const Site&) = delete;
 
-  void Start() { Require(m_module->Start(m_switch.Get(), 1) == 1, "the module starts"); }
+  void Start() { Require(m_pModule->Start(m_oSwitch.Get(), 1) == 1, "the module starts"); }
 
   void Request(uint32_t opcode) {
     SipJson record = MakeCommands(R"({"OC":)" + std::to_string(opcode) + "}");
-    m_module->ModuleRequest(record);
+    m_pModule->ModuleRequest(record);
     Require(record.GetCmdUInt(0, "ST", 99) == STATUS_PENDING, "a job is answered pending");
   }
 
@@ -59,8 +59,8 @@ class Site {
     schedules::WaitFor([] { return g_machine.launches == 1; });
   }
 
-  void Stop() { Require(m_module->Stop() == 1, "Stop() gives 1"); }
-  void Delete() { m_module.reset(); }
+  void Stop() { Require(m_pModule->Stop() == 1, "Stop() gives 1"); }
+  void Delete() { m_pModule.reset(); }
 
   std::vector<uint32_t> answers;  // the final statuses
   std::function<void()> onReturn = [] {};
@@ -78,8 +78,8 @@ class Site {
     return 0;
   }
 
-  FakeSwitch m_switch;
-  std::unique_ptr<EM_TALVOR> m_module = std::make_unique<EM_TALVOR>();
+  FakeSwitch m_oSwitch;
+  std::unique_ptr<EM_TALVOR> m_pModule = std::make_unique<EM_TALVOR>();
 };
 
 void StopIdle() {

@@ -16,7 +16,7 @@ template <typename T>
 class switching_atomic {
  public:
   constexpr switching_atomic() noexcept = default;
-  constexpr switching_atomic(T value) noexcept : m_value(value) {}
+  constexpr switching_atomic(T value) noexcept : m_oValue(value) {}
   switching_atomic(const switching_atomic&) = delete;
   switching_atomic& operator=(const switching_atomic&) = delete;
 
@@ -42,10 +42,10 @@ class switching_atomic {
  private:
   atomic<T>& Touched() const {
     schedules::TouchShared(this);
-    return m_value;
+    return m_oValue;
   }
 
-  mutable atomic<T> m_value{};
+  mutable atomic<T> m_oValue{};
 };
 
 }  // namespace std

@@ -42,7 +42,7 @@ class CollectingSink final : public DefaultSink {
     std::function<void()> action;
     {
       const std::lock_guard guard(m_oLock);
-      actionForEach = m_actionForEach;
+      actionForEach = m_fnForEach;
       if (const auto entry = m_oActions.find(std::string_view(format)); entry != m_oActions.end()) {
         action = entry->second;
       }
@@ -76,13 +76,13 @@ class CollectingSink final : public DefaultSink {
 
   void SetActionForEach(std::function<void(const std::string&)> action) {
     const std::lock_guard guard(m_oLock);
-    m_actionForEach = std::move(action);
+    m_fnForEach = std::move(action);
   }
 
   void ClearActions() {
     const std::lock_guard guard(m_oLock);
     m_oActions.clear();
-    m_actionForEach = nullptr;
+    m_fnForEach = nullptr;
   }
 
   bool WaitFor(const std::string& format, int count) {
@@ -99,7 +99,7 @@ class CollectingSink final : public DefaultSink {
   std::vector<TraceLine> m_oLines;
   // Searched without taking memory, so that an action may give some back.
   std::map<std::string, std::function<void()>, std::less<>> m_oActions;
-  std::function<void(const std::string&)> m_actionForEach;
+  std::function<void(const std::string&)> m_fnForEach;
 };
 
 // The object that the trace client looks up by this name.

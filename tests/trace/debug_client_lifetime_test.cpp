@@ -20,7 +20,7 @@ class Sink final : public DefaultSink {
     vsnprintf(text.data(), text.size(), format, arguments);
     std::array<char, 200> line = {};
     const int length = snprintf(line.data(), line.size(), "<%s|%s>\n", moduleName, text.data());
-    if (!m_isEcho) {
+    if (!m_bEcho) {
       m_oLast = line;
     } else if (write(STDERR_FILENO, line.data(), static_cast<size_t>(length)) != length) {
       abort();
@@ -29,7 +29,7 @@ class Sink final : public DefaultSink {
 
   std::string Last() const { return m_oLast.data(); }
 
-  bool m_isEcho = false;  // writes the lines to stderr
+  bool m_bEcho = false;  // writes the lines to stderr
 
  private:
   std::array<char, 200> m_oLast = {};
@@ -80,7 +80,7 @@ TEST(DebugClientLifetimeTest, KeepsTheLoadOfStaticInitialisation) {
 TEST(DebugClientLifetimeTest, IsReleasedAtTheEndOfTheProgramAndServesAllTheSame) {
   EXPECT_EXIT(
       {
-        Debug.m_isEcho = true;
+        Debug.m_bEcho = true;
         exit(0);
       },
       testing::ExitedWithCode(0),

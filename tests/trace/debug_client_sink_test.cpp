@@ -22,8 +22,8 @@ class Sink final : public ITraceSink {
   void Placeholder0() override { m_oLines.emplace_back("placeholder"); }
   void Placeholder1() override { m_oLines.emplace_back("placeholder"); }
   bool IsValid() override {
-    ++m_validityTests;
-    return m_isValid;
+    ++m_nValidityTests;
+    return m_bValid;
   }
   void Placeholder3() override { m_oLines.emplace_back("placeholder"); }
   void Placeholder4() override { m_oLines.emplace_back("placeholder"); }
@@ -39,8 +39,8 @@ class Sink final : public ITraceSink {
     Add("leveled", format, arguments, moduleName);
   }
 
-  std::atomic<bool> m_isValid = true;
-  std::atomic<int> m_validityTests = 0;
+  std::atomic<bool> m_bValid = true;
+  std::atomic<int> m_nValidityTests = 0;
   Texts m_oLines;
 
  private:
@@ -61,8 +61,8 @@ namespace {
 class DebugClientSinkTest : public testing::Test {
  protected:
   DebugClientSinkTest() {
-    Debug.m_isValid = true;
-    Debug.m_validityTests = 0;
+    Debug.m_bValid = true;
+    Debug.m_nValidityTests = 0;
     Debug.m_oLines.clear();
     SetNextSinkValid(true);
     TakeLinesOfNextSink();
@@ -102,14 +102,14 @@ TEST_F(DebugClientSinkTest, PlainOperationsGoToThePlainOutput) {
 }
 
 TEST_F(DebugClientSinkTest, IsLookedUpAtTheFirstLineOnly) {
-  EXPECT_EQ(Debug.m_validityTests, 0);
+  EXPECT_EQ(Debug.m_nValidityTests, 0);
   m_oClient.Trace(1, "dropped");
-  EXPECT_EQ(Debug.m_validityTests, 0);
+  EXPECT_EQ(Debug.m_nValidityTests, 0);
   m_oClient.Trace(0, "line");
   m_oClient.Trace(0, "line");
   m_oClient.Print("line");
-  EXPECT_EQ(Debug.m_validityTests, 1);
-  Debug.m_isValid = false;
+  EXPECT_EQ(Debug.m_nValidityTests, 1);
+  Debug.m_bValid = false;
   m_oClient.Trace(0, "line");
   EXPECT_EQ(Debug.m_oLines.size(), 4U);
 }
@@ -117,35 +117,35 @@ TEST_F(DebugClientSinkTest, IsLookedUpAtTheFirstLineOnly) {
 TEST_F(DebugClientSinkTest, PlainOperationLooksItUpToo) {
   m_oClient.Print("line");
   m_oClient.Trace(0, "line");
-  EXPECT_EQ(Debug.m_validityTests, 1);
+  EXPECT_EQ(Debug.m_nValidityTests, 1);
   EXPECT_EQ(Debug.m_oLines.size(), 2U);
 }
 
 TEST_F(DebugClientSinkTest, NextObjectInSearchOrderStandsInForAnInvalidOne) {
-  Debug.m_isValid = false;
+  Debug.m_bValid = false;
   m_oClient.Trace(0, "line");
   EXPECT_EQ(TakeLinesOfNextSink(), 1);
-  Debug.m_isValid = true;
+  Debug.m_bValid = true;
   m_oClient.Print("line");
   EXPECT_EQ(TakeLinesOfNextSink(), 1) << "it was found and stays";
   EXPECT_EQ(Debug.m_oLines, Texts());
 }
 
 TEST_F(DebugClientSinkTest, LosesTheLineWhenNoObjectIsValidAndLooksAgainAtTheNext) {
-  Debug.m_isValid = false;
+  Debug.m_bValid = false;
   SetNextSinkValid(false);
   m_oClient.Trace(0, "lost");
   m_oClient.Print("lost");
   m_oClient.PrintFor(0, "lost");
   EXPECT_EQ(TakeLinesOfNextSink(), 0);
   EXPECT_EQ(m_oLog.entries.size(), 1U) << "the line of level 0 is in the system log";
-  Debug.m_isValid = true;
+  Debug.m_bValid = true;
   m_oClient.Trace(0, "line");
   EXPECT_EQ(Debug.m_oLines, Texts({"leveled EM_TALVOR: line"}));
 }
 
 TEST_F(DebugClientSinkTest, TestOfValidityThatThrowsCachesNothing) {
-  Debug.m_isValid = false;
+  Debug.m_bValid = false;
   SetNextSinkThrowing(true);
   EXPECT_ANY_THROW(m_oClient.Trace(0, "lost"));
   {
@@ -167,7 +167,7 @@ TEST_F(DebugClientSinkTest, ThreadsThatStartTogetherFindIt) {
     m_oClient.Trace(1, "dropped");
     m_oClient.Trace(0, "line");
   };
-  Debug.m_isValid = false;
+  Debug.m_bValid = false;
   std::thread first(trace);
   std::thread second(trace);
   first.join();

@@ -32,13 +32,13 @@ class TraceConfigDirectory : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_FALSE(std::filesystem::exists(ROOT)) << "is that an installation?";
-    m_isOurs = true;
+    m_bOurs = true;
     unsetenv("CV_LOG_DEBUG_LEVEL");
     unsetenv("CV_LOG_DYNAMIC_UPDATE");
   }
 
   void TearDown() override {
-    if (m_isOurs) {
+    if (m_bOurs) {
       m_oClient.Release();
       std::filesystem::remove_all(ROOT);
     }
@@ -64,5 +64,5 @@ class TraceConfigDirectory : public testing::Test {
   static constexpr char ROOT[] = "/etc/orvane";
   inline static const std::string DIRECTORY = "/etc/orvane/CorvistaSuite/TraceConfig/";
 
-  bool m_isOurs = false;
+  bool m_bOurs = false;
 };

@@ -79,25 +79,25 @@ class RegistryFaultTest : public RegistryFilesTest,
                           public testing::WithParamInterface<std::tuple<Start, int>> {
  protected:
   RegistryFaultTest() {
-    const std::vector<std::string> calls = CallsOfASave(m_start);
-    m_calls = calls;
-    m_after = LoadTree();
-    MakeStart(m_start);
-    m_before = ReadTree();
+    const std::vector<std::string> calls = CallsOfASave(m_oStart);
+    m_oCalls = calls;
+    m_oAfter = LoadTree();
+    MakeStart(m_oStart);
+    m_oBefore = ReadTree();
   }
 
   // Whether the save can do without the call at that index: the directory and the lock file are
   // closed at the end.
   bool IsHarmless(size_t index) const {
-    return index + 2 >= m_calls.size() && m_calls[index] == "close";
+    return index + 2 >= m_oCalls.size() && m_oCalls[index] == "close";
   }
 
-  const Start m_start = std::get<0>(GetParam());
+  const Start m_oStart = std::get<0>(GetParam());
   const int m_nError = std::get<1>(GetParam());
-  const ExchangeRefusal m_oRefusal{m_start.exchangeError};
-  std::vector<std::string> m_calls;  // of a save in which nothing fails
-  RegistryModel m_before;
-  RegistryModel m_after;
+  const ExchangeRefusal m_oRefusal{m_oStart.exchangeError};
+  std::vector<std::string> m_oCalls;  // of a save in which nothing fails
+  RegistryModel m_oBefore;
+  RegistryModel m_oAfter;
 };
 
 std::string NameOfFault(const testing::TestParamInfo<std::tuple<Start, int>>& info) {
@@ -111,9 +111,9 @@ INSTANTIATE_TEST_SUITE_P(Registry, RegistryFaultTest,
                          NameOfFault);
 
 TEST_P(RegistryFaultTest, SaveInWhichAnySystemCallFailsLosesNothing) {
-  for (size_t failing = 0; failing < m_calls.size(); ++failing) {
-    SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-    MakeStart(m_start);
+  for (size_t failing = 0; failing < m_oCalls.size(); ++failing) {
+    SCOPED_TRACE(m_oCalls[failing] + " at " + std::to_string(failing));
+    MakeStart(m_oStart);
     {
       const NumberChange change;
       const TraceSession session(1);
@@ -131,15 +131,15 @@ TEST_P(RegistryFaultTest, SaveInWhichAnySystemCallFailsLosesNothing) {
       CRegistryTree::Get().SaveTree();
       EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
     }
-    EXPECT_EQ(LoadTree(), m_after) << "what failed was not tried again";
+    EXPECT_EQ(LoadTree(), m_oAfter) << "what failed was not tried again";
   }
 }
 
 TEST_P(RegistryFaultTest, ProcessThatEndsAfterAFailedSaveLeavesTheOldOrTheNewTree) {
   for (const Outcome outcome : {Outcome::FAILED, Outcome::DONE_AND_FAILED}) {
-    for (size_t failing = 0; failing < m_calls.size(); ++failing) {
-      SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-      MakeStart(m_start);
+    for (size_t failing = 0; failing < m_oCalls.size(); ++failing) {
+      SCOPED_TRACE(m_oCalls[failing] + " at " + std::to_string(failing));
+      MakeStart(m_oStart);
       const NumberChange change;
       {
         FaultPlan plan(m_nError, [&](size_t index, const std::string&) {
@@ -147,15 +147,15 @@ TEST_P(RegistryFaultTest, ProcessThatEndsAfterAFailedSaveLeavesTheOldOrTheNewTre
         });
         CRegistryTree::Get().SaveTree();
       }
-      EXPECT_THAT(LoadTree(), testing::AnyOf(m_before, m_after));
+      EXPECT_THAT(LoadTree(), testing::AnyOf(m_oBefore, m_oAfter));
     }
   }
 }
 
 TEST_P(RegistryFaultTest, SaveInWhichAllIsFailingFromAnyCallOnLeavesTheOldOrTheNewTree) {
-  for (size_t failing = 0; failing < m_calls.size(); ++failing) {
-    SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-    MakeStart(m_start);
+  for (size_t failing = 0; failing < m_oCalls.size(); ++failing) {
+    SCOPED_TRACE(m_oCalls[failing] + " at " + std::to_string(failing));
+    MakeStart(m_oStart);
     const NumberChange change;
     {
       FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
@@ -163,22 +163,23 @@ TEST_P(RegistryFaultTest, SaveInWhichAllIsFailingFromAnyCallOnLeavesTheOldOrTheN
       });
       CRegistryTree::Get().SaveTree();
     }
-    EXPECT_THAT(LoadTree(), testing::AnyOf(m_before, m_after));
+    EXPECT_THAT(LoadTree(), testing::AnyOf(m_oBefore, m_oAfter));
   }
 }
 
 TEST_P(RegistryFaultTest, FailureBeforeTheFlushOfTheDirectoryLeavesTheCurrentFile) {
-  const auto flush = std::find(m_calls.rbegin(), m_calls.rend(), "fsync");
-  ASSERT_NE(flush, m_calls.rend());
-  const auto end = static_cast<size_t>(m_calls.rend() - flush) - 1;
+  const auto flush = std::find(m_oCalls.rbegin(), m_oCalls.rend(), "fsync");
+  ASSERT_NE(flush, m_oCalls.rend());
+  const auto end = static_cast<size_t>(m_oCalls.rend() - flush) - 1;
   for (size_t failing = 0; failing < end; ++failing) {
-    SCOPED_TRACE(m_calls[failing] + " at " + std::to_string(failing));
-    MakeStart(m_start);
+    SCOPED_TRACE(m_oCalls[failing] + " at " + std::to_string(failing));
+    MakeStart(m_oStart);
     FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
       return index == failing ? Outcome::FAILED : Outcome::DONE;
     });
     EXPECT_EQ(SaveRegistryFile("new"), RegistrySave::FAILED);
-    EXPECT_EQ(ReadFile(REGISTRY_FILE), m_start.current != nullptr ? m_start.current : "(missing)");
+    EXPECT_EQ(ReadFile(REGISTRY_FILE),
+              m_oStart.current != nullptr ? m_oStart.current : "(missing)");
   }
 }
 

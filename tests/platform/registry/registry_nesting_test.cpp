@@ -36,12 +36,12 @@ class RegistryNestingTest : public RegistryFilesTest {
  protected:
   RegistryNestingTest() {
     WriteFile(REGISTRY_FILE, "[HKEY_LOCAL_MACHINE]\n" + Repeated("[k]\n", NESTED) + "deep=d=1\n");
-    m_path = Repeated("/k", NESTED);
+    m_strPath = Repeated("/k", NESTED);
   }
 
   // Opens the deepest key.
   bool OpenDeepest(CRegistry& registry) const {
-    return registry.Open(m_path.c_str(), HKEY_LOCAL_MACHINE) == REGISTRY_OK &&
+    return registry.Open(m_strPath.c_str(), HKEY_LOCAL_MACHINE) == REGISTRY_OK &&
            registry.GetValue("deep") != nullptr;
   }
 
@@ -57,7 +57,7 @@ class RegistryNestingTest : public RegistryFilesTest {
     });
   }
 
-  std::string m_path;
+  std::string m_strPath;
 };
 
 TEST_F(RegistryNestingTest, DeepTreeIsLoaded) {
@@ -81,9 +81,9 @@ TEST_F(RegistryNestingTest, DeepTreeIsSaved) {
 TEST_F(RegistryNestingTest, DeepTreeIsMade) {
   RunOnSmallStack([&] {
     CRegistry registry;
-    EXPECT_EQ(registry.CreateKey(HKEY_USERS, m_path.c_str()), REGISTRY_OK);
+    EXPECT_EQ(registry.CreateKey(HKEY_USERS, m_strPath.c_str()), REGISTRY_OK);
     EXPECT_EQ(registry.SetValue("deep", 1), REGISTRY_OK);
-    EXPECT_EQ(registry.Open(m_path.c_str(), HKEY_USERS), REGISTRY_OK);
+    EXPECT_EQ(registry.Open(m_strPath.c_str(), HKEY_USERS), REGISTRY_OK);
   });
 }
 
