@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-// What tells a file that was written or exchanged from one that was left as it was.
+// What distinguishes a file that was written or replaced from one that was left alone.
 struct ArchiveState {
   struct Time {
     int64_t seconds;
@@ -24,7 +24,7 @@ struct ArchiveState {
 // True when the path names anything that can be examined; links are followed.
 bool FileExists(const std::string& path);
 
-// The state of the archive; nothing when the path names no regular file. Links are followed.
+// The state of the archive, or nothing when the path names no regular file. Links are followed.
 std::optional<ArchiveState> ExamineArchive(const std::string& path);
 
 // The size of the file in kilobytes, rounded down, 2147483647 at most; 0 when it cannot be

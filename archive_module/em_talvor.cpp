@@ -20,12 +20,11 @@ namespace {
 constexpr int32_t TASK_LEVELS = 1;
 constexpr uint32_t HTI_FILE_TYPE_TALVOR = 2;
 
-// What a job has left when the module stops: the settling time and the termination time of its
+// How long a job may go on when the module stops: the settling time and the termination time of its
 // worker.
 constexpr std::chrono::milliseconds STOP_GRACE(100 + 2000);
 constexpr uint32_t KILL_WAIT_TIME = 2000;  // milliseconds
-// What a worker has left after that which waits for its switch or for a collector that does not
-// end.
+// How much longer the worker may wait for its switch, or for a collector that survives its kill.
 constexpr std::chrono::milliseconds LAST_WAIT(5000);
 
 constexpr char OPENING_LINE[] =
@@ -91,8 +90,8 @@ void TerminateCollector(int32_t pid) {
   if (WaitForProcessEnd(pid, KILL_WAIT_TIME) && WaitProcess(pid, exitCode, KILL_WAIT_TIME)) {
     DEBUG_TRACE(1, "\nEM_TALVOR (Stop)    : Talvor process exit");
   } else {
-    // Follows every kill: a child that ends by a signal is no normal exit, or the worker reaped it
-    // first. One inside a system call that cannot be interrupted has not ended at all.
+    // This line follows every kill: a death by signal is no normal exit, or the worker has reaped
+    // the child before. A child in a system call that cannot be interrupted has not even ended.
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n");
@@ -202,7 +201,7 @@ bool EM_TALVOR::StorePath(std::string& member, std::optional<std::string> path) 
   return true;
 }
 
-// The id of a collector that runs, or begins to run meanwhile, stays: Stop() needs it.
+// Keeps the id of a collector that is running, or starts meanwhile: Stop() needs it.
 void EM_TALVOR::ForgetEndedCollector() {
   int32_t pid = m_pidCollector;
   if (!m_bCollectorRuns) {
@@ -239,8 +238,7 @@ uint32_t EM_TALVOR::Stop() {
   return 1;
 }
 
-// Waits for the worker, without `isLimited` until it has ended. True when that took the end of a
-// collector.
+// Waits for the end of the worker. True when a running collector was killed meanwhile.
 bool EM_TALVOR::EndWorker(bool isLimited) {
   CWorkerEnd end(isLimited, m_pidCollector, m_bCollectorRuns, m_bHandsBack);
   TerminateSerialization([&end](std::chrono::milliseconds waited) { return end.WaitsOn(waited); });

@@ -34,11 +34,12 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   // requests for jobs are then answered with status 3.
   uint32_t Start(CISwitch* pSwitch, uint32_t moduleId) override;
 
-  // Ends the worker. A job that is running gets 2.1 seconds; then a collector is killed, while a
-  // transfer is waited for. A worker that hands a request back to the switch, or whose collector
-  // outlives the kill, gets 5 more seconds. Returns 1, with the worker gone, unless that time was
-  // not enough or this was called on the worker itself: the worker then ends after its job and
-  // calls the switch until the destruction has returned. A second thread waits for the first.
+  // Ends the worker. A running job gets 2.1 seconds; after that its collector is killed, while a
+  // transfer is waited for. The worker gets 5 more seconds when it is handing a request back to the
+  // switch, or when its collector survives the kill. Returns 1. The worker is gone then, unless
+  // those seconds were not enough or Stop() was called on the worker itself: in that case it ends
+  // after its job, and may call the switch until the destructor has returned. When two threads call
+  // Stop(), the second waits for the first.
   uint32_t Stop() override;
 
   // Answers the current command. Returns 1, or 0 for a command that is unknown or for another
@@ -88,7 +89,7 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   std::atomic<uint32_t> m_nHtiFileType = 0;  // the number by which HTI knows the archive
   CEvent m_hStopEvent;  // set by Stop(), for others: nothing in the module waits
   std::atomic<bool> m_bCollectorRuns = false;
-  std::atomic<bool> m_bHandsBack = false;  // a finished request to the switch
+  std::atomic<bool> m_bHandsBack = false;  // the worker is handing a request back to the switch
   std::mutex m_oPathsLock;
   std::mutex m_oStopLock;  // held by Stop(), except on the worker
 };

@@ -7,19 +7,19 @@ namespace {
 
 using Value = SipJson::Value;
 
-// Bytes for the values of the request, but for its paths: each object takes 512.
+// Bytes for the values of the request without its paths: each object takes 512.
 constexpr size_t ROOM = 4096;
 
-// The record may outlive this library's literals, so names are copied too.
+// The record may outlive this library and its literals, so names are copied too.
 void Add(Value& object, const char* name, Value value, SipJson::Allocator& allocator) {
   object.AddMember(Value(name, allocator), value, allocator);
 }
 
-Value Text(const std::string& text, SipJson::Allocator& allocator) {
-  return {text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator};
+Value String(const std::string& string, SipJson::Allocator& allocator) {
+  return {string.data(), static_cast<rapidjson::SizeType>(string.size()), allocator};
 }
 
-// As a signed number when it were negative.
+// A signed number when its highest bit is set.
 Value FileType(uint32_t fileType) {
   const auto asSigned = static_cast<int32_t>(fileType);
   return asSigned < 0 ? Value(asSigned) : Value(fileType);
@@ -33,8 +33,8 @@ SipJson BuildHtiRequest(const HtiTransfer& transfer) {
 
   Value data(rapidjson::kObjectType);
   Add(data, "FileType", FileType(transfer.fileType), allocator);
-  Add(data, "LocalFilePath", Text(transfer.localPath, allocator), allocator);
-  Add(data, "BmcFilePath", Text(transfer.bmcPath, allocator), allocator);
+  Add(data, "LocalFilePath", String(transfer.localPath, allocator), allocator);
+  Add(data, "BmcFilePath", String(transfer.bmcPath, allocator), allocator);
 
   Value command(rapidjson::kObjectType);
   Add(command, "OC", Value(OC_HTI_FILE_TRANSFER), allocator);

@@ -21,7 +21,7 @@ uint32_t ReadOpcode(const SipJson& request) {
   return request.GetCmdUInt(request.m_nCmdIndex, "OC", 0);
 }
 
-// An exception meanwhile ends the process: there is no other answer left.
+// An exception in here ends the process: no other answer is left.
 void AnswerException(SipJson& request) noexcept { request.SetCmdUInt("ST", STATUS_EXCEPTION); }
 
 void TraceException(const SipJson& request) {
@@ -133,8 +133,7 @@ void EM_TALVOR::OnTaskExecution(SipJson& request, int32_t /*level*/) {
   ReturnRequest(request);
 }
 
-// False when there is no such job. One that runs out of memory has failed: it is answered all the
-// same.
+// False when there is no such job. A job that runs out of memory is answered as failed.
 bool EM_TALVOR::RunJob(SipJson& request, uint32_t opcode) {
   try {
     switch (opcode) {

@@ -23,8 +23,8 @@ constexpr char NOT_CREATED[] =
 
 class ArchiveCreationTest : public ModuleHost {
  protected:
-  // Expects a creation to end with that status, in those lines between the first and the trace of
-  // the answer.
+  // Expects a creation to end with that status and to write those lines between the first one and
+  // the trace of the answer.
   void ExpectCreation(
       uint32_t status, const std::vector<Lines>& parts,
       const std::function<void()>& prepare = [] {}) {
@@ -327,7 +327,7 @@ TEST_F(ArchiveCreationTest, TheLastTaskMayStillBeAnsweredWhenTheHostThrows) {
   EXPECT_EQ(Run(CREATE), 0U);
 }
 
-// The worker gives no job to this operation that it does not know.
+// ModuleRequest() queues no other opcode, so this job is handed to the operation directly.
 TEST_F(ArchiveCreationTest, AnUnknownTaskIsAnErrorAndNotAnswered) {
   InstallCollector(GOOD_COLLECTOR);
   ExpectLines(

@@ -1,4 +1,4 @@
-// The job that sends the archive to the BMC, as the host sees it: what HTI is asked, and the final
+// The job that sends the archive to the BMC, as the host sees it: the request to HTI and the final
 // answer.
 
 #include <gmock/gmock.h>
@@ -32,8 +32,8 @@ class ArchiveTransferTest : public ModuleHost {
     m_oSwitch.onHtiRequest = [status](SipJson& request) { request.SetCmdUInt("ST", status); };
   }
 
-  // Expects a transfer to end with that status, in those lines between the first and the trace of
-  // the answer.
+  // Expects a transfer to end with that status and to write those lines between the first one and
+  // the trace of the answer.
   void ExpectTransfer(
       const std::string& command, uint32_t status, const std::vector<Lines>& parts,
       const std::function<void()>& prepare = [] {}) {
@@ -139,7 +139,7 @@ TEST_F(ArchiveTransferTest, AnArchiveThatDoesNotExistIsNotTransferred) {
   EXPECT_THAT(m_oSwitch.HtiRequests(), IsEmpty());
 }
 
-// The data goes only behind the request to HTI.
+// The data is removed only after the request to HTI.
 TEST_F(ArchiveTransferTest, AnAnswerWithoutHtiKeepsTheData) {
   std::filesystem::remove(m_strArchive);
   ASSERT_EQ(CreateAndStart(), 1U);

@@ -49,7 +49,7 @@ class Hook {
     return m_bHasFailed.exchange(false);
   }
 
-  // What a call does first, in a forked child too. True, with errno, when it is to fail.
+  // What each call does first, in a forked child too. True, and errno set, when it is to fail.
   bool Fails() {
     if (m_bHasAction) {
       std::unique_lock lock(m_oLock);
@@ -69,7 +69,7 @@ class Hook {
 
   // The address of the function itself; null when the module does not import it.
   void* m_pReal = nullptr;
-  // Where the module keeps it.
+  // Where the module stores that address.
   std::vector<void**> m_oSlots;
 
  private:
@@ -84,7 +84,7 @@ class Hook {
   std::shared_ptr<std::function<void()>> m_oAction;
 };
 
-// How a function tells that it has failed.
+// How a function reports a failure.
 enum class Failure {
   MINUS_ONE,       // with errno
   NULL_POINTER,    // with errno
@@ -94,14 +94,14 @@ enum class Failure {
   DONE_MINUS_ONE,  // as MINUS_ONE, but it is done all the same
 };
 
-// A text as an argument of a template.
+// A string as a template argument.
 template <size_t LENGTH>
 struct Name {
   constexpr Name(const char (&name)[LENGTH]) { std::copy_n(name, LENGTH, text); }
   char text[LENGTH];
 };
 
-// What stands in the module's table in place of a function.
+// What replaces a function in the module's table.
 template <Name NAME, Failure FAILURE, typename Signature>
 struct Stand;
 
@@ -136,7 +136,7 @@ struct Stand<NAME, FAILURE, Result(Arguments...)> {
   }
 };
 
-// The child of vfork() runs on the stack of its parent, so nothing may stand in between but a jump.
+// The child of vfork() runs on its parent's stack, so the wrapper may do nothing but jump.
 
 Hook g_vfork{"vfork"};
 
@@ -197,7 +197,7 @@ std::vector<Entry>& Table() {
       Standing<"rmdir", MINUS_ONE, int(const char*)>(EACCES),
       Standing<"fchmod", MINUS_ONE, int(int, mode_t)>(EPERM),
       Standing<"fchmodat", MINUS_ONE, int(int, const char*, mode_t, int)>(EPERM),
-      // The change of a mode that the C library does not know.
+      // A change of a mode for which the C library has no function.
       Standing<"syscall", MINUS_ONE, long(long, long, long, long, long, long, long)>(EPERM),
       Standing<"opendir", NULL_POINTER, DIR*(const char*)>(EMFILE),
       Standing<"readdir", NULL_POINTER, dirent*(DIR*)>(EIO),
@@ -215,7 +215,7 @@ std::vector<Entry>& Table() {
       Standing<"pthread_sigmask", ERROR_NUMBER, int(int, const sigset_t*, sigset_t*)>(EINVAL),
       Standing<"pthread_create", ERROR_NUMBER,
                int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(EAGAIN),
-      // std::thread's way to it, from within the standard library.
+      // How std::thread gets there, from inside the standard library.
       Standing<
           "_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE",
           SYSTEM_ERROR, void(void*, void*, void*)>(EAGAIN),

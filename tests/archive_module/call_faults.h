@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-// Stands between the loaded module and the system: makes chosen calls of the module fail, on any of
-// its threads, and leaves those of the rest of the program alone. It exchanges the addresses in the
-// module's table of imported functions. One at a time.
+// Sits between the loaded module and the system: makes chosen calls of the module fail, on any of
+// its threads, and leaves the rest of the program alone. It replaces addresses in the module's
+// table of imported functions. There may be one object at a time.
 class CallFaults {
  public:
   // `library` is the module's handle. It must stay loaded for the life of the object.
@@ -16,8 +16,8 @@ class CallFaults {
   CallFaults(const CallFaults&) = delete;
   CallFaults& operator=(const CallFaults&) = delete;
 
-  // The functions that can be made to fail, by the names of their symbols, and those of them that
-  // the module imports.
+  // The symbols of the functions that can be made to fail, and those of them that the module
+  // imports.
   static std::vector<std::string> AllNames();
   std::vector<std::string> ImportedNames() const;
 

@@ -1,6 +1,6 @@
-// The module on a system that refuses: each function that enters the system, and each that gives
-// memory, fails on each of its calls in turn. The host survives, every request has its status,
-// nothing stays open, locked or running, and the registry is as it was.
+// The module on a system that refuses: each function that enters the system or allocates memory
+// fails on each of its calls in turn. The host survives, every request gets its status, nothing
+// stays open, locked or running, and the registry is unchanged.
 
 #include "tests/archive_module/call_faults.h"
 
@@ -77,7 +77,7 @@ class EachCallTest : public CallFaultsTest, public testing::WithParamInterface<s
     m_pFaults = std::make_unique<CallFaults>(m_pLibrary);
   }
 
-  // Creates the instance; without memory or an event there may be none, and the host tries again.
+  // Creates the instance. Without memory or an event that may fail, and the host tries again.
   void CreateModule() {
     try {
       Create(&m_pModule, nullptr);
@@ -112,7 +112,8 @@ class EachCallTest : public CallFaultsTest, public testing::WithParamInterface<s
   std::unique_ptr<CallFaults> m_pFaults;
 };
 
-// All but the ways to a process, of which one stands in for another, and what happens behind them.
+// All functions except those that create a process, which replace each other, and what follows
+// them.
 std::vector<std::string> NamesOfCalls() {
   std::vector<std::string> names = CallFaults::AllNames();
   std::vector<std::string> others = {"fork", "vfork", "execvp"};
@@ -218,7 +219,8 @@ TEST_P(EachCallTest, IsSurvivedByACleanup) {
   ExpectRegistryAsItWas();
 }
 
-// A launcher that takes another way must be made to fail on that way.
+// When one way to create a process fails the launcher takes another, which must be made to fail
+// too.
 TEST_F(CallFaultsTest, TheFunctionsOfTheRoadAreAmongThoseThatFail) {
   LoadModule();
   const CallFaults faults(m_pLibrary);
@@ -238,7 +240,7 @@ TEST_F(CallFaultsTest, ACollectorThatTheSystemDoesNotExecuteFailsTheJob) {
   EXPECT_EQ(Run(CREATE), 0U);
 }
 
-// The job has lost its collector, but Stop() knows it still.
+// The job has lost its collector, but Stop() still knows it.
 TEST_F(CallFaultsTest, ACollectorThatCannotBeWaitedForIsEndedByStop) {
   InstallCollector("exec sleep 60");
   ASSERT_EQ(CreateAndStart(), 1U);

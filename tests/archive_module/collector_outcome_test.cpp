@@ -1,5 +1,5 @@
-// What becomes of a job and of its end with a launcher and a kill that do what those of this system
-// do rarely or never: others stand in for them.
+// A job and its end when the launcher and the kill, which are replaced here, do what the real ones
+// do rarely or never.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@
 
 namespace {
 
-// Stands in for the launcher.
+// Replaces the launcher.
 std::function<bool(std::atomic<int32_t>& pid, int32_t& exitCode)> g_fnRun;
 
 class CollectorOutcomeTest : public ModuleHost {
@@ -63,7 +63,7 @@ TEST_F(CollectorOutcomeTest, AnyOtherExitCodeIsAnErrorOfTheCollector) {
       "\nEM_TALVOR (Create)  : ## ERROR! Talvor archive process was terminated unsuccessfully; process exit code = 17 (0x11)!");
 }
 
-// The launcher has not given an id yet when the grace is over.
+// The launcher has not stored an id yet when the grace period is over.
 TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
   InstallCollector("");
   const TraceSession session(1);
@@ -91,7 +91,7 @@ TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
   EXPECT_EQ(killsMeanwhile, 0);
 }
 
-// As one does inside a system call that cannot be interrupted.
+// Like a process in a system call that cannot be interrupted.
 TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithoutLimit) {
   InstallCollector("");
   const TraceSession session(1);

@@ -22,7 +22,7 @@ constexpr char FALLBACK[] =
 
 class CollectorPathsTest : public RegistryFilesTest {
  protected:
-  // Lays the pointer and, below the key SOFTWARE\Talvor of HKEY_LOCAL_MACHINE, the setup key.
+  // Writes the pointer and, below the key SOFTWARE\Talvor of HKEY_LOCAL_MACHINE, the setup key.
   static void Install(const std::string& pointer, const std::string& setup) {
     WriteFile(REGISTRY_FILE, InstalledRegistry(setup, pointer));
   }
@@ -86,7 +86,7 @@ TEST_F(CollectorPathsTest, BinDirFailsWithoutTheFileRoot) {
   EXPECT_EQ(BinDir(), "(none)");
 }
 
-// What a module that starts never writes: without the file root it does not come so far.
+// The start of a module never writes these lines: it fails earlier without the file root.
 TEST_F(CollectorPathsTest, DataDirFailsWithoutThePointerAndAsksTwice) {
   ExpectNoDataDir(
       {{2,
@@ -110,7 +110,7 @@ TEST_F(CollectorPathsTest, DataDirFailsWithoutTheSetupKeyAndAsksTwice) {
         "\nEM_TALVOR (BinDir)  : ## ERROR 0xFFFFFFFF! Could not open registry key \"SOFTWARE\\Other\\Setup\"!"}});
 }
 
-// The tree is loaded once, so each pointer is stored anew.
+// The tree is loaded only once, so each pointer is stored in it.
 void StorePointer(const char* pointer) {
   CRegistry registry;
   registry.CreateKey(HKEY_LOCAL_MACHINE, REGISTRY_POINTER_KEY);

@@ -43,7 +43,7 @@ class EmTalvorTest : public ModuleHost {
 
 using EmTalvorDeathTest = EmTalvorTest;
 
-// What tells whether a file or directory was touched or exchanged.
+// What shows whether a file or directory was changed or replaced.
 std::vector<int64_t> StateOf(const char* path) {
   struct stat status = {};
   EXPECT_EQ(stat(path, &status), 0) << path;
@@ -56,15 +56,15 @@ std::vector<int64_t> StateOf(const char* path) {
           static_cast<int64_t>(status.st_mode)};
 }
 
-// Lets the process end without a check for leaks, which does not survive a thread that has
-// thread-local objects of a loaded library. There can be one check only.
+// Lets the process end without a leak check, which crashes on a thread that has thread-local
+// objects of a loaded library. The check runs here instead, as it can run only once.
 void CheckLeaksNow() {
 #ifdef __SANITIZE_ADDRESS__
   __lsan_do_leak_check();
 #endif
 }
 
-// The bytes that the program has allocated; a sanitizer's allocator does not tell.
+// The bytes that the program has allocated; a sanitizer's allocator does not count them.
 size_t AllocatedBytes() { return mallinfo2().uordblks; }
 
 }  // namespace
@@ -171,7 +171,7 @@ TEST_F(EmTalvorTest, TwentyRoundsLeaveNothingBehind) {
   EXPECT_LE(AllocatedBytes(), bytes + 2048);
 }
 
-// The collector outlives the host, which is not asked to end it.
+// The collector outlives the host, which was not asked to stop it.
 TEST_F(EmTalvorDeathTest, AHostThatEndsWithACollectorRunningEndsWithItsOwnCode) {
   InstallCollector("touch \"$D/runs\"; while test -e \"$D/runs\"; do sleep 0.1; done");
   EXPECT_EXIT(

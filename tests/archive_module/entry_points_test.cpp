@@ -22,8 +22,8 @@ class EntryPointsTest : public ModuleHost {};
 
 constexpr char DESTROY[] = "\nEM DLL (%-10s) : Destroy module...";
 
-// Makes the destructor of the instance throw when it has done its work and freed the instance: a
-// copy of its table of operations stands in for the original.
+// Makes the destructor of the instance throw after it has freed the instance: the instance gets a
+// copy of its virtual table with another destructor.
 class ThrowingDestructor {
  public:
   explicit ThrowingDestructor(CIExtensionModule* module) {
@@ -37,7 +37,7 @@ class ThrowingDestructor {
  private:
   using Destructor = void (*)(CIExtensionModule*);
 
-  static constexpr size_t HEAD = 2;  // offset and type, in front of the operations
+  static constexpr size_t HEAD = 2;  // offset and type, before the operations
   static constexpr size_t DELETING_DESTRUCTOR = 1;
   static constexpr size_t OPERATIONS = 25;
 
@@ -77,7 +77,7 @@ TEST_F(EntryPointsTest, NameAndSetupActionsNeedNoInstance) {
   EXPECT_EQ(SetupAction(1), 0U);
 }
 
-// The first use of another entry point reads the settings: those of its own time.
+// The first call of another entry point reads the settings, as they are at that time.
 TEST_F(EntryPointsTest, TheNameIsHadWithoutReadingTheSettings) {
   const TraceSession session(1);
   LoadModule();
@@ -173,7 +173,7 @@ TEST_F(EntryPointsTest, CreationAfterADeletionBuildsAFreshInstance) {
   EXPECT_EQ(Send(CREATE), std::make_pair(1U, 22U));
 }
 
-// The instance counts as still there, although it is gone.
+// The instance counts as present, although it is gone.
 TEST_F(EntryPointsTest, ADestructorThatThrowsMakesTheDeletionFailAndTheHostSurvives) {
   ExpectLines(LinesOfThisThread(),
               {{1, "\nEM DLL (EM_TALVOR ) : Destroy module..."},
@@ -247,8 +247,8 @@ TEST_F(EntryPointsTest, AFailedAllocationOfACreationReachesTheHost) {
     }
     memory.Stop();
     hasFailed = memory.HasFailed();
-    // Settings that could not be read are no reason to go without the module; the event that wakes
-    // its worker is one, and does not throw.
+    // The module is created even when its settings cannot be read, but not without the event that
+    // wakes its worker.
     EXPECT_TRUE(result == 1 || hasFailed) << successes;
     EXPECT_EQ(m_pModule == nullptr, result == 0) << successes;
     countThrown += hasThrown ? 1 : 0;

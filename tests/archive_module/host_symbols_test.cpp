@@ -16,7 +16,7 @@ namespace {
 
 class HostSymbolsTest : public ModuleHost {
  protected:
-  // What is opened like this counts as the host's own.
+  // The loader treats what is opened globally like symbols of the host.
   void SetUp() override {
     m_pImpostors = dlopen(IMPOSTORS_LIBRARY, RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(m_pImpostors, nullptr) << dlerror();
@@ -48,7 +48,7 @@ TEST_F(HostSymbolsTest, TheModuleNeedsNoNameOfItsOwnFromOutside) {
             0);
 }
 
-// The loader would take that memory at a thread's first use, and end the process without any.
+// The loader would allocate that memory at a thread's first use, and abort when there is none.
 TEST_F(HostSymbolsTest, TheModuleNeedsNoMemoryForAThread) {
   EXPECT_EQ(system("! nm -D --undefined-only " EM_TALVOR_LIBRARY " | grep __tls_get_addr"), 0);
 }

@@ -26,7 +26,7 @@ class MemoryFaultsTest : public ModuleHost {
 
 }  // namespace
 
-// Memory that the standard library takes for the module fails here too.
+// Allocations that the standard library makes for the module fail here too.
 
 TEST_F(MemoryFaultsTest, AFailedAllocationOfARequestBecomesStatus13) {
   ASSERT_EQ(CreateAndStart(), 1U);

@@ -29,7 +29,7 @@ std::string TextOf(const SipJson& record) {
   return buffer.GetString();
 }
 
-// The thread sanitizer starts a thread of its own with the first one.
+// The thread sanitizer starts a thread of its own along with the first one.
 void StartThreadOnce() {
   static const bool isStarted = [] {
     std::string task;

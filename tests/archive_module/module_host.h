@@ -20,7 +20,7 @@
 constexpr char QUERY[] = R"({"OC":13312})";
 constexpr char CREATE[] = R"({"OC":13313,"MI":"0x00010002"})";
 constexpr char TRANSFER[] = R"({"OC":13314})";
-// Data whose name for the BMC is built from bytes.
+// A transfer whose BMC name is given as bytes.
 constexpr char NAMED_TRANSFER[] = R"({"OC":13314,"TO":60,"DA":{"RAW":[98,109,99,46,122,105,112]}})";
 
 // For InstallCollector(): does what a collector should.
@@ -29,18 +29,18 @@ constexpr char GOOD_COLLECTOR[] = "echo data > \"$archive\"";
 constexpr char LONG_RUN[] = "echo $$ > \"$D/runs\"; exec sleep 60";
 constexpr char SHORT_RUN[] = "touch \"$D/runs\"; sleep 1; echo data > \"$archive\"";
 
-// What a job has left when the module ends, and what a loaded machine may add to that.
+// How long a job may go on when the module ends, and what a loaded machine may add to that.
 constexpr std::chrono::milliseconds STOP_GRACE(2100);
 constexpr std::chrono::seconds LOAD_DELAY(20);
 
-// The format of the line of a kill.
+// The format of the line that announces a kill.
 constexpr char TERMINATE_FORMAT[] =
     "\nEM_TALVOR (Stop)    : -> Talvor archive creation in progress - terminate process (#%d) and wait for exit...";
 
 // For SetupAction().
 constexpr uint32_t CLEANUP = 4;
 
-// The host's switch: keeps what the module hands to it.
+// The host's switch. It records what the module hands to it.
 class TestSwitch : public DefaultSwitch {
  public:
   uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) override;
@@ -51,14 +51,13 @@ class TestSwitch : public DefaultSwitch {
   std::function<void(SipJson&)> onHtiRequest;
   // Called with each final answer, on the module's worker. May be empty.
   std::function<void(SipJson&)> onAnswer;
-  // Called when the switch is done with a final answer, on the module's worker. May be empty.
+  // Called when a final answer is recorded, on the module's worker. May be empty.
   std::function<void()> onAnswered;
 
-  // The requests for HTI and the final answers so far, as JSON texts.
+  // The requests for HTI and the final answers so far, as JSON.
   std::vector<std::string> HtiRequests();
   std::vector<std::string> Answers();
-  // The status of the final answer at `index`; waits for it, ten seconds at most, and gives 999
-  // then.
+  // The status of the final answer at `index`. Waits up to ten seconds for it; 999 when none came.
   uint32_t StatusOf(size_t index);
   // Forgets them all.
   void Forget();
@@ -71,33 +70,34 @@ class TestSwitch : public DefaultSwitch {
 };
 
 // A host that loads the built module and drives it through its entry points and its operations. The
-// collector is a shell script of the test. Everything lies in a temporary directory, but for the
-// registry, which the sandbox keeps apart.
+// collector is a shell script of the test. Everything lies in a temporary directory except the
+// registry, which the sandbox provides.
 class ModuleHost : public testing::Test {
  protected:
   ModuleHost();
   ~ModuleHost() override;
 
-  // Makes the registry name the directories of the test, and the script the collector; the guard in
-  // its place when EM_TALVOR_GUARD in the environment names the directory of that. In the
-  // script "$D" is the directory and "$archive" the archive.
+  // Points the registry to the directories of the test and makes the script the collector; or the
+  // guard, in its directory that EM_TALVOR_GUARD in the environment names, which then runs the
+  // script. In the script "$D" is the directory and "$archive" the archive.
   void InstallCollector(const std::string& script);
   void WriteRegistry(const std::string& fileRoot, const std::string& dataRoot);
-  // The text of the setup key, and of the value that names its parent.
+  // Takes the lines of the setup key, and of the value that names its parent.
   void WriteRegistryText(const std::string& setup, const std::string& pointer);
 
   // Waits for a collector whose script has made the file "$D/runs".
   bool WaitForCollector() const;
 
   void LoadModule();
-  void UnloadModule();  // deletes the instance before, if there is one
+  void UnloadModule();  // deletes the instance first, if there is one
   bool IsLoaded() const;
 
   // Loads the module if need be, creates the instance and starts it.
   uint32_t CreateAndStart();
-  // As a host that starts afresh: the library too is loaded again.
+  // Like a restarted host: loads the library again too.
   uint32_t StartAfresh();
-  // The same, with a job whose collector runs, which was installed with LONG_RUN or SHORT_RUN.
+  // The same, and then starts a job and waits until its collector runs, which must be LONG_RUN or
+  // SHORT_RUN.
   void StartWithRunningCollector();
   uint32_t DeleteModule();
 
@@ -107,12 +107,12 @@ class ModuleHost : public testing::Test {
   // after ten seconds.
   uint32_t Run(const std::string& command);
 
-  // Of this process. What a sanitizer starts or opens with the first thread counts from the start.
+  // Of this process. What a sanitizer starts or opens with the first thread is always included.
   static size_t CountThreads();
   static ptrdiff_t CountDescriptors();
   // Waits for the system to forget threads that have ended. False after ten seconds.
   static bool HasOnlyThreads(size_t count);
-  // Also true for a child that has ended and was not waited for.
+  // Also true for a child that has ended and was not reaped.
   static bool HasChildren();
 
   // A request with that one command, a JSON object.

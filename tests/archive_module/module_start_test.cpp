@@ -52,7 +52,7 @@ class ModuleStartTest : public ModuleHost {
 
   static Lines TransferType() { return {{2, "\nEM_TALVOR (Start)   : HTI transfer type: Talvor"}}; }
 
-  // The data directory is looked for, up to the query.
+  // The lookup of the data directory, up to the query.
   static Lines DataDirQuery() {
     return {{3, "\nEM_TALVOR (DataDir) : Found Talvor root registry key: \"SOFTWARE\\Talvor\""},
             {4, "\nEM_TALVOR (DataDir) :   open Talvor setup key: \"SOFTWARE\\Talvor\\Setup\"..."},
@@ -116,7 +116,7 @@ class ModuleStartTest : public ModuleHost {
     return "";
   }
 
-  // What a module answers that has not started.
+  // The answers of a module that has not started.
   void ExpectUnavailable() {
     EXPECT_EQ(Send(CREATE), std::make_pair(1U, 3U));
     EXPECT_EQ(Send(TRANSFER), std::make_pair(1U, 3U));
@@ -251,8 +251,8 @@ TEST_F(ModuleStartTest, AnEmptyFileRootIsTheRootDirectory) {
                                      "\nEM_TALVOR (Start)   : Talvor executable: \"/Talvor\""}));
 }
 
-// The data directory falls back to the installation directory, which has just been found. Only a
-// failure in between, here of the memory, makes the second lookup fail.
+// The data directory falls back to the installation directory, which has just been found. The
+// second lookup fails only when something breaks in between, here an allocation.
 TEST_F(ModuleStartTest, DoesNotStartWhenTheSecondLookupFails) {
   InstallCollector("");
   constexpr char NO_DATA_DIR[] =

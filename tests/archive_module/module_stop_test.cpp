@@ -33,8 +33,8 @@ constexpr char NOT_IN_TIME[] =
 
 constexpr std::chrono::milliseconds LAST_WAIT(5000);
 
-// Leaves a child of that id that has ended with exit code 0 and was not waited for. False, with
-// errno, when the system does not give the id.
+// Creates a child with that id that has ended with exit code 0 and was not reaped. False, and errno
+// set, when the system does not assign the id.
 bool LeaveEndedChild(int32_t pid) {
   clone_args arguments = {};
   arguments.exit_signal = SIGCHLD;
@@ -48,7 +48,7 @@ bool LeaveEndedChild(int32_t pid) {
   return child == pid && waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) == 0;
 }
 
-// Id 1 is taken wherever ids may be chosen.
+// Wherever a process may choose ids, id 1 is taken.
 bool MayChooseIds() { return !LeaveEndedChild(1) && errno == EEXIST; }
 
 class ModuleStopTest : public ModuleHost {
@@ -166,7 +166,7 @@ TEST_F(ModuleStopTest, ACollectorMayEndWithinTheGrace) {
   EXPECT_FALSE(HasChildren());
 }
 
-// Nor does the id of a failed run, which is killed behind it, cut it short.
+// Nor does the id of a failed run, which Stop() kills afterwards, cut it short.
 TEST_F(ModuleStopTest, ATransferThatWaitsInTheSwitchIsWaitedFor) {
   InstallCollector("exit 2");
   const TraceSession session(1);
@@ -339,7 +339,7 @@ TEST_F(ModuleStopTest, ASecondThreadWaitsForTheFirst) {
 }
 
 TEST_F(ModuleStopTest, EndsACollectorThatRanBeforeASecondStart) {
-  // Shows itself when the launcher, too, has stored its id: what Start() cleared stays cleared.
+  // Shows only once the launcher has stored the id too: what Start() cleared stays cleared.
   InstallCollector(std::string("sleep 0.3; ") + LONG_RUN);
   StartWithRunningCollector();
   EXPECT_EQ(m_pModule->Start(&m_oSwitch, 1), 1U);
@@ -353,7 +353,7 @@ TEST_F(ModuleStopTest, SignalsTheStopEventThatEachStartResetsAndTheDestructionCl
   LoadModule();
   ASSERT_EQ(Create(&m_pModule, nullptr), 1U);
   constexpr char CREATING[] = "creating event ";
-  std::string event;  // the younger of two, the other one wakes the worker
+  std::string event;  // the second of two; the first one wakes the worker
   for (const std::string& text : session.Texts()) {
     if (text.starts_with(CREATING)) {
       event = text.substr(sizeof(CREATING) - 1, text.find(" <") - sizeof(CREATING) + 1);

@@ -20,7 +20,7 @@ bool IsOfSerializer(const TraceLine& line) {
   return line.text.find(SERIALIZER_TAG) != std::string::npos;
 }
 
-// Puts `stand` in place of the number between the two texts, if there is one.
+// Replaces the number between the two strings, if there is one, by `stand`.
 void Replace(std::string& text, std::string_view before, std::string_view after,
              std::string_view stand) {
   const size_t found = text.find(before);

@@ -1,4 +1,4 @@
-// What an installer asks of the module. Needs no instance.
+// What an installer asks of the module, without an instance.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-// The end of the module at any instant of a job: it comes within the grace, the job is answered
-// once, and nothing of it survives. EM_TALVOR_STOP_ROUNDS in the environment is the number of
-// rounds.
+// The end of the module at any instant of a job: it takes no longer than the grace period, the job
+// is answered once, and nothing of it survives. The environment variable EM_TALVOR_STOP_ROUNDS sets
+// the number of rounds.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,11 +29,11 @@ constexpr char CREATION_BEGINS[] =
 constexpr char TRANSFER_BEGINS[] =
     "\nEM_TALVOR (Transfer): Task serializer job - transfer the Talvor archive to BMC";
 
-// Some collectors end before the module does, some within the grace, some never.
+// Some collectors end before the module does, some within the grace period, some never.
 constexpr const char* RUNS[] = {"",        "sleep 0.1",     "sleep 0.4",
                                 "sleep 1", "exec sleep 60", "exec sleep 60"};
 
-// The cases share the rounds, so that each of them stays short. Each has its own random numbers.
+// The cases share the rounds, so that each of them stays short. Each has its own random sequence.
 class StopTimingTest : public ModuleHost, public testing::WithParamInterface<uint32_t> {
  protected:
   StopTimingTest() : m_oRandom(GetParam()) {
@@ -67,7 +67,7 @@ class StopTimingTest : public ModuleHost, public testing::WithParamInterface<uin
     std::this_thread::sleep_for(UpTo(milliseconds(300)));
   }
 
-  // Ends the module and expects that it is at its end.
+  // Ends the module and expects nothing of it to be left.
   template <typename End>
   void ExpectEnd(const End& end) {
     const Clock::time_point begin = Clock::now();

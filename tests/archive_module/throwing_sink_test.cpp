@@ -1,5 +1,5 @@
-// A trace sink of the host that throws, at each line that the module writes, one after the other:
-// the host survives, every operation has its result, and nothing stays locked.
+// A trace sink of the host that throws, at each line of the module in turn: the host survives,
+// every operation has its result, and nothing stays locked.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ class ThrowingSinkTest : public ModuleHost {
     m_oSwitch.onHtiRequest = [](SipJson& request) { request.SetCmdUInt("ST", 0); };
   }
 
-  // Lets the sink throw at that one of the counted lines of the operation.
+  // Makes the sink throw at the counted line with that number during the operation.
   template <typename IsCounted, typename Operation>
   auto WithThrowAt(int line, const IsCounted& isCounted, const Operation& operation) {
     struct Disarm {
@@ -39,7 +39,7 @@ class ThrowingSinkTest : public ModuleHost {
     return operation();
   }
 
-  // Lets the sink throw at that line of the operation, on this thread.
+  // Makes the sink throw at that line of the operation, on this thread.
   template <typename Operation>
   auto WithThrow(int line, const Operation& operation) {
     return WithThrowAt(
@@ -50,7 +50,7 @@ class ThrowingSinkTest : public ModuleHost {
         operation);
   }
 
-  // Sends a job and waits until it has ended. Lets the sink throw at that line of the job.
+  // Sends a job and waits until it has ended. Makes the sink throw at that line of the job.
   void RunJob(int line, const char* command) {
     const auto isOfJob = [thread = std::this_thread::get_id()](const std::string& format) {
       return thread != std::this_thread::get_id() &&
@@ -64,7 +64,7 @@ class ThrowingSinkTest : public ModuleHost {
       EXPECT_TRUE(WaitUntil(
           [&] { return m_oSwitch.Answers().size() > answers || m_oSession.Count(NO_TASK) > 0; }));
     });
-    EXPECT_EQ(Run(CREATE), 0U) << "behind a job with an exception at line " << line;
+    EXPECT_EQ(Run(CREATE), 0U) << "after a job with an exception at line " << line;
   }
 
   // Whether the sink has thrown since the last call, so that there may be more lines.
@@ -77,7 +77,7 @@ class ThrowingSinkTest : public ModuleHost {
   std::atomic<bool> m_bHasThrown = false;
 };
 
-// Each line costs a start and a stop, so the lines are dealt to this many cases.
+// Each line costs a start and a stop, so the lines are split among this many cases.
 constexpr int SHARDS = 4;
 
 class ThrowingSinkLifecycleTest : public ThrowingSinkTest,
@@ -96,7 +96,7 @@ TEST_P(ThrowingSinkLifecycleTest, IsSurvivedAtEachLine) {
     EXPECT_EQ(WithThrow(line, [this] { return m_pModule->ModuleNotification(0x20001, 0, 0); }), 0U);
     EXPECT_EQ(Run(CREATE), 0U) << line;
     EXPECT_EQ(WithThrow(line, [this] { return m_pModule->Stop(); }), 1U);
-    // The lines of the entry point itself make it fail, before or behind the deletion.
+    // The lines of the entry point itself make it fail, before or after the deletion.
     if (WithThrow(line, [this] { return Delete(); }) == 0) {
       Delete();
     }
