@@ -21,7 +21,7 @@ inline void WaitFor(pid_t child) {
   Require(waitpid(child, &status, 0) == child, "waitpid");
 }
 
-// So many processes that sleep for the life of the object.
+// `count` processes that sleep for the life of the object.
 class SleepingProcesses {
  public:
   explicit SleepingProcesses(int count) {

@@ -7,7 +7,7 @@
 
 #include "bench/files.h"
 
-// What a host may look like in which a child is launched; for the life of the object.
+// Makes this process resemble a host that launches a child, for the life of the object.
 
 enum class Host { SMALL, BIG, MANY_DESCRIPTORS };
 
@@ -41,7 +41,7 @@ class TouchedMemory {
 // The number of descriptors that a process may have.
 class DescriptorLimit {
  public:
-  // What lies above the hard limit needs a privilege that containers lack: that limit stands then.
+  // Raising it above the hard limit needs a privilege that containers lack; it stays there then.
   explicit DescriptorLimit(rlim_t count) {
     getrlimit(RLIMIT_NOFILE, &m_oBefore);
     const rlimit asked = {count, std::max(count, m_oBefore.rlim_max)};

@@ -21,7 +21,7 @@ namespace {
 constexpr char OURS_NAME[] = "ours";
 constexpr char LIMIT_NAME[] = "limit";
 
-// What our time is held against.
+// What our time is compared with.
 enum class Against { NANOSECONDS, NANOSECONDS_OR_RATIO, LIMIT, BEST_PEER, SMALL_HOST };
 
 struct Row {
@@ -233,7 +233,7 @@ std::optional<double> BestPeer(const Contenders& contenders) {
   return best;
 }
 
-// The peers with what `show` makes of their figures, the best first.
+// The peers, each with its figure as `show` formats it, the best first.
 template <typename Show>
 std::string Peers(const Contenders& contenders, const Show& show) {
   std::vector<std::pair<double, std::string>> peers;
@@ -250,7 +250,7 @@ std::string Peers(const Contenders& contenders, const Show& show) {
   return text;
 }
 
-// What our time may be.
+// The most that our time may be.
 std::optional<double> Allowed(const Row& row, const Results& results) {
   switch (row.against) {
     case Against::NANOSECONDS:

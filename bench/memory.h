@@ -12,8 +12,8 @@ inline double UsedMemory() {
   return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-// Counts the bytes of what `make` returns, for each of its `items`. It makes `count` of them, of
-// which memory that the allocator had at hand is a small part.
+// The bytes that one of the `items` in what `make` returns takes. Calls `make` `count` times, so
+// that memory which the allocator already had is a small part.
 template <typename Make>
 void MeasureMemory(benchmark::State& state, int items, int count, const Make& make) {
   std::vector<decltype(make())> made(static_cast<size_t>(count));

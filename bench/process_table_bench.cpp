@@ -22,7 +22,7 @@ void FindOurs(benchmark::State& state) {
 BENCHMARK(FindOurs)->Name("process_find/ours")->Arg(PROCESSES)->UseRealTime();
 BENCHMARK(FindOurs)->Name("growth_process_find/ours")->Arg(20)->Arg(200)->Arg(2000)->UseRealTime();
 
-// The least that a search does: it opens, reads and closes a file of each.
+// The least that a search must do: open, read and close one file of each process.
 void ReadAll(benchmark::State& state) {
   const SleepingProcesses processes(static_cast<int>(state.range(0)));
   std::vector<std::string> paths;

@@ -29,7 +29,7 @@ BENCHMARK(ReadOurs)
     ->Arg(10'000)
     ->UseRealTime();
 
-// The least that a reader does.
+// The least that a reader must do.
 void ReadBytes(benchmark::State& state) {
   const BenchFile file(ProfileText(PROFILE_LINES));
   for (auto _ : state) {

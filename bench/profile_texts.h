@@ -13,7 +13,7 @@ inline std::string ProfileSection(int line) {
 
 inline std::string LastProfileSection(int lines) { return ProfileSection(lines - 1); }
 
-// A profile file of so many keys.
+// A profile file with that many keys.
 inline std::string ProfileText(int lines) {
   std::string text;
   for (int line = 0; line < lines; ++line) {

@@ -79,7 +79,7 @@ void LoadRapidJson(benchmark::State& state, RegistryShape shape) {
   });
 }
 
-// The least that a loader does.
+// The least that a loader must do.
 void LoadLines(benchmark::State& state, RegistryShape shape) {
   const BenchFile file(RegistryText(shape));
   for (auto _ : state) {

@@ -3,7 +3,8 @@
 #include <cstdio>
 #include <string>
 
-// What every contender stores: `total` texts in `keys` keys, each key with the same number of them.
+// What every contender stores: `total` strings in `keys` keys, each key with the same number of
+// them.
 struct RegistryShape {
   int total;
   int keys;

@@ -1,5 +1,5 @@
-// WinPR reads its registry once in the life of a process, from one place: each measurement is that
-// of a child. It reads no texts from a file, so it gets as many numbers.
+// WinPR reads its registry once in the life of a process, from one place, so each measurement runs
+// in a child. It reads no strings from a file, so it gets as many numbers instead.
 
 #include <benchmark/benchmark.h>
 #include <sys/wait.h>

@@ -8,7 +8,7 @@ constexpr char REQUEST_TEXT[] =
     R"({"SIP":{"V":"4.1.0-21, agentless","CMD":[{"OC":13312,"OE":0,"OI":0,"CA":0,"MI":1179700,"ST":0,"DA":0}]}})";
 constexpr unsigned REQUEST_OPCODE = 0x3400;
 
-// A request of so many commands, of which the last one asks.
+// A request of that many commands, of which the last one is the query.
 inline std::string RequestText(int64_t commands) {
   std::string text = R"({"SIP":{"V":"4.1.0-21, agentless","CMD":[)";
   for (int64_t command = 1; command < commands; ++command) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The statement SITE_COUNT times over.
+// The statement, SITE_COUNT times.
 constexpr int SITE_COUNT = 64;
 #define FOUR_SITES(...) \
   __VA_ARGS__;          \

@@ -1,5 +1,5 @@
-// Tasks: from queuing one to its begin, and many through the queue. Beside the task serializer a
-// plain queue under a mutex, and the bare wake-up of a thread.
+// Tasks: from queuing one to its start, and many through the queue. Next to the task serializer, a
+// simple queue under a mutex and the bare wake-up of a thread.
 
 #include "bench/task_bench.h"
 

@@ -26,8 +26,8 @@ inline SipJson MakeRecord() {
   return record;
 }
 
-// The time from queuing a job to its begin on a worker that sleeps, the median of many. `queue`
-// takes a function that the worker is to call.
+// The time from queuing a job to its start on a sleeping worker, the median of many. `queue` takes
+// a function that the worker is to call.
 template <typename Queue>
 void MeasureLatency(benchmark::State& state, const Queue& queue) {
   std::atomic<Clock::rep> begun = 0;

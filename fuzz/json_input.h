@@ -9,9 +9,9 @@
 
 #include "frame/sip_json.h"
 
-// The input of the targets about records: one character, the distance of which from "0" is the
-// index of the current command, then the document as JSON text. What is no JSON makes an empty
-// record. NaN and infinity, which a sender's library may have made, are read too.
+// The input of the targets for records: one character whose distance from "0" is the index of the
+// current command, then the document as JSON. What is not JSON makes an empty record. NaN and
+// infinity, which a sender's library may have written, are accepted too.
 inline SipJson ParseRecord(const uint8_t* data, size_t size) {
   SipJson record;
   if (size > 0) {
@@ -28,8 +28,8 @@ inline bool IsSameText(const rapidjson::Value& left, const rapidjson::Value& rig
          std::memcmp(left.GetString(), right.GetString(), left.GetStringLength()) == 0;
 }
 
-// True when both hold the same values in the same order, numbers as the same types. The library's
-// own comparison knows no order of members and takes no NaN for equal.
+// True when both hold the same values in the same order, with numbers of the same types. The
+// library's own comparison ignores the order of members, and NaN equals nothing.
 inline bool IsSameJson(const rapidjson::Value& left, const rapidjson::Value& right) {
   if (left.GetType() != right.GetType()) {
     return false;

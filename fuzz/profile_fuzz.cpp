@@ -44,12 +44,12 @@ Fields Split(std::string_view line) {
   return fields;
 }
 
-// A null key asks for a list, a null section for that of the sections.
+// A null key asks for a list of keys, a null section for the list of sections.
 void Read(const char* section, const char* key, const char* defaultValue,
           const std::string& sizeText) {
   const uint32_t size =
       static_cast<uint32_t>(std::strtoul(sizeText.c_str(), nullptr, 10)) % LARGEST_BUFFER;
-  const std::unique_ptr<char[]> buffer(new char[size]);  // as large as told, so that none is behind
+  const std::unique_ptr<char[]> buffer(new char[size]);  // exact, so that a sanitizer sees overruns
   const uint32_t length =
       GetPrivateProfileString(section, key, defaultValue, buffer.get(), size, TheFile().GetPath());
   if (size == 0) {

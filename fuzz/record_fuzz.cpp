@@ -1,4 +1,4 @@
-// Every accessor of a record, with every key and with every index that matters.
+// Calls every accessor of a record, with every key and every index that matters.
 //
 // Input: see json_input.h.
 
@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::array KEYS = {"OC", "OE", "OI", "CA", "MI", "ST", "DA", "TO", "C", ""};
 
-// Read by nothing: a mark for "the default came back".
+// A value that no input holds, to recognise a returned default.
 constexpr uint32_t DEFAULT = 0xDEADBEEF;
 
 void ReadMembers(const SipJson& record, uint32_t index) {
@@ -65,7 +65,7 @@ void Read(const SipJson& record, uint32_t index) {
   ReadData(record, index);
 }
 
-// Indices behind the last command are read once and at the ends of their range.
+// Of the indices after the last command, only the ends of their range are read.
 void ReadAll(const SipJson& record) {
   uint32_t index = 0;
   while (record.FindCommand(index) != nullptr && index < 16) {

@@ -1,6 +1,6 @@
-// A registry text is loaded, walked, saved and loaded again, and both trees must be equal.
+// A registry file is loaded, walked, saved and loaded again, and both trees must be equal.
 //
-// Input: the text of a registry file; see text_input.h.
+// Input: the content of a registry file; see text_input.h.
 
 #include <cstdint>
 #include <string>
@@ -30,7 +30,7 @@ struct Entry {
         integer(entry.GetInteger()),
         key(entry.GetKey().get()) {}
 
-  // Of the subkey only that it is one.
+  // For a subkey, only that it is one.
   bool operator==(const Entry& other) const {
     return name == other.name && data == other.data && type == other.type &&
            integer == other.integer && (key != nullptr) == (other.key != nullptr);

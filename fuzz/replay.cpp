@@ -1,4 +1,4 @@
-// Gives a fuzz target the inputs of a directory, one file each: what a fuzzer found once stays
+// Runs a fuzz target on the inputs of a directory, one file each: what a fuzzer found once stays
 // found.
 
 #include <algorithm>
@@ -25,7 +25,7 @@ std::vector<std::string> ListFiles(const char* directory) {
   return paths;
 }
 
-// As large as the input, so that a sanitizer sees what is read behind it.
+// Exactly as large as the input, so that a sanitizer sees reads past its end.
 std::vector<uint8_t> ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

@@ -31,7 +31,7 @@ class FormattingSink final : public DefaultSink {
   }
 };
 
-// The object that the trace client looks up by this name.
+// The trace client looks up this symbol.
 FormattingSink Debug;
 
 namespace {

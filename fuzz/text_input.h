@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-// The input of the targets about lines. Its byte 1 stands for 250 letters, sixteen times at most:
-// lines that are too long for one piece come from inputs that stay short, and so quick to work on.
+// The input of the targets for files of lines. Byte 1 stands for 250 letters, sixteen times at
+// most: so inputs stay short, and quick to run, although their lines are too long for one piece.
 inline std::string ReadText(const uint8_t* data, size_t size) {
   constexpr size_t RUN_LENGTH = 250;
   constexpr int MOST_RUNS = 16;
@@ -19,8 +19,8 @@ inline std::string ReadText(const uint8_t* data, size_t size) {
   return text;
 }
 
-// Cuts `text` at the first `separator` and returns what stands before it; all of it, and `text` is
-// empty then, when there is none.
+// Removes everything up to the first `separator` from `text` and returns what came before it;
+// without a separator, everything.
 inline std::string_view TakePiece(std::string_view& text, std::string_view separator) {
   const size_t end = text.find(separator);
   const std::string_view piece = text.substr(0, end);

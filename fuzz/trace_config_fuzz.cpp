@@ -3,7 +3,7 @@
 //
 // Input: see text_input.h. Pieces that a line "---" separates: the global file, the module's file,
 // the environment's level, the environment's interval, the newer global file, the newer module's
-// file. What is missing is empty; an empty text of the environment is an unset variable.
+// file. What is missing is empty; an empty string for the environment means an unset variable.
 //
 // It writes below /etc: to be run in the sandbox only.
 
@@ -79,7 +79,7 @@ std::optional<uint32_t> SetEnvironment(const char* name, std::string_view value)
   return ReadTraceNumber(text.c_str(), 10);
 }
 
-// The level of the first text that holds the module's section.
+// The level in the first of these files that has the module's section.
 uint32_t LevelIn(std::initializer_list<std::string_view> texts) {
   for (const std::string_view text : texts) {
     if (const auto section = CConfigSection::Find(text, MODULE)) {

@@ -63,7 +63,7 @@ CCollectorSite::~CCollectorSite() {
   std::filesystem::remove_all("/etc/qamrel", ignored);
 }
 
-// A collector that hangs has become "sleep", and is still a child of this process.
+// A collector that hangs has executed "sleep" and is still a child of this process.
 bool CCollectorSite::KillHangingCollector() const {
   pid_t pid = 0;
   if (!(std::ifstream(m_strDirectory + "pid") >> pid) || pid <= 1) {

@@ -2,11 +2,11 @@
 
 #include <string>
 
-// The place of the soak's collector: a directory of its own, named in the registry, with a script
-// that succeeds, fails, is killed or hangs as chance will have it.
+// The installation of the soak's collector: a directory of its own, named in the registry, with a
+// script that succeeds, fails, is killed or hangs at random.
 class CCollectorSite {
  public:
-  // Makes the directory and writes the registry, which belong to the soak alone.
+  // Creates the directory and writes the registry; both belong to the soak alone.
   CCollectorSite();
   // Removes both.
   ~CCollectorSite();
@@ -15,10 +15,10 @@ class CCollectorSite {
 
   const std::string& GetDirectory() const { return m_strDirectory; }
 
-  // Kills the collector of this process when it hangs. Returns whether it did.
+  // Kills the collector of this process if it hangs. Returns whether it did.
   bool KillHangingCollector() const;
 
-  // Runs a collector that this process's module did not start, for a moment.
+  // Briefly runs a collector that this process's module did not start.
   void RunForeignCollector() const;
 
   // Removes what collectors have left.

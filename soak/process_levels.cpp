@@ -10,11 +10,11 @@
 
 namespace {
 
-// The allocator keeps some of what is freed, and its pieces differ from round to round.
+// The allocator keeps some of what is freed, and how much varies from round to round.
 constexpr size_t BYTES_OF_PLAY = 262'144;
 constexpr size_t RESIDENT_KB_OF_PLAY = 16'384;
 
-// A sanitizer keeps freed memory back; what is lost it reports itself.
+// A sanitizer holds back freed memory, and reports leaks itself.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool MEASURES_MEMORY = false;
 #else

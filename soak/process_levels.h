@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// What this process holds: a soak leaves it level.
+// The resources that this process holds. They must not grow during a soak.
 struct ProcessLevels {
   size_t bytes;       // allocated
   size_t residentKb;  // kilobytes of memory in use
@@ -17,7 +17,7 @@ struct ProcessLevels {
 // `directory` is the soak's.
 ProcessLevels MeasureProcess(const std::string& directory);
 
-// What has risen from `before` to `after`, a sentence each.
+// What has grown from `before` to `after`, one sentence each.
 std::vector<std::string> CompareLevels(const ProcessLevels& before, const ProcessLevels& after);
 
 // One line.

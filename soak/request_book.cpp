@@ -8,13 +8,14 @@ namespace {
 
 constexpr uint32_t STATUS_PENDING = 22;
 
-// A queue holds this many tasks; each of the two threads that send jobs may add one behind the end.
+// A queue holds this many tasks; each of the two threads that send jobs may add one after the end.
 constexpr size_t MOST_DROPPED = 19 + 2;
 
 constexpr std::array<const char*, REQUEST_KINDS> KIND_NAMES = {"queries", "creations", "transfers",
                                                                "refused requests"};
 
-// What the module may answer at once and finally, by kind. HTI of the soak answers 0, 5 or nothing.
+// The statuses that the module may answer at once and finally, by kind. The soak's HTI answers 0, 5
+// or nothing.
 const std::array<std::set<uint32_t>, REQUEST_KINDS> FIRST_STATUSES = {
     {{0}, {STATUS_PENDING}, {STATUS_PENDING}, {20, UINT32_MAX}}};
 const std::array<std::set<uint32_t>, REQUEST_KINDS> FINAL_STATUSES = {

@@ -15,8 +15,8 @@ constexpr size_t REQUEST_KINDS = 4;
 // Stands for the status of a request that has none.
 constexpr uint32_t NO_STATUS = UINT32_MAX;
 
-// Keeps what became of each request of a round, by its message id: what the module answered at once
-// and how often, and with what, it answered finally.
+// A ledger of the requests of a round, by message id: what the module answered at once, and how
+// often and with which status it answered finally.
 //
 // Thread safety: every operation may be called from any thread.
 class CRequestBook {
@@ -33,8 +33,8 @@ class CRequestBook {
   // The requests that wait for a final answer.
   size_t CountPending() const;
 
-  // Ends the round and forgets its requests: the module is gone. Returns what is wrong, a sentence
-  // each.
+  // Ends the round, after the module is gone, and forgets its requests. Returns what is wrong, one
+  // sentence each.
   std::vector<std::string> Close();
 
   // The final statuses of all rounds so far, a line for each kind of request.

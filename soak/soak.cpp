@@ -1,4 +1,4 @@
-// Runs the module for minutes as a host does for months, and looks at what is left of it.
+// Runs the module for minutes as a host does for months, and checks what is left of it.
 //
 //   soak MINUTES MODULE
 //   soak --hostile MINUTES MODULE [SEED]
@@ -26,7 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Minutes = std::chrono::duration<double, std::ratio<60>>;
 
-// What the process takes once and keeps, as the memory of its threads, is there behind these.
+// After these rounds the process has what it allocates once and keeps, such as its threads' memory.
 constexpr uint32_t WARM_UP_ROUNDS = 5;
 
 constexpr Minutes REPORT_INTERVAL(1);

@@ -16,10 +16,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t ACTION_CLEANUP = 4;
 
-// With no trace, refused tasks cannot be told from others, so no more than a queue holds are sent.
+// Without a trace, refused tasks look like others, so no more are sent than a queue holds.
 constexpr size_t MOST_PENDING = 15;
 
-// The grace of the module, and what a loaded machine may add.
+// The grace period of the module, and what a loaded machine may add to it.
 constexpr int64_t LONGEST_END = 2100 + 20000;
 
 }  // namespace

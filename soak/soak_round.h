@@ -14,15 +14,15 @@
 #include "soak/soak_switch.h"
 
 // One life of the module: it is loaded, created and started, gets requests and notifications from
-// four threads for a while, and is stopped or not, deleted and unloaded. Only one at a time.
+// four threads for a while, and is stopped or not, deleted and unloaded. There may be one at a
+// time.
 class CSoakRound {
  public:
-  // What the numbers of the round are drawn from, by its number. The others must outlive the
-  // object.
+  // `number` seeds the random numbers of the round. The other arguments must outlive the object.
   CSoakRound(uint32_t number, const std::string& module, const CCollectorSite& site,
              CRequestBook& book);
 
-  // Returns what went wrong, a sentence each.
+  // Returns what went wrong, one sentence each.
   std::vector<std::string> Run();
 
   // How long the end of the module took, in milliseconds.
@@ -44,7 +44,7 @@ class CSoakRound {
   void Complain(const std::string& sentence) { m_oComplaints.push_back(sentence); }
 
   const uint32_t m_nNumber;
-  // Whether the sink gets every line; only then it is known which tasks are refused.
+  // Whether the sink gets every line; only then can refused tasks be recognised.
   const bool m_bTraced;
   const CCollectorSite& m_oSite;
   CRequestBook& m_oBook;

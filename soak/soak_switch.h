@@ -6,13 +6,13 @@
 #include "soak/request_book.h"
 #include "tests/support/default_switch.h"
 
-// The switch of the soak: enters final answers in the book, and plays HTI, which answers with one
-// status or another, or with none, after a short while.
+// The switch of the soak: records final answers in the ledger, and plays HTI, which after a short
+// while answers with one status or another, or with none.
 //
 // Thread safety: the module may call from any of its threads.
 class CSoakSwitch final : public DefaultSwitch {
  public:
-  // The book must outlive the object.
+  // The ledger must outlive the object.
   explicit CSoakSwitch(CRequestBook& book) : m_oBook(book) {}
 
   uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) override;

@@ -115,9 +115,9 @@ void ModuleHost::InstallCollector(const std::string& script) {
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
   std::filesystem::create_directories("/etc/qamrel");
   const char* guard = getenv("EM_TALVOR_GUARD");
-  const std::string values = guard == nullptr ? SetupValues(fileRoot, dataRoot)
-                                              : SetupValues(guard, dataRoot) +
-                                                    "GuardedFileRoot=s=" + fileRoot + "\n";
+  const std::string values =
+      guard == nullptr ? SetupValues(fileRoot, dataRoot)
+                       : SetupValues(guard, dataRoot) + "GuardedFileRoot=s=" + fileRoot + "\n";
   std::ofstream("/etc/qamrel/registry") << InstalledRegistry(values);
 }
 

@@ -4,8 +4,8 @@
 
 #include "trace/trace_sink.h"
 
-// A trace sink that takes every line and does nothing: a test overrides what it looks at. Needs no
-// initialisation at run time.
+// A trace sink that accepts every line and does nothing; a test overrides what it needs.
+// Initialised at compile time.
 class DefaultSink : public ITraceSink {
  public:
   constexpr DefaultSink() = default;

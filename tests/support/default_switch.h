@@ -4,7 +4,7 @@
 
 #include "frame/switch_interface.h"
 
-// A switch of a host that does nothing; for a test to override what it needs.
+// A switch of a host that does nothing; a test overrides what it needs.
 class DefaultSwitch : public CISwitch {
  public:
   void Placeholder0() override {}

@@ -2,7 +2,7 @@
 
 #include <sys/resource.h>
 
-// While it lives, new descriptors of this process are below `limit`.
+// For the life of the object, new descriptors of this process are below `limit`.
 class DescriptorLimit {
  public:
   explicit DescriptorLimit(rlim_t limit) {

@@ -4,7 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// While it lives, the calling thread is bound by the permissions of files even when it is root's.
+// For the life of the object, file permissions apply to the calling thread even if it runs as root.
 class DroppedCapabilities {
  public:
   DroppedCapabilities() {

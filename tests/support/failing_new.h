@@ -5,7 +5,7 @@
 // Makes the calling thread run out of memory: while the object lives, its `operator new` succeeds
 // `successes` times, then throws std::bad_alloc, or calls `raise` to throw something else,
 // `failures` times, then succeeds again. A program that uses this header gets the `operator new`
-// that does so. One at a time for each thread.
+// that does so. There may be one object per thread at a time.
 class FailingNew {
  public:
   using Raise = void (*)();

@@ -25,7 +25,7 @@ ScopedAnswer FaultPlan::PlanWrites() {
   });
 }
 
-// A failed close closes all the same.
+// A close that fails still closes the descriptor.
 ScopedAnswer FaultPlan::PlanClosing() {
   return calls::close.Answer([this](int descriptor) {
     const int result = calls::close.Real(descriptor);

@@ -16,13 +16,13 @@ enum class Outcome {
   DONE_AND_FAILED  // it is made, and fails nevertheless, as on network file systems
 };
 
-// While it lives, decides by their order what becomes of the calls with which a file is replaced.
-// One at a time, on the thread that made it.
+// For the life of the object, decides by their order what happens to the calls that replace a file.
+// There may be one object at a time, used on the thread that created it.
 class FaultPlan {
  public:
   using Decide = std::function<Outcome(size_t index, const std::string& name)>;
 
-  // What fails, fails with `error`. `decide` is asked before each call, from index 0.
+  // Calls that fail do so with `error`. `decide` is called before each call, from index 0.
   FaultPlan(int error, Decide decide);
   FaultPlan(const FaultPlan&) = delete;
   FaultPlan& operator=(const FaultPlan&) = delete;
@@ -67,7 +67,7 @@ class FaultPlan {
   const ScopedAnswer m_oAnswers[10];
 };
 
-// While it lives, no two files can be exchanged, for that reason (0: they can).
+// For the life of the object, exchanging two files fails with that error (0: it does not fail).
 class ExchangeRefusal {
  public:
   explicit ExchangeRefusal(int error);

@@ -2,8 +2,8 @@
 
 #include <string>
 
-// The text of a registry file in which a collector is installed: the values of its setup key, and
-// the one that names the key above that.
+// The content of a registry file with an installed collector: the values of its setup key, and the
+// pointer to the key above it.
 inline std::string InstalledRegistry(const std::string& setup,
                                      const std::string& pointer = "Talvor=s=SOFTWARE\\Talvor\n") {
   return "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Talvor]\n[Setup]\n" + setup +
@@ -12,8 +12,8 @@ inline std::string InstalledRegistry(const std::string& setup,
          pointer + "\n\n\n\n\n\n\n";
 }
 
-// The values of the setup key of a collector that lies in `fileRoot` and leaves archives in
-// `dataRoot`.
+// The values of the setup key of a collector that is installed in `fileRoot` and leaves its
+// archives in `dataRoot`.
 inline std::string SetupValues(const std::string& fileRoot, const std::string& dataRoot) {
   return "DataRoot=s=" + dataRoot + "\nFileRoot=s=" + fileRoot + "\n";
 }

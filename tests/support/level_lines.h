@@ -16,9 +16,9 @@ struct LevelLine {
   std::string text;
 };
 
-// Runs `action` with tracing at each level from 1 to 5 and expects exactly the lines of the level,
+// Runs `action` with tracing at each level from 1 to 5 and expects exactly the lines of that level,
 // in that order. `texts` reads them from the session. The action may take the session, to clear it
-// where it begins in earnest.
+// after its preparations.
 template <typename Action>
 void ExpectLines(const std::vector<LevelLine>& lines, const Action& action,
                  const std::function<std::vector<std::string>(const TraceSession&)>& texts =

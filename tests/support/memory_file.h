@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-// A file in memory that has a path, for the time of the object.
+// A file in memory that has a path, for the life of the object.
 class MemoryFile {
  public:
   MemoryFile()
@@ -21,7 +21,7 @@ class MemoryFile {
 
   const char* GetPath() const { return m_strPath.c_str(); }
 
-  // Makes `content` all that the file holds.
+  // Replaces the content of the file.
   void Fill(std::string_view content) const {
     Require(ftruncate(m_nDescriptor, 0) == 0);
     Require(pwrite(m_nDescriptor, content.data(), content.size(), 0) ==

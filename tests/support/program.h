@@ -7,12 +7,12 @@
 
 #include "tests/support/scratch_directory.h"
 
-// A program that a test runs. Its input is empty; what it writes is kept.
+// A program that a test runs. Its standard input is empty; its output is collected.
 class Program {
  public:
   // Starts it: the path of the executable and its arguments.
   explicit Program(std::vector<std::string> command);
-  // Kills it if it still runs.
+  // Kills it if it is still running.
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;

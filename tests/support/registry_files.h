@@ -13,7 +13,7 @@
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_tree.h"
 
-// Leaves the registry's directory empty and the tree of the process unloaded.
+// Empties the registry's directory and unloads the tree of the process.
 inline void ResetRegistry() {
   std::filesystem::remove_all(REGISTRY_DIRECTORY);
   std::filesystem::create_directories(REGISTRY_DIRECTORY);
@@ -35,7 +35,7 @@ inline bool Exists(const std::string& path) {
   return std::filesystem::symlink_status(path).type() != std::filesystem::file_type::not_found;
 }
 
-// Things that are no files. The link leads to nothing until there is a LINK_TARGET.
+// Things that are not files. The link dangles until LINK_TARGET exists.
 constexpr char LINK_TARGET[] = "/etc/qamrel/target";
 inline void MakePipe(const char* path) { EXPECT_EQ(mkfifo(path, 0600), 0); }
 inline void MakeDirectory(const char* path) { std::filesystem::create_directory(path); }
@@ -57,20 +57,20 @@ inline std::string Repeated(const std::string& text, size_t count) {
   return repeated;
 }
 
-// The registry text of a tree that holds nothing but `machine`, what stands between the header of
-// HKEY_LOCAL_MACHINE and the empty line that ends it.
+// The content of a registry file whose only key with entries is HKEY_LOCAL_MACHINE; `machine` is
+// what comes between its header and the empty line that ends it.
 inline std::string TreeText(const std::string& machine) {
   return "[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\n\n[HKEY_CURRENT_USER]\n\n"
          "[HKEY_LOCAL_MACHINE]\n" +
          machine + "\n[HKEY_USERS]\n\n\n";
 }
 
-// The base of tests on the registry, at its real paths: tests run where nobody else sees them.
+// The base of tests of the registry, at its real paths, which are private to the sandbox.
 class RegistryFilesTest : public ::testing::Test {
  protected:
   RegistryFilesTest() { ResetRegistry(); }
 
-  // Writes the current registry file. Before the first object only: the tree is loaded once.
+  // Writes the current registry file. Only before the first object: the tree is loaded once.
   static void WriteTree(const std::string& machine) { WriteFile(REGISTRY_FILE, TreeText(machine)); }
 
   // Whether `action` makes the loaded tree dirty, as the end of its objects shows.

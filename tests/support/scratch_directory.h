@@ -6,7 +6,7 @@
 #include <iterator>
 #include <string>
 
-// A fresh directory for the files of a test, removed with all that is in it at the end.
+// A new directory for the files of a test, removed with everything in it by the destructor.
 class ScratchDirectory {
  public:
   ScratchDirectory() {

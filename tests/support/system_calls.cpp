@@ -19,7 +19,7 @@ bool AnswerFrame::IsWithin(const void* call) {
 
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
 
-// Parameters and arguments for functions of so many.
+// The parameters and arguments of a function, by their number.
 #define PARAMETERS_0()
 #define PARAMETERS_1(A) A a
 #define PARAMETERS_2(A, B) PARAMETERS_1(A), B b
@@ -35,7 +35,7 @@ bool AnswerFrame::IsWithin(const void* call) {
 #define ARGUMENTS_5 ARGUMENTS_4, e
 #define ARGUMENTS_7 ARGUMENTS_5, f, g
 
-// Variadic functions are called with all arguments that they may take.
+// Variadic functions are called with all the arguments that they can take.
 #define DEFINE(count, failure, Result, name, ...)                                         \
   extern "C" Result __real_##name(__VA_ARGS__);                                           \
   constinit SystemCall<Result(__VA_ARGS__)> calls::name(Failure::failure, __real_##name); \
@@ -143,7 +143,7 @@ char* __wrap___getcwd_chk(char* buffer, size_t size, size_t room) {
                                     : __real___getcwd_chk(buffer, size, room);
 }
 
-// What vfork() gives while it is refused: an error, or 0.
+// The error with which vfork() fails, or 0.
 std::atomic<int> g_nVforkError = 0;
 
 pid_t AnswerVfork() {
@@ -153,7 +153,7 @@ pid_t AnswerVfork() {
 
 }  // extern "C"
 
-// Jumps, so that neither of the two returns of vfork() passes through a frame of ours.
+// Jumps, so that neither of the two returns of vfork() goes through a stack frame of this program.
 #if defined(__x86_64__)
 asm(".text\n"
     ".globl __wrap_vfork\n"

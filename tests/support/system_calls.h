@@ -17,9 +17,9 @@
 #include <type_traits>
 #include <utility>
 
-// Stands between a test program and the system: each call of the program to one of the functions
-// below passes through an object of the same name, which a test tells to fail it, to answer it, or
-// to count it:
+// Sits between a test program and the system: each call of the program to one of the functions
+// below passes through an object of the same name, which a test can make fail it, answer it or
+// count it:
 //
 //   const auto failing = calls::fsync.Fail(EIO);           // every one, until the end of the scope
 //   const auto once = calls::open.Fail(EMFILE, 0, 1);      // the next one only
@@ -29,8 +29,8 @@
 //     return calls::read.Real(descriptor, buffer, size);
 //   });
 //
-// What shared libraries call among themselves does not pass through here. A function that is
-// missing is added by one line in EM_TALVOR_SYSTEM_CALLS; the build reads the names from there.
+// Calls that shared libraries make do not pass through here. To add a function, add one line to
+// EM_TALVOR_SYSTEM_CALLS; the build reads the names from there.
 
 using ThreadFunction = void* (*)(void*);
 using SignalAction = struct sigaction;
@@ -38,11 +38,11 @@ using FileStatus = struct stat;
 using DirectoryFilter = int (*)(const dirent*);
 using DirectoryOrder = int (*)(const dirent**, const dirent**);
 
-// How a function tells that it failed.
+// How a function reports a failure.
 enum class Failure {
-  ERRNO,   // -1 and `errno`; null and `errno` where it gives a pointer
+  ERRNO,   // -1 and `errno`; null and `errno` where it returns a pointer
   RESULT,  // the error is the result
-  LATE,    // as ERRNO, and what it was asked for is done all the same
+  LATE,    // as ERRNO, but the function does its work all the same
 };
 
 // CALL(number of parameters, Failure, result, name, types of the parameters...)
@@ -124,7 +124,7 @@ enum class Failure {
   CALL(1, RESULT, int, pthread_mutex_unlock, pthread_mutex_t*)
 // clang-format on
 
-// Ends the answer to a call that a test has given; counts the calls meanwhile.
+// Ends an answer that a test has set up; until then it counts the calls.
 class [[nodiscard]] ScopedAnswer {
  public:
   // `end` runs once, at the end.
@@ -134,10 +134,10 @@ class [[nodiscard]] ScopedAnswer {
   ScopedAnswer(const ScopedAnswer&) = delete;
   ScopedAnswer& operator=(const ScopedAnswer&) = delete;
 
-  // How often the function was called since, by whichever thread.
+  // How often the function was called since, by any thread.
   int GetCount() const { return *m_oCount; }
 
-  // Before the end of the scope.
+  // Ends the answer before the end of the scope.
   void End() {
     if (const auto end = std::exchange(m_fnEnd, nullptr)) {
       end();
@@ -149,7 +149,7 @@ class [[nodiscard]] ScopedAnswer {
   std::function<void()> m_fnEnd;
 };
 
-// Tells whether the calling thread runs an answer to a call just now.
+// Tells whether the calling thread is running an answer at the moment.
 class AnswerFrame {
  public:
   explicit AnswerFrame(const void* call) : m_pCall(call), m_pOuter(std::exchange(s_pInner, this)) {}
@@ -169,9 +169,9 @@ class AnswerFrame {
 template <typename Signature>
 class SystemCall;
 
-// One function. The answers of a test stack: the newest counts. Thread safety: a call may come from
-// any thread at any time; answers are given and ended by one thread. An answer that another thread
-// may still run keeps what it holds by value until the process ends.
+// One function. Answers stack: the newest one is used. Thread safety: calls may come from any
+// thread at any time; answers are set up and ended by one thread. An answer that another thread may
+// still be running keeps what it captures by value until the process ends.
 template <typename Result, typename... Arguments>
 class SystemCall<Result(Arguments...)> {
  public:
@@ -183,8 +183,8 @@ class SystemCall<Result(Arguments...)> {
   // The function itself.
   Result Real(Arguments... arguments) const { return m_fnReal(arguments...); }
 
-  // `answer` runs in place of the function, on the thread that calls it. What it calls of the same
-  // function goes to the system.
+  // `answer` runs in place of the function, on the calling thread. When it calls the function
+  // itself, that call goes to the system.
   ScopedAnswer Answer(Function answer) {
     auto count = std::make_shared<std::atomic<int>>(0);
     return Install(count, [count, answer = std::move(answer)](Arguments... arguments) -> Result {
@@ -207,7 +207,7 @@ class SystemCall<Result(Arguments...)> {
     return Answer([this](Arguments... arguments) { return Real(arguments...); });
   }
 
-  // For an answer: what the caller sees of a failure.
+  // For an answer: the result that reports a failure to the caller.
   Result FailNow(int error, Arguments... arguments) const {
     if (m_oFailure == Failure::LATE) {
       Real(arguments...);
@@ -226,10 +226,10 @@ class SystemCall<Result(Arguments...)> {
     }
   }
 
-  // For the linker's functions: whether an answer is to run.
+  // For the wrappers that the linker puts in: whether there is an answer to run.
   bool IsAnswered() const { return m_pAnswer != nullptr && !AnswerFrame::IsWithin(this); }
 
-  // For the linker's functions: a call of the program.
+  // For the wrappers that the linker puts in: a call of the program.
   Result operator()(Arguments... arguments) {
     const Installed* const answer = m_pAnswer;
     if (answer == nullptr || AnswerFrame::IsWithin(this)) {
@@ -242,7 +242,7 @@ class SystemCall<Result(Arguments...)> {
  private:
   struct Installed {
     Function function;
-    const Installed* next;  // the one before, so that all can be reached
+    const Installed* next;  // the previous one, so that a leak checker reaches all of them
   };
 
   ScopedAnswer Install(std::shared_ptr<std::atomic<int>> count, Function function) {

@@ -97,12 +97,12 @@ class CollectingSink final : public DefaultSink {
   std::mutex m_oLock;
   std::condition_variable m_oChanged;
   std::vector<TraceLine> m_oLines;
-  // Searched without taking memory, so that an action may give some back.
+  // Searched without an allocation, so that an action may run while memory is exhausted.
   std::map<std::string, std::function<void()>, std::less<>> m_oActions;
   std::function<void(const std::string&)> m_fnForEach;
 };
 
-// The object that the trace client looks up by this name.
+// The trace client looks up this symbol.
 CollectingSink Debug;
 
 TraceSession::TraceSession(uint32_t level, const char* moduleName) {

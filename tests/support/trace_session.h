@@ -15,8 +15,8 @@ struct TraceLine {
 };
 
 // Switches tracing on at a level for the life of the object and collects the lines of all threads.
-// The test program exports the sink object "Debug" through this header's source file. One at a
-// time.
+// This header's source file exports the sink object "Debug" from the test program. There may be one
+// object at a time.
 class TraceSession {
  public:
   explicit TraceSession(uint32_t level, const char* moduleName = "EM_TALVOR");
@@ -32,7 +32,7 @@ class TraceSession {
   // The number of lines with that format.
   int Count(const std::string& format) const;
 
-  // Waits until `count` lines with that format have come. False after ten seconds.
+  // Waits until there are `count` lines with that format. False after ten seconds.
   bool WaitFor(const std::string& format, int count = 1) const;
 
   // Makes the sink throw std::runtime_error instead of taking a line with that format.
