@@ -4,19 +4,19 @@
 #include <dirent.h>
 #include <fcntl.h>
 
+#include "archive_module/names.h"
 #include "bench/child_processes.h"
 #include "platform/process/process_table.h"
 
 namespace {
 
 constexpr int PROCESSES = 500;
-constexpr char MISSING[] = "Talvor";
 
 void FindOurs(benchmark::State& state) {
   const SleepingProcesses processes(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     int32_t pid = 0;
-    benchmark::DoNotOptimize(FindProcessByName(pid, MISSING));
+    benchmark::DoNotOptimize(FindProcessByName(pid, COLLECTOR_NAME));
   }
 }
 BENCHMARK(FindOurs)->Name("process_find/ours")->Arg(PROCESSES)->UseRealTime();
@@ -47,7 +47,7 @@ BENCHMARK(ReadAll)->Name("process_find/limit")->Arg(PROCESSES)->UseRealTime();
 void FindByProgram(benchmark::State& state, const char* program) {
   const SleepingProcesses processes(PROCESSES);
   for (auto _ : state) {
-    WaitFor(Spawn(program, MISSING));
+    WaitFor(Spawn(program, COLLECTOR_NAME));
   }
 }
 BENCHMARK_CAPTURE(FindByProgram, pidof, "pidof")->Name("process_find/pidof")->UseRealTime();

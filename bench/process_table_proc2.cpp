@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "archive_module/names.h"
 #include "bench/child_processes.h"
 
 namespace {
@@ -15,7 +16,7 @@ void Find(benchmark::State& state) {
     Require(procps_pids_new(&info, items, 2) == 0, "libproc2");
     int found = 0;
     while (const pids_stack* stack = procps_pids_get(info, PIDS_FETCH_TASKS_ONLY)) {
-      if (strcmp(PIDS_VAL(1, str, stack, info), "Talvor") == 0) {
+      if (strcmp(PIDS_VAL(1, str, stack, info), COLLECTOR_NAME) == 0) {
         found = PIDS_VAL(0, s_int, stack, info);
       }
     }

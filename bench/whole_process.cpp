@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <string>
 
+#include "archive_module/names.h"
 #include "bench/files.h"
 #include "bench/request_texts.h"
 #include "frame/extension_module_interface.h"
@@ -17,7 +19,6 @@ namespace {
 
 constexpr int REQUESTS = 1000;
 constexpr char DIRECTORY[] = "/etc/qamrel";
-constexpr char COLLECTOR[] = "/etc/qamrel/Talvor";
 constexpr char REGISTRY[] = "/etc/qamrel/registry";
 
 template <typename Function>
@@ -30,7 +31,8 @@ Function FindEntry(void* library, const char* name) {
 int main() {
   Require(mkdir(DIRECTORY, 0755) == 0, DIRECTORY);
   WriteWhole(REGISTRY, InstalledRegistry(SetupValues(DIRECTORY, DIRECTORY)), false);
-  WriteWhole(COLLECTOR, "#!/bin/sh\n", false);
+  const std::string collector = std::string(DIRECTORY) + "/" + COLLECTOR_NAME;
+  WriteWhole(collector.c_str(), "#!/bin/sh\n", false);
 
   void* library = dlopen(EM_TALVOR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   CIExtensionModule* module = nullptr;

@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 
+#include "archive_module/names.h"
 #include "fuzz/check.h"
 #include "fuzz/text_input.h"
 #include "trace/config_section.h"
@@ -27,7 +28,6 @@
 namespace {
 
 constexpr char DIRECTORY[] = "/etc/orvane/CorvistaSuite/TraceConfig/";
-constexpr char MODULE[] = "EM_TALVOR";
 constexpr uint32_t UNSET = UINT32_MAX;
 
 // A file that stays open, which makes filling it cheap.
@@ -82,7 +82,7 @@ std::optional<uint32_t> SetEnvironment(const char* name, std::string_view value)
 // The level in the first of these files that has the module's section.
 uint32_t LevelIn(std::initializer_list<std::string_view> texts) {
   for (const std::string_view text : texts) {
-    if (const auto section = CConfigSection::Find(text, MODULE)) {
+    if (const auto section = CConfigSection::Find(text, MODULE_NAME)) {
       const uint32_t level = section->ReadNumber("FileDebugLevel").value_or(UNSET);
       return level == UNSET ? 0 : level;
     }
@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ModuleFile().Fill(moduleText, 1);
 
   Config config;
-  FUZZ_CHECK(config.Load(MODULE));
+  FUZZ_CHECK(config.Load(MODULE_NAME));
   FUZZ_CHECK(config.GetDebugLevel() == level.value_or(LevelIn({globalText, moduleText})));
   FUZZ_CHECK(config.IsEnabled() == (config.GetDebugLevel() != 0));
   FUZZ_CHECK(config.GetDynamicUpdate() != UNSET);

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "archive_module/names.h"
 #include "frame/opcode.h"
 #include "host/installation.h"
 #include "host/output.h"
@@ -104,8 +105,9 @@ void AddSetup(CLI::App& app, HostOptions& options) {
   setup.add_flag("--json", options.isJson, "Print a JSON object");
   setup
       .add_option("ACTION", options.action,
-                  "backup, restore and convert do nothing; cleanup removes the archive and "
-                  "/var/log/Talvor")
+                  std::string("backup, restore and convert do nothing; cleanup removes the archive "
+                              "and ") +
+                      COLLECTOR_DIRECTORY)
       ->required()
       ->option_text(" ")
       ->check(CLI::IsMember({"backup", "restore", "convert", "cleanup"}));

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "archive_module/names.h"
 #include "host/output.h"
 #include "host/seconds_text.h"
 #include "host/trace_settings.h"
@@ -41,8 +42,9 @@ void ShowEnvironment(const char* name) {
 void Show() {
   const TraceSettings settings = ReadTraceSettings();
   WriteLine("level        " + std::to_string(settings.level) + ", " + LevelText(settings.level) +
-            (settings.levelFile.empty() ? "; no file has a section [EM_TALVOR]"
-                                        : "; set in " + settings.levelFile));
+            (settings.levelFile.empty()
+                 ? std::string("; no file has a section [") + MODULE_NAME + "]"
+                 : "; set in " + settings.levelFile));
   WriteLine("looks again  " + IntervalText(settings.interval) +
             (settings.isIntervalSet ? std::string("; set in ") + TRACE_GLOBAL_FILE
                                     : "; no file has a section [GlobalDebugSettings] with "
@@ -62,8 +64,8 @@ void TellWhenItHolds(const TraceSettings& settings) {
 void SetLevel(uint32_t level) {
   StoreTraceLevel(level);
   const TraceSettings settings = ReadTraceSettings();
-  WriteLine("EM_TALVOR traces " + LevelText(level) + " (level " + std::to_string(level) + " in " +
-            settings.levelFile + ").");
+  WriteLine(std::string(MODULE_NAME) + " traces " + LevelText(level) + " (level " +
+            std::to_string(level) + " in " + settings.levelFile + ").");
   TellWhenItHolds(settings);
 }
 

@@ -11,13 +11,15 @@
 #include <fstream>
 #include <sstream>
 
+#include "archive_module/names.h"
 #include "tests/support/installed_registry.h"
 
 namespace {
 
 constexpr char REGISTRY[] = "/etc/qamrel/registry";
+constexpr char FOREIGN[] = "foreign/";
 
-// "$D" is the directory.
+// "$D" is the directory, "$archive" the archive.
 constexpr char SCRIPT[] = R"(
 echo $$ > "$D/pid"
 chance=$(od -An -N1 -tu1 /dev/urandom)
@@ -29,7 +31,7 @@ case $((chance % 12)) in
   4) sleep 0.3 ;;
   5) sleep 0.05 ;;
 esac
-echo data > "$D/Talvor_Data.zip"
+echo data > "$archive"
 )";
 
 // Empty also when the file goes away meanwhile, as that of a process does.
@@ -52,9 +54,10 @@ CCollectorSite::CCollectorSite() {
   m_strRegistry = InstalledRegistry(SetupValues(m_strDirectory, m_strDirectory));
   std::filesystem::create_directories("/etc/qamrel");
   std::ofstream(REGISTRY) << m_strRegistry;
-  WriteScript(m_strDirectory + "Talvor", "D='" + m_strDirectory + "'" + SCRIPT);
-  std::filesystem::create_directory(m_strDirectory + "foreign");
-  WriteScript(m_strDirectory + "foreign/Talvor", "sleep 0.1\n");
+  WriteScript(m_strDirectory + COLLECTOR_NAME,
+              "D='" + m_strDirectory + "'\narchive=\"$D/" + ARCHIVE_FILE + "\"" + SCRIPT);
+  std::filesystem::create_directory(m_strDirectory + FOREIGN);
+  WriteScript(m_strDirectory + FOREIGN + COLLECTOR_NAME, "sleep 0.1\n");
 }
 
 CCollectorSite::~CCollectorSite() {
@@ -79,7 +82,7 @@ bool CCollectorSite::KillHangingCollector() const {
 }
 
 void CCollectorSite::RunForeignCollector() const {
-  std::string program = m_strDirectory + "foreign/Talvor";
+  std::string program = m_strDirectory + FOREIGN + COLLECTOR_NAME;
   char* arguments[] = {program.data(), nullptr};
   pid_t pid = 0;
   if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, arguments, environ) == 0) {
@@ -89,7 +92,7 @@ void CCollectorSite::RunForeignCollector() const {
 
 void CCollectorSite::Clear() const {
   std::filesystem::remove(m_strDirectory + "pid");
-  std::filesystem::remove(m_strDirectory + "Talvor_Data.zip");
+  std::filesystem::remove(m_strDirectory + ARCHIVE_FILE);
 }
 
 bool CCollectorSite::IsRegistryUntouched() const { return Read(REGISTRY) == m_strRegistry; }
