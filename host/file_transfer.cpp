@@ -21,7 +21,7 @@ namespace {
 
 constexpr size_t COPY_BLOCK = 1 << 20;
 
-// A text of the command's data; empty when there is none.
+// A string in the command's data; empty when there is none.
 std::string DataText(const SipJson& request, const char* name) {
   const SipJson::Value* data = request.FindCmdMember(request.m_nCmdIndex, "DA");
   if (data == nullptr || !data->IsObject()) {
@@ -59,10 +59,10 @@ int CopyFile(const std::string& source, CDescriptor& target) {
   return fchmod(target.Get(), status.st_mode & ACCESSPERMS) == 0 && target.Close() ? 0 : errno;
 }
 
-// Copies the file to a name of its own in the target's directory and then moves it to the target,
-// so that a link of that name is replaced and not followed. The owner of the directory may put
-// something else under the name of its own meanwhile; only the descriptor is sure to be the copy.
-// 0, or the errno number of the failure.
+// Copies the file to a temporary name in the target's directory and then renames it, so that a link
+// under the target's name is replaced and not followed. The owner of the directory may replace the
+// temporary name meanwhile, so only the descriptor is trusted. 0, or the errno number of the
+// failure.
 int CopyThroughTemporary(const std::string& source, const std::filesystem::path& target) {
   std::string temporary = target.parent_path() / "em_host.XXXXXX";
   CDescriptor copy(mkostemp(temporary.data(), O_CLOEXEC));

@@ -52,7 +52,7 @@ std::string ReadRecordFile(const std::string& path) {
                                    R"(): write a record such as {"SIP":{"CMD":[{"OC":13312}]}}.)");
 }
 
-// Writing a record out takes a part of the stack for each level.
+// Serializing a record takes stack for each level.
 class DepthLimit : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthLimit> {
  public:
   bool StartObject() { return Enter(); }

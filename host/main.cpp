@@ -15,7 +15,7 @@
 
 namespace {
 
-// Tracing is configured when a module is used first; the environment holds over the files.
+// Tracing is configured when a module is first used; the environment overrides the files.
 void SetTraceLevel(const HostOptions& options) {
   if (options.traceLevel) {
     setenv("CV_LOG_DEBUG_LEVEL", std::to_string(*options.traceLevel).c_str(), 1);

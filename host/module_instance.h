@@ -6,13 +6,13 @@
 #include "frame/switch_interface.h"
 #include "host/module_library.h"
 
-// The one instance of a module, as an agent drives it. The library must outlive the object, the
-// switch its Stop().
+// The one instance of a module, driven as an agent drives it. The library must outlive the object,
+// and the switch its Stop().
 class CModuleInstance {
  public:
   // Creates the instance. Throws CHostError.
   explicit CModuleInstance(const CModuleLibrary& library);
-  // Stops a started instance and deletes it, unless that was done.
+  // Stops a started instance and deletes it, unless that has been done.
   ~CModuleInstance();
   CModuleInstance(const CModuleInstance&) = delete;
   CModuleInstance& operator=(const CModuleInstance&) = delete;
@@ -22,8 +22,7 @@ class CModuleInstance {
   bool Start(CISwitch& agent);
   // Does nothing on an instance that is not started.
   void Stop();
-  // Deletes the instance, which is gone for this object then. False when the module reports a
-  // failure.
+  // Deletes the instance and forgets it in any case. False when the module reports a failure.
   bool Delete();
 
   CIExtensionModule* operator->() const { return m_pModule; }

@@ -5,11 +5,11 @@
 
 #include "frame/extension_module_interface.h"
 
-// An extension module's library in this process, from its loading to the end of the object. What it
-// gives is usable until then.
+// The library of an extension module, loaded for the life of the object. Its entry points are valid
+// until then.
 class CModuleLibrary {
  public:
-  // Loads the file and looks its entry points up. Throws CHostError.
+  // Loads the file and looks up its entry points. Throws CHostError.
   explicit CModuleLibrary(const std::string& path);
   ~CModuleLibrary();
   CModuleLibrary(const CModuleLibrary&) = delete;
@@ -18,7 +18,7 @@ class CModuleLibrary {
   // The absolute path of the file.
   const std::string& GetPath() const { return m_strPath; }
 
-  // Unloads the library now. False when it is in the process afterwards.
+  // Unloads the library now. False when it stays in the process.
   bool Unload();
 
   // The entry points; null after Unload().

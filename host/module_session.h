@@ -23,8 +23,9 @@ struct SessionSettings {
   std::optional<uint32_t> timeLimit;  // seconds that a final answer may take
 };
 
-// A module in the hands of an agent: loaded, created and started, asked one request at a time, and
-// stopped, deleted and unloaded at the end. Takes the signals that would end the program meanwhile.
+// A module as an agent uses it: loaded, created and started, sent one request at a time, and
+// stopped, deleted and unloaded at the end. Meanwhile it handles the signals that would end the
+// program.
 //
 // Used by one thread, the first of the program.
 class CModuleSession {
@@ -32,7 +33,7 @@ class CModuleSession {
   struct Listener {
     // Gets each answer, pending ones too.
     std::function<void(const HostAnswer&)> onAnswer;
-    // Called each second while a final answer is waited for. May be empty.
+    // Called every second during the wait for a final answer. May be empty.
     std::function<void(std::chrono::seconds waited)> onWaiting;
   };
 
@@ -53,11 +54,11 @@ class CModuleSession {
   // Starts the module. False when it reports that it is not started.
   bool Start();
 
-  // Asks the module and waits for the final answer.
+  // Sends a request to the module and waits for the final answer.
   Outcome Ask(const HostRequest& request);
 
-  // Stops the module, after the announcement that the switch shuts down when `isShutdown`. The
-  // answers that come of it go to the listener.
+  // Stops the module; with `isShutdown` after announcing the shutdown of the switch. The answers
+  // that this causes go to the listener.
   void Stop(bool isShutdown = false);
   bool Delete() { return m_oModule.Delete(); }
   bool Unload() { return m_oLibrary.Unload(); }

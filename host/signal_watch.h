@@ -4,12 +4,12 @@
 
 #include "base/descriptor.h"
 
-// Takes the signals that ask a program to end (SIGINT, SIGTERM, SIGHUP), so that it can end in
-// order. Only the first one: the next has its usual effect. Meanwhile a closed pipe is an error of
-// the write and not the end of the program.
+// Catches the signals that ask a program to end (SIGINT, SIGTERM, SIGHUP), so that it can end in
+// order. Only the first one: the next has its usual effect. Meanwhile writing to a closed pipe is
+// an error and does not end the program.
 //
-// To be made before the first thread, because threads inherit what it blocks; one at a time. Used
-// by the thread that made it.
+// Must be created before the first thread, because threads inherit the blocked signals. There may
+// be one object at a time, used by the thread that created it.
 class CSignalWatch {
  public:
   // Throws CHostError.

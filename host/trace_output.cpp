@@ -27,8 +27,8 @@ std::string Format(const char* format, va_list arguments) {
   return {text, static_cast<size_t>(length)};
 }
 
-// Trace texts bring line ends before and after the line, as suits a log file that is only appended
-// to. Empty when there is nothing else in the text.
+// Trace texts include newlines before and after the line, for log files that are only appended to.
+// Empty when the text holds nothing else.
 std::string WholeLine(const std::string& text) {
   const size_t begin = text.find_first_not_of('\n');
   if (begin == std::string::npos) {
@@ -63,5 +63,5 @@ class CTraceOutput final : public ITraceSink {
   }
 };
 
-// The trace client of a module looks this name up.
+// The trace client of a module looks up this symbol.
 [[gnu::visibility("default")]] CTraceOutput Debug;

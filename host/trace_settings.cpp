@@ -42,7 +42,7 @@ std::string TemporaryDirectory() {
   return directory;
 }
 
-// A copy of a file on which a change is tried.
+// A copy of a file, to try a change on.
 class Rehearsal {
  public:
   explicit Rehearsal(const std::string& path) {
@@ -55,7 +55,7 @@ class Rehearsal {
     }
     m_strFile = m_strDirectory + "/copy";
     std::error_code error;
-    fs::copy_file(path, m_strFile, error);  // of a file that is not there, there is no copy
+    fs::copy_file(path, m_strFile, error);  // a missing file has no copy
   }
   ~Rehearsal() {
     std::error_code ignored;
@@ -86,8 +86,8 @@ std::optional<uint32_t> ReadSetting(const std::string& path, const Setting& sett
 
 uint32_t ZeroIfUnset(uint32_t number) { return number == UNSET ? 0 : number; }
 
-// Writes as the profile calls do, for which case counts: into the section that the module reads,
-// however its name is written.
+// The profile calls compare names with case, the module without: writes into the section that the
+// module reads, in whatever case its name is.
 bool Write(const std::string& path, const Setting& setting, uint32_t number) {
   const CProfile profile(path);
   std::string section = setting.section;
@@ -111,8 +111,8 @@ void Rehearse(const std::string& path, const Setting& setting, uint32_t number) 
   }
 }
 
-// While it lives, what the process makes can be read by all and written by its owner only: agents
-// of every user read these files.
+// For the life of the object, new files are readable by all and writable by their owner only:
+// agents of every user read these files.
 class ReadableForAll {
  public:
   ReadableForAll() : m_nUmask(umask(S_IWGRP | S_IWOTH)) {}

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// What the collector finds out about the machine beyond the files that it copies.
+// What the collector determines about the machine, beyond the files that it copies.
 
 // A table of the processes, one line each: id, parent, state, threads, memory in use and name.
 // Command lines are left out, because they may hold passwords.

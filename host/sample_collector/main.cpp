@@ -1,5 +1,5 @@
-// The sample collector: packs what a support engineer asks first about a machine into the archive
-// that the module waits for. It stands for the real tool wherever that is not installed.
+// The sample collector: packs what a support engineer asks for first into the archive that the
+// module waits for. It replaces the real tool where that is not installed.
 
 #include <signal.h>
 
@@ -22,7 +22,7 @@ namespace {
 
 constexpr int EXIT_USAGE = 2;
 
-// The load is sampled so often, with this pause between two samples.
+// The load is sampled this often, with this pause between two samples.
 constexpr int SAMPLES = 4;
 constexpr std::chrono::seconds SAMPLE_PAUSE(1);
 
@@ -83,7 +83,7 @@ void CollectState(Collection& collection) {
   collection.AddKernelLog();
 }
 
-// One look tells little about load and memory; what changes from second to second does.
+// A single sample says little about load and memory; their changes over some seconds do.
 void CollectSamples(Collection& collection, const CStopSignals& signals) {
   for (int sample = 0; sample < SAMPLES; ++sample) {
     if (sample > 0) {
@@ -98,7 +98,7 @@ void CollectSamples(Collection& collection, const CStopSignals& signals) {
 
 void Collect() {
   const CStopSignals signals;
-  signal(SIGXFSZ, SIG_IGN);  // a file that becomes too big is a failed write
+  signal(SIGXFSZ, SIG_IGN);  // makes exceeding the file size limit a failed write
   CZipArchive archive(ArchivePath());
   Collection collection(archive);
   CollectState(collection);

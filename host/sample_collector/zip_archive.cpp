@@ -34,7 +34,7 @@ std::string DirectoryOf(const std::string& path) {
   return directory.empty() ? "." : directory;
 }
 
-// Links are not followed, and a pipe of that name does not make the open wait.
+// Links are not followed, and a pipe of that name does not block.
 int OpenTemporaryFile(const std::string& path) {
   const std::string directory = DirectoryOf(path);
   if (mkdir(directory.c_str(), DIRECTORY_MODE) != 0 && errno != EEXIST) {
@@ -48,7 +48,7 @@ int OpenTemporaryFile(const std::string& path) {
   return file;
 }
 
-// Whether the file still has that name and nobody else could have prepared it.
+// Whether the file still has that name, and nobody else can have created it.
 bool IsOwnFile(int descriptor, const std::string& path) {
   struct stat file = {};
   struct stat named = {};

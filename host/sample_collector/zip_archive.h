@@ -8,16 +8,16 @@
 
 struct archive;
 
-// A zip file that comes to its place whole or not at all: it is written under a temporary name in
-// the same directory, and Finish() moves it. At the end of an object that has not finished, the
-// temporary file is removed. Only its owner may read the archive.
+// A zip file that appears whole or not at all: it is written under a temporary name in the same
+// directory, and Finish() renames it. An object that has not finished removes the temporary file in
+// its destructor. Only its owner may read the archive.
 //
-// Two writers of one archive exclude each other. What a killed writer left behind is written over.
+// Two writers of one archive exclude each other. What a killed writer left is overwritten.
 //
 // The operations throw std::runtime_error with the reason.
 class CZipArchive {
  public:
-  // Makes the temporary file, and its directory when only that is missing.
+  // Creates the temporary file, and its directory if only the last component is missing.
   explicit CZipArchive(const std::string& path);
   ~CZipArchive();
   CZipArchive(const CZipArchive&) = delete;
@@ -25,7 +25,7 @@ class CZipArchive {
 
   void Add(const std::string& name, std::string_view content);
 
-  // Completes the archive, flushes it to the disk and moves it to its place, over a former one.
+  // Completes the archive, flushes it to the disk and renames it, replacing a previous one.
   void Finish();
 
  private:

@@ -10,12 +10,12 @@ constexpr std::string_view VALUE_IS_MISSING = " missing";
 
 std::string Quoted(const std::string& word) { return '"' + word + '"'; }
 
-// What stands where a command or an argument was expected.
+// What was given where a command or an argument was expected.
 std::string ExplainWord(const std::string& word, const char* expected) {
   return Quoted(word) + " is no " + (word.starts_with('-') ? "option" : expected);
 }
 
-// `command` is the innermost one that was given, `words` are what nothing took.
+// `command` is the innermost one that was given, `words` are those that nothing consumed.
 std::string Explain(const CLI::App& command, const std::vector<std::string>& words,
                     const CLI::Error& mistake) {
   if (command.get_require_subcommand_min() > 0) {

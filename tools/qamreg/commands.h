@@ -11,9 +11,9 @@
 void QueryKey(const std::string& key, const std::optional<std::string>& valueName, bool recursive,
               std::ostream& output);
 
-// Makes a key if it is missing.
+// Creates a key if it is missing.
 void AddKey(const std::string& key);
-// Stores a value, over one of that name, and makes its key if it is missing.
+// Stores a value, replacing one of that name, and creates its key if it is missing.
 void AddValue(const std::string& key, const std::string& valueName, const std::string& typeName,
               const std::string& data);
 
@@ -21,14 +21,14 @@ void AddValue(const std::string& key, const std::string& valueName, const std::s
 void DeleteKey(const std::string& key);
 void DeleteValue(const std::string& key, const std::string& valueName);
 
-// Writes the registry, or a key with everything below it and with the keys around it, as a text
-// that ImportFile() takes. "-" stands for standard output.
+// Writes the registry, or a key with everything below it and with the headers of the keys above it,
+// in the format that ImportFile() reads. "-" stands for standard output.
 void ExportKey(const std::optional<std::string>& key, const std::string& file);
 
-// Adds the keys and values of a text in the registry's format to what is there; values of the same
+// Adds the keys and values of a file in the registry's format to the registry; values of the same
 // name are replaced. All or nothing. "-" stands for standard input.
 void ImportFile(const std::string& file);
 
-// Prints the key that an entry of the pointer key names, or makes it name another one.
+// Prints the path that an entry of the pointer key holds, or stores another one in it.
 void ShowPointer(const std::string& name, std::ostream& output);
 void SetPointer(const std::string& name, const std::string& key);

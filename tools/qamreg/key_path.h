@@ -3,9 +3,10 @@
 #include <string>
 #include <string_view>
 
-// The path of a key in full, such as HKEY_LOCAL_MACHINE\SOFTWARE\Talvor. A user may write the name
-// of the root key in upper or lower case or abbreviate it (HKLM, HKCU, HKU, HKCR, HKCC), and may
-// separate by "\" or "/".
+// The full path of a key, such as HKEY_LOCAL_MACHINE\SOFTWARE\Talvor. A user may write the name of
+// the root key in upper or lower case or abbreviate it (HKLM, HKCU, HKU, HKCR, HKCC), and may use
+// "\" or
+// "/" as the separator.
 class CKeyPath {
  public:
   // Throws CFailure when the path does not begin with a root key.
@@ -15,7 +16,7 @@ class CKeyPath {
   const std::string& Text() const { return m_strText; }
 
   bool IsRoot() const { return m_strText.find('\\') == std::string::npos; }
-  // The last component, and what stands before it. Not for a root key.
+  // The last component, and what precedes it. Not for a root key.
   std::string Name() const { return m_strText.substr(m_strText.rfind('\\') + 1); }
   std::string ParentText() const { return m_strText.substr(0, m_strText.rfind('\\')); }
 

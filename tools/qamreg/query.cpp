@@ -20,7 +20,7 @@ class Printer {
   Printer(CRegistry& registry, const std::optional<std::string>& valueName, std::ostream& output)
       : m_oRegistry(registry), m_oValueName(valueName), m_oOutput(output) {}
 
-  // Prints a key that is there, without what is below it, and returns its subkeys by their paths.
+  // Prints an existing key, without what is below it, and returns the paths of its subkeys.
   std::vector<std::string> PrintKey(const std::string& path) {
     std::vector<std::string> names;
     std::vector<std::string> subkeys;
@@ -58,7 +58,8 @@ class Printer {
   bool m_bAny = false;
 };
 
-// Subtrees may be deep: the keys that are left are kept in a list, the next one at its end.
+// Subtrees may be deep, so there is no recursion: the keys left to print are in a list, the next
+// one at its end.
 void PrintTree(Printer& printer, const std::string& root) {
   std::vector<std::string> left = {root};
   while (!left.empty()) {

@@ -47,7 +47,7 @@ bool IsKey(CRegistry& registry, const std::string& path) {
   return registry.Open(path.c_str(), nullptr) == REGISTRY_OK;
 }
 
-// Of the keys around a missing one the innermost that is there.
+// The innermost existing key above a missing one.
 CKeyPath ClosestKey(CRegistry& registry, CKeyPath path) {
   while (!path.IsRoot() && !IsKey(registry, path.Text())) {
     path = CKeyPath(path.ParentText());
@@ -55,7 +55,7 @@ CKeyPath ClosestKey(CRegistry& registry, CKeyPath path) {
   return path;
 }
 
-// A line that is read as several would be saved as these.
+// A line that is read as several would be saved as several.
 void CheckLines(const char* path, std::string_view text) {
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t length = std::min(text.find('\n'), text.size());
@@ -114,7 +114,7 @@ bool CanBeKeyName(const std::string& name) {
   return !name.empty() && FindRegistrySeparator(name) == std::string::npos;
 }
 
-// All keys of the contents and those around them, but for the root keys.
+// All keys of the contents and those above them, except the root keys.
 std::set<std::string> KeysOf(const std::vector<KeyContent>& contents) {
   std::set<std::string> keys;
   for (const KeyContent& content : contents) {

@@ -17,7 +17,7 @@ struct NamedValue {
 
 // What is to be stored in one key.
 struct KeyContent {
-  std::string path;  // in full, separated by "\"
+  std::string path;  // from the root key on, separated by "\"
   std::vector<NamedValue> values;
 };
 
@@ -32,8 +32,8 @@ void OpenExisting(CRegistry& registry, const CKeyPath& path);
 [[noreturn]] void ThrowNoValue(const std::string& name, const CKeyPath& path,
                                bool recursive = false);
 
-// One change of the registry. Between its loading and its saving nobody else saves the registry,
-// from whatever process; it is loaded when the lock is taken, so that it is the newest.
+// One change of the registry. It takes the lock and then loads the registry, which no other process
+// can save until the change is saved: so it works on the newest state.
 class CRegistryEdit {
  public:
   // How long each edit of the program waits for other processes; 30 seconds unless set.
@@ -47,8 +47,8 @@ class CRegistryEdit {
 
   CRegistry& Get() { return m_oRegistry; }
 
-  // Makes the keys and stores their values. Throws CFailure, and then stores nothing, when a value
-  // would come under the name of a key or a key under the name of a value.
+  // Creates the keys and stores their values. Throws CFailure, and stores nothing, when a value
+  // would get the name of an existing key or a key that of an existing value.
   void Store(const std::vector<KeyContent>& keys);
 
   // Throws CFailure when the registry cannot be written.

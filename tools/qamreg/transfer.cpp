@@ -21,7 +21,7 @@ namespace {
 constexpr char STANDARD_STREAM[] = "-";
 constexpr char NAME_AN_EXPORT[] = "name a file that \"qamreg export\" wrote";
 
-// The key with the keys around it, of which nothing else is written.
+// The key with the headers of the keys above it, of which nothing else is written.
 std::string WriteKey(CRegistry& registry, const CKeyPath& path) {
   OpenExisting(registry, path);
   std::string text;

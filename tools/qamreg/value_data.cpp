@@ -50,7 +50,7 @@ std::string ParseBytes(const std::string& text) {
   return bytes;
 }
 
-// Above the largest signed number, the bits count: 0xffffffff is -1.
+// A number above the largest signed one is taken as its bits: 0xffffffff is -1.
 int32_t ParseInteger(const std::string& text) {
   const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
   const char* begin = text.data() + (isHexadecimal ? 2 : 0);
