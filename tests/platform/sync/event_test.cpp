@@ -147,6 +147,17 @@ TEST(EventCloseTest, SignalsNobodyBeforeItHasClosedTheHandle) {
   }
 }
 
+TEST(EventCloseTest, WakesAllWaitersOfAManualResetEventAndOneOfAnAutoResetEvent) {
+  for (const bool isManualReset : {false, true}) {
+    CEvent event(false, isManualReset);
+    const auto signals = calls::pthread_cond_signal.Watch();
+    const auto broadcasts = calls::pthread_cond_broadcast.Watch();
+    event.Close();
+    EXPECT_EQ(signals.GetCount(), isManualReset ? 0 : 1);
+    EXPECT_EQ(broadcasts.GetCount(), isManualReset ? 1 : 0);
+  }
+}
+
 TEST(EventCloseTest, ClosesThisHandleForGood) {
   CEvent event(false, true);
   event.Close();

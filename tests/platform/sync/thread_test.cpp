@@ -230,6 +230,23 @@ TEST_F(ThreadTest, AWaitCanBeGivenUpAndKeepsTheThread) {
   EXPECT_TRUE(m_oThread.WaitForTermination(CThread::INFINITE_TIME));
 }
 
+#ifndef __SANITIZE_THREAD__  // which has another call to wait with
+TEST_F(ThreadTest, AWaitLooksUpEveryTenMilliseconds) {
+  ASSERT_TRUE(Start(true));
+  const auto joins = calls::pthread_clockjoin_np.Answer(
+      [](pthread_t thread, void** exitValue, clockid_t clock, const timespec* end) {
+        timespec now = {};
+        calls::clock_gettime.Real(clock, &now);
+        const auto slice = std::chrono::seconds(end->tv_sec - now.tv_sec) +
+                           std::chrono::nanoseconds(end->tv_nsec - now.tv_nsec);
+        EXPECT_LE(slice, std::chrono::milliseconds(10));
+        return calls::pthread_clockjoin_np.Real(thread, exitValue, clock, end);
+      });
+  m_oThread.WaitForTermination(2000, [](std::chrono::milliseconds /*waited*/) { return false; });
+  EXPECT_EQ(joins.GetCount(), 1);
+}
+#endif
+
 TEST_F(ThreadTest, AWaitThatIsAskedToGoOnSeesTheEndOfTheThread) {
   ASSERT_TRUE(Start(true));
   EXPECT_TRUE(m_oThread.WaitForTermination(2000, [&](std::chrono::milliseconds /*waited*/) {
