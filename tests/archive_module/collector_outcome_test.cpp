@@ -18,6 +18,9 @@
 
 namespace {
 
+constexpr char NOT_IN_TIME[] =
+    "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n";
+
 // Replaces the launcher.
 std::function<bool(std::atomic<int32_t>& pid, int32_t& exitCode)> g_fnRun;
 
@@ -94,7 +97,9 @@ TEST_F(CollectorOutcomeTest, TheIdOfAFailedRunIsNoneOfTheNextOne) {
 // Like a process in a system call that cannot be interrupted.
 TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithoutLimit) {
   InstallCollector("");
-  const TraceSession session(1);
+  TraceSession session(1);
+  std::chrono::steady_clock::time_point reported;
+  session.CallAt(NOT_IN_TIME, [&] { reported = std::chrono::steady_clock::now(); });
   std::atomic<int32_t> collector = 0;
   ASSERT_TRUE(StartProcess("sleep 60", collector, nullptr, false, false));
   std::promise<void> begun;
@@ -118,10 +123,8 @@ TEST_F(CollectorOutcomeTest, ACollectorThatTheKillDoesNotEndIsNotWaitedForWithou
     EXPECT_GE(time, std::chrono::milliseconds(7100));
     EXPECT_LT(time, std::chrono::seconds(30));
     EXPECT_EQ(session.Count(TERMINATE_FORMAT), 1);
-    EXPECT_EQ(
-        session.Count(
-            "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n"),
-        1);
+    EXPECT_EQ(session.Count(NOT_IN_TIME), 1);
+    EXPECT_GE(reported - begin, STOP_GRACE + std::chrono::milliseconds(2000));
     end.set_value();
   }
   EXPECT_EQ(m_oSwitch.StatusOf(0), 6U);
