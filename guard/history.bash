@@ -30,12 +30,14 @@ newest_lines() {
 }
 
 # append_to_history LINE
-append_to_history() (
-  exec {lock}>"$state_directory/lock" && flock -w 10 "$lock" || exit
-  new=$history_file.new
+append_to_history() {
+  local lock new=$history_file.new status=0
+  exec {lock}>"$state_directory/lock" && flock -w 10 "$lock" || return
   { newest_lines $((${#1} + 1)) && printf '%s\n' "$1"; } >"$new" && sync "$new" &&
-    mv "$new" "$history_file"
-)
+    mv "$new" "$history_file" || status=1
+  exec {lock}>&-
+  return "$status"
+}
 
 # begin_history LINE: keeps the line until end_history; first tells of the run that left one.
 begin_history() {

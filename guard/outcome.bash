@@ -32,8 +32,8 @@ explain() {
   case $ended in
     time) echo "The collector was ended: it had run for ${settings[RUN_TIME]} seconds, which is RUN_TIME" ;;
     space)
-      echo "The collector was ended or has failed: only $((free >> 20)) MiB are free in $data," \
-        "and FREE_SPACE is ${settings[FREE_SPACE]}"
+      echo "Only $((free >> 20)) MiB are free in $data, and FREE_SPACE is ${settings[FREE_SPACE]}:" \
+        'the collector was ended, or not started'
       ;;
     memory) echo "The collector was ended: it needs more memory than MEMORY, ${settings[MEMORY]}" ;;
     stopped) echo 'The collector was ended: the guard got a signal' ;;
@@ -50,7 +50,8 @@ explain() {
 
 # Prints the line for the history.
 describe_run() {
-  local exit=null signal=null duration=$((${EPOCHREALTIME/[.,]/} - began))
+  local exit=null signal=null memory=null duration=$((${EPOCHREALTIME/[.,]/} - began))
+  [[ ! ${running-} ]] || memory=$(peak_memory)
   if [[ ! $status ]]; then
     : # it was not started, or did not end
   elif ((status > 128)); then
@@ -59,5 +60,5 @@ describe_run() {
     exit=$status
   fi
   history_line "$start" "$((duration / 1000000)).$(printf %03d $((duration / 1000 % 1000)))" \
-    "$archive_size" "$exit" "$signal" "$ended" "$(peak_memory)"
+    "$archive_size" "$exit" "$signal" "$ended" "$memory"
 }

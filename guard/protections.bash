@@ -58,7 +58,8 @@ why_not() {
   fi
 }
 
-# tell_state NAME on|off TEXT: a line of the report.
+# tell_state NAME STATE TEXT: a line of the report. The states are on, off (it is refused here), unset (by the
+# settings), and wrong (no run could be started).
 tell_state() {
   printf '%s\t%s\t%s\n' "$@"
 }
@@ -75,7 +76,7 @@ check_command() {
 # check_limit SUBJECT SETTING COMMAND GROUP: the report of a limit that a control group sets, or COMMAND.
 check_limit() {
   if [[ ${settings[$2]} == 0 ]]; then
-    tell_state "$1" off "$2 is 0"
+    tell_state "$1" unset "$2 is 0"
   elif [[ $4 ]]; then
     tell_state "$1" on "a control group holds all processes together below ${settings[$2]}"
   elif [[ $3 == pids ]] && ((EUID == 0)); then
@@ -91,7 +92,7 @@ check_limit() {
 check_protections() {
   local command memory
   if ! read_settings; then
-    tell_state settings off "$problem"
+    tell_state settings wrong "$problem"
     return
   fi
   if [[ -e $settings_file ]]; then
@@ -99,24 +100,29 @@ check_protections() {
   else
     tell_state settings on "there is no $settings_file: the defaults hold"
   fi
+  if find_directories; then
+    tell_state program on "$collector/Talvor"
+  else
+    tell_state program wrong "$problem"
+  fi
   bytes_of "${settings[MEMORY]}" && memory=$bytes
   name_commands "$memory" "${settings[PIDS]}"
-  check_command death 'end of the agent' 'the collector is killed when the agent dies'
-  check_command namespace 'processes' 'nothing that the collector starts survives it'
+  check_command death 'agent' 'the collector is killed when the agent dies'
+  check_command namespace 'children' 'nothing that the collector starts survives it'
   if ((settings[RUN_TIME] == 0)); then
-    tell_state 'time' off 'RUN_TIME is 0'
+    tell_state 'run time' unset 'RUN_TIME is 0'
   else
-    check_command time 'time' "the collector is ended after ${settings[RUN_TIME]} seconds"
+    check_command time 'run time' "the collector is ended after ${settings[RUN_TIME]} seconds"
   fi
-  check_command class 'scheduling' 'the collector is in no real-time class, whatever the agent is in'
-  check_command nice 'niceness' "${settings[NICE]}"
-  check_command io 'input and output' "${settings[IO]}"
+  check_command class 'class' 'the collector is in no real-time class, whatever the agent is in'
+  check_command nice 'nice' "niceness ${settings[NICE]}"
+  check_command io 'io' "input and output: ${settings[IO]}"
   make_groups "$memory" "${settings[PIDS]}"
   check_limit 'memory' MEMORY memory "$memory_group"
-  check_limit 'number of processes' PIDS pids "$pids_group"
+  check_limit 'pids' PIDS pids "$pids_group"
   remove_groups
   check_command archive 'archive' 'its members are read before it counts'
-  if make_state_directory; then
+  if [[ -w $state_directory || (! -e $state_directory && -w ${state_directory%/*}) ]]; then
     tell_state 'history' on "$history_file"
   else
     tell_state 'history' off "$state_directory cannot be written to"

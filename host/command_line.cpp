@@ -19,15 +19,17 @@ constexpr char DESCRIPTION[] =
 constexpr char EXIT_CODES[] =
     "Exit codes: of run the greatest final status of a request (63 for greater ones), and 128+N when\n"
     "signal N ended it early and no request failed; 0 when all went well. From 64 on em_host itself\n"
-    "could not go on, and says why: 64 command line, 65 no record in a file, 66 file not readable,\n"
-    "69 doctor found something wrong, 70 not a working module, 71 refused by the system, 72 module\n"
-    "not found, 73 cannot write, 74 output lost, 75 no final answer in time, 77 rights missing,\n"
-    "78 doctor found something to repair, 125 no safe way to run the demo.";
+    "could not go on, and says why: 64 command line, 65 no record in a file or an archive that is not\n"
+    "right, 66 file not readable, 69 doctor found something wrong or the guard is off, 70 not a working\n"
+    "module, 71 refused by the system, 72 module not found, 73 cannot write, 74 output lost, 75 no final\n"
+    "answer in time, 77 rights missing, 78 doctor found something to repair, 125 no safe way to run the\n"
+    "demo.";
 
 constexpr size_t REQUEST_WIDTH = 15;  // of the words in the help
 constexpr uint32_t HIGHEST_TRACE_LEVEL = 5;
 constexpr uint32_t LONGEST_TIME_LIMIT = 65'535;
 constexpr uint32_t LONGEST_INTERVAL = UINT32_MAX - 1;
+constexpr uint32_t LARGEST_LIMIT = 1'048'576;  // MiB
 
 // CLI11 has an own idea of numbers in options that may be absent.
 void AddNumber(CLI::App& command, const std::string& name, std::optional<uint32_t>& target,
@@ -129,6 +131,32 @@ void AddDemo(CLI::App& app, HostOptions& options) {
       ->type_name("FILE");
 }
 
+void AddGuard(CLI::App& app, HostOptions& options) {
+  CLI::App& guard = *app.add_subcommand("guard", "Puts a guard before the collector, or shows it");
+  guard
+      .add_option("ACTION", options.action,
+                  "on: agents start the guard, which starts the collector; off: as it was before; "
+                  "status: whether it is on, and what it protects on this machine")
+      ->required()
+      ->check(CLI::IsMember({"on", "off", "status"}));
+}
+
+void AddHistory(CLI::App& app, HostOptions& options) {
+  CLI::App& history =
+      *app.add_subcommand("history", "Shows the runs of the collector under the guard");
+  history.add_flag("--json", options.isJson, "Print each run as a JSON object on one line");
+}
+
+void AddInspect(CLI::App& app, HostOptions& options) {
+  CLI::App& inspect = *app.add_subcommand(
+      "inspect", "Shows what is in an archive, and whether it is whole and fits into a BMC");
+  inspect.add_option("ARCHIVE", options.archive, "The archive; by default the one of this machine");
+  inspect.add_option("--limit", options.sizeLimit, "What the BMC takes; 20 MiB by default")
+      ->type_name("MIB")
+      ->check(CLI::Range(1U, LARGEST_LIMIT));
+  inspect.add_flag("--json", options.isJson, "Print a JSON object");
+}
+
 void AddTrace(CLI::App& app, HostOptions& options) {
   CLI::App& trace =
       *app.add_subcommand("trace", "Shows or changes the module's trace configuration");
@@ -160,6 +188,9 @@ std::optional<int> ReadCommandLine(int argumentCount, char** arguments, HostOpti
   AddSetup(app, options);
   AddTrace(app, options);
   AddDoctor(app, options);
+  AddGuard(app, options);
+  AddHistory(app, options);
+  AddInspect(app, options);
   AddDemo(app, options);
   try {
     app.parse(argumentCount, arguments);

@@ -21,6 +21,17 @@ int RunTraceAction(const HostOptions& options);
 // when one could but something should be repaired, else 0.
 int RunDoctor(const HostOptions& options);
 
+// "em_host guard": puts the guard before the collector, takes it away or shows it. The exit code is
+// EX_UNAVAILABLE when it is shown and is off.
+int RunGuardAction(const HostOptions& options);
+
+// "em_host history": prints the runs of the collector under the guard.
+int ShowHistory(const HostOptions& options);
+
+// "em_host inspect": prints what is in an archive, whether it fits into a BMC, and whether it is as
+// it was created. The exit code is EX_DATAERR when it is not right.
+int InspectArchive(const HostOptions& options);
+
 // "em_host demo": walks the whole path of an archive and tells what happens. For a program that
 // runs in a private machine.
 int ShowDemo(const HostOptions& options);

@@ -17,7 +17,7 @@ namespace {
 using Verdict = Finding::Verdict;
 
 // In the order of their lines.
-constexpr std::array<DoctorCheck, 3> CHECKS = {CheckModule, CheckCollector, CheckTrace};
+constexpr std::array<DoctorCheck, 4> CHECKS = {CheckModule, CheckCollector, CheckGuard, CheckTrace};
 
 constexpr size_t SUBJECT_WIDTH = 16;
 

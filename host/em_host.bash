@@ -59,7 +59,7 @@ _em_host() {
   COMPREPLY=()
   _em_host_read_line
   if ((COMP_CWORD == 1)); then
-    _em_host_argument '--version' 'run info setup trace doctor demo'
+    _em_host_argument '--version' 'run info setup trace doctor guard history inspect demo'
     return
   fi
 
@@ -81,7 +81,7 @@ _em_host() {
       _em_host_offer '0 1 2 3 4 5'
       return
       ;;
-    --cabinet | --agent-type | --timeout)
+    --cabinet | --agent-type | --timeout | --limit)
       return
       ;;
   esac
@@ -106,6 +106,19 @@ _em_host() {
       ;;
     doctor)
       _em_host_argument '--module --json' ''
+      ;;
+    guard)
+      _em_host_argument '' 'on off status'
+      ;;
+    history)
+      _em_host_argument '--json' ''
+      ;;
+    inspect)
+      if [[ $word == -* ]]; then
+        _em_host_argument '--limit --json' ''
+      else
+        _em_host_files ''
+      fi
       ;;
     demo)
       _em_host_argument '--module --trace --collector' ''

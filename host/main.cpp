@@ -39,6 +39,15 @@ int RunCommand(const HostOptions& options, char** arguments) {
   if (options.command == "doctor") {
     return RunDoctor(options);
   }
+  if (options.command == "guard") {
+    return RunGuardAction(options);
+  }
+  if (options.command == "history") {
+    return ShowHistory(options);
+  }
+  if (options.command == "inspect") {
+    return InspectArchive(options);
+  }
   EnterPrivateMachine(arguments);
   return ShowDemo(options);
 }

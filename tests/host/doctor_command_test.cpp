@@ -57,27 +57,32 @@ TEST_F(DoctorCommandTest, EverythingIsRight) {
   const std::string directory = m_oFiles.Path() + "/";
   EXPECT_THAT(
       result.output,
-      testing::MatchesRegex(std::string("ok     module          ") + EM_TALVOR_LIBRARY +
-                            " can be loaded and is EM_TALVOR.\n"
-                            "ok     registry        /etc/qamrel/registry can be read.\n"
-                            "ok     pointer         It names the key SOFTWARE.Talvor.\n"
-                            "ok     Setup key       The key SOFTWARE.Talvor.Setup is there.\n"
-                            "ok     FileRoot        It names " +
-                            directory +
-                            ".\n"
-                            "ok     DataRoot        It names " +
-                            directory +
-                            ".\n"
-                            "ok     program         " +
-                            directory +
-                            "Talvor can be executed.\n"
-                            "ok     data directory  " +
-                            directory +
-                            " can be written to.\n"
-                            "ok     free space      [0-9]+ MB are left.\n"
-                            "ok     other collector None is running.\n"
-                            "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
-                            "An archive could be created now.\n"));
+      testing::MatchesRegex(
+          std::string("ok     module          ") + EM_TALVOR_LIBRARY +
+          " can be loaded and is EM_TALVOR.\n"
+          "ok     registry        /etc/qamrel/registry can be read.\n"
+          "ok     pointer         It names the key SOFTWARE.Talvor.\n"
+          "ok     Setup key       The key SOFTWARE.Talvor.Setup is there.\n"
+          "ok     FileRoot        It names " +
+          directory +
+          ".\n"
+          "ok     DataRoot        It names " +
+          directory +
+          ".\n"
+          "ok     program         " +
+          directory +
+          "Talvor can be executed.\n"
+          "ok     data directory  " +
+          directory +
+          " can be written to.\n"
+          "ok     free space      [0-9]+ MB are left.\n"
+          "ok     other collector None is running.\n"
+          "ok     guard           Off; \"em_host guard on\" keeps a collector that goes wrong from "
+          "harming this server.\n"
+          "ok     scheduling      No agent is seen that has loaded the module; a collector gets the "
+          "scheduling class of its agent.\n"
+          "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
+          "An archive could be created now.\n"));
 }
 
 TEST_F(DoctorCommandTest, NothingIsThere) {
@@ -97,6 +102,7 @@ TEST_F(DoctorCommandTest, NothingIsThere) {
           "?      data directory  needs DataRoot\n"
           "?      free space      needs DataRoot\n"
           "ok     other collector None is running.\n"
+          "?      guard           needs the Setup key\n"
           "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
           "No archive could be created now; begin with the first WRONG line.\n");
 }

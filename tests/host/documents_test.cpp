@@ -21,7 +21,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr const char* COMMANDS[] = {"run", "info", "setup", "trace", "doctor", "demo"};
+constexpr const char* COMMANDS[] = {"run",   "info",    "setup",   "trace", "doctor",
+                                    "guard", "history", "inspect", "demo"};
 
 std::set<std::string> LongOptions(const std::string& help) {
   std::set<std::string> options;
@@ -104,8 +105,8 @@ TEST(InterfaceDocumentTest, HasARowForEveryRequest) {
 }
 
 TEST(CompletionTest, OffersTheCommands) {
-  EXPECT_THAT(Complete("''"),
-              UnorderedElementsAre("run", "info", "setup", "trace", "doctor", "demo"));
+  EXPECT_THAT(Complete("''"), UnorderedElementsAre("run", "info", "setup", "trace", "doctor",
+                                                   "guard", "history", "inspect", "demo"));
   EXPECT_THAT(Complete("d"), UnorderedElementsAre("doctor", "demo"));
 }
 

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// What the guard says that it can protect on this machine, as "Talvor --check" prints it.
+struct Protection {
+  enum class State {
+    ON,
+    OFF,    // the machine or the rights of this user refuse it
+    UNSET,  // the settings say so
+    WRONG   // no run could be started
+  };
+  std::string name;  // a word or two
+  State state;
+  std::string text;  // how, or why not
+};
+
+// Runs the guard that is installed with em_host. Throws CHostError.
+std::vector<Protection> ReadGuardReport();

@@ -1,0 +1,150 @@
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sysexits.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "archive_module/collector_paths.h"
+#include "archive_module/names.h"
+#include "host/archive_contents.h"
+#include "host/commands.h"
+#include "host/host_error.h"
+#include "host/output.h"
+#include "host/program_output.h"
+#include "host/size_text.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// What was found of an archive.
+struct Inspection {
+  std::string path;
+  std::vector<ArchiveMember> members;
+  int64_t size = 0;   // bytes
+  int64_t limit = 0;  // bytes
+  std::string checksum;
+  std::string expected;  // by the file beside the archive; empty: there is none
+
+  bool Fits() const { return size <= limit; }
+  bool IsSealed() const { return !expected.empty(); }
+  bool IsAsSealed() const { return expected == checksum; }
+  bool IsRight() const { return !members.empty() && Fits() && (!IsSealed() || IsAsSealed()); }
+};
+
+std::string ArchiveToInspect(const HostOptions& options) {
+  if (!options.archive.empty()) {
+    return options.archive;
+  }
+  std::string directory;
+  if (!GetDataDir(directory)) {
+    throw CHostError(EX_NOINPUT,
+                     "The registry does not tell where the archive is: name it, or see \"em_host "
+                     "doctor\".");
+  }
+  return directory + ARCHIVE_FILE;
+}
+
+// The first word of a line of sha256sum.
+std::string FirstWord(const std::string& line) { return line.substr(0, line.find_first_of(" \n")); }
+
+Inspection Inspect(const std::string& path, uint32_t limit) {
+  std::error_code error;
+  if (!fs::is_regular_file(path, error)) {
+    throw CHostError(EX_NOINPUT, "There is no archive " + path +
+                                     ": create one with \"em_host run create\", or name another.");
+  }
+  Inspection found;
+  found.path = path;
+  try {
+    found.members = ListArchive(path);
+  } catch (const CHostError& damaged) {
+    throw CHostError(EX_DATAERR, damaged.what());
+  }
+  found.size = static_cast<int64_t>(fs::file_size(path, error));
+  found.limit = limit * MEBIBYTE;
+  // The name in the line would be escaped if need be.
+  found.checksum = FirstWord(ProgramOutput({"sha256sum", "--zero", "--", path}));
+  std::ifstream file(path + ".sha256");
+  std::string line;
+  if (std::getline(file, line)) {
+    found.expected = FirstWord(line);
+  }
+  return found;
+}
+
+std::string ChecksumText(const Inspection& found) {
+  if (!found.IsSealed()) {
+    return found.checksum + "; there is no " + ARCHIVE_FILE + ".sha256 to compare with";
+  }
+  return found.checksum + (found.IsAsSealed()
+                               ? ", as when it was created"
+                               : "; it was " + found.expected +
+                                     " when it was created: the file has changed since. Create "
+                                     "another.");
+}
+
+void Print(const Inspection& found) {
+  WriteLine(found.path);
+  for (const ArchiveMember& member : found.members) {
+    WriteLine("  " + member.name + ", " + std::to_string(member.size) + " bytes");
+  }
+  WriteLine("members   " + (found.members.empty() ? std::string("none: the archive is empty")
+                                                  : std::to_string(found.members.size())));
+  WriteLine("size      " + std::to_string(found.size) + " bytes (" + MebibytesText(found.size) +
+            (found.Fits() ? "), fits into " : "), does not fit into ") +
+            std::to_string(found.limit / MEBIBYTE) + " MiB");
+  WriteLine("sha256    " + ChecksumText(found));
+}
+
+void PrintJson(const Inspection& found) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  const auto text = [&](const char* key, const std::string& value) {
+    writer.Key(key);
+    writer.String(value.c_str());
+  };
+  writer.StartObject();
+  text("archive", found.path);
+  writer.Key("size");
+  writer.Int64(found.size);
+  writer.Key("limit");
+  writer.Int64(found.limit);
+  writer.Key("fits");
+  writer.Bool(found.Fits());
+  text("sha256", found.checksum);
+  writer.Key("sealed");
+  if (found.IsSealed()) {
+    writer.Bool(found.IsAsSealed());
+  } else {
+    writer.Null();
+  }
+  writer.Key("members");
+  writer.StartArray();
+  for (const ArchiveMember& member : found.members) {
+    writer.StartObject();
+    text("name", member.name);
+    writer.Key("size");
+    writer.Int64(member.size);
+    writer.EndObject();
+  }
+  writer.EndArray();
+  writer.EndObject();
+  WriteLine(buffer.GetString());
+}
+
+}  // namespace
+
+int InspectArchive(const HostOptions& options) {
+  const Inspection found = Inspect(ArchiveToInspect(options), options.sizeLimit);
+  if (options.isJson) {
+    PrintJson(found);
+  } else {
+    Print(found);
+  }
+  return found.IsRight() ? EXIT_SUCCESS : EX_DATAERR;
+}
