@@ -13,12 +13,14 @@
 #include "frame/status.h"
 #include "host/archive_contents.h"
 #include "host/byte_count.h"
+#include "host/guard_place.h"
 #include "host/host_error.h"
 #include "host/installation.h"
 #include "host/module_session.h"
 #include "host/output.h"
 #include "host/private_machine.h"
 #include "host/progress_line.h"
+#include "host/run_history.h"
 #include "host/status_text.h"
 #include "platform/registry/registry_file.h"
 
@@ -67,6 +69,24 @@ class Demo {
     TellStep("What is in the copy");
     List(m_oSession.GetFileTransfer().GetLastFile());
 
+    LetGo();
+  }
+
+  // The collector does not end by itself; the guard is before it.
+  void RunGuarded() {
+    Check(m_oSession.Start(), "The module did not start with the guard");
+    Tell("the module is started again");
+    TellStep("Create an archive, with a collector that hangs");
+    Ask("create", STATUS_FAILED);
+    TellStep("Why did it fail?");
+    const std::vector<CollectorRun> runs = ReadRunHistory();
+    Check(!runs.empty() && runs.back().ended == "time", "The guard did not end the collector");
+    Tell("the history of the guard: " + ExplainRunEnd(runs.back()));
+    LetGo();
+  }
+
+ private:
+  void LetGo() {
     TellStep("The host lets the module go");
     m_oSession.Stop();
     Tell("stopped");
@@ -76,7 +96,6 @@ class Demo {
     Tell("unloaded: nothing of it is left in the process");
   }
 
- private:
   static void Check(bool isRight, const std::string& otherwise) {
     if (!isRight) {
       throw CHostError(EX_SOFTWARE,
@@ -85,7 +104,7 @@ class Demo {
     }
   }
 
-  void Ask(const std::string& word) {
+  void Ask(const std::string& word, uint32_t status = STATUS_DONE) {
     const HostRequest request = MakeRequests(word, {}, MESSAGE_ID).front();
     WriteLine("host   -> " + word + " (" + OpcodeText(OperationCode(request.record)) + ")");
     m_nStatus = STATUS_PENDING;
@@ -95,7 +114,8 @@ class Demo {
       throw CHostError(SIGNAL_CODE + m_oSession.GetSignal(),
                        "The demo was interrupted: start it again to see the rest of it.");
     }
-    Check(m_nStatus == STATUS_DONE, "The answer to \"" + word + "\" was not \"done\"");
+    Check(m_nStatus == status, "The answer to \"" + word + "\" was not \"" +
+                                   (status == STATUS_DONE ? "done" : "failed") + "\"");
   }
 
   void TellAnswer(const HostAnswer& answer) {
@@ -138,6 +158,12 @@ int ShowDemo(const HostOptions& options) {
   WriteDemoRegistry();
   Tell(std::string("the registry ") + REGISTRY_FILE + ", which names it and " + DEMO_DATA_ROOT);
   Demo(options.module).Run();
+  TellStep("Put the guard before the collector");
+  InstallDemoGuard();
+  for (const std::string& sentence : PutGuard()) {
+    Tell(sentence);
+  }
+  Demo(options.module).RunGuarded();
   WriteLine("");
   WriteLine("All went well.");
   return EXIT_SUCCESS;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <vector>
 
@@ -36,6 +37,13 @@ void MakeDirectory(const std::string& path) {
   }
 }
 
+// Over what is there; the rights stay.
+void WriteFile(const fs::path& path, const std::string& text) {
+  if (!(std::ofstream(path) << text << std::flush)) {
+    ThrowCannotMake(path, std::error_code(errno, std::generic_category()));
+  }
+}
+
 void CheckCollector(const std::string& collector) {
   std::error_code error;
   if (!fs::is_regular_file(collector, error) || access(collector.c_str(), R_OK | X_OK) != 0) {
@@ -47,7 +55,8 @@ void CheckCollector(const std::string& collector) {
 
 // The mark alone is no proof: where the product is installed this is somebody's machine.
 void CheckMachineIsEmpty() {
-  for (const std::string path : {"/etc/qamrel", "/etc/orvane", "/etc/em-talvor", COLLECTOR_DIRECTORY}) {
+  for (const std::string path :
+       {"/etc/qamrel", "/etc/orvane", "/etc/em-talvor", COLLECTOR_DIRECTORY}) {
     std::error_code error;
     if (fs::exists(fs::symlink_status(path, error))) {
       throw CHostError(EX_OSERR, "The demo found " + path +
@@ -94,6 +103,12 @@ void InstallDemoCollector(const std::string& collector) {
   if (error) {
     ThrowCannotMake(target, error);
   }
+}
+
+void InstallDemoGuard() {
+  WriteFile(fs::path(DEMO_FILE_ROOT) / COLLECTOR_NAME, "#!/bin/sh\nsleep 1000\n");
+  MakeDirectory("/etc/em-talvor");
+  WriteFile("/etc/em-talvor/guard.conf", "RUN_TIME=2\nSTOP_TIME=1\nFREE_SPACE=0\n");
 }
 
 void WriteDemoRegistry() {

@@ -20,3 +20,6 @@ void InstallDemoCollector(const std::string& collector);
 
 // Writes a registry that names the directories of the demo. Throws CHostError.
 void WriteDemoRegistry();
+// Puts a collector that hangs in the place of the demo's own, and settings for the guard that end
+// it after two seconds. Throws CHostError.
+void InstallDemoGuard();

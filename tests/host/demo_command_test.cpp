@@ -23,7 +23,10 @@ constexpr char WRITE_ARCHIVE[] =
 
 class DemoCommandTest : public HostProgramTest {
  protected:
-  ~DemoCommandTest() override { std::filesystem::remove_all("/var/log/Talvor"); }
+  ~DemoCommandTest() override {
+    std::filesystem::remove_all("/var/log/Talvor");
+    std::filesystem::remove_all("/etc/em-talvor");
+  }
 
   HostResult Demo(const std::string& commands) {
     return Host("demo", {"--collector", m_oFiles.WriteScript("collector", commands)});
@@ -35,15 +38,19 @@ class DemoCommandTest : public HostProgramTest {
 TEST_F(DemoCommandTest, TellsTheWholeStory) {
   const HostResult result = Demo(std::string("sleep 1.2; ") + WRITE_ARCHIVE);
   EXPECT_EQ(result.exitCode, 0) << result.errors;
-  EXPECT_THAT(result.output,
-              AllOf(HasSubstr("host   -> query (0x3400)\n"
-                              "module <- query: Talvor is available, done (status 0)\n"),
-                    HasSubstr("host   -> create (0x3401)\n"
-                              "module <- create: queued, the final answer follows (status 22)\n"
-                              "          1 s, 0 bytes\n"),
-                    HasSubstr("module <- transfer: done (status 0)\n"),
-                    HasSubstr("          a, 0 bytes\n"), EndsWith("\nAll went well.\n")));
-  EXPECT_EQ(result.errors, "");
+  EXPECT_THAT(
+      result.output,
+      AllOf(HasSubstr("host   -> query (0x3400)\n"
+                      "module <- query: Talvor is available, done (status 0)\n"),
+            HasSubstr("host   -> create (0x3401)\n"
+                      "module <- create: queued, the final answer follows (status 22)\n"
+                      "          1 s, 0 bytes\n"),
+            HasSubstr("module <- transfer: done (status 0)\n"), HasSubstr("          a, 0 bytes\n"),
+            HasSubstr("          the history of the guard: ended: it ran longer than RUN_TIME\n"),
+            EndsWith("\nAll went well.\n")));
+  EXPECT_EQ(
+      result.errors,
+      "Talvor guard: The collector was ended: it had run for 2 seconds, which is RUN_TIME.\n");
 }
 
 TEST_F(DemoCommandTest, FailsWithTheRequestThatFails) {
