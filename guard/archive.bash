@@ -12,7 +12,7 @@ list_unfinished() {
   done
 }
 
-# prepare_directory DIRECTORY: removes the archive of before, and notes what else is there of that name.
+# prepare_directory DIRECTORY: removes the archive of before, and notes what there is of that name.
 prepare_directory() {
   local file
   rm -f "$1/$archive_name" "$1/$archive_name.sha256" 2>/dev/null
@@ -21,7 +21,6 @@ prepare_directory() {
   for file in "$1/$archive_name"*; do
     before[$file]=there
   done
-  unset "before[$1/$archive_name]"
 }
 
 # Prints what is different for every file and after every change of one; nothing when there is none.
@@ -33,12 +32,12 @@ state_of() {
 remove_archive() {
   local unfinished
   list_unfinished "$1"
-  rm -f "$1/$archive_name" "${unfinished[@]}"
+  rm -f "$1/$archive_name"
+  rm -rf --one-file-system "${unfinished[@]}"
 }
 
 # ends_as_zip FILE SIZE: at its end is the record of where its directory is, and the directory ends where
-# the record begins. bsdtar does without, and takes an archive for whole that was cut off between two
-# members.
+# the record begins. bsdtar does without, and takes an archive for whole whose directory was cut off.
 ends_as_zip() {
   local record position comment directory directory_size
   # The record is 22 bytes long, and a comment of up to 65535 may follow.

@@ -21,11 +21,15 @@ knows_torn() {
 }
 
 test_archive() {
+  local program
   configure
   collector 'cp "$work/whole.zip" "$archive"'
   keeps 'a whole archive has its checksum beside it' gives 0 'done'
   keeps 'without namespaces' gives 0 'done' "${no_namespaces[@]}"
   keeps 'without bsdtar' gives 0 'done' without bsdtar
+  for program in setpriv unshare timeout logger; do
+    keeps "without $program" gives 0 'done' without "$program"
+  done
   collector 'head -c 100 "$work/whole.zip" >"$archive"'
   keeps 'a torn archive is removed' gives 70 broken
   keeps 'without bsdtar, too' gives 70 broken without bsdtar
@@ -40,6 +44,8 @@ test_archive() {
   configure
   collector 'mkfifo "$archive"'
   keeps 'nor read' gives 70 broken
+  collector 'mkdir "$archive" && echo text >"$archive/text"'
+  keeps 'a directory' gives 70 broken
   collector ': >"$archive"'
   keeps 'an empty file' gives 70 empty
   collector 'printf "PK\005\006\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0" >"$archive"'
