@@ -26,6 +26,19 @@ struct ReaderFreer {
                                     "): look at what the collector wrote.");
 }
 
+// A zip file is read by the directory at its end: the reader that does without takes a file for
+// whole whose directory was cut off.
+void SupportFormats(const std::string& path, archive* reader) {
+  std::string begin(2, '\0');
+  std::ifstream(path, std::ios::binary)
+      .read(begin.data(), static_cast<std::streamsize>(begin.size()));
+  if (begin == "PK") {
+    archive_read_support_format_zip_seekable(reader);
+  } else {
+    archive_read_support_format_all(reader);
+  }
+}
+
 // Returns the number of bytes.
 int64_t ReadMember(const std::string& path, archive* reader) {
   std::array<char, BLOCK_SIZE> block;
@@ -46,7 +59,7 @@ int64_t ReadMember(const std::string& path, archive* reader) {
 
 std::vector<ArchiveMember> ListArchive(const std::string& path) {
   const std::unique_ptr<archive, ReaderFreer> reader(archive_read_new());
-  archive_read_support_format_all(reader.get());
+  SupportFormats(path, reader.get());
   archive_read_support_filter_all(reader.get());
   if (archive_read_open_filename(reader.get(), path.c_str(), BLOCK_SIZE) != ARCHIVE_OK) {
     ThrowDamaged(path, reader.get());

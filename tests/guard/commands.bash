@@ -119,6 +119,9 @@ test_shown() {
   keeps 'without a checksum there is none to compare with' says 0 'there is no Talvor_Data.zip.sha256' inspect "$work/big.zip"
   cp "$work/big.zip" "$archive"
   keeps 'a change is told' says 65 'the file has changed since' inspect
+  bsdtar -a --options zip:compression=store -cf "$work/two.zip" -C "$work" member big
+  head -c -100 "$work/two.zip" >"$work/one.zip" # where its directory is
+  keeps 'an archive whose directory was cut off as well' says 65 'cannot be read' inspect "$work/one.zip"
   echo text >"$archive"
   keeps 'damage too' says 65 'cannot be read' inspect
   rm "$archive"
@@ -143,10 +146,30 @@ test_diagnosis() {
   configure
 }
 
+# Of an agent that runs a collector; which is why doctor fails otherwise.
+test_scheduling() {
+  local agent doctor=(doctor --module "$build/lib/qamrel/em_talvor")
+  if ! chrt --rr 50 true 2>/dev/null; then
+    echo 'skip - scheduling: no real-time class is allowed here'
+    return
+  fi
+  collector 'touch "$work/runs"; sleep 1000'
+  chrt --rr 50 "$build/bin/em_host" run --module "$build/lib/qamrel/em_talvor" create >/dev/null 2>&1 &
+  agent=$!
+  until [[ -e $work/runs ]]; do pause 0.01; done
+  keeps 'doctor tells that the guard takes the collector out of the class of its agent' says 69 \
+    "The agent, process $agent, is in a real-time class, priority 50; the guard takes" "${doctor[@]}"
+  em_host guard off
+  keeps 'and that it would stay there without' says 69 'put the guard before it with "em_host guard on".' "${doctor[@]}"
+  kill -KILL "$agent"
+  wait "$agent" 2>/dev/null
+}
+
 test_commands() {
   test_place
   test_place_without_data_root
   test_place_by_hand
   test_shown
   test_diagnosis
+  test_scheduling
 }
