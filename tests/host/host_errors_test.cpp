@@ -6,6 +6,7 @@
 #include <fstream>
 #include <utility>
 
+#include "host/host_request.h"
 #include "tests/host/host_program.h"
 
 namespace {
@@ -61,8 +62,8 @@ TEST_F(HostErrorsTest, LibraryIsNoModule) {
 
 TEST_F(HostErrorsTest, RequestIsUnknown) {
   ExpectError(Host("run", {"query", "destroy"}), 64,
-              "\"destroy\" is no request: give query, create, transfer, transfer=NAME, or @FILE "
-              "with a JSON record.");
+              "\"destroy\" is no request: give " + RequestWords() +
+                  ", transfer=NAME, or @FILE with a JSON record.");
 }
 
 TEST_F(HostErrorsTest, CommandLineIsWrong) {

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "frame/opcode.h"
 #include "platform/process/process_control.h"
 #include "platform/process/process_table.h"
 #include "tests/host/host_program.h"
@@ -151,7 +152,12 @@ TEST_F(RunCommandTest, ACollectorThatTheSystemDoesNotExecuteIsExplained) {
 TEST_F(RunCommandTest, TheListOfRequestsIsForScripts) {
   const HostResult result = Run({"--list"});
   EXPECT_EQ(result.exitCode, 0);
-  EXPECT_EQ(result.output, "query\ncreate\ntransfer\n");
+  std::string words;
+  for (const RequestName& request : REQUEST_NAMES) {
+    words += std::string(request.word) + "\n";
+  }
+  EXPECT_EQ(result.output, words);
+  EXPECT_THAT(words, StartsWith("query\ncreate\ntransfer\n"));
 }
 
 TEST_F(RunCommandTest, ATransferWithoutANameKeepsTheArchivesName) {
