@@ -1,5 +1,6 @@
-// The four functions that the host looks up by name. The only file that knows the host's side and
-// the module's side.
+// The only file that knows the host's side and the module's side.
+
+#include "frame/entry_points.h"
 
 #include <memory>
 #include <mutex>
@@ -10,8 +11,6 @@
 #include "archive_module/setup_actions.h"
 #include "base/forced_unwind.h"
 #include "trace/debug_client.h"
-
-#define EM_EXPORT extern "C" [[gnu::visibility("default")]]
 
 namespace {
 
@@ -54,11 +53,7 @@ bool DestroyInstance() {
 
 }  // namespace
 
-// Stores the one instance through `module` (which may be null); the first call creates it. `unused`
-// comes from the host and is ignored. Returns 1 when there is an instance. A second call
-// deliberately counts as a success although it traces an error: it hands out the same instance.
-// Throws std::bad_alloc.
-EM_EXPORT uint32_t EM_Create(CIExtensionModule** module, void* /*unused*/) {
+uint32_t EM_Create(CIExtensionModule** module, void* /*unused*/) {
   LoadTraceConfigOnce();
   const CTraceShield shield;
   if (g_pModule != nullptr) {
@@ -76,9 +71,7 @@ EM_EXPORT uint32_t EM_Create(CIExtensionModule** module, void* /*unused*/) {
   return g_pModule != nullptr ? 1 : 0;
 }
 
-// Destroys the instance. Returns 1 when this call did. Never throws; after an exception of the
-// destructor the instance counts as still there.
-EM_EXPORT uint32_t EM_Delete() {
+uint32_t EM_Delete() {
   LoadTraceConfigOnce();
   try {
     if (g_pModule == nullptr) {
@@ -102,11 +95,9 @@ EM_EXPORT uint32_t EM_Delete() {
   }
 }
 
-// Returns the module's name, a constant. Needs no instance.
-EM_EXPORT const char* EM_GetModuleName() { return MODULE_NAME; }
+const char* EM_GetModuleName() { return MODULE_NAME; }
 
-// Runs an installer's action and returns its result. Needs no instance.
-EM_EXPORT uint32_t EM_SetupAction(uint32_t action) {
+uint32_t EM_SetupAction(uint32_t action) {
   LoadTraceConfigOnce();
   return SetupAction(action);
 }

@@ -8,10 +8,6 @@ uintptr_t CHostSwitch::ForwardRequest(CIExtensionModule* /*module*/, SipJson* re
   return 1;
 }
 
-uintptr_t CHostSwitch::ForwardFlag(CIExtensionModule* /*module*/, bool /*flag*/) { return 1; }
-
-uintptr_t CHostSwitch::Forward(CIExtensionModule* /*module*/) { return 1; }
-
 uintptr_t CHostSwitch::ReturnRequest(CIExtensionModule* /*module*/, SipJson* request,
                                      uint32_t /*messageIdHigh*/, uint32_t /*messageIdLow*/) {
   m_oAnswers.Add(*request);

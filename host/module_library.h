@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "frame/entry_points.h"
 #include "frame/extension_module_interface.h"
 
 // The library of an extension module, loaded for the life of the object. Its entry points are valid
@@ -22,10 +23,10 @@ class CModuleLibrary {
   bool Unload();
 
   // The entry points; null after Unload().
-  uint32_t (*Create)(CIExtensionModule** module, void* unused) = nullptr;
-  uint32_t (*Delete)() = nullptr;
-  const char* (*GetModuleName)() = nullptr;
-  uint32_t (*SetupAction)(uint32_t action) = nullptr;
+  decltype(&EM_Create) Create = nullptr;
+  decltype(&EM_Delete) Delete = nullptr;
+  decltype(&EM_GetModuleName) GetModuleName = nullptr;
+  decltype(&EM_SetupAction) SetupAction = nullptr;
 
  private:
   template <typename Function>

@@ -4,15 +4,15 @@
 #include <cstdint>
 #include <thread>
 
+#include "frame/switch_interface.h"
 #include "soak/draw.h"
 #include "soak/hostile_book.h"
-#include "tests/support/default_switch.h"
 
 // The switch of a hostile host: takes its time, throws, sends requests to the module and stops it
 // from inside its operations. Enters final answers in the book, and plays HTI.
 //
 // Thread safety: the module may call from any of its threads.
-class CHostileSwitch final : public DefaultSwitch {
+class CHostileSwitch final : public CSwitchBase {
  public:
   // The book must outlive the object.
   CHostileSwitch(CHostileBook& book, uint32_t seed);

@@ -3,14 +3,14 @@
 #include <atomic>
 #include <cstdint>
 
+#include "frame/switch_interface.h"
 #include "soak/request_book.h"
-#include "tests/support/default_switch.h"
 
 // The switch of the soak: records final answers in the ledger, and plays HTI, which after a short
 // while answers with one status or another, or with none.
 //
 // Thread safety: the module may call from any of its threads.
-class CSoakSwitch final : public DefaultSwitch {
+class CSoakSwitch final : public CSwitchBase {
  public:
   // The ledger must outlive the object.
   explicit CSoakSwitch(CRequestBook& book) : m_oBook(book) {}

@@ -21,7 +21,6 @@
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "frame/switch_interface.h"
-#include "tests/support/default_switch.h"
 #include "tests/support/installed_registry.h"
 
 namespace {
@@ -47,7 +46,7 @@ bool Check(bool isRight, const char* what) {
   return isRight;
 }
 
-class Switch : public DefaultSwitch {
+class Switch : public CSwitchBase {
  public:
   uintptr_t ForwardRequest(CIExtensionModule* /*module*/, SipJson* request) override {
     auto& record = *reinterpret_cast<Record*>(request);

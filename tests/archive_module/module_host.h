@@ -14,7 +14,7 @@
 #include "archive_module/names.h"
 #include "frame/extension_module_interface.h"
 #include "frame/sip_json.h"
-#include "tests/support/default_switch.h"
+#include "frame/switch_interface.h"
 
 // Commands for MakeRequest() and Send().
 constexpr char QUERY[] = R"({"OC":13312})";
@@ -41,7 +41,7 @@ constexpr char TERMINATE_FORMAT[] =
 constexpr uint32_t CLEANUP = 4;
 
 // The host's switch. It records what the module hands to it.
-class TestSwitch : public DefaultSwitch {
+class TestSwitch : public CSwitchBase {
  public:
   uintptr_t ForwardRequest(CIExtensionModule* module, SipJson* request) override;
   uintptr_t ReturnRequest(CIExtensionModule* module, SipJson* request, uint32_t messageIdHigh,

@@ -1,0 +1,143 @@
+// A host with all that belongs to one: a switch, the module "HTI" and a trace sink. It asks whether
+// the collector is there, has it create an archive and transfers that, which copies it to a
+// directory:
+//   g++ -std=c++20 -rdynamic host.cpp -lem_talvor_record -o host
+//   CV_LOG_DEBUG_LEVEL=2 ./host /usr/lib/qamrel/em_talvor /tmp
+
+#include <dlfcn.h>
+#include <em_talvor/frame/entry_points.h>
+#include <em_talvor/frame/extension_module_interface.h>
+#include <em_talvor/frame/notification.h>
+#include <em_talvor/frame/opcode.h>
+#include <em_talvor/frame/sip_json.h>
+#include <em_talvor/frame/status.h>
+#include <em_talvor/frame/switch_interface.h>
+#include <em_talvor/trace/trace_sink.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <system_error>
+
+namespace {
+
+constexpr std::chrono::minutes TIME_LIMIT(30);  // some answers never come: see the interface
+constexpr uint32_t MODULE_ID = 1;
+
+// What the module sees of its host. The module calls ForwardRequest() and ReturnRequest() on a
+// thread of its own, and the records are its own: what is needed of them is copied.
+class CSwitch final : public CSwitchBase {
+ public:
+  explicit CSwitch(std::filesystem::path bmc) : m_oBmc(std::move(bmc)) {}
+
+  // Requests for other modules: this one plays HTI, and the directory the BMC.
+  uintptr_t ForwardRequest(CIExtensionModule*, SipJson* request) override {
+    uint32_t status = STATUS_UNHANDLED;
+    if (request->GetCmdUInt(request->m_nCmdIndex, "OC", 0) == OC_HTI_FILE_TRANSFER) {
+      const SipJson::Value& data = *request->FindCmdMember(request->m_nCmdIndex, "DA");
+      std::error_code error;
+      const auto name = std::filesystem::path(data["BmcFilePath"].GetString()).filename();
+      copy_file(data["LocalFilePath"].GetString(), m_oBmc / name,
+                std::filesystem::copy_options::overwrite_existing, error);
+      status = error ? STATUS_FAILED : STATUS_DONE;
+    }
+    request->SetCmdUInt("ST", status);
+    return 1;
+  }
+
+  // Final answers to requests that were answered "pending".
+  uintptr_t ReturnRequest(CIExtensionModule*, SipJson* request, uint32_t, uint32_t) override {
+    const std::lock_guard guard(m_oLock);
+    m_oAnswers.push_back(*request);
+    m_oAnswered.notify_one();
+    return 1;
+  }
+
+  // Waits for the next final answer and stores it. False when none has come in time.
+  bool WaitForAnswer(SipJson& answer) {
+    std::unique_lock guard(m_oLock);
+    if (!m_oAnswered.wait_for(guard, TIME_LIMIT, [this] { return !m_oAnswers.empty(); })) {
+      return false;
+    }
+    answer = m_oAnswers.front();
+    m_oAnswers.pop_front();
+    return true;
+  }
+
+ private:
+  const std::filesystem::path m_oBmc;
+  std::mutex m_oLock;
+  std::condition_variable m_oAnswered;
+  std::deque<SipJson> m_oAnswers;
+};
+
+// Asks one request and returns its final status. `name` is what a copy is to be called.
+uint32_t Ask(CIExtensionModule& module, CSwitch& theSwitch, const RequestName& what,
+             const char* name) {
+  SipJson request;
+  request.m_oDocument.Parse(R"({"SIP": {"V": 1, "CMD": [{}]}})");
+  request.SetCmdUInt("OC", what.opcode);
+  SipJson::Allocator& allocator = request.m_oDocument.GetAllocator();
+  request.m_oDocument["SIP"]["CMD"][0].AddMember("DA", SipJson::Value(name, allocator), allocator);
+  module.ModuleRequest(request);
+  if (request.GetCmdUInt(0, "ST", STATUS_UNHANDLED) == STATUS_PENDING &&
+      !theSwitch.WaitForAnswer(request)) {
+    std::puts("no final answer in time");
+  }
+  const uint32_t status = request.GetCmdUInt(0, "ST", STATUS_UNHANDLED);
+  std::printf("%s: status %u\n", what.word, status);
+  return status;
+}
+
+}  // namespace
+
+// The trace sink, which modules look up by the name "Debug". Texts bring their own line breaks.
+class CTraceOutput final : public ITraceSink {
+ public:
+  void Placeholder0() override {}
+  void Placeholder1() override {}
+  bool IsValid() override { return true; }
+  void Placeholder3() override {}
+  void Placeholder4() override {}
+  void Placeholder5() override {}
+  void Placeholder6() override {}
+  void PlainOutput(const char* format, va_list arguments, const char*) override {
+    std::vfprintf(stderr, format, arguments);
+  }
+  void Output(const char* format, va_list arguments, const char*) override {
+    std::vfprintf(stderr, format, arguments);
+  }
+};
+[[gnu::visibility("default")]] CTraceOutput Debug;
+
+int main(int count, char** arguments) {
+  if (count != 3) {
+    std::fprintf(stderr, "usage: %s MODULE DIRECTORY\n", arguments[0]);
+    return 64;
+  }
+  void* library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
+  const auto create = library == nullptr
+                          ? nullptr
+                          : reinterpret_cast<decltype(&EM_Create)>(dlsym(library, "EM_Create"));
+  CIExtensionModule* module = nullptr;
+  if (create == nullptr || create(&module, nullptr) == 0) {
+    std::fprintf(stderr, "%s: %s\n", arguments[1], dlerror());
+    return 70;
+  }
+  CSwitch theSwitch(arguments[2]);
+  module->Start(&theSwitch, MODULE_ID);
+  module->ModuleNotification(SCN_SWITCH_REQUEST_ENABLED, 0, 0);
+  uint32_t status = STATUS_DONE;
+  for (const RequestName& request : REQUEST_NAMES) {
+    status = status == STATUS_DONE ? Ask(*module, theSwitch, request, "archive.zip") : status;
+  }
+  module->ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
+  module->Stop();
+  reinterpret_cast<decltype(&EM_Delete)>(dlsym(library, "EM_Delete"))();
+  dlclose(library);
+  return static_cast<int>(status);
+}
