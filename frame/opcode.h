@@ -12,7 +12,7 @@
   REQUEST(OC_TRANSFER_ARCHIVE, 0x3402, "transfer", "transfer the archive to the BMC")
 
 // Values of "OC", the operation code of a command.
-#define EM_TALVOR_OPCODE(name, value, word, question) name = value,
+#define EM_TALVOR_OPCODE(name, value, word, question) name = (value),
 enum Opcode : uint32_t { EM_TALVOR_REQUESTS(EM_TALVOR_OPCODE) };
 #undef EM_TALVOR_OPCODE
 

@@ -36,7 +36,7 @@ uint32_t ActionCode(const std::string& action) {
 fs::path FindDirectoryLink() {
   std::vector<fs::path> left = {COLLECTOR_DIRECTORY};
   while (!left.empty()) {
-    const fs::path path = left.back();
+    fs::path path = left.back();
     left.pop_back();
     std::error_code error;
     if (!fs::is_directory(path, error)) {
