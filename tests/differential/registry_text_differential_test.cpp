@@ -233,7 +233,8 @@ void ExpectTheSameTree(const std::string& text) {
   const bool hasRead = ReferenceReader(text).ReadNode(expected);
   CRegistryNode node;
   EXPECT_EQ(ParseRegistryText(text, node), hasRead) << text;
-  EXPECT_TRUE(ReferenceNodeOf(node) == expected) << text << "\nread as\n" << WriteRegistryText(node);
+  EXPECT_TRUE(ReferenceNodeOf(node) == expected) << text << "\nread as\n"
+                                                 << WriteRegistryText(node);
 }
 
 class RegistryTextDifferentialTest : public DifferentialTest {};
