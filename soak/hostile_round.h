@@ -19,15 +19,13 @@
 //
 // Hostile is what the interface does not forbid. These rules are kept, since what breaks them may
 // fail in any way:
-// - One thread creates, starts and deletes. EM_Delete comes when no call runs on the instance,
-// which
-//   it frees, and from inside no call; the exports that need no instance go on meanwhile.
+// - One thread creates, starts and deletes. EM_Delete comes when no call runs on the instance, as
+//   it frees that, and from inside no call; the exports that need no instance go on meanwhile.
 // - No Start() runs beside a Stop() or follows one: a stopped module is not started again.
 // - The switch outlives EM_Delete, because a job may end there after Stop().
 // - A record is in one call at a time.
 // - The sink never calls the module, and no thread calls the module with a lock that the sink or
-// the
-//   switch takes.
+//   the switch takes.
 // - The environment stays as it is while the library is loaded, because the module reads it.
 // - SIGCHLD is left alone, and nobody waits for a child that is not his: the collector is the
 //   module's.
