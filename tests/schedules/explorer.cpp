@@ -2,10 +2,10 @@
 
 #include <csignal>
 
-#include "tests/schedules/choices.h"
 #include "tests/schedules/memory_watch.h"
 #include "tests/schedules/modelled_calls.h"
 #include "tests/schedules/scheduler.h"
+#include "tests/support/choices.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/schedules/choices.h"
 #include "tests/schedules/os_thread.h"
+#include "tests/support/choices.h"
 
 // Runs the threads of a scenario one at a time: exactly one has the baton, and hands it on where it
 // blocks, yields, ends, or stands at a switch point and a choice says so. Which one goes on is a

@@ -4,7 +4,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <stdexcept>
 
 namespace {
@@ -40,8 +43,10 @@ bool SteppedChild::Step() {
     ptrace(PTRACE_GET_SYSCALL_INFO, m_nChild, sizeof(call), &call);
     if (call.op == PTRACE_SYSCALL_INFO_ENTRY) {
       m_nSystemCall = call.entry.nr;
+      std::copy_n(call.entry.args, m_oArguments.size(), m_oArguments.begin());
       return true;
     }
+    m_nResult = call.exit.rval;
   }
   return false;
 }
@@ -58,8 +63,40 @@ bool SteppedChild::RunToStop() {
   if (!WIFEXITED(status)) {
     throw std::runtime_error("a signal stopped the child");
   }
+  m_nExitCode = WEXITSTATUS(status);
   m_nChild = -1;
   return false;
+}
+
+uint64_t SteppedChild::ReadWord(uint64_t address) const {
+  errno = 0;
+  const long word = ptrace(PTRACE_PEEKDATA, m_nChild, address, 0);
+  if (errno != 0) {
+    throw std::runtime_error("the child's memory cannot be read");
+  }
+  return static_cast<uint64_t>(word);
+}
+
+// Only whole words can be read, which never cross into a page that the child may not have.
+std::string SteppedChild::ReadMemory(uint64_t address, size_t size) const {
+  std::string bytes;
+  const uint64_t offset = address % sizeof(uint64_t);
+  for (uint64_t at = address - offset; at < address + size; at += sizeof(uint64_t)) {
+    const uint64_t word = ReadWord(at);
+    char piece[sizeof(word)];
+    std::memcpy(piece, &word, sizeof(word));
+    bytes.append(piece, sizeof(word));
+  }
+  return bytes.substr(offset, size);
+}
+
+std::string SteppedChild::ReadText(uint64_t address) const {
+  std::string text;
+  while (text.find('\0') == std::string::npos) {
+    text += ReadMemory(address + text.size(), 1);
+  }
+  text.pop_back();
+  return text;
 }
 
 void SteppedChild::Kill() {

@@ -1,4 +1,4 @@
-#include "tests/schedules/choices.h"
+#include "tests/support/choices.h"
 
 #include <sstream>
 #include <stdexcept>
@@ -20,6 +20,7 @@ Choices::Choices(const std::string& run) : m_nBound(0) {
   if (!text.eof()) {
     throw std::invalid_argument("not a schedule: " + run);
   }
+  m_nGiven = m_oRun.size();
 }
 
 size_t Choices::Choose(const std::vector<int>& costs) {
@@ -39,12 +40,18 @@ size_t Choices::Choose(const std::vector<int>& costs) {
   return choice.chosen;
 }
 
+void Choices::Repeat() {
+  m_oRun.resize(m_nGiven);
+  m_nNext = 0;
+}
+
 bool Choices::Advance() {
   m_nNext = 0;
   while (!m_oRun.empty()) {
     Choice& last = m_oRun.back();
     while (++last.chosen < last.costs.size()) {
       if (last.spent + last.costs[last.chosen] <= m_nBound) {
+        m_nGiven = m_oRun.size();
         return true;
       }
     }

@@ -25,6 +25,9 @@ class Choices {
   // Throws std::logic_error when the run does not repeat what it did before.
   size_t Choose(const std::vector<int>& costs);
 
+  // Turns to the same run again: the choices that it began with stay, the later ones are made anew.
+  void Repeat();
+
   // Turns to the next run. False when all have been tried.
   bool Advance();
 
@@ -39,5 +42,6 @@ class Choices {
 
   const int m_nBound;
   size_t m_nNext = 0;
+  size_t m_nGiven = 0;  // how many choices the run began with
   std::vector<Choice> m_oRun;
 };
