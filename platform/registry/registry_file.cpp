@@ -18,19 +18,21 @@ namespace {
 
 constexpr mode_t FILE_MODE = 0644;
 
+// A save that was killed may have left a file of that name. It is removed, not written over: while
+// the exchange of that save is not on the disk, it is still the current file there. What is no
+// regular file stays, and no file can be made.
+int MakeTemporaryFile() {
+  struct stat status = {};
+  if (lstat(REGISTRY_TEMPORARY_FILE, &status) == 0 && S_ISREG(status.st_mode)) {
+    unlink(REGISTRY_TEMPORARY_FILE);
+  }
+  return open(REGISTRY_TEMPORARY_FILE, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE);
+}
+
 // The temporary file; it is removed again unless it has been moved away.
 class TemporaryFile {
  public:
-  // Without O_NONBLOCK the open of a pipe of that name would wait for a reader.
-  TemporaryFile()
-      : m_oFile(open(REGISTRY_TEMPORARY_FILE,
-                     O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                     FILE_MODE)) {
-    struct stat status = {};
-    const bool isKnown = m_oFile.IsOpen() && fstat(m_oFile.Get(), &status) == 0;
-    m_bUsable = isKnown && S_ISREG(status.st_mode);
-    m_bRemove = m_oFile.IsOpen() && (m_bUsable || !isKnown);
-  }
+  TemporaryFile() : m_oFile(MakeTemporaryFile()), m_bRemove(m_oFile.IsOpen()) {}
   ~TemporaryFile() {
     if (m_bRemove) {
       unlink(REGISTRY_TEMPORARY_FILE);
@@ -39,7 +41,7 @@ class TemporaryFile {
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  bool IsUsable() const { return m_bUsable; }
+  bool IsOpen() const { return m_oFile.IsOpen(); }
 
   // Writes the content so that it survives a crash of the machine. False with errno.
   bool Fill(std::string_view text) {
@@ -70,8 +72,7 @@ class TemporaryFile {
 
  private:
   CDescriptor m_oFile;
-  bool m_bUsable = false;
-  bool m_bRemove = false;
+  bool m_bRemove;
 };
 
 enum class Current { FILLED, NOTHING_TO_KEEP, UNKNOWN };
@@ -164,7 +165,7 @@ RegistrySave SaveRegistryFile(const std::string& text) {
     return TraceFailure(REGISTRY_LOCK_FILE);
   }
   TemporaryFile temporary;
-  if (!temporary.IsUsable()) {
+  if (!temporary.IsOpen()) {
     DEBUG_TRACE(1, "CRegistry: ERROR: Cannot open \"%s\" for writing\n", REGISTRY_TEMPORARY_FILE);
     return RegistrySave::FAILED;
   }
