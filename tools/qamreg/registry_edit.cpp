@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <set>
 
+#include "base/flush_directory.h"
 #include "base/regular_file.h"
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_node.h"
@@ -84,10 +86,17 @@ void CheckLoadedLines() {
 
 bool IsBusy(const CRegistryLock& lock) { return lock.GetError() == EWOULDBLOCK; }
 
-std::unique_ptr<CRegistryLock> TakeLock(std::chrono::seconds limit) {
-  if (mkdir(REGISTRY_DIRECTORY, DIRECTORY_MODE) != 0 && errno != EEXIST) {
+// A directory that is made survives a loss of power, as what is saved in it does.
+void MakeDirectory() {
+  const bool isMade = mkdir(REGISTRY_DIRECTORY, DIRECTORY_MODE) == 0;
+  if (isMade ? !FlushDirectory(std::filesystem::path(REGISTRY_DIRECTORY).parent_path().c_str())
+             : errno != EEXIST) {
     ThrowNoChange(errno);
   }
+}
+
+std::unique_ptr<CRegistryLock> TakeLock(std::chrono::seconds limit) {
+  MakeDirectory();
   const std::chrono::seconds silence = std::min(limit, SILENT_WAIT);
   auto lock = std::make_unique<CRegistryLock>(RegistryUse::SAVE, silence);
   if (IsBusy(*lock) && limit > silence) {
