@@ -5,19 +5,17 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <optional>
+#include <system_error>
 
 #include "archive_module/names.h"
 #include "base/regular_file.h"
+#include "host/file_replacement.h"
 #include "host/host_error.h"
 #include "platform/profile/profile.h"
 #include "trace/config_files.h"
 #include "trace/config_section.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -31,45 +29,6 @@ struct Setting {
 };
 constexpr Setting LEVEL = {MODULE_NAME, LEVEL_KEY};
 constexpr Setting INTERVAL = {TRACE_GLOBAL_SECTION, INTERVAL_KEY};
-
-std::string TemporaryDirectory() {
-  std::error_code error;
-  const fs::path directory = fs::temp_directory_path(error);
-  if (error) {
-    throw CHostError(EX_CANTCREAT, "The directory for temporary files cannot be used (" +
-                                       error.message() + "): name another with TMPDIR.");
-  }
-  return directory;
-}
-
-// A copy of a file, to try a change on.
-class Rehearsal {
- public:
-  explicit Rehearsal(const std::string& path) {
-    const std::string parent = TemporaryDirectory();
-    m_strDirectory = parent + "/em_host.XXXXXX";
-    if (mkdtemp(m_strDirectory.data()) == nullptr) {
-      throw CHostError(EX_CANTCREAT, "No directory can be made in " + parent + " (" +
-                                         strerror(errno) +
-                                         "): make room there, or name another with TMPDIR.");
-    }
-    m_strFile = m_strDirectory + "/copy";
-    std::error_code error;
-    fs::copy_file(path, m_strFile, error);  // a missing file has no copy
-  }
-  ~Rehearsal() {
-    std::error_code ignored;
-    fs::remove_all(m_strDirectory, ignored);
-  }
-  Rehearsal(const Rehearsal&) = delete;
-  Rehearsal& operator=(const Rehearsal&) = delete;
-
-  const std::string& GetFile() const { return m_strFile; }
-
- private:
-  std::string m_strDirectory;
-  std::string m_strFile;
-};
 
 // The number as the module reads it; nothing when the file or the section is missing.
 std::optional<uint32_t> ReadSetting(const std::string& path, const Setting& setting) {
@@ -100,17 +59,6 @@ bool Write(const std::string& path, const Setting& setting, uint32_t number) {
   return profile.WriteUnsigned(section, setting.key, number);
 }
 
-void Rehearse(const std::string& path, const Setting& setting, uint32_t number) {
-  const Rehearsal rehearsal(path);
-  Write(rehearsal.GetFile(), setting, number);
-  if (ReadSetting(rehearsal.GetFile(), setting) != number) {
-    throw CHostError(EX_DATAERR, path + " was not changed: agents would not read the new value " +
-                                     "there. Remove the line \"EndOfFile\" from it, and lines of " +
-                                     "the section [" + setting.section + "] that contain \"" +
-                                     setting.key + "\" besides its own.");
-  }
-}
-
 // For the life of the object, new files are readable by all and writable by their owner only:
 // agents of every user read these files.
 class ReadableForAll {
@@ -137,14 +85,28 @@ std::string AdviceAgainst(int error) {
   return "check its directory.";
 }
 
-void Store(const std::string& path, const Setting& setting, uint32_t number) {
-  Rehearse(path, setting, number);
+// Changes a copy, and keeps it only when agents will read the new value there.
+void Replace(const std::string& path, const Setting& setting, uint32_t number) {
   const ReadableForAll mode;
-  std::error_code error;
-  fs::create_directories(fs::path(path).parent_path(), error);
+  CFileReplacement file(path);
   errno = EIO;
-  if (error || !Write(path, setting, number)) {
-    const int reason = error ? error.value() : errno;
+  if (!Write(file.GetCopy(), setting, number)) {
+    throw std::system_error(errno, std::generic_category());
+  }
+  if (ReadSetting(file.GetCopy(), setting) != number) {
+    throw CHostError(EX_DATAERR, path + " was not changed: agents would not read the new value " +
+                                     "there. Remove the line \"EndOfFile\" from it, and lines of " +
+                                     "the section [" + setting.section + "] that contain \"" +
+                                     setting.key + "\" besides its own.");
+  }
+  file.Commit();
+}
+
+void Store(const std::string& path, const Setting& setting, uint32_t number) {
+  try {
+    Replace(path, setting, number);
+  } catch (const std::system_error& error) {
+    const int reason = error.code().value();
     throw CHostError(
         IsForbidden(reason) ? EX_NOPERM : EX_CANTCREAT,
         path + " cannot be written (" + strerror(reason) + "): " + AdviceAgainst(reason));

@@ -42,3 +42,13 @@ CProfileFile::CProfileFile(const char* fileName, Mode mode)
     errno = 0;
   }
 }
+
+bool CProfileFile::IsReplaced(const char* fileName) const {
+  struct stat open = {};
+  struct stat named = {};
+  if (fstat(m_oFile.Get(), &open) != 0) {
+    return false;
+  }
+  return stat(fileName, &named) == 0 ? open.st_dev != named.st_dev || open.st_ino != named.st_ino
+                                     : errno == ENOENT;
+}

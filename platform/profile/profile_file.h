@@ -19,6 +19,9 @@ class CProfileFile {
 
   bool IsOpen() const { return m_oFile.IsOpen(); }
 
+  // True when the file of that name is another one by now, or gone. It must be open.
+  bool IsReplaced(const char* fileName) const;
+
   // The descriptor, owned by the object; -1 when it is not open.
   int GetDescriptor() const { return m_oFile.Get(); }
 

@@ -44,17 +44,6 @@ bool ChangeFile(int descriptor, const char* section, const char* key, const char
   return ReplaceFileRange(descriptor, change->from, change->to, key, value, change->leadingLineEnd);
 }
 
-// True when the file of that name is another one by now, or gone.
-bool IsReplaced(int descriptor, const char* fileName) {
-  struct stat open = {};
-  struct stat named = {};
-  if (fstat(descriptor, &open) != 0) {
-    return false;
-  }
-  return stat(fileName, &named) == 0 ? open.st_dev != named.st_dev || open.st_ino != named.st_ino
-                                     : errno == ENOENT;
-}
-
 bool IsEmpty(int descriptor) {
   struct stat status = {};
   return fstat(descriptor, &status) == 0 && status.st_size == 0;
@@ -100,7 +89,7 @@ class CProfileUpdater {
     if (lock.IsRefused()) {
       return ProfileUpdate::NOT_DONE;
     }
-    if (IsReplaced(file.GetDescriptor(), m_pFileName)) {
+    if (file.IsReplaced(m_pFileName)) {
       return std::nullopt;
     }
     if (change(file.GetDescriptor(), m_pSection, m_pKey, m_pValue)) {

@@ -189,15 +189,6 @@ TEST_F(TraceCommandTest, WhatItMakesCanBeReadByAllUnderEveryUmask) {
   }
 }
 
-TEST_F(TraceCommandTest, ADirectoryForTemporaryFilesThatIsMissingIsAnError) {
-  Program program({"/usr/bin/env", "TMPDIR=/missing", EM_HOST, "trace", "set", "3"});
-  EXPECT_EQ(program.Wait(), 73);
-  EXPECT_EQ(
-      program.Errors(),
-      "em_host: The directory for temporary files cannot be used (No such file or directory): "
-      "name another with TMPDIR.\n");
-}
-
 TEST_F(TraceCommandTest, BadCommandLinesAreRefused) {
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
            {}, {"set"}, {"set", "6"}, {"set", "x"}, {"dynamic"}, {"on"}}) {
