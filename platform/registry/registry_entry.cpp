@@ -1,36 +1,145 @@
 #include "platform/registry/registry_entry.h"
 
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <new>
 #include <utility>
 
-CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, std::string_view data)
-    : m_pBytes(new char[name.size() + data.size() + 2]),
-      m_nNameLength(static_cast<uint32_t>(name.size())),
-      m_nDataLength(static_cast<uint32_t>(data.size())),
-      m_nType(type) {
-  char* end = m_pBytes.get();
-  end += name.copy(end, name.size());
-  *end++ = '\0';
-  end += data.copy(end, data.size());
-  *end = '\0';
+namespace {
+
+using Key = std::shared_ptr<CRegistryNode>;
+
+constinit const Key NO_KEY;
+
+// Bytes of the largest block for several entries.
+constexpr size_t LARGEST_BLOCK = 16'384;
+
+template <size_t alignment>
+size_t AlignUp(size_t size) {
+  return (size + alignment - 1) / alignment * alignment;
+}
+
+}  // namespace
+
+// What stands at the beginning of a block.
+struct CRegistryRoom::Block {
+  static Block* Make(size_t capacity) { return new (::operator new(capacity)) Block{1}; }
+
+  void Drop() noexcept {
+    if (owners.load(std::memory_order_acquire) == 1 ||
+        owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      ::operator delete(this);
+    }
+  }
+
+  std::atomic<uint32_t> owners;  // its entries, and the room while it fills the block
+};
+
+void* CRegistryRoom::Take(size_t size) {
+  if (m_pBlock == nullptr || size > m_nCapacity - m_nUsed) {
+    Release();
+    const size_t capacity =
+        std::max(sizeof(Block) + size, std::min(2 * m_nTextSize, LARGEST_BLOCK));
+    m_pBlock = Block::Make(capacity);
+    m_nCapacity = capacity;
+    m_nUsed = sizeof(Block);
+  }
+  // No other thread knows an entry of a block that is being filled.
+  m_pBlock->owners.store(m_pBlock->owners.load(std::memory_order_relaxed) + 1,
+                         std::memory_order_relaxed);
+  return reinterpret_cast<char*>(m_pBlock) + std::exchange(m_nUsed, m_nUsed + size);
+}
+
+void CRegistryRoom::Release() noexcept {
+  if (m_pBlock != nullptr) {
+    std::exchange(m_pBlock, nullptr)->Drop();
+  }
+}
+
+// Leaves the data to be filled in, followed by a NUL; a subkey has an empty pointer.
+CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, size_t dataLength,
+                               CRegistryRoom* room) {
+  using Block = CRegistryRoom::Block;
+  static_assert(sizeof(Block) == alignof(Head));
+  Head head = {type, static_cast<uint32_t>(name.size()), static_cast<uint32_t>(dataLength), 0};
+  const size_t size = SizeOf(head);
+  void* piece = nullptr;
+  if (room != nullptr) {
+    piece = room->Take(size);
+    head.offset = static_cast<uint32_t>(room->m_nUsed - size);
+  } else {
+    piece = Block::Make(sizeof(Block) + size) + 1;
+    head.offset = sizeof(Block);
+  }
+  m_pHead.reset(new (piece) Head(head));
+  name.copy(NameOf(*m_pHead), name.size());
+  NameOf(*m_pHead)[name.size()] = '\0';
+  if (type == REG_KEY) {
+    new (KeyOf(*m_pHead)) Key;
+  } else {
+    DataOf(*m_pHead)[dataLength] = '\0';
+  }
+}
+
+void CRegistryEntry::HeadDeleter::operator()(Head* head) const noexcept {
+  if (head->type == REG_KEY) {
+    KeyOf(*head)->~Key();
+  }
+  reinterpret_cast<CRegistryRoom::Block*>(reinterpret_cast<char*>(head) - head->offset)->Drop();
+}
+
+// With what aligns the head of a next entry.
+size_t CRegistryEntry::SizeOf(const Head& head) {
+  const size_t payload =
+      head.type == REG_KEY ? alignof(Key) - 1 + sizeof(Key) : size_t{head.dataLength} + 1;
+  return AlignUp<alignof(Head)>(sizeof(Head) + head.nameLength + 1 + payload);
+}
+
+std::shared_ptr<CRegistryNode>* CRegistryEntry::KeyOf(const Head& head) {
+  return reinterpret_cast<Key*>(AlignUp<alignof(Key)>(reinterpret_cast<uintptr_t>(DataOf(head))));
 }
 
 CRegistryEntry CRegistryEntry::MakeString(std::string_view name, uint32_t type,
-                                          std::string_view text) {
-  return {name, type, text.substr(0, text.find('\0'))};
-}
-
-CRegistryEntry CRegistryEntry::MakeBinary(std::string_view name, std::string_view bytes) {
-  return {name, REG_BINARY, bytes};
-}
-
-CRegistryEntry CRegistryEntry::MakeInteger(std::string_view name, int32_t value) {
-  CRegistryEntry entry(name, REG_DWORD, {});
-  entry.m_nInteger = value;
+                                          std::string_view text, CRegistryRoom* room) {
+  const std::string_view data = text.substr(0, text.find('\0'));
+  CRegistryEntry entry(name, type, data.size(), room);
+  data.copy(DataOf(*entry.m_pHead), data.size());
   return entry;
 }
 
-CRegistryEntry CRegistryEntry::MakeKey(std::string_view name, std::shared_ptr<CRegistryNode> key) {
-  CRegistryEntry entry(name, REG_KEY, {});
-  entry.m_pKey = std::move(key);
+CRegistryEntry CRegistryEntry::MakeBinary(std::string_view name, std::string_view bytes,
+                                          CRegistryRoom* room) {
+  CRegistryEntry entry(name, REG_BINARY, bytes.size(), room);
+  bytes.copy(DataOf(*entry.m_pHead), bytes.size());
   return entry;
 }
+
+CRegistryEntry CRegistryEntry::MakeInteger(std::string_view name, int32_t value,
+                                           CRegistryRoom* room) {
+  CRegistryEntry entry(name, REG_DWORD, sizeof(value), room);
+  std::memcpy(DataOf(*entry.m_pHead), &value, sizeof(value));
+  return entry;
+}
+
+CRegistryEntry CRegistryEntry::MakeKey(std::string_view name, Key key, CRegistryRoom* room) {
+  CRegistryEntry entry(name, REG_KEY, 0, room);
+  entry.SetKey(std::move(key));
+  return entry;
+}
+
+int32_t CRegistryEntry::GetInteger() const {
+  int32_t value = 0;
+  if (GetType() == REG_DWORD) {
+    std::memcpy(&value, DataOf(*m_pHead), sizeof(value));
+  }
+  return value;
+}
+
+const std::shared_ptr<CRegistryNode>& CRegistryEntry::GetKey() const {
+  return IsKey() ? *KeyOf(*m_pHead) : NO_KEY;
+}
+
+void CRegistryEntry::SetKey(Key key) { *KeyOf(*m_pHead) = std::move(key); }
+
+std::shared_ptr<CRegistryNode> CRegistryEntry::TakeKey() { return std::move(*KeyOf(*m_pHead)); }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 class CRegistryNode;
@@ -14,38 +16,95 @@ constexpr uint32_t REG_BINARY = 3;     // bytes
 constexpr uint32_t REG_DWORD = 4;      // signed 32-bit integer
 constexpr uint32_t REG_KEY = 666;      // subkey
 
+// A value as read from a key.
+struct RegistryValue {
+  uint32_t type = 0;
+  std::string bytes;  // strings with their terminator, 4 bytes of an integer
+};
+
+// Memory for the many entries of a registry text, taken from the system in large blocks. A block
+// lives as long as the last of its entries, which may outlive the object.
+//
+// Not thread-safe; the entries are not tied to the thread that made them.
+class CRegistryRoom {
+ public:
+  // `textSize`: bytes of the text, which tell how much may be needed.
+  explicit CRegistryRoom(size_t textSize) : m_nTextSize(textSize) {}
+  ~CRegistryRoom() { Release(); }
+  CRegistryRoom(const CRegistryRoom&) = delete;
+  CRegistryRoom& operator=(const CRegistryRoom&) = delete;
+
+ private:
+  friend class CRegistryEntry;
+  struct Block;
+
+  // A piece of `size` bytes of m_pBlock.
+  void* Take(size_t size);
+  void Release() noexcept;
+
+  const size_t m_nTextSize;
+  Block* m_pBlock = nullptr;  // the one that is being filled
+  size_t m_nCapacity = 0;     // of it, in bytes
+  size_t m_nUsed = 0;
+};
+
 // One value or subkey of a registry key. The name may hold any byte but NUL.
+//
+// As small as a pointer: a key holds its entries in one array, which is searched and moved as a
+// whole. All else is in one piece of memory for each entry.
 //
 // Not thread-safe: the lock of the key that holds the entry guards it.
 class CRegistryEntry {
  public:
-  // `type` is REG_SZ or REG_EXPAND_SZ; the string ends at its first NUL.
-  static CRegistryEntry MakeString(std::string_view name, uint32_t type, std::string_view text);
-  static CRegistryEntry MakeBinary(std::string_view name, std::string_view bytes);
-  static CRegistryEntry MakeInteger(std::string_view name, int32_t value);
+  // `type` is REG_SZ or REG_EXPAND_SZ; the string ends at its first NUL. The memory comes from the
+  // room when there is one.
+  static CRegistryEntry MakeString(std::string_view name, uint32_t type, std::string_view text,
+                                   CRegistryRoom* room = nullptr);
+  static CRegistryEntry MakeBinary(std::string_view name, std::string_view bytes,
+                                   CRegistryRoom* room = nullptr);
+  static CRegistryEntry MakeInteger(std::string_view name, int32_t value,
+                                    CRegistryRoom* room = nullptr);
   // A null key makes the entry that stays for a deleted key.
-  static CRegistryEntry MakeKey(std::string_view name, std::shared_ptr<CRegistryNode> key);
+  static CRegistryEntry MakeKey(std::string_view name, std::shared_ptr<CRegistryNode> key,
+                                CRegistryRoom* room = nullptr);
 
-  // Both are followed by a NUL and valid until the entry changes.
-  std::string_view GetName() const { return {m_pBytes.get(), m_nNameLength}; }
-  std::string_view GetData() const { return {m_pBytes.get() + m_nNameLength + 1, m_nDataLength}; }
+  // Both are followed by a NUL and valid until the entry is destroyed. The data of an integer are
+  // its 4 bytes, those of a subkey are empty.
+  std::string_view GetName() const { return {NameOf(*m_pHead), m_pHead->nameLength}; }
+  std::string_view GetData() const {
+    return IsKey() ? std::string_view("") : std::string_view(DataOf(*m_pHead), m_pHead->dataLength);
+  }
 
-  uint32_t GetType() const { return m_nType; }
-  bool IsKey() const { return m_nType == REG_KEY; }
-  int32_t GetInteger() const { return m_nInteger; }
+  uint32_t GetType() const { return m_pHead->type; }
+  bool IsKey() const { return GetType() == REG_KEY; }
+  int32_t GetInteger() const;
 
   // Null unless the entry is a subkey, and for a deleted one.
-  const std::shared_ptr<CRegistryNode>& GetKey() const { return m_pKey; }
-  void SetKey(std::shared_ptr<CRegistryNode> key) { m_pKey = std::move(key); }
-  std::shared_ptr<CRegistryNode> TakeKey() { return std::move(m_pKey); }
+  const std::shared_ptr<CRegistryNode>& GetKey() const;
+  // Only for subkeys.
+  void SetKey(std::shared_ptr<CRegistryNode> key);
+  std::shared_ptr<CRegistryNode> TakeKey();
 
  private:
-  CRegistryEntry(std::string_view name, uint32_t type, std::string_view data);
+  // The name follows and a NUL, then the data and a NUL or, aligned, the pointer to the subkey.
+  struct Head {
+    uint32_t type;
+    uint32_t nameLength;
+    uint32_t dataLength;
+    uint32_t offset;  // bytes from the beginning of the block
+  };
+  struct HeadDeleter {
+    void operator()(Head* head) const noexcept;
+  };
 
-  std::unique_ptr<char[]> m_pBytes;  // name, NUL, data, NUL: one allocation for each value
-  uint32_t m_nNameLength;
-  uint32_t m_nDataLength;
-  uint32_t m_nType;
-  int32_t m_nInteger = 0;
-  std::shared_ptr<CRegistryNode> m_pKey;
+  CRegistryEntry(std::string_view name, uint32_t type, size_t dataLength, CRegistryRoom* room);
+
+  static char* NameOf(const Head& head) {
+    return reinterpret_cast<char*>(const_cast<Head*>(&head) + 1);
+  }
+  static char* DataOf(const Head& head) { return NameOf(head) + head.nameLength + 1; }
+  static std::shared_ptr<CRegistryNode>* KeyOf(const Head& head);
+  static size_t SizeOf(const Head& head);
+
+  std::unique_ptr<Head, HeadDeleter> m_pHead;
 };

@@ -51,6 +51,24 @@ void KeepLastOfEachName(std::vector<CRegistryEntry>& entries,
   entries.erase(kept, entries.end());
 }
 
+// The position of the first byte that differs, or the length of the shorter name. The names are
+// known to be the same before `start`.
+size_t FindDifference(std::string_view left, std::string_view right, size_t start) {
+  const size_t end = std::min(left.size(), right.size());
+  size_t position = start;
+  for (uint64_t words[2]; position + sizeof(words[0]) <= end; position += sizeof(words[0])) {
+    std::memcpy(&words[0], left.data() + position, sizeof(words[0]));
+    std::memcpy(&words[1], right.data() + position, sizeof(words[1]));
+    if (words[0] != words[1]) {
+      break;
+    }
+  }
+  while (position < end && left[position] == right[position]) {
+    ++position;
+  }
+  return position;
+}
+
 // Whether deleting the entry frees anything: integers and deleted keys have nothing.
 bool HasPayload(const CRegistryEntry& entry) {
   return entry.IsKey() ? entry.GetKey() != nullptr : entry.GetType() != REG_DWORD;
@@ -58,8 +76,9 @@ bool HasPayload(const CRegistryEntry& entry) {
 
 }  // namespace
 
+// Without a lock: nobody else refers to the key any more.
 CRegistryNode::~CRegistryNode() {
-  if (Kill(nullptr)) {
+  if (!std::exchange(m_bDead, true)) {
     FreeEntries(false);
   }
 }
@@ -67,6 +86,7 @@ CRegistryNode::~CRegistryNode() {
 void CRegistryNode::Clear() {
   CRegistryNode taken;  // its end frees them
   const CCriticalSectionGuard guard(m_oLock);
+  ++m_nGeneration;
   taken.m_oEntries.swap(m_oEntries);
 }
 
@@ -89,13 +109,15 @@ std::shared_ptr<CRegistryNode> CRegistryNode::CreateKey(std::string_view name) {
   if (m_bDead) {
     return nullptr;
   }
-  const auto position = LowerBound(name);
-  if (position == m_oEntries.end() || position->GetName() != name) {
+  const auto [position, isTaken] = Search(name);
+  if (!isTaken) {
     auto key = std::make_shared<CRegistryNode>();
+    ++m_nGeneration;
     m_oEntries.insert(position, CRegistryEntry::MakeKey(name, key));
     return key;
   }
   if (position->IsKey() && position->GetKey() == nullptr) {
+    ++m_nGeneration;
     position->SetKey(std::make_shared<CRegistryNode>());
   }
   return position->GetKey();
@@ -103,11 +125,11 @@ std::shared_ptr<CRegistryNode> CRegistryNode::CreateKey(std::string_view name) {
 
 bool CRegistryNode::AddKeyIfMissing(std::string_view name) {
   const CCriticalSectionGuard guard(m_oLock);
-  const auto position = LowerBound(name);
-  const bool isTaken = position != m_oEntries.end() && position->GetName() == name;
+  const auto [position, isTaken] = Search(name);
   if (isTaken && position->GetKey() != nullptr) {
     return false;
   }
+  ++m_nGeneration;
   CRegistryEntry key = CRegistryEntry::MakeKey(name, std::make_shared<CRegistryNode>());
   if (isTaken) {
     *position = std::move(key);
@@ -124,20 +146,8 @@ bool CRegistryNode::ReadValue(std::string_view name, RegistryValue& value) {
     return false;
   }
   const std::string_view data = entry->GetData();
-  switch (entry->GetType()) {
-    case REG_DWORD: {
-      const int32_t integer = entry->GetInteger();
-      value.bytes.resize(sizeof(integer));
-      std::memcpy(value.bytes.data(), &integer, sizeof(integer));
-      break;
-    }
-    case REG_BINARY:
-      value.bytes.assign(data);
-      break;
-    default:
-      value.bytes.assign(data.data(), data.size() + 1);
-      break;
-  }
+  const bool isString = entry->GetType() == REG_SZ || entry->GetType() == REG_EXPAND_SZ;
+  value.bytes.assign(data.data(), data.size() + (isString ? 1 : 0));
   value.type = entry->GetType();
   return true;
 }
@@ -148,8 +158,9 @@ CRegistryNode::Stored CRegistryNode::Store(CRegistryEntry entry,
   if (m_bDead) {
     return Stored::REFUSED;
   }
-  const auto position = LowerBound(entry.GetName());
-  if (position == m_oEntries.end() || position->GetName() != entry.GetName()) {
+  ++m_nGeneration;
+  const auto [position, isTaken] = Search(entry.GetName());
+  if (!isTaken) {
     m_oEntries.insert(position, std::move(entry));
     return Stored::ADDED;
   }
@@ -164,6 +175,7 @@ void CRegistryNode::StoreAll(std::vector<CRegistryEntry> entries,
   if (m_bDead) {
     return;
   }
+  ++m_nGeneration;
   if (!IsInOrder(entries)) {
     std::stable_sort(entries.begin(), entries.end(), ComesBefore);
     KeepLastOfEachName(entries, replaced);
@@ -186,10 +198,11 @@ bool CRegistryNode::Remove(std::string_view name, std::vector<CRegistryEntry>& r
   if (m_bDead) {
     return false;
   }
-  const auto position = LowerBound(name);
-  if (position == m_oEntries.end() || position->GetName() != name) {
+  const auto [position, isTaken] = Search(name);
+  if (!isTaken) {
     return false;
   }
+  ++m_nGeneration;
   removed.push_back(std::move(*position));
   m_oEntries.erase(position);
   return true;
@@ -201,6 +214,7 @@ bool CRegistryNode::DeleteKey(std::string_view name, std::shared_ptr<CRegistryNo
   if (entry == nullptr || !entry->IsKey()) {
     return false;
   }
+  ++m_nGeneration;
   key = entry->TakeKey();
   return true;
 }
@@ -219,6 +233,7 @@ bool CRegistryNode::Kill(CRegistryNode* outer) {
   if (m_bDead) {
     return false;
   }
+  ++m_nGeneration;
   m_bDead = true;
   m_pOuter = outer;
   return true;
@@ -254,11 +269,32 @@ void CRegistryNode::FreeEntries(bool isTraced) {
   }
 }
 
-std::vector<CRegistryEntry>::iterator CRegistryNode::LowerBound(std::string_view name) {
-  return std::lower_bound(m_oEntries.begin(), m_oEntries.end(), name,
-                          [](const CRegistryEntry& entry, std::string_view wanted) {
-                            return entry.GetName() < wanted;
-                          });
+// A binary search. All names between two that begin alike begin so too: a comparison starts after
+// what the nearest entries on both sides are known to share with the name.
+CRegistryNode::Position CRegistryNode::Search(std::string_view name) {
+  auto low = m_oEntries.begin();
+  auto high = m_oEntries.end();
+  size_t sharedWithLow = 0;
+  size_t sharedWithHigh = 0;
+  while (low != high) {
+    const auto middle = low + (high - low) / 2;
+    const std::string_view candidate = middle->GetName();
+    const size_t shared = FindDifference(candidate, name, std::min(sharedWithLow, sharedWithHigh));
+    if (shared == candidate.size() && shared == name.size()) {
+      return {middle, true};
+    }
+    const bool comesBefore = shared == candidate.size() ||
+                             (shared < name.size() && static_cast<uint8_t>(candidate[shared]) <
+                                                          static_cast<uint8_t>(name[shared]));
+    if (comesBefore) {
+      low = middle + 1;
+      sharedWithLow = shared;
+    } else {
+      high = middle;
+      sharedWithHigh = shared;
+    }
+  }
+  return {low, false};
 }
 
 // Null for a dead key.
@@ -266,8 +302,8 @@ CRegistryEntry* CRegistryNode::Find(std::string_view name) {
   if (m_bDead) {
     return nullptr;
   }
-  const auto position = LowerBound(name);
-  return position != m_oEntries.end() && position->GetName() == name ? &*position : nullptr;
+  const auto [position, isTaken] = Search(name);
+  return isTaken ? &*position : nullptr;
 }
 
 void KillRegistryKeys(const std::vector<CRegistryEntry>& entries) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -8,12 +9,6 @@
 
 #include "platform/registry/registry_entry.h"
 #include "platform/sync/critical_section.h"
-
-// A value as read from a key.
-struct RegistryValue {
-  uint32_t type = 0;
-  std::string bytes;  // strings with their terminator, 4 bytes of an integer
-};
 
 // One key of the registry tree: values and subkeys, sorted by name (byte order) in one name space.
 //
@@ -43,7 +38,8 @@ class CRegistryNode {
   // that of a value, which is lost. True when it made one. Throws std::bad_alloc.
   bool AddKeyIfMissing(std::string_view name);
 
-  // Copies a value. False when the name is free or that of a subkey. Throws std::bad_alloc.
+  // Copies a value. False, and `value` untouched, when the name is free or that of a subkey. Throws
+  // std::bad_alloc.
   bool ReadValue(std::string_view name, RegistryValue& value);
 
   enum class Stored { ADDED, REPLACED, REFUSED };  // refused: the key is dead
@@ -62,6 +58,9 @@ class CRegistryNode {
   // Takes the subkey out and leaves the entry of a deleted key. False when the name is not that of
   // a subkey; `key` is null when it was deleted before.
   bool DeleteKey(std::string_view name, std::shared_ptr<CRegistryNode>& key);
+
+  // A number above 0 that every change of the entries raises. Takes no lock.
+  uint64_t GetGeneration() const { return m_nGeneration; }
 
   // Calls `visit` with each entry, in order, under the lock.
   template <typename Visit>
@@ -83,13 +82,20 @@ class CRegistryNode {
   void deleteNode();
 
  private:
-  std::vector<CRegistryEntry>::iterator LowerBound(std::string_view name);
+  // Where an entry is, or where it would be.
+  struct Position {
+    std::vector<CRegistryEntry>::iterator entry;
+    bool isTaken;
+  };
+
+  Position Search(std::string_view name);
   CRegistryEntry* Find(std::string_view name);
   bool Kill(CRegistryNode* outer);
   void FreeEntries(bool isTraced);
 
   CCriticalSection m_oLock;
   std::vector<CRegistryEntry> m_oEntries;
+  std::atomic<uint64_t> m_nGeneration = 1;
   bool m_bDead = false;
   // Of a dead key, while it is being freed.
   CRegistryNode* m_pOuter = nullptr;

@@ -1,7 +1,9 @@
 #include "platform/registry/registry_parser.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -37,17 +39,19 @@ std::string ParseBytes(const std::string& text) {
 
 // A node whose end has not been read yet.
 struct OpenNode {
-  std::string name;
-  std::vector<CRegistryEntry> entries;
+  std::string_view name;
+  size_t firstEntry;
 };
 
 class Parser {
  public:
   explicit Parser(std::string_view text)
-      : m_strRest(text), m_bHasNul(text.find('\0') != std::string_view::npos) {}
+      : m_strRest(text),
+        m_bHasNul(text.find('\0') != std::string_view::npos),
+        m_oRoom(text.size()) {}
 
   bool Run(CRegistryNode& node) {
-    m_oNodes.emplace_back();
+    m_oNodes.push_back({{}, 0});
     while (!m_strRest.empty()) {
       const std::string_view line = TakeLine();
       if (!line.empty()) {
@@ -61,7 +65,7 @@ class Parser {
     while (m_oNodes.size() > 1) {
       CloseNode();
     }
-    Deliver(node, std::move(m_oNodes.back().entries));
+    Deliver(node);
     return m_bReadAny;
   }
 
@@ -74,7 +78,7 @@ class Parser {
   void ParseLine(std::string_view line) {
     const size_t nameEnd = line.front() == '[' ? line.find(']') : std::string_view::npos;
     if (nameEnd != std::string_view::npos) {
-      m_oNodes.push_back({std::string(line.substr(1, nameEnd - 1)), {}});
+      m_oNodes.push_back({line.substr(1, nameEnd - 1), m_oEntries.size()});
       m_bReadAny = true;
     } else {
       ParseValue(line);
@@ -89,13 +93,13 @@ class Parser {
     const std::string_view name = line.substr(0, marker);
     const std::string_view rest = line.substr(marker);
     if (rest.starts_with("=s=")) {
-      Add(CRegistryEntry::MakeString(name, REG_SZ, rest.substr(3)));
+      Add(CRegistryEntry::MakeString(name, REG_SZ, rest.substr(3), &m_oRoom));
     } else if (rest.starts_with("=es=")) {
-      Add(CRegistryEntry::MakeString(name, REG_EXPAND_SZ, rest.substr(4)));
+      Add(CRegistryEntry::MakeString(name, REG_EXPAND_SZ, rest.substr(4), &m_oRoom));
     } else if (rest.starts_with("=d=")) {
       ParseInteger(name, std::string(rest.substr(3)));
     } else if (rest.starts_with("=b=")) {
-      Add(CRegistryEntry::MakeBinary(name, ParseBytes(std::string(rest.substr(3)))));
+      Add(CRegistryEntry::MakeBinary(name, ParseBytes(std::string(rest.substr(3))), &m_oRoom));
     }
   }
 
@@ -103,26 +107,31 @@ class Parser {
     char* end = nullptr;
     const long number = std::strtol(text.c_str(), &end, 10);
     if (end != text.c_str()) {
-      Add(CRegistryEntry::MakeInteger(name, static_cast<int32_t>(number)));
+      Add(CRegistryEntry::MakeInteger(name, static_cast<int32_t>(number), &m_oRoom));
     }
     m_bReadAny = true;  // deliberately also for a line without digits, which stores nothing
   }
 
   void Add(CRegistryEntry entry) {
-    m_oNodes.back().entries.push_back(std::move(entry));
+    m_oEntries.push_back(std::move(entry));
     m_bReadAny = true;
   }
 
   // Makes the innermost node a subkey of the node around it.
   void CloseNode() {
-    OpenNode closed = std::move(m_oNodes.back());
+    auto key = std::make_shared<CRegistryNode>();
+    Deliver(*key);
+    const std::string_view name = m_oNodes.back().name;
     m_oNodes.pop_back();
-    const auto key = std::make_shared<CRegistryNode>();
-    Deliver(*key, std::move(closed.entries));
-    m_oNodes.back().entries.push_back(CRegistryEntry::MakeKey(closed.name, key));
+    m_oEntries.push_back(CRegistryEntry::MakeKey(name, std::move(key), &m_oRoom));
   }
 
-  static void Deliver(CRegistryNode& node, std::vector<CRegistryEntry> entries) {
+  // Moves the entries of the innermost node into `node`, in an array of just their number.
+  void Deliver(CRegistryNode& node) {
+    const auto first = m_oEntries.begin() + static_cast<std::ptrdiff_t>(m_oNodes.back().firstEntry);
+    std::vector<CRegistryEntry> entries(std::make_move_iterator(first),
+                                        std::make_move_iterator(m_oEntries.end()));
+    m_oEntries.erase(first, m_oEntries.end());
     std::vector<CRegistryEntry> replaced;
     node.StoreAll(std::move(entries), replaced);
     KillRegistryKeys(replaced);
@@ -130,7 +139,9 @@ class Parser {
 
   std::string_view m_strRest;
   const bool m_bHasNul;  // in all of the text: most texts hold none, and no line is searched then
-  std::vector<OpenNode> m_oNodes;  // from the outermost to the innermost
+  CRegistryRoom m_oRoom;
+  std::vector<OpenNode> m_oNodes;          // from the outermost to the innermost
+  std::vector<CRegistryEntry> m_oEntries;  // of all of them, in that order
   bool m_bReadAny = false;
 };
 
