@@ -58,6 +58,9 @@ CRegistry& CRegistry::operator=(const CRegistry& other) {
 }
 
 CRegistry::~CRegistry() {
+  if (CRegistryTree::Get().IsSaved()) {
+    return;
+  }
   const CTraceShield shield;
   try {
     CRegistryTree::Get().SaveTree();
@@ -165,10 +168,10 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
   }
   return FinishOpening([&] {
     if (FindString(valueName, nullptr) != REGISTRY_OK ||
-        FindRegistrySeparator(m_strValue) == std::string::npos) {
+        FindRegistrySeparator(m_oValue.bytes) == std::string::npos) {
       return REGISTRY_FAILED;
     }
-    return FollowPointer(m_strValue.c_str());
+    return FollowPointer(m_oValue.bytes.c_str());
   });
 }
 

@@ -203,7 +203,7 @@ class CRegistry {
   uint32_t m_nValueType = 0;
   bool m_bExpand = true;
   std::shared_ptr<CRegistryNode> m_pNode;  // the current key; null: none
-  std::string m_strValue;                  // the value last read
+  RegistryValue m_oValue;                  // the value buffer: the value last read
   std::string m_strPath;
 };
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::string_view SEPARATORS = "\\/";
+bool IsSeparator(char character) { return character == '\\' || character == '/'; }
 
 char ToUpper(char letter) {
   return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
@@ -18,10 +18,16 @@ std::string ToUpperRegistryName(std::string_view name) {
   return upper;
 }
 
-size_t FindRegistrySeparator(std::string_view path) { return path.find_first_of(SEPARATORS); }
+size_t FindRegistrySeparator(std::string_view path) {
+  const auto* const separator = std::find_if(path.begin(), path.end(), IsSeparator);
+  return separator != path.end() ? static_cast<size_t>(separator - path.begin())
+                                 : std::string_view::npos;
+}
 
 std::string_view CRegistryPath::Next() {
-  m_strRest.remove_prefix(std::min(m_strRest.find_first_not_of(SEPARATORS), m_strRest.size()));
+  while (!m_strRest.empty() && IsSeparator(m_strRest.front())) {
+    m_strRest.remove_prefix(1);
+  }
   const std::string_view component = m_strRest.substr(0, FindRegistrySeparator(m_strRest));
   m_strRest.remove_prefix(component.size());
   return component;

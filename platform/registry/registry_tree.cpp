@@ -156,15 +156,22 @@ CRegistryTree::Restored CRegistryTree::RestoreFile(const char* path, CRegistryNo
 }
 
 bool CRegistryTree::AddMissingRootKeys() {
+  const uint64_t generation = m_oTop.GetGeneration();
+  if (generation == m_nComplete) {
+    return true;
+  }
   bool isComplete = true;
   for (const char* name : ROOT_KEY_NAMES) {
     isComplete = !m_oTop.AddKeyIfMissing(name) && isComplete;
+  }
+  if (isComplete) {
+    m_nComplete = generation;
   }
   return isComplete;
 }
 
 bool CRegistryTree::SaveTree() {
-  if (!MIsDirty && !m_bUnflushed) {
+  if (IsSaved()) {
     return true;
   }
   const CCriticalSectionGuard guard(m_oLock);
@@ -187,7 +194,9 @@ bool CRegistryTree::WriteTree() {
   MIsDirty = false;
   RegistrySave result = RegistrySave::FAILED;
   try {
-    result = SaveRegistryFile(WriteRegistryText(m_oTop));
+    const std::string text = WriteRegistryText(m_oTop, m_nTextSize + m_nTextSize / 8);
+    m_nTextSize = text.size();
+    result = SaveRegistryFile(text);
   } catch (...) {
     MIsDirty = true;
     throw;

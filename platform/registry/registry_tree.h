@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -41,6 +43,9 @@ class CRegistryTree {
   // never saved.
   bool SaveTree();
 
+  // True when SaveTree() has nothing to do.
+  bool IsSaved() const { return !MIsDirty && !m_bUnflushed; }
+
   // Makes the next save write the tree. Operations that change it hold a CRegistryChange instead.
   void MarkDirty() { MIsDirty = true; }
 
@@ -65,10 +70,12 @@ class CRegistryTree {
 
   CCriticalSection m_oLock;  // the class lock: held while loading and saving
   CRegistryNode m_oTop;
+  std::atomic<uint64_t> m_nComplete = 0;  // a generation of the top with every root key
   std::atomic<bool> MIsDirty = false;
   std::atomic<bool> MIsSetup = false;
   std::atomic<bool> m_bUnflushed = false;  // the files are saved, but for their directory
   bool m_bUnread = false;                  // the current file exists and could not be read
+  size_t m_nTextSize = 0;                  // bytes of the last save
   std::string m_strLoaded;                 // what was loaded instead, in the format of the files
 };
 

@@ -71,7 +71,7 @@ const void* CRegistry::GetValue(const char* name, const HKEY& key) {
   const void* bytes = nullptr;
   Finish(REGISTRY_NO_DATA, [&] {
     const int32_t result = FindValue(name, key);
-    bytes = result == REGISTRY_OK ? m_strValue.data() : nullptr;
+    bytes = result == REGISTRY_OK ? m_oValue.bytes.data() : nullptr;
     return result;
   });
   return bytes;
@@ -79,21 +79,21 @@ const void* CRegistry::GetValue(const char* name, const HKEY& key) {
 
 // Reads a value into the value buffer.
 int32_t CRegistry::FindValue(const char* name, const HKEY& key) {
-  const std::shared_ptr<CRegistryNode> node = NodeOf(key);
+  // The current key is held already.
+  const std::shared_ptr<CRegistryNode> other = key.IsNull() ? nullptr : key.GetNode();
+  CRegistryNode* const node = key.IsNull() ? m_pNode.get() : other.get();
   if (node == nullptr) {
     return REGISTRY_INVALID;
   }
-  RegistryValue value;
-  if (name == nullptr || !node->ReadValue(name, value)) {
+  if (name == nullptr || !node->ReadValue(name, m_oValue)) {
     return REGISTRY_NO_DATA;
   }
-  if (value.type == REG_EXPAND_SZ && m_bExpand) {
-    value.bytes = ExpandEnvironment(value.bytes.c_str());
-    value.bytes.push_back('\0');
+  if (m_oValue.type == REG_EXPAND_SZ && m_bExpand) {
+    m_oValue.bytes = ExpandEnvironment(m_oValue.bytes.c_str());
+    m_oValue.bytes.push_back('\0');
   }
-  m_strValue = std::move(value.bytes);
-  m_nValueType = value.type;
-  m_nValueLength = static_cast<uint32_t>(m_strValue.size());
+  m_nValueType = m_oValue.type;
+  m_nValueLength = static_cast<uint32_t>(m_oValue.bytes.size());
   DEBUG_TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", name,
               static_cast<int32_t>(m_nValueLength));
   return REGISTRY_OK;
@@ -121,17 +121,17 @@ int32_t CRegistry::QueryValue(char* buffer, const char* name, uint32_t* count, c
 
 // Copies the string out of the value buffer.
 int32_t CRegistry::CopyString(char* buffer, uint32_t& count) const {
-  const auto size = static_cast<uint32_t>(m_strValue.size());
+  const auto size = static_cast<uint32_t>(m_oValue.bytes.size());
   const uint32_t length = size - 1;
   if (buffer == nullptr) {
     count = size;
     return REGISTRY_OK;
   }
   if (length >= count) {
-    std::memcpy(buffer, m_strValue.data(), count);
+    std::memcpy(buffer, m_oValue.bytes.data(), count);
     return REGISTRY_TOO_SMALL;
   }
-  std::memcpy(buffer, m_strValue.data(), size);
+  std::memcpy(buffer, m_oValue.bytes.data(), size);
   count = length;  // deliberately not the size: callers use it as the length of the string
   return REGISTRY_OK;
 }
@@ -140,7 +140,7 @@ int32_t CRegistry::QueryValue(std::string& text, const char* name, const HKEY& k
   return Finish(REGISTRY_NO_DATA, [&] {
     const int32_t result = FindString(name, key);
     if (result == REGISTRY_OK) {
-      text.assign(m_strValue.data(), m_strValue.size() - 1);
+      text.assign(m_oValue.bytes.data(), m_oValue.bytes.size() - 1);
     }
     return result;
   });

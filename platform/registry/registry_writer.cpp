@@ -31,7 +31,7 @@ void WriteInteger(int32_t value, std::string& text) {
   text.append(digits.data(), end);
 }
 
-const char* MarkerOf(uint32_t type) {
+std::string_view MarkerOf(uint32_t type) {
   switch (type) {
     case REG_SZ:
       return "=s=";
@@ -70,12 +70,17 @@ bool IsReadAsKey(std::string_view line) {
 }
 
 void WriteValue(const CRegistryEntry& entry, std::string& text) {
+  const std::string_view name = entry.GetName();
+  const std::string_view marker = MarkerOf(entry.GetType());
+  const size_t length = name.size() + marker.size();
+  if (length > REGISTRY_LINE_LENGTH || !IsReadAsOneLine(name)) {
+    return;
+  }
   const size_t start = text.size();
-  text.append(entry.GetName()).append(MarkerOf(entry.GetType()));
-  WriteData(entry, REGISTRY_LINE_LENGTH - std::min(text.size() - start, REGISTRY_LINE_LENGTH),
-            text);
+  text.append(name).append(marker);
+  WriteData(entry, REGISTRY_LINE_LENGTH - length, text);
   const std::string_view line = std::string_view(text).substr(start);
-  if (!IsReadAsOneLine(line) || IsReadAsKey(line)) {
+  if (line.size() > REGISTRY_LINE_LENGTH || IsReadAsKey(line)) {
     text.resize(start);
     return;
   }
@@ -108,8 +113,9 @@ std::vector<Subkey> WriteValues(CRegistryNode& node, std::string& text) {
 
 }  // namespace
 
-std::string WriteRegistryText(CRegistryNode& node) {
+std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize) {
   std::string text;
+  text.reserve(expectedSize);
   std::vector<std::vector<Subkey>>
       levels;  // what is left to write, from the outermost to the innermost
   levels.push_back(WriteValues(node, text));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 class CRegistryNode;
@@ -11,4 +12,6 @@ class CRegistryNode;
 // What is written can be read back: a string ends at its first line end and, as bytes do, where its
 // line would become longer than one that is read as one. What has no line of its own that is read
 // as such, because its name has a line end, is too long or looks like that of a key, is left out.
-std::string WriteRegistryText(CRegistryNode& node);
+//
+// Quickest when `expectedSize` is not far below the size of the text.
+std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize = 0);
