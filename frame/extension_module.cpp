@@ -154,8 +154,8 @@ void CExtensionModule::ResetMessageId(SipJson& request, uint32_t status) {
 }
 
 bool CExtensionModule::IsForServerCabinet(const SipJson& request) {
-  return !request.HasCmdMember(request.m_nCmdIndex, "CA") ||
-         request.GetCmdUInt(request.m_nCmdIndex, "CA", 0) == s_nCabinetNumber;
+  const SipJson::Value* cabinet = request.FindCmdMember(request.m_nCmdIndex, "CA");
+  return cabinet == nullptr || SipJson::ToUInt(*cabinet, 0) == s_nCabinetNumber;
 }
 
 void CExtensionModule::TraceRequest(const SipJson& request, uint32_t level) {

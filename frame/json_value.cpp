@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
+#include <memory_resource>
 #include <utility>
 #include <vector>
 
@@ -19,20 +21,20 @@ constexpr double LEAST_INT64 = -9223372036854775808.0;
 // The longest name that the library stores inside the value itself, without an allocation.
 constexpr size_t LONGEST_NAME_WITHIN = 8;
 
+// Levels of nesting for which a walk needs no further memory.
+constexpr size_t USUAL_DEPTH = 16;
+
+// Memory for the time of one operation: what is needed beyond the buffer comes from the heap.
+struct WorkingMemory {
+  std::byte buffer[2048];
+  std::pmr::monotonic_buffer_resource resource{buffer, sizeof(buffer)};
+};
+
 size_t Aligned(size_t size) { return RAPIDJSON_ALIGN(size); }
 
 // The library's growth rule for a member array or an array that is full.
 SizeType EnlargedCapacity(SizeType capacity) {
   return capacity == 0 ? 16 : capacity + (capacity + 1) / 2;
-}
-
-// The slots of a member array that has grown to `count` members one by one.
-size_t SlotsForMembers(SizeType count) {
-  SizeType slots = 0;
-  while (slots < count) {
-    slots = EnlargedCapacity(slots);
-  }
-  return slots;
 }
 
 // The capacity of an object's member array. The library has no accessor for it: it is the word
@@ -50,115 +52,126 @@ size_t MeasureGrowth(const Value& object) {
   return object.MemberCount() < slots ? 0 : EnlargedCapacity(slots) * sizeof(Value::Member);
 }
 
-// A copy is made in two passes over the same tree. The measurer adds up the memory, so that the
-// caller can set it aside in one piece: the library cannot report that it ran out halfway. The
-// copier then takes exactly that, or less where the library keeps a short string within its value.
-// Both recurse, because that is quickest for what requests hold, but only so deep: what is nested
-// deeper goes on a list and is handled from the top of the stack again.
+bool IsContainer(const Value& value) { return value.IsObject() || value.IsArray(); }
 
-constexpr int RECURSION_LIMIT = 64;
-
-class Measurer {
+// Walks the values below one, each container before what it holds, without recursion: values may
+// be nested deeper than the stack. The handler learns of each value as that of the library's
+// readers does.
+template <typename Handler>
+class Walker {
  public:
-  size_t Run(const Value& source) {
-    Measure(source, 0);
-    while (!m_oPending.empty()) {
-      const Value* next = m_oPending.back();
-      m_oPending.pop_back();
-      Measure(*next, 0);
+  Walker(Handler& handler, std::pmr::memory_resource& memory)
+      : m_oHandler(handler), m_oLevels(&memory) {
+    m_oLevels.reserve(USUAL_DEPTH);
+  }
+
+  void Run(const Value& top) {
+    if (!IsContainer(top)) {
+      m_oHandler.Scalar(top);
+      return;
     }
-    return m_nSize;
+    Enter(top);
+    while (!m_oLevels.empty()) {
+      Level& level = m_oLevels.back();
+      const Value* nested = level.container->IsObject() ? WalkMembers(level) : WalkElements(level);
+      if (nested != nullptr) {
+        Enter(*nested);
+      } else {
+        m_oHandler.End(*level.container);
+        m_oLevels.pop_back();
+      }
+    }
   }
 
  private:
-  void Measure(const Value& source, int depth) {
-    if (source.IsString()) {
-      m_nSize += Aligned(source.GetStringLength() + 1U);
-    } else if (!source.IsObject() && !source.IsArray()) {
-      return;
-    } else if (depth == RECURSION_LIMIT) {
-      m_oPending.push_back(&source);
-    } else if (source.IsObject()) {
-      m_nSize += SlotsForMembers(source.MemberCount()) * sizeof(Value::Member);
-      for (const auto& member : source.GetObject()) {
-        m_nSize += Aligned(member.name.GetStringLength() + 1U);
-        Measure(member.value, depth + 1);
-      }
-    } else {
-      m_nSize += source.Size() * sizeof(Value);
-      for (const Value& element : source.GetArray()) {
-        Measure(element, depth + 1);
-      }
-    }
+  struct Level {
+    const Value* container;
+    SizeType next;
+  };
+
+  void Enter(const Value& container) {
+    m_oHandler.Start(container);
+    m_oLevels.push_back({&container, 0});
   }
 
-  size_t m_nSize = 0;
-  std::vector<const Value*> m_oPending;
+  // Both go on to the next container in this one; null at the end.
+  const Value* WalkMembers(Level& level) {
+    const SizeType count = level.container->MemberCount();
+    auto member = level.container->MemberBegin() + level.next;
+    for (SizeType index = level.next; index < count; ++index, ++member) {
+      m_oHandler.Scalar(member->name);
+      if (IsContainer(member->value)) {
+        level.next = index + 1;
+        return &member->value;
+      }
+      m_oHandler.Scalar(member->value);
+    }
+    return nullptr;
+  }
+
+  const Value* WalkElements(Level& level) {
+    const SizeType count = level.container->Size();
+    const Value* element = level.container->Begin() + level.next;
+    for (SizeType index = level.next; index < count; ++index, ++element) {
+      if (IsContainer(*element)) {
+        level.next = index + 1;
+        return element;
+      }
+      m_oHandler.Scalar(*element);
+    }
+    return nullptr;
+  }
+
+  Handler& m_oHandler;
+  std::pmr::vector<Level> m_oLevels;
 };
 
-class Copier {
- public:
-  explicit Copier(Allocator& allocator) : m_oAllocator(allocator) {}
-
-  void Run(const Value& source, Value& target) {
-    Copy(source, target, 0);
-    while (!m_oPending.empty()) {
-      const auto [nextSource, nextTarget] = m_oPending.back();
-      m_oPending.pop_back();
-      Copy(*nextSource, *nextTarget, 0);
-    }
+// Adds up the memory of a copy, so that the caller can set it aside in one piece: the library
+// cannot report that it ran out halfway.
+struct Measurer {
+  void Start(const Value& container) {
+    size += container.IsObject() ? container.MemberCount() * sizeof(Value::Member)
+                                 : container.Size() * sizeof(Value);
   }
+  void Scalar(const Value& value) {
+    size += value.IsString() ? Aligned(value.GetStringLength() + 1U) : 0;
+  }
+  void End(const Value& /*container*/) {}
 
- private:
-  void Copy(const Value& source, Value& target, int depth) {
-    if (source.IsString()) {
-      target.SetString(source.GetString(), source.GetStringLength(), m_oAllocator);
-    } else if (!source.IsObject() && !source.IsArray()) {
-      target.CopyFrom(source, m_oAllocator);
+  size_t size = 0;
+};
+
+// The library's builder of documents. It gives each container an array of just its size, and keeps
+// the values of the containers that are still open on a stack, which is set aside too.
+using Builder = rapidjson::GenericDocument<rapidjson::UTF8<>, Allocator, Allocator>;
+
+struct Copier {
+  void Start(const Value& container) {
+    container.IsObject() ? builder.StartObject() : builder.StartArray();
+  }
+  void Scalar(const Value& value) {
+    if (value.IsString()) {
+      builder.String(value.GetString(), value.GetStringLength(), true);
+    } else if (value.IsUint()) {
+      builder.Uint(value.GetUint());
     } else {
-      CopyNested(source, target, depth);
+      value.Accept(builder);
     }
   }
-
-  // Kept out of Copy(), which is called for every value, most of them scalars.
-  [[gnu::noinline]] void CopyNested(const Value& source, Value& target, int depth) {
-    if (depth == RECURSION_LIMIT) {
-      m_oPending.emplace_back(&source, &target);
-    } else if (source.IsObject()) {
-      CopyObject(source, target, depth);
-    } else {
-      CopyArray(source, target, depth);
-    }
+  void End(const Value& container) {
+    container.IsObject() ? builder.EndObject(container.MemberCount())
+                         : builder.EndArray(container.Size());
   }
 
-  // All slots are made before the first string is copied, so that the member array grows in place.
-  void CopyObject(const Value& source, Value& target, int depth) {
-    target.SetObject();
-    for (SizeType count = source.MemberCount(); count > 0; --count) {
-      Value name("");
-      Value value;
-      target.AddMember(name, value, m_oAllocator);
-    }
-    auto copy = target.MemberBegin();
-    for (const auto& member : source.GetObject()) {
-      copy->name.SetString(member.name.GetString(), member.name.GetStringLength(), m_oAllocator);
-      Copy(member.value, copy->value, depth + 1);
-      ++copy;
-    }
+  // As Builder::Populate() calls it.
+  bool operator()(Builder& /*builder*/) {
+    Walker(*this, memory).Run(source);
+    return true;
   }
 
-  void CopyArray(const Value& source, Value& target, int depth) {
-    target.SetArray();
-    target.Reserve(source.Size(), m_oAllocator);
-    for (const Value& element : source.GetArray()) {
-      Value value;
-      target.PushBack(value, m_oAllocator);
-      Copy(element, target[target.Size() - 1], depth + 1);
-    }
-  }
-
-  Allocator& m_oAllocator;
-  std::vector<std::pair<const Value*, Value*>> m_oPending;
+  const Value& source;
+  Builder& builder;
+  std::pmr::memory_resource& memory;
 };
 
 }  // namespace
@@ -183,10 +196,37 @@ std::optional<uint64_t> ToJsonInteger(const Value& value) {
   return std::nullopt;
 }
 
-size_t MeasureJsonCopy(const Value& source) { return Measurer().Run(source); }
+size_t MeasureJsonCopy(const Value& source) {
+  WorkingMemory memory;
+  Measurer measurer;
+  Walker(measurer, memory.resource).Run(source);
+  return measurer.size;
+}
 
 void CopyJson(const Value& source, Value& target, Allocator& allocator) {
-  Copier(allocator).Run(source, target);
+  CopyJson(source, target, allocator, MeasureJsonCopy(source));
+}
+
+void CopyJson(const Value& source, Value& target, Allocator& allocator, size_t size) {
+  WorkingMemory memory;
+  // Each value takes no less room in its container than on the stack; the top has none.
+  const size_t stackSize = size + sizeof(Value);
+  const size_t bufferSize = stackSize + JSON_ALLOCATOR_SIZE;
+  Allocator stack(memory.resource.allocate(bufferSize), bufferSize);
+  Builder builder(&allocator, stackSize, &stack);
+  Copier copier = {source, builder, memory.resource};
+  builder.Populate(copier);
+  static_cast<Value&>(builder).Swap(target);
+}
+
+size_t MeasureJsonMembers(const Value& object, SizeType count) {
+  const SizeType last = object.MemberCount() + count;
+  size_t size = 0;
+  for (SizeType slots = object.MemberCount(); slots < last;) {
+    slots = EnlargedCapacity(slots);
+    size += slots * sizeof(Value::Member) + Aligned(LONGEST_NAME_WITHIN + 1) + JSON_ALLOCATOR_SIZE;
+  }
+  return size;
 }
 
 void AddJsonMember(Value& object, std::string_view name, Value value, Allocator& allocator) {

@@ -21,10 +21,18 @@ size_t MeasureJsonCopy(const rapidjson::Value& source);
 
 // Stores a deep copy of `source` in `target`, whose document owns `allocator`. The library's own
 // copy keeps constant and in-situ strings as pointers into somebody else's memory; this one
-// duplicates every string and name. Nesting is limited by memory only, not by the stack. Throws
-// std::bad_alloc, for very deep values only.
+// duplicates every string and name, and its objects and arrays have no free slots. Nesting is
+// limited by memory only, not by the stack. Throws std::bad_alloc and then leaves `target` as it
+// is.
 void CopyJson(const rapidjson::Value& source, rapidjson::Value& target,
               rapidjson::Document::AllocatorType& allocator);
+// The same for a caller who has measured: `size` is what MeasureJsonCopy() returned.
+void CopyJson(const rapidjson::Value& source, rapidjson::Value& target,
+              rapidjson::Document::AllocatorType& allocator, size_t size);
+
+// The bytes that AddJsonMember() takes from the allocator when it adds `count` members with short
+// names to a copy of the object.
+size_t MeasureJsonMembers(const rapidjson::Value& object, rapidjson::SizeType count);
 
 // Adds a member to an object of the document that owns `allocator`. Changes nothing when memory is
 // exhausted.
@@ -36,16 +44,18 @@ void AddJsonMember(rapidjson::Value& object, std::string_view name, rapidjson::V
 bool GrowJsonArray(rapidjson::Value& array, rapidjson::SizeType count,
                    rapidjson::Document::AllocatorType& allocator);
 
+// Bytes of an allocator, at the start of its buffer, at most.
+constexpr size_t JSON_ALLOCATOR_SIZE = 128;
+
 // Calls `use` with an allocator that already holds `size` bytes (each allocation rounded up to 8),
 // taken from `owner`, which keeps them. False, and `use` is not called, when memory is exhausted.
 template <typename Use>
 bool WithJsonRoom(rapidjson::Document::AllocatorType& owner, size_t size, const Use& use) {
-  constexpr size_t OWN_NEED = 128;  // of an allocator, at the start of its buffer, at most
-  void* const room = owner.Malloc(size + OWN_NEED);
+  void* const room = owner.Malloc(size + JSON_ALLOCATOR_SIZE);
   if (room == nullptr) {
     return false;
   }
-  rapidjson::Document::AllocatorType allocator(room, size + OWN_NEED);
+  rapidjson::Document::AllocatorType allocator(room, size + JSON_ALLOCATOR_SIZE);
   use(allocator);
   return true;
 }

@@ -14,15 +14,39 @@ namespace {
 // Writers do not grow the command array beyond this index, whatever a hostile request asks for.
 constexpr uint32_t LAST_WRITABLE_INDEX = 65'535;
 
-// Bytes of the first chunk of a copied record: enough for a typical one and its answer.
-constexpr size_t LEAST_CHUNK_SIZE = 1024;
+// Bytes of the smallest chunk of a record.
+constexpr size_t LEAST_CHUNK_SIZE = 256;
 
-const SipJson::Value* FindMember(const SipJson::Value& object, const char* key) {
+// The members that an answer may add to a command: "ST", "CA" and "MI".
+constexpr rapidjson::SizeType ANSWER_MEMBERS = 3;
+
+// Stateless, so that one serves all documents, which would each allocate their own.
+rapidjson::CrtAllocator g_oHeap;
+
+bool IsNamed(const SipJson::Value& name, std::string_view key) {
+  if (name.GetStringLength() != key.size()) {
+    return false;
+  }
+  const char* const letters = name.GetString();
+  for (size_t index = 0; index < key.size(); ++index) {
+    if (letters[index] != key[index]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// As the library's own search, but without its calls for each of the short names.
+const SipJson::Value* FindMember(const SipJson::Value& object, std::string_view key) {
   if (!object.IsObject()) {
     return nullptr;
   }
-  const auto member = object.FindMember(key);
-  return member != object.MemberEnd() ? &member->value : nullptr;
+  for (const auto& member : object.GetObject()) {
+    if (IsNamed(member.name, key)) {
+      return &member.value;
+    }
+  }
+  return nullptr;
 }
 
 // The array of commands, or null.
@@ -67,13 +91,32 @@ uint32_t ParseNumber(std::string_view string) {
   return ParseDigits(string, 10);
 }
 
+// The bytes of a copy, with those for its answer: the status of a job is told when memory is
+// exhausted, too.
+size_t MeasureCopy(const SipJson& record) {
+  const size_t size = MeasureJsonCopy(record.m_oDocument);
+  const SipJson::Value* command = record.FindCommand(record.m_nCmdIndex);
+  if (command == nullptr) {
+    return size;
+  }
+  const auto present = std::count_if(
+      command->MemberBegin(), command->MemberEnd(), [](const SipJson::Value::Member& member) {
+        const std::string_view name(member.name.GetString(), member.name.GetStringLength());
+        return name == "ST" || name == "CA" || name == "MI";
+      });
+  const auto missing =
+      ANSWER_MEMBERS -
+      std::min<rapidjson::SizeType>(static_cast<rapidjson::SizeType>(present), ANSWER_MEMBERS);
+  return size + MeasureJsonMembers(*command, missing);
+}
+
 // Replaces the unused allocator of a document with one that already holds `size` bytes. That is
 // done in place: the document keeps owning its allocator and can be moved and swapped like any
 // other. Throws std::bad_alloc.
 void ReserveAtOnce(SipJson::Allocator& allocator, size_t size) {
   const size_t probe = RAPIDJSON_ALIGN(1);
   std::destroy_at(&allocator);
-  std::construct_at(&allocator, std::max(size + probe, LEAST_CHUNK_SIZE));
+  std::construct_at(&allocator, std::max(size + probe, LEAST_CHUNK_SIZE), &g_oHeap);
   if (allocator.Malloc(probe) == nullptr) {
     throw std::bad_alloc();
   }
@@ -83,8 +126,10 @@ void ReserveAtOnce(SipJson::Allocator& allocator, size_t size) {
 
 SipJson::SipJson(size_t room) { ReserveAtOnce(m_oDocument.GetAllocator(), room); }
 
-SipJson::SipJson(const SipJson& other) : SipJson(MeasureJsonCopy(other.m_oDocument)) {
-  CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator());
+SipJson::SipJson(const SipJson& other) : SipJson(other, MeasureCopy(other)) {}
+
+SipJson::SipJson(const SipJson& other, size_t size) : SipJson(size) {
+  CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator(), size);
   m_nCmdIndex = other.m_nCmdIndex;
 }
 
@@ -114,10 +159,17 @@ bool SipJson::HasCmdMember(uint32_t index, const char* key) const {
 
 uint32_t SipJson::GetCmdUInt(uint32_t index, const char* key, uint32_t defaultValue) const {
   const Value* member = FindCmdMember(index, key);
-  if (member != nullptr && member->IsString()) {
-    return ParseNumber({member->GetString(), member->GetStringLength()});
+  return member != nullptr ? ToUInt(*member, defaultValue) : defaultValue;
+}
+
+uint32_t SipJson::ToUInt(const Value& member, uint32_t defaultValue) {
+  if (member.IsUint()) {
+    return member.GetUint();
   }
-  const auto integer = member != nullptr ? ToJsonInteger(*member) : std::nullopt;
+  if (member.IsString()) {
+    return ParseNumber({member.GetString(), member.GetStringLength()});
+  }
+  const auto integer = ToJsonInteger(member);
   return integer ? static_cast<uint32_t>(*integer) : defaultValue;
 }
 
@@ -127,7 +179,7 @@ void SipJson::SetCmdUInt(const char* key, uint32_t value) {
     return;
   }
   Allocator& allocator = m_oDocument.GetAllocator();
-  if (!GrowJsonArray(*commands, m_nCmdIndex + 1, allocator)) {
+  if (m_nCmdIndex >= commands->Size() && !GrowJsonArray(*commands, m_nCmdIndex + 1, allocator)) {
     return;
   }
   Value& command = (*commands)[m_nCmdIndex];

@@ -47,6 +47,8 @@ class SipJson {
   // parsed up to the first character that does not fit, with the prefixes 0x (hexadecimal) and 0
   // (octal).
   uint32_t GetCmdUInt(uint32_t index, const char* key, uint32_t defaultValue) const;
+  // The same for a member that has been found.
+  static uint32_t ToUInt(const Value& member, uint32_t defaultValue);
 
   // The type of "DA"; kNullType when absent.
   rapidjson::Type GetDataType(uint32_t index) const;
@@ -94,6 +96,10 @@ class SipJson {
 
   rapidjson::Document m_oDocument;
   uint32_t m_nCmdIndex = 0;  // the current command
+
+ private:
+  // A deep copy with `size` bytes at hand, which it needs at most.
+  SipJson(const SipJson& other, size_t size);
 };
 
 #pragma GCC diagnostic push

@@ -199,8 +199,9 @@ bool SipJson::GetJsonData(uint32_t index, Value& value, Allocator& allocator) co
   if (data == nullptr || (!data->IsObject() && !data->IsArray())) {
     return false;
   }
-  const auto copy = [&](Allocator& room) { CopyJson(*data, value, room); };
-  if (!WithJsonRoom(allocator, MeasureJsonCopy(*data), copy)) {
+  const size_t size = MeasureJsonCopy(*data);
+  const auto copy = [&](Allocator& room) { CopyJson(*data, value, room, size); };
+  if (!WithJsonRoom(allocator, size, copy)) {
     throw std::bad_alloc();
   }
   return true;
