@@ -114,6 +114,9 @@ class CTaskSerializer {
   Level& GetLevel(int32_t level) { return m_oLevels[static_cast<size_t>(level)]; }
   void EnableAllLevels(bool enabled);
   bool HoldsTask() const;
+  // A signalled event stays so until the worker has found the queues empty, under the lock. To set
+  // it again or to wait for it then does nothing but write trace lines.
+  bool IsWakeUpPending() const { return m_oWakeUp.IsSignaled() && !g_oDebugClient.IsEnabled(); }
   void DropAllTasks();
   void JoinWorker(const CThread::WaitsOn& waitsOn);
 
@@ -220,7 +223,9 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
     const CTraceShield shield;  // the task is queued: nothing may throw from here on
     DEBUG_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!",
                 level);
-    m_oWakeUp.SetWithoutYield();
+    if (!IsWakeUpPending()) {
+      m_oWakeUp.SetWithoutYield();
+    }
   }
   sched_yield();  // not under the lock, which the woken worker needs
   return 1;
@@ -305,7 +310,9 @@ void CTaskSerializer<T>::RunWorker() {
   Survives([this] { OnThreadStart(); });
   do {
     DEBUG_TRACE_NOTHROW(4, "\nCTaskSerializer     : Waiting on task queue for next task ...");
-    m_oWakeUp.Wait(EVENT_INFINITE, true);
+    if (!IsWakeUpPending()) {
+      m_oWakeUp.Wait(EVENT_INFINITE, true);
+    }
     DEBUG_TRACE_NOTHROW(4, "\nCTaskSerializer     : Wakeup from (any) task queue!");
     if (m_bTerminate) {
       break;

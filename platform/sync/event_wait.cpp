@@ -45,10 +45,20 @@ int WaitUntil(EventRecord& record, const timespec& deadline) {
       [&] { return pthread_cond_timedwait(&record.condition, &record.mutex, &deadline); });
 }
 
+// The end of a wait whose deadline has come when it begins. Asked to wait for it, the system takes
+// tens of microseconds to notice.
+int LookOnly() {
+  pthread_testcancel();
+  return ETIMEDOUT;
+}
+
 // Waits on the locked record. Returns pthread's result.
 int WaitOn(EventRecord& record, uint32_t milliseconds, bool trace) {
   if (milliseconds == EVENT_INFINITE) {
     return WaitForever(record);
+  }
+  if (milliseconds == 0 && !(trace && g_oDebugClient.IsEnabled())) {
+    return LookOnly();
   }
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -61,9 +71,7 @@ int WaitOn(EventRecord& record, uint32_t milliseconds, bool trace) {
         deadline.tv_nsec);
   }
   if (milliseconds == 0) {
-    // The deadline has come. Asked to wait for it, the system takes tens of microseconds to notice.
-    pthread_testcancel();
-    return ETIMEDOUT;
+    return LookOnly();
   }
   return WaitUntil(record, deadline);
 }

@@ -15,21 +15,17 @@ using testing::ElementsAre;
 
 using SerializerWakeUpTest = SerializerTest;
 
-// After the last task the worker locks the event for its wait, scans, and locks the event again to
-// reset it: a task queued at that moment would be lost if the scan did not include the reset.
+// After the last task the worker locks the queues, scans, and locks the event to reset it: a task
+// queued at that moment would be lost if the scan did not include the reset.
 TEST_F(SerializerWakeUpTest, ATaskQueuedBetweenAnEmptyScanAndTheResetIsNotLost) {
   std::atomic<std::thread::id> worker;  // once it has done its first task
-  pthread_mutex_t* firstMutex = nullptr;
+  int locks = 0;
   BlockedInsertion insertion;
   TestSerializer serializer;
   const auto locking = calls::pthread_mutex_lock.Answer([&](pthread_mutex_t* mutex) {
-    if (worker.load() == std::this_thread::get_id()) {
-      if (firstMutex == nullptr) {
-        firstMutex = mutex;
-      } else if (firstMutex == mutex) {
-        worker = std::thread::id();
-        insertion.Begin(serializer, 2, 0);
-      }
+    if (worker.load() == std::this_thread::get_id() && ++locks == 2) {
+      worker = std::thread::id();
+      insertion.Begin(serializer, 2, 0);
     }
     return calls::pthread_mutex_lock.Real(mutex);
   });
