@@ -97,7 +97,9 @@ size_t CRegistryEntry::SizeOf(const Head& head) {
 }
 
 std::shared_ptr<CRegistryNode>* CRegistryEntry::KeyOf(const Head& head) {
-  return reinterpret_cast<Key*>(AlignUp<alignof(Key)>(reinterpret_cast<uintptr_t>(DataOf(head))));
+  char* const end = DataOf(head);
+  const auto address = reinterpret_cast<uintptr_t>(end);
+  return reinterpret_cast<Key*>(end + (AlignUp<alignof(Key)>(address) - address));
 }
 
 CRegistryEntry CRegistryEntry::MakeString(std::string_view name, uint32_t type,

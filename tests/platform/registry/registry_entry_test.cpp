@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/registry/registry_node.h"
 
@@ -63,6 +65,41 @@ TEST(RegistryEntryTest, MovesKeepEverything) {
   const CRegistryEntry entry = std::move(source);
   EXPECT_EQ(entry.GetName(), "name");
   EXPECT_EQ(entry.GetData(), "text");
+}
+
+TEST(RegistryEntryTest, EntriesOutliveTheRoomThatTheyWereMadeIn) {
+  constexpr int ENTRIES = 1000;
+  const auto node = std::make_shared<CRegistryNode>();
+  std::vector<CRegistryEntry> entries;
+  {
+    CRegistryRoom room(10'000);
+    for (int index = 0; index < ENTRIES; ++index) {
+      const std::string name = std::to_string(index);
+      entries.push_back(CRegistryEntry::MakeString(name, REG_SZ, name + " text", &room));
+      entries.push_back(CRegistryEntry::MakeInteger(name, index, &room));
+      entries.push_back(CRegistryEntry::MakeKey(name, node, &room));
+    }
+  }
+  for (int index = 0; index < ENTRIES; ++index) {
+    const CRegistryEntry* entry = &entries[3 * static_cast<size_t>(index)];
+    const std::string name = std::to_string(index);
+    EXPECT_EQ(entry[0].GetName(), name);
+    EXPECT_EQ(entry[0].GetData(), name + " text");
+    EXPECT_EQ(entry[1].GetInteger(), index);
+    EXPECT_EQ(entry[2].GetKey(), node);
+  }
+  entries.clear();
+  EXPECT_EQ(node.use_count(), 1);
+}
+
+TEST(RegistryEntryTest, ARoomTakesEntriesOfAnySize) {
+  CRegistryRoom room(0);
+  const std::string large(100'000, 'x');
+  const CRegistryEntry first = CRegistryEntry::MakeBinary("first", large, &room);
+  const CRegistryEntry second = CRegistryEntry::MakeBinary("second", "", &room);
+  EXPECT_EQ(first.GetData(), large);
+  EXPECT_EQ(second.GetName(), "second");
+  EXPECT_EQ(second.GetData(), "");
 }
 
 TEST(RegistryEntryTest, TypesHaveTheNumbersThatFilesAndCallersUse) {

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -336,6 +338,27 @@ TEST_F(RegistryTreeTest, AddMissingRootKeysTellsWhetherNoneWasMissing) {
             "[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\nName=d=1\n\n[HKEY_CURRENT_USER]\n\n"
             "[HKEY_LOCAL_MACHINE]\n\n[HKEY_USERS]\n\n\n");
   EXPECT_TRUE(m_oTree.AddMissingRootKeys());
+}
+
+TEST_F(RegistryTreeTest, AddMissingRootKeysNoticesEachWayToLoseOne) {
+  Loaded();
+  m_oTree.AddMissingRootKeys();
+  ASSERT_TRUE(m_oTree.AddMissingRootKeys());
+  const auto top = m_oTree.GetTop();
+  std::vector<CRegistryEntry> lost;
+  std::shared_ptr<CRegistryNode> key;
+  const std::function<void()> losses[] = {
+      [&] { top->Remove("HKEY_USERS", lost); },
+      [&] { top->DeleteKey("HKEY_USERS", key); },
+      [&] { top->Store(CRegistryEntry::MakeInteger("HKEY_USERS", 1), lost); },
+      [&] { top->Clear(); },
+  };
+  for (const auto& lose : losses) {
+    lose();
+    EXPECT_FALSE(m_oTree.AddMissingRootKeys());
+    EXPECT_TRUE(m_oTree.AddMissingRootKeys());
+    EXPECT_NE(top->OpenKey("HKEY_USERS")->CreateKey("below"), nullptr);
+  }
 }
 
 }  // namespace
