@@ -181,7 +181,9 @@ ReferenceNode ReferenceNodeOf(CRegistryNode& node) {
     ReferenceEntry& copy = expected[std::string(entry.GetName())];
     copy.type = entry.GetType();
     copy.integer = entry.GetInteger();
-    copy.bytes = entry.GetData();
+    if (copy.type != REG_DWORD) {
+      copy.bytes = entry.GetData();
+    }
     if (entry.GetKey() != nullptr) {
       copy.subkeys = ReferenceNodeOf(*entry.GetKey());
     }
