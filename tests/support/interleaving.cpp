@@ -22,12 +22,7 @@
 
 namespace {
 
-// A child of a program with a sanitizer takes many times as long to be made.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int DEFAULT_SWITCHES = 1;
-#else
-constexpr int DEFAULT_SWITCHES = 2;
-#endif
 
 // Less than any process waits for a lock.
 constexpr std::chrono::milliseconds LONGEST_RUN(800);

@@ -51,5 +51,5 @@ class Interleavings {
   const std::vector<Action> m_oActions;
 };
 
-// The switches of the tests: what the variable EM_TALVOR_SWITCHES says, or 2, under a sanitizer 1.
+// The switches of the tests: what the variable EM_TALVOR_SWITCHES says, or 1.
 int GetSwitches();
