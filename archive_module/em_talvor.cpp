@@ -224,7 +224,7 @@ uint32_t EM_TALVOR::Stop() {
   const CTraceShield shield;
   std::unique_lock lock(m_oStopLock, std::defer_lock);
   if (!IsOnWorker()) {
-    lock.lock();  // not on the worker, for which the thread that holds it waits
+    lock.lock();  // on the worker a deadlock: whoever holds it waits for the worker
   }
   DEBUG_TRACE(1, OPENING_LINE);
   DEBUG_TRACE(1, "\n### Stopping module %s ###\n", GetModuleName());

@@ -36,8 +36,8 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
 
   // Ends the worker. A running job gets 2.1 seconds; after that its collector is killed, while a
   // transfer is waited for. The worker gets 5 more seconds when it is handing a request back to the
-  // switch, or when its collector survives the kill. Returns 1. The worker is gone then, unless
-  // those seconds were not enough or Stop() was called on the worker itself: in that case it ends
+  // switch, or when its collector survives the kill. Returns 1. The worker has ended then, with
+  // two exceptions: those seconds were not enough, or Stop() was called on the worker. It then ends
   // after its job, and may call the switch until the destructor has returned. When two threads call
   // Stop(), the second waits for the first.
   uint32_t Stop() override;

@@ -55,8 +55,8 @@ size_t MeasureGrowth(const Value& object) {
 bool IsContainer(const Value& value) { return value.IsObject() || value.IsArray(); }
 
 // Walks the values below one, each container before what it holds, without recursion: values may
-// be nested deeper than the stack. The handler learns of each value as that of the library's
-// readers does.
+// be nested deeper than the stack. The handler has the interface of a handler of the library's
+// readers.
 template <typename Handler>
 class Walker {
  public:
@@ -209,7 +209,8 @@ void CopyJson(const Value& source, Value& target, Allocator& allocator) {
 
 void CopyJson(const Value& source, Value& target, Allocator& allocator, size_t size) {
   WorkingMemory memory;
-  // Each value takes no less room in its container than on the stack; the top has none.
+  // A value needs no more room on the stack than in its container, which `size` counts; the top
+  // value has no container.
   const size_t stackSize = size + sizeof(Value);
   const size_t bufferSize = stackSize + JSON_ALLOCATOR_SIZE;
   Allocator stack(memory.resource.allocate(bufferSize), bufferSize);
