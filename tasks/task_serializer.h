@@ -120,8 +120,7 @@ class CTaskSerializer {
   void DropAllTasks();
   void JoinWorker(const CThread::WaitsOn& waitsOn);
 
-  // Runs a call into the derived class; the worker survives whatever it throws. False when it
-  // threw.
+  // Runs a call into the derived class; the worker survives what it throws. False when it threw.
   template <typename Call>
   HANDLES_FORCED_UNWIND static bool Survives(const Call& call) {
     try {
