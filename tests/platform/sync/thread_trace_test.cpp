@@ -39,6 +39,8 @@ constexpr char ATTRIBUTE[] = "\npthread_attr_init: %d";
 constexpr char PRIORITY[] = "\nThreadPrio=%d";
 constexpr char CREATED[] =
     "\nCThread::Start: thread=0x%08X created, Prio=%d, Waitable=%d, StackSize=0x%x";
+constexpr char NAME[] =
+    "CThread::SetThreadName: ThreadId = 0x%08X, DebugName = %s, Qualifier = (%s)\n";
 constexpr char KILL[] = "\nCThread::Kill: Try to kill the Thread = 0x%08X";
 constexpr char KILL_NONE[] = "\nCThread::Kill: Thread = 0x0%08X doesn't exist !";
 constexpr char KILL_JOINABLE[] = "\nCThread::Kill: Try to join a joinable Thread = 0x%08X";
@@ -194,6 +196,19 @@ TEST(ThreadTraceTest, NoThread) {
        {1, WAIT_NONE, "\nCThread::WaitForTermination: Thread = 0x000000000 doesn't exist !"},
        {1, KILL, "\nCThread::Kill: Try to kill the Thread = 0x00000000"},
        {1, KILL_NONE, "\nCThread::Kill: Thread = 0x000000000 doesn't exist !"}});
+}
+
+TEST(ThreadTraceTest, NameOfAThreadAndOfNone) {
+  ExpectLinesAfterStart(
+      EndAtOnce, false,
+      [](CThread& thread) {
+        thread.SetThreadName("EM_TALVOR", "_TaskHandler");
+        CThread().SetThreadName("", "");
+      },
+      {{1, NAME,
+        "CThread::SetThreadName: ThreadId = 0xID, DebugName = EM_TALVOR, Qualifier = "
+        "(_TaskHandler)\n"},
+       {1, NAME, "CThread::SetThreadName: ThreadId = 0x00000000, DebugName = , Qualifier = ()\n"}});
 }
 
 }  // namespace
