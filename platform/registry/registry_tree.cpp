@@ -11,7 +11,6 @@
 #include "base/regular_file.h"
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
-#include "platform/registry/registry_lock.h"
 #include "platform/registry/registry_merge.h"
 #include "platform/registry/registry_parser.h"
 #include "platform/registry/registry_writer.h"

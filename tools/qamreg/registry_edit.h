@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_lock.h"
+#include "platform/registry/registry_file.h"
 #include "tools/qamreg/key_path.h"
 #include "tools/qamreg/value_data.h"
 

@@ -22,7 +22,6 @@
 #include "base/descriptor.h"
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
-#include "platform/registry/registry_lock.h"
 #include "platform/registry/registry_tree.h"
 #include "platform/registry/registry_writer.h"
 #include "tests/support/registry_files.h"
