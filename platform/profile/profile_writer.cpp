@@ -8,12 +8,130 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/profile/file_range.h"
 #include "platform/profile/profile_file.h"
 #include "platform/profile/profile_lines.h"
-#include "platform/profile/profile_place.h"
 
 namespace {
+
+// Where a profile file changes.
+struct ProfileChange {
+  enum class Kind {
+    NOTHING,
+    REPLACE,        // the stretch, by the entry, which is nothing when something is removed
+    APPEND_SECTION  // at the end of the file
+  };
+
+  Kind kind = Kind::NOTHING;
+  off_t from = 0;  // the stretch, as offsets in the file
+  off_t to = 0;
+  bool leadingLineEnd = false;  // in front of the entry
+};
+
+// Finds the place of an update: of a key with a value, of a key to be removed (null value), or of a
+// section to be removed (null key).
+//
+// Deliberate, because programs that keep such files depend on their shape:
+// - An entry or header begins at the end of the significant line before it. Comments and empty
+//   lines belong to the line that follows them, and are replaced and removed with it.
+// - Only a line without leading blanks is a header or the entry of a key.
+// - The last character of each line counts as its line end, whatever it is. Where a file does not
+//   end with a line end, its last character is not seen and goes when its line is rewritten; what
+//   is appended follows it on the same line.
+// - The first entry of a section leaves an empty line after the header when it is replaced or
+//   removed.
+class CProfilePlace {
+ public:
+  // The strings stay the caller's and must outlive the object.
+  CProfilePlace(const char* section, const char* key, const char* value);
+
+  // Takes the next line of the file, which ends before the offset `end`. Gives the change when it
+  // is known, and is not called again.
+  std::optional<ProfileChange> TakeLine(std::string_view line, off_t end);
+
+  // The change when no line gave one. `end` is the end of the file.
+  ProfileChange TakeEndOfFile(off_t end) const;
+
+ private:
+  std::optional<ProfileChange> TakeHeader(std::string_view line, off_t from);
+  std::optional<ProfileChange> TakeEntry(std::string_view line, off_t from, off_t end);
+
+  const std::string_view m_strSection;
+  const std::string_view m_strKey;
+  const bool m_bRemoveSection;
+  const bool m_bRemove;  // a key or the section
+  off_t m_nSectionStart = 0;
+  off_t m_nSignificantEnd = 0;  // of the last significant line
+  bool m_bInSection = false;
+  bool m_bFirstEntry = true;  // no entry of the section was taken yet
+};
+
+std::string_view NameOf(std::string_view line, size_t equals) {
+  const std::string_view name = line.substr(0, equals);
+  return name.substr(0, name.find_last_not_of(" \t") + 1);
+}
+
+ProfileChange Replace(off_t from, off_t to, bool leadingLineEnd) {
+  return {ProfileChange::Kind::REPLACE, from, to, leadingLineEnd};
+}
+
+CProfilePlace::CProfilePlace(const char* section, const char* key, const char* value)
+    : m_strSection(section),
+      m_strKey(key != nullptr ? key : ""),
+      m_bRemoveSection(key == nullptr),
+      m_bRemove(key == nullptr || value == nullptr) {}
+
+std::optional<ProfileChange> CProfilePlace::TakeLine(std::string_view line, off_t end) {
+  if (line.size() <= 1 || line.front() == ';') {
+    return std::nullopt;
+  }
+  line.remove_suffix(1);
+  const off_t from = m_nSignificantEnd;
+  m_nSignificantEnd = end;
+  if (line.front() == '[') {
+    return TakeHeader(line, from);
+  }
+  return m_bInSection ? TakeEntry(line, from, end) : std::nullopt;
+}
+
+std::optional<ProfileChange> CProfilePlace::TakeHeader(std::string_view line, off_t from) {
+  if (!m_bInSection) {
+    m_bInSection = IsProfileHeader(line, m_strSection);
+    m_nSectionStart = from;
+    return std::nullopt;
+  }
+  if (m_bRemoveSection) {
+    return Replace(m_nSectionStart, from, false);
+  }
+  return m_bRemove ? ProfileChange() : Replace(from, from, false);
+}
+
+// A line that does not begin with the key cannot be its entry: most lines end there, unparsed.
+std::optional<ProfileChange> CProfilePlace::TakeEntry(std::string_view line, off_t from,
+                                                      off_t end) {
+  const bool isFirst = m_bFirstEntry;
+  m_bFirstEntry = false;
+  if (m_bRemoveSection || !line.starts_with(m_strKey)) {
+    return std::nullopt;
+  }
+  const size_t equals = line.find('=');
+  if (equals == std::string_view::npos || NameOf(line, equals) != m_strKey) {
+    return std::nullopt;
+  }
+  return Replace(from, end, isFirst);  // the line end keeps the empty line after the header
+}
+
+ProfileChange CProfilePlace::TakeEndOfFile(off_t end) const {
+  if (m_bRemoveSection && m_bInSection) {
+    return Replace(m_nSectionStart, end, false);
+  }
+  if (m_bRemove) {
+    return {};
+  }
+  if (m_bInSection) {
+    return Replace(end, end, false);
+  }
+  return {ProfileChange::Kind::APPEND_SECTION};
+}
 
 // Nothing when the file cannot be read.
 std::optional<ProfileChange> FindChange(int descriptor, const char* section, const char* key,

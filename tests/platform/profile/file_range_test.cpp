@@ -1,4 +1,4 @@
-#include "platform/profile/file_range.h"
+#include "platform/profile/profile_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/profile/profile_place.h"
+#include "platform/profile/profile_string.h"
 
 #include <gtest/gtest.h>
 
@@ -126,18 +126,13 @@ TEST(ProfilePlaceTest, AnEmptyKeyIsAKey) {
   EXPECT_EQ(Updated("[s]\na=1\n=1\n", "", "2"), "[s]\na=1\n=2\n");
 }
 
-TEST(ProfilePlaceTest, NothingToRemoveIsAFailure) {
+TEST(ProfilePlaceTest, NothingToRemoveIsAFailureAndMakesNoSection) {
   EXPECT_TRUE(IsUnchangedBy("[s]\na=1\n[b]\nkey=1\n", "key", nullptr));
   EXPECT_TRUE(IsUnchangedBy("[s]\na=1\n", "key", nullptr));
   EXPECT_TRUE(IsUnchangedBy("[a]\nkey=1\n", "key", nullptr));
   EXPECT_TRUE(IsUnchangedBy("[a]\nkey=1\n", nullptr, nullptr));
   EXPECT_TRUE(IsUnchangedBy("[a]\nkey=1\n", nullptr, "value"));
   EXPECT_TRUE(IsUnchangedBy("", nullptr, nullptr));
-}
-
-TEST(ProfilePlaceTest, ANullKeyNeverMakesASection) {
-  const ProfileChange change = CProfilePlace("s", nullptr, "value").TakeEndOfFile(0);
-  EXPECT_EQ(change.kind, ProfileChange::Kind::NOTHING);
 }
 
 TEST(ProfilePlaceTest, TheLastCharacterOfTheFileCountsAsALineEnd) {
