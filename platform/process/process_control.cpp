@@ -1,5 +1,6 @@
 #include "platform/process/process_control.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,15 +9,17 @@
 #include <chrono>
 #include <csignal>
 #include <thread>
+#include <utility>
 
 #include "base/retry.h"
 #include "platform/process/child_program.h"
-#include "platform/process/working_directory.h"
 
 namespace {
 
 constexpr size_t PATH_SIZE = 4096;
 constexpr std::chrono::milliseconds LOOK_INTERVAL(1);
+
+std::mutex g_oDirectoryTurn;
 
 // True when the child ended with exit status 0. Stores the exit status of a normal end.
 bool WaitForEnd(int32_t pid, int32_t& exitCode) {
@@ -140,4 +143,24 @@ bool GetCurrentDirectory(std::string& path) {
 
 bool SetCurrentDirectory(const std::string& path) {
   return !path.empty() && chdir(path.c_str()) == 0;
+}
+
+bool CWorkingDirectory::Enter(const char* path) {
+  if (path == nullptr || *path == '\0') {
+    return true;
+  }
+  std::unique_lock turn(g_oDirectoryTurn);
+  auto old = std::make_unique<CDescriptor>(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (old->Get() < 0 || chdir(path) != 0) {
+    return false;
+  }
+  m_oTurn = std::move(turn);
+  m_pOld = std::move(old);
+  return true;
+}
+
+bool CWorkingDirectory::Leave() {
+  const std::unique_lock turn = std::move(m_oTurn);
+  const std::unique_ptr<CDescriptor> old = std::move(m_pOld);
+  return !old || fchdir(old->Get()) == 0;
 }

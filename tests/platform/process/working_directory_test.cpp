@@ -1,4 +1,4 @@
-#include "platform/process/working_directory.h"
+#include "platform/process/process_control.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
