@@ -9,7 +9,6 @@
 
 #include "archive_module/archive_file.h"
 #include "archive_module/collector_paths.h"
-#include "archive_module/module_info.h"
 #include "archive_module/names.h"
 #include "frame/status.h"
 #include "platform/process/process_control.h"
@@ -151,8 +150,6 @@ EM_TALVOR::~EM_TALVOR() noexcept {
   DEBUG_TRACE(1, "\nEM_TALVOR           : CLASS DESTROYED!");
   m_hStopEvent.Close();
 }
-
-uint32_t EM_TALVOR::GetModuleInfo(void* record) { return WriteModuleInfo(record) ? 1 : 0; }
 
 const char* EM_TALVOR::GetModuleName() { return MODULE_NAME; }
 

@@ -26,8 +26,9 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   // Waits for the worker without limit; a collector that still runs after 2.1 seconds is killed.
   ~EM_TALVOR() noexcept override;
 
-  // Writes the identification record of 246 bytes. Returns 0, and writes nothing, when the record
-  // is smaller.
+  // Fills the host's identification record of this module, 246 bytes: its size comes from the host
+  // in the first 32 bits, flag bits that are not the module's keep their values. Returns 0, and
+  // nothing is written, when the record is null or its size is smaller.
   uint32_t GetModuleInfo(void* record) override;
 
   // Finds the collector and starts the worker. Returns 0 when the collector is not installed;

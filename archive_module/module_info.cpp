@@ -1,10 +1,11 @@
-#include "archive_module/module_info.h"
+// The identification of the module.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "archive_module/em_talvor.h"
 #include "archive_module/names.h"
 
 namespace {
@@ -41,13 +42,14 @@ std::array<char, 100> ZeroFilled(const char (&text)[LENGTH]) {
 
 }  // namespace
 
-bool WriteModuleInfo(void* record) {
+// Flag bits that are not the module's keep their values.
+uint32_t EM_TALVOR::GetModuleInfo(void* record) {
   uint32_t size = 0;
   if (record != nullptr) {
     std::memcpy(&size, record, sizeof(size));
   }
   if (size < sizeof(ModuleInfo)) {
-    return false;
+    return 0;
   }
   ModuleInfo info;
   std::memcpy(&info, record, sizeof(info));
@@ -57,5 +59,5 @@ bool WriteModuleInfo(void* record) {
   info.name = ZeroFilled(MODULE_NAME);
   info.description = ZeroFilled(DESCRIPTION);
   std::memcpy(record, &info, sizeof(info));
-  return true;
+  return 1;
 }

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "archive_module/archive_transfer.h"
 #include "archive_module/em_talvor.h"
-#include "archive_module/hti_request.h"
 #include "archive_module/names.h"
 #include "frame/opcode.h"
 #include "frame/status.h"
