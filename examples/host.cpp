@@ -1,7 +1,7 @@
 // A host with all that belongs to one: a switch, the module "HTI" and a trace sink. It asks whether
 // the collector is there, has it create an archive and transfers that, which copies it to a
 // directory:
-//   g++ -std=c++20 -rdynamic host.cpp -lem_talvor_record -o host
+//   g++ -std=c++17 -rdynamic host.cpp -lem_talvor_record -o host
 //   CV_LOG_DEBUG_LEVEL=2 ./host /usr/lib/qamrel/em_talvor /tmp
 
 #include <dlfcn.h>

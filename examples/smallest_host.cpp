@@ -1,5 +1,5 @@
 // The smallest host of all asks whether the collector is there:
-//   g++ -std=c++20 smallest_host.cpp -lem_talvor_record -o smallest_host
+//   g++ -std=c++17 smallest_host.cpp -lem_talvor_record -o smallest_host
 //   ./smallest_host /usr/lib/qamrel/em_talvor
 
 #include <dlfcn.h>
