@@ -13,8 +13,7 @@
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_entry.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 
 namespace {
 

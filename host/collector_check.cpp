@@ -20,7 +20,7 @@
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_text.h"
 
 namespace {
 

@@ -12,8 +12,7 @@
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_merge.h"
-#include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 #include "trace/debug_client.h"
 
 CRegistryTree& CRegistryTree::Get() {

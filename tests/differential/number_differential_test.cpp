@@ -11,7 +11,7 @@
 #include "frame/sip_json.h"
 #include "platform/profile/profile.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_text.h"
 #include "tests/differential/random_case.h"
 #include "tests/differential/reference_number.h"
 #include "tests/support/memory_file.h"

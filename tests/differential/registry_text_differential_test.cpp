@@ -11,8 +11,7 @@
 
 #include "platform/registry/registry_entry.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 #include "tests/differential/random_case.h"
 #include "tests/differential/reference_lines.h"
 #include "tests/differential/reference_number.h"

@@ -11,8 +11,7 @@
 #include <vector>
 
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 #include "tools/qamreg/failure.h"
 
 namespace {

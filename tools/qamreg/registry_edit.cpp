@@ -13,8 +13,8 @@
 #include "base/regular_file.h"
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
 #include "platform/registry/registry_path.h"
+#include "platform/registry/registry_text.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/text_file.h"
 

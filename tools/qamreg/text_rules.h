@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_text.h"
 #include "tools/qamreg/key_path.h"
 #include "tools/qamreg/value_data.h"
 

@@ -8,7 +8,7 @@
 
 #include "platform/registry/registry_node.h"
 #include "platform/registry/registry_path.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 #include "tools/qamreg/commands.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/import_text.h"

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "platform/registry/registry.h"
+#include "platform/registry/registry_text.h"
 #include "platform/registry/registry_tree.h"
-#include "platform/registry/registry_writer.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 #include "tests/support/system_calls.h"

@@ -8,9 +8,8 @@
 
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_text.h"
 #include "platform/registry/registry_tree.h"
-#include "platform/registry/registry_writer.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"
 

@@ -6,8 +6,7 @@
 #include <string>
 
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 
 namespace {
 

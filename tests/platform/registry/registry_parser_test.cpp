@@ -1,11 +1,10 @@
-#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_text.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_writer.h"
 #include "tests/support/trace_session.h"
 
 namespace {

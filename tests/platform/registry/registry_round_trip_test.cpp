@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_parser.h"
+#include "platform/registry/registry_text.h"
 #include "platform/registry/registry_tree.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
+#include "platform/registry/registry_text.h"
 #include "platform/registry/registry_tree.h"
-#include "platform/registry/registry_writer.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
 

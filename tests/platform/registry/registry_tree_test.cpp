@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 #include "tests/support/descriptor_limit.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/registry_files.h"

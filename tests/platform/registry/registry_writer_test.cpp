@@ -1,4 +1,4 @@
-#include "platform/registry/registry_writer.h"
+#include "platform/registry/registry_text.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_parser.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 class CRegistryNode;
@@ -22,3 +23,14 @@ constexpr size_t REGISTRY_LINE_LENGTH = 1023;
 // Returns true when the text held at least one key, value, or integer line. Throws std::bad_alloc
 // and then stores nothing.
 bool ParseRegistryText(std::string_view text, CRegistryNode& node);
+
+// The node as such a text, values before subkeys, each node closed by an empty line. Deleted keys
+// are left out. A key that another thread changes meanwhile is written as before or after the
+// change. Throws std::bad_alloc.
+//
+// What is written can be read back: a string ends at its first line end and, as bytes do, where its
+// line would become longer than one that is read as one. What has no line of its own that is read
+// as such, because its name has a line end, is too long or looks like that of a key, is left out.
+//
+// Quickest when `expectedSize` is not far below the size of the text.
+std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize = 0);
