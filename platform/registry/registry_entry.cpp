@@ -23,7 +23,7 @@ size_t AlignUp(size_t size) {
 }  // namespace
 
 // What stands at the beginning of a block.
-struct CRegistryRoom::Block {
+struct CRegistryArena::Block {
   static Block* Make(size_t capacity) { return new (::operator new(capacity)) Block{1}; }
 
   void Drop() noexcept {
@@ -33,10 +33,10 @@ struct CRegistryRoom::Block {
     }
   }
 
-  std::atomic<uint32_t> owners;  // its entries, and the room while it fills the block
+  std::atomic<uint32_t> owners;  // its entries, and the arena while it fills the block
 };
 
-void* CRegistryRoom::Take(size_t size) {
+void* CRegistryArena::Take(size_t size) {
   if (m_pBlock == nullptr || size > m_nCapacity - m_nUsed) {
     Release();
     const size_t capacity =
@@ -51,7 +51,7 @@ void* CRegistryRoom::Take(size_t size) {
   return reinterpret_cast<char*>(m_pBlock) + std::exchange(m_nUsed, m_nUsed + size);
 }
 
-void CRegistryRoom::Release() noexcept {
+void CRegistryArena::Release() noexcept {
   if (m_pBlock != nullptr) {
     std::exchange(m_pBlock, nullptr)->Drop();
   }
@@ -59,15 +59,15 @@ void CRegistryRoom::Release() noexcept {
 
 // Leaves the data to be filled in, followed by a NUL; a subkey has an empty pointer.
 CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, size_t dataLength,
-                               CRegistryRoom* room) {
-  using Block = CRegistryRoom::Block;
+                               CRegistryArena* arena) {
+  using Block = CRegistryArena::Block;
   static_assert(sizeof(Block) == alignof(Head));
   Head head = {type, static_cast<uint32_t>(name.size()), static_cast<uint32_t>(dataLength), 0};
   const size_t size = SizeOf(head);
   void* piece = nullptr;
-  if (room != nullptr) {
-    piece = room->Take(size);
-    head.offset = static_cast<uint32_t>(room->m_nUsed - size);
+  if (arena != nullptr) {
+    piece = arena->Take(size);
+    head.offset = static_cast<uint32_t>(arena->m_nUsed - size);
   } else {
     piece = Block::Make(sizeof(Block) + size) + 1;
     head.offset = sizeof(Block);
@@ -86,7 +86,7 @@ void CRegistryEntry::HeadDeleter::operator()(Head* head) const noexcept {
   if (head->type == REG_KEY) {
     KeyOf(*head)->~Key();
   }
-  reinterpret_cast<CRegistryRoom::Block*>(reinterpret_cast<char*>(head) - head->offset)->Drop();
+  reinterpret_cast<CRegistryArena::Block*>(reinterpret_cast<char*>(head) - head->offset)->Drop();
 }
 
 // With what aligns the head of a next entry.
@@ -103,29 +103,29 @@ std::shared_ptr<CRegistryNode>* CRegistryEntry::KeyOf(const Head& head) {
 }
 
 CRegistryEntry CRegistryEntry::MakeString(std::string_view name, uint32_t type,
-                                          std::string_view text, CRegistryRoom* room) {
+                                          std::string_view text, CRegistryArena* arena) {
   const std::string_view data = text.substr(0, text.find('\0'));
-  CRegistryEntry entry(name, type, data.size(), room);
+  CRegistryEntry entry(name, type, data.size(), arena);
   data.copy(DataOf(*entry.m_pHead), data.size());
   return entry;
 }
 
 CRegistryEntry CRegistryEntry::MakeBinary(std::string_view name, std::string_view bytes,
-                                          CRegistryRoom* room) {
-  CRegistryEntry entry(name, REG_BINARY, bytes.size(), room);
+                                          CRegistryArena* arena) {
+  CRegistryEntry entry(name, REG_BINARY, bytes.size(), arena);
   bytes.copy(DataOf(*entry.m_pHead), bytes.size());
   return entry;
 }
 
 CRegistryEntry CRegistryEntry::MakeInteger(std::string_view name, int32_t value,
-                                           CRegistryRoom* room) {
-  CRegistryEntry entry(name, REG_DWORD, sizeof(value), room);
+                                           CRegistryArena* arena) {
+  CRegistryEntry entry(name, REG_DWORD, sizeof(value), arena);
   std::memcpy(DataOf(*entry.m_pHead), &value, sizeof(value));
   return entry;
 }
 
-CRegistryEntry CRegistryEntry::MakeKey(std::string_view name, Key key, CRegistryRoom* room) {
-  CRegistryEntry entry(name, REG_KEY, 0, room);
+CRegistryEntry CRegistryEntry::MakeKey(std::string_view name, Key key, CRegistryArena* arena) {
+  CRegistryEntry entry(name, REG_KEY, 0, arena);
   entry.SetKey(std::move(key));
   return entry;
 }

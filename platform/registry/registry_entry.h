@@ -26,13 +26,13 @@ struct RegistryValue {
 // lives as long as the last of its entries, which may outlive the object.
 //
 // Not thread-safe; the entries are not tied to the thread that made them.
-class CRegistryRoom {
+class CRegistryArena {
  public:
   // `textSize`: bytes of the text, which tell how much may be needed.
-  explicit CRegistryRoom(size_t textSize) : m_nTextSize(textSize) {}
-  ~CRegistryRoom() { Release(); }
-  CRegistryRoom(const CRegistryRoom&) = delete;
-  CRegistryRoom& operator=(const CRegistryRoom&) = delete;
+  explicit CRegistryArena(size_t textSize) : m_nTextSize(textSize) {}
+  ~CRegistryArena() { Release(); }
+  CRegistryArena(const CRegistryArena&) = delete;
+  CRegistryArena& operator=(const CRegistryArena&) = delete;
 
  private:
   friend class CRegistryEntry;
@@ -57,16 +57,16 @@ class CRegistryRoom {
 class CRegistryEntry {
  public:
   // `type` is REG_SZ or REG_EXPAND_SZ; the string ends at its first NUL. The memory comes from the
-  // room when there is one.
+  // arena when there is one.
   static CRegistryEntry MakeString(std::string_view name, uint32_t type, std::string_view text,
-                                   CRegistryRoom* room = nullptr);
+                                   CRegistryArena* arena = nullptr);
   static CRegistryEntry MakeBinary(std::string_view name, std::string_view bytes,
-                                   CRegistryRoom* room = nullptr);
+                                   CRegistryArena* arena = nullptr);
   static CRegistryEntry MakeInteger(std::string_view name, int32_t value,
-                                    CRegistryRoom* room = nullptr);
+                                    CRegistryArena* arena = nullptr);
   // A null key makes the entry that stays for a deleted key.
   static CRegistryEntry MakeKey(std::string_view name, std::shared_ptr<CRegistryNode> key,
-                                CRegistryRoom* room = nullptr);
+                                CRegistryArena* arena = nullptr);
 
   // Both are followed by a NUL and valid until the entry is destroyed. The data of an integer are
   // its 4 bytes, those of a subkey are empty.
@@ -97,7 +97,7 @@ class CRegistryEntry {
     void operator()(Head* head) const noexcept;
   };
 
-  CRegistryEntry(std::string_view name, uint32_t type, size_t dataLength, CRegistryRoom* room);
+  CRegistryEntry(std::string_view name, uint32_t type, size_t dataLength, CRegistryArena* arena);
 
   static char* NameOf(const Head& head) {
     return reinterpret_cast<char*>(const_cast<Head*>(&head) + 1);

@@ -48,7 +48,7 @@ class Parser {
   explicit Parser(std::string_view text)
       : m_strRest(text),
         m_bHasNul(text.find('\0') != std::string_view::npos),
-        m_oRoom(text.size()) {}
+        m_oArena(text.size()) {}
 
   bool Run(CRegistryNode& node) {
     m_oNodes.push_back({{}, 0});
@@ -93,13 +93,13 @@ class Parser {
     const std::string_view name = line.substr(0, marker);
     const std::string_view rest = line.substr(marker);
     if (rest.starts_with("=s=")) {
-      Add(CRegistryEntry::MakeString(name, REG_SZ, rest.substr(3), &m_oRoom));
+      Add(CRegistryEntry::MakeString(name, REG_SZ, rest.substr(3), &m_oArena));
     } else if (rest.starts_with("=es=")) {
-      Add(CRegistryEntry::MakeString(name, REG_EXPAND_SZ, rest.substr(4), &m_oRoom));
+      Add(CRegistryEntry::MakeString(name, REG_EXPAND_SZ, rest.substr(4), &m_oArena));
     } else if (rest.starts_with("=d=")) {
       ParseInteger(name, std::string(rest.substr(3)));
     } else if (rest.starts_with("=b=")) {
-      Add(CRegistryEntry::MakeBinary(name, ParseBytes(std::string(rest.substr(3))), &m_oRoom));
+      Add(CRegistryEntry::MakeBinary(name, ParseBytes(std::string(rest.substr(3))), &m_oArena));
     }
   }
 
@@ -107,7 +107,7 @@ class Parser {
     char* end = nullptr;
     const long number = std::strtol(text.c_str(), &end, 10);
     if (end != text.c_str()) {
-      Add(CRegistryEntry::MakeInteger(name, static_cast<int32_t>(number), &m_oRoom));
+      Add(CRegistryEntry::MakeInteger(name, static_cast<int32_t>(number), &m_oArena));
     }
     m_bReadAny = true;  // deliberately also for a line without digits, which stores nothing
   }
@@ -123,7 +123,7 @@ class Parser {
     Deliver(*key);
     const std::string_view name = m_oNodes.back().name;
     m_oNodes.pop_back();
-    m_oEntries.push_back(CRegistryEntry::MakeKey(name, std::move(key), &m_oRoom));
+    m_oEntries.push_back(CRegistryEntry::MakeKey(name, std::move(key), &m_oArena));
   }
 
   // Moves the entries of the innermost node into `node`, in an array of just their number.
@@ -139,7 +139,7 @@ class Parser {
 
   std::string_view m_strRest;
   const bool m_bHasNul;  // in all of the text: most texts hold none, and no line is searched then
-  CRegistryRoom m_oRoom;
+  CRegistryArena m_oArena;
   std::vector<OpenNode> m_oNodes;          // from the outermost to the innermost
   std::vector<CRegistryEntry> m_oEntries;  // of all of them, in that order
   bool m_bReadAny = false;
@@ -176,17 +176,17 @@ std::string_view MarkerOf(uint32_t type) {
   }
 }
 
-// Writes what of the data fits into `room` bytes.
-void WriteData(const CRegistryEntry& entry, size_t room, std::string& text) {
+// Writes what of the data fits into `longest` bytes.
+void WriteData(const CRegistryEntry& entry, size_t longest, std::string& text) {
   switch (entry.GetType()) {
     case REG_DWORD:
       WriteInteger(entry.GetInteger(), text);
       break;
     case REG_BINARY:
-      WriteBytes(entry.GetData().substr(0, room / BYTE_WIDTH), text);
+      WriteBytes(entry.GetData().substr(0, longest / BYTE_WIDTH), text);
       break;
     default: {
-      const std::string_view data = entry.GetData().substr(0, room);
+      const std::string_view data = entry.GetData().substr(0, longest);
       text += data.substr(0, data.find('\n'));
       break;
     }

@@ -67,17 +67,17 @@ TEST(RegistryEntryTest, MovesKeepEverything) {
   EXPECT_EQ(entry.GetData(), "text");
 }
 
-TEST(RegistryEntryTest, EntriesOutliveTheRoomThatTheyWereMadeIn) {
+TEST(RegistryEntryTest, EntriesOutliveTheArenaThatTheyWereMadeIn) {
   constexpr int ENTRIES = 1000;
   const auto node = std::make_shared<CRegistryNode>();
   std::vector<CRegistryEntry> entries;
   {
-    CRegistryRoom room(10'000);
+    CRegistryArena arena(10'000);
     for (int index = 0; index < ENTRIES; ++index) {
       const std::string name = std::to_string(index);
-      entries.push_back(CRegistryEntry::MakeString(name, REG_SZ, name + " text", &room));
-      entries.push_back(CRegistryEntry::MakeInteger(name, index, &room));
-      entries.push_back(CRegistryEntry::MakeKey(name, node, &room));
+      entries.push_back(CRegistryEntry::MakeString(name, REG_SZ, name + " text", &arena));
+      entries.push_back(CRegistryEntry::MakeInteger(name, index, &arena));
+      entries.push_back(CRegistryEntry::MakeKey(name, node, &arena));
     }
   }
   for (int index = 0; index < ENTRIES; ++index) {
@@ -92,11 +92,11 @@ TEST(RegistryEntryTest, EntriesOutliveTheRoomThatTheyWereMadeIn) {
   EXPECT_EQ(node.use_count(), 1);
 }
 
-TEST(RegistryEntryTest, ARoomTakesEntriesOfAnySize) {
-  CRegistryRoom room(0);
+TEST(RegistryEntryTest, AnArenaTakesEntriesOfAnySize) {
+  CRegistryArena arena(0);
   const std::string large(100'000, 'x');
-  const CRegistryEntry first = CRegistryEntry::MakeBinary("first", large, &room);
-  const CRegistryEntry second = CRegistryEntry::MakeBinary("second", "", &room);
+  const CRegistryEntry first = CRegistryEntry::MakeBinary("first", large, &arena);
+  const CRegistryEntry second = CRegistryEntry::MakeBinary("second", "", &arena);
   EXPECT_EQ(first.GetData(), large);
   EXPECT_EQ(second.GetName(), "second");
   EXPECT_EQ(second.GetData(), "");
