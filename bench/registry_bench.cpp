@@ -204,7 +204,7 @@ BENCHMARK_CAPTURE(SaveBytes, one, ONE_KEY)->Name("registry_save/limit")->UseReal
 BENCHMARK(LoadOursBySize)
     ->Name("growth_registry_load/ours")
     ->RangeMultiplier(10)
-    ->Range(1000, 100'000);
+    ->Range(1000, 1'000'000);
 BENCHMARK(QueryOursBySize)
     ->Name("growth_registry_query/ours")
     ->RangeMultiplier(10)
@@ -216,7 +216,7 @@ BENCHMARK(OpenAndQueryOursByKeys)
 BENCHMARK(SaveOursBySize)
     ->Name("growth_registry_save/ours")
     ->RangeMultiplier(10)
-    ->Range(1000, 100'000)
+    ->Range(1000, 1'000'000)
     ->UseRealTime();
 BENCHMARK(MemoryOurs)->Name("memory_registry_value/ours")->Iterations(1);
 BENCHMARK(MemoryRapidJson)->Name("memory_registry_value/RapidJSON")->Iterations(1);

@@ -1,5 +1,6 @@
 // WinPR reads its registry once in the life of a process, from one place, so each measurement runs
-// in a child. It reads no strings from a file, so it gets as many numbers instead.
+// in a child. It reads no strings from a file, so it gets as many numbers instead; of a key with
+// very many only a tenth, and only once, because it needs time in proportion to their square.
 
 #include <benchmark/benchmark.h>
 #include <sys/wait.h>
@@ -94,21 +95,27 @@ void Query(benchmark::State& state, RegistryShape shape) {
   }
 }
 
-void RunOnce(benchmark::internal::Benchmark* benchmark) {
+constexpr RegistryShape TENTH = {ONE_KEY.total / 10, ONE_KEY.keys};
+
+void RunSome(benchmark::internal::Benchmark* benchmark) {
   benchmark->Iterations(1)->UseManualTime();
 }
 
-BENCHMARK_CAPTURE(Load, one, ONE_KEY)
-    ->Name("registry_load_one_key/WinPR (numbers)")
+void RunOnce(benchmark::internal::Benchmark* benchmark) {
+  benchmark->Iterations(1)->UseManualTime()->Repetitions(1);
+}
+
+BENCHMARK_CAPTURE(Load, one, TENTH)
+    ->Name("registry_load_one_key/WinPR (10,000 numbers)")
     ->Apply(RunOnce);
 BENCHMARK_CAPTURE(Load, th, THOUSAND_KEYS)
     ->Name("registry_load_1000_keys/WinPR (numbers)")
-    ->Apply(RunOnce);
-BENCHMARK_CAPTURE(Query, one, ONE_KEY)
-    ->Name("registry_query_one_key/WinPR (numbers)")
+    ->Apply(RunSome);
+BENCHMARK_CAPTURE(Query, one, TENTH)
+    ->Name("registry_query_one_key/WinPR (10,000 numbers)")
     ->Apply(RunOnce);
 BENCHMARK_CAPTURE(Query, th, THOUSAND_KEYS)
     ->Name("registry_query_1000_keys/WinPR (numbers)")
-    ->Apply(RunOnce);
+    ->Apply(RunSome);
 
 }  // namespace

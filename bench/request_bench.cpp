@@ -1,5 +1,5 @@
 // Requests: the availability request, through the built module's exported interface, and the deep
-// copy of a record.
+// copy of a record; and the loading of the module.
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -38,6 +38,19 @@ class Module {
   void* const m_pLibrary;
   CIExtensionModule* m_pModule = nullptr;
 };
+
+void LoadAndUnload(benchmark::State& state, const char* library) {
+  for (auto _ : state) {
+    void* loaded = dlopen(library, RTLD_NOW | RTLD_LOCAL);
+    if (loaded == nullptr) {
+      state.SkipWithError("not loaded");
+      break;
+    }
+    dlclose(loaded);
+  }
+}
+BENCHMARK_CAPTURE(LoadAndUnload, ours, EM_TALVOR_LIBRARY)->Name("module_load/ours");
+BENCHMARK_CAPTURE(LoadAndUnload, empty, EMPTY_LIBRARY)->Name("module_load/limit");
 
 void AvailabilityOurs(benchmark::State& state) {
   const Module module;
@@ -86,12 +99,13 @@ void AvailabilityOnePass(benchmark::State& state) {
   rapidjson::Document request;
   request.Parse(REQUEST_TEXT);
   for (auto _ : state) {
-    for (auto& member : request["SIP"]["CMD"][0].GetObject()) {
-      const std::string_view name(member.name.GetString(), member.name.GetStringLength());
+    rapidjson::Value& command = request["SIP"]["CMD"][0];
+    for (auto member = command.MemberBegin(); member != command.MemberEnd(); ++member) {
+      const std::string_view name(member->name.GetString(), member->name.GetStringLength());
       if (name == "DA" || name == "ST") {
-        member.value.SetUint(0);
+        member->value.SetUint(0);
       } else if (name == "OC" || name == "CA") {
-        unsigned number = member.value.GetUint();
+        unsigned number = member->value.GetUint();
         benchmark::DoNotOptimize(number);
       }
     }

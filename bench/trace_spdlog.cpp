@@ -6,9 +6,9 @@
 
 namespace {
 
-void Trace(benchmark::State& state) {
+void Trace(benchmark::State& state, spdlog::level::level_enum level) {
   const auto logger = spdlog::null_logger_mt("bench");
-  logger->set_level(spdlog::level::off);
+  logger->set_level(level);
   int number = 1;
   const char* text = "text";
   for (auto _ : state) {
@@ -18,6 +18,7 @@ void Trace(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * SITE_COUNT);
   spdlog::drop("bench");
 }
-BENCHMARK(Trace)->Name("trace_off/spdlog");
+BENCHMARK_CAPTURE(Trace, off, spdlog::level::off)->Name("trace_off/spdlog");
+BENCHMARK_CAPTURE(Trace, on, spdlog::level::trace)->Name("trace_line/spdlog");
 
 }  // namespace

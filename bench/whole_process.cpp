@@ -1,12 +1,18 @@
-// A host's life with the module, for counting instructions: loads it, creates and starts the
-// instance, asks 1,000 times for the collector, stops, deletes, unloads. Run it in the
-// sandbox: it writes a registry.
+// whole_process REQUESTS: a host's life with the module, for counting instructions and memory:
+// loads it, creates and starts the instance, asks so many times for the collector, stops, deletes,
+// unloads. Prints the bytes that the process has from the allocator after the first and after the
+// last request, and those of the module's pages that are its own. Run it in the sandbox: it writes
+// a registry.
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <string>
+#include <string_view>
 
 #include "archive_module/names.h"
 #include "bench/files.h"
@@ -17,7 +23,6 @@
 
 namespace {
 
-constexpr int REQUESTS = 1000;
 constexpr char DIRECTORY[] = "/etc/qamrel";
 constexpr char REGISTRY[] = "/etc/qamrel/registry";
 
@@ -26,9 +31,36 @@ Function FindEntry(void* library, const char* name) {
   return reinterpret_cast<Function>(dlsym(library, name));
 }
 
+size_t UsedBytes() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+// The bytes of the library's mappings that this process has written to.
+long PrivateBytes(const std::string& library) {
+  constexpr std::string_view FIELD = "Private_Dirty:";
+  constexpr long KILOBYTE = 1024;
+  std::ifstream mappings("/proc/self/smaps");
+  long total = 0;
+  bool isLibrary = false;
+  for (std::string line; std::getline(mappings, line);) {
+    if (line.find('-') < line.find(' ')) {
+      isLibrary = line.ends_with(library);
+    } else if (isLibrary && line.starts_with(FIELD)) {
+      total += std::strtol(line.c_str() + FIELD.size(), nullptr, 10) * KILOBYTE;
+    }
+  }
+  return total;
+}
+
 }  // namespace
 
-int main() {
+int main(int count, char** arguments) {
+  const long requests = count == 2 ? std::strtol(arguments[1], nullptr, 10) : 0;
+  if (requests < 1) {
+    fprintf(stderr, "usage: whole_process REQUESTS\n");
+    return 2;
+  }
   Require(mkdir(DIRECTORY, 0755) == 0, DIRECTORY);
   WriteWhole(REGISTRY, InstalledRegistry(SetupValues(DIRECTORY, DIRECTORY)), false);
   const std::string collector = std::string(DIRECTORY) + "/" + COLLECTOR_NAME;
@@ -42,9 +74,12 @@ int main() {
 
   SipJson request;
   request.m_oDocument.Parse(REQUEST_TEXT);
-  for (int count = 0; count < REQUESTS; ++count) {
+  module->ModuleRequest(request);
+  const size_t first = UsedBytes();
+  for (long done = 1; done < requests; ++done) {
     module->ModuleRequest(request);
   }
+  printf("%zu %zu %ld\n", first, UsedBytes(), PrivateBytes(EM_TALVOR_LIBRARY));
   Require(request.GetCmdUInt(0, "DA", 0) == 1, "ModuleRequest");
 
   module->Stop();
