@@ -104,8 +104,17 @@ class SipJson {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
+#if defined(__x86_64__)
 static_assert(sizeof(SipJson::Value) == 16);
 static_assert(sizeof(rapidjson::Document) == 96);
 static_assert(offsetof(SipJson, m_nCmdIndex) == 96);
 static_assert(sizeof(SipJson) == 104);
+#elif defined(__aarch64__)
+static_assert(sizeof(SipJson::Value) == 24);
+static_assert(sizeof(rapidjson::Document) == 104);
+static_assert(offsetof(SipJson, m_nCmdIndex) == 104);
+static_assert(sizeof(SipJson) == 112);
+#else
+#error "No layout of the record has been agreed on for this processor."
+#endif
 #pragma GCC diagnostic pop

@@ -1,18 +1,18 @@
-# Included by ctest: one test for each suite of cases in `program`, run in `sandbox`; several for the
-# suites in `sharded`, and one for each case of those in `alone`. They get the labels in `labels`. A
-# program that is not built has none.
+# Included by ctest: one test for each suite of cases in `program`, run in `sandbox`, by `emulator` where it is
+# for another processor; several for the suites in `sharded`, and one for each case of those in `alone`. They get
+# the labels in `labels`. A program that is not built has none.
 cmake_policy(VERSION 3.25)
 if(NOT EXISTS "${program}")
   return()
 endif()
-execute_process(COMMAND "${program}" --gtest_list_tests OUTPUT_VARIABLE list RESULT_VARIABLE result)
+execute_process(COMMAND ${emulator} "${program}" --gtest_list_tests OUTPUT_VARIABLE list RESULT_VARIABLE result)
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "${program} does not list its cases: ${result}")
 endif()
 
 # add_case_test(TEST FILTER [NAME=VALUE...]): with these variables in its environment.
 function(add_case_test test filter)
-  add_test("${test}" "${sandbox}" "${program}" "--gtest_filter=${filter}" --gtest_brief=1)
+  add_test("${test}" "${sandbox}" ${emulator} "${program}" "--gtest_filter=${filter}" --gtest_brief=1)
   set_tests_properties("${test}" PROPERTIES TIMEOUT 180 LABELS "${labels}")
   if(ARGN)
     set_tests_properties("${test}" PROPERTIES ENVIRONMENT "${ARGN}")

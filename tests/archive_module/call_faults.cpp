@@ -145,20 +145,42 @@ extern "C" {
 [[gnu::used]] int VforkFails() { return g_vfork.Fails() ? 1 : 0; }
 [[gnu::used]] void* RealVfork() { return g_vfork.m_pReal; }
 
-[[gnu::naked]] int StandForVfork() {
-  asm(R"(
-    sub $8, %rsp
-    call VforkFails
-    test %eax, %eax
-    jnz 1f
-    call RealVfork
-    add $8, %rsp
-    jmp *%rax
-1:  mov $-1, %eax
-    add $8, %rsp
-    ret
-  )");
-}
+int StandForVfork();
+#if defined(__x86_64__)
+asm(R"(
+  .text
+  .type StandForVfork, @function
+StandForVfork:
+  endbr64
+  sub $8, %rsp
+  call VforkFails
+  test %eax, %eax
+  jnz 1f
+  call RealVfork
+  add $8, %rsp
+  jmp *%rax
+1:mov $-1, %eax
+  add $8, %rsp
+  ret
+)");
+#elif defined(__aarch64__)
+asm(R"(
+  .text
+  .type StandForVfork, @function
+StandForVfork:
+  hint #34  // bti c
+  stp x29, x30, [sp, #-16]!
+  bl VforkFails
+  cbnz w0, 1f
+  bl RealVfork
+  ldp x29, x30, [sp], #16
+  mov x16, x0
+  br x16
+1:mov w0, #-1
+  ldp x29, x30, [sp], #16
+  ret
+)");
+#endif
 
 }  // extern "C"
 
@@ -262,6 +284,15 @@ struct DynamicSection {
   std::array<uintptr_t, DT_NUM> values = {};
 };
 
+// The relocations by which the loader stores such an address.
+#if defined(__x86_64__)
+constexpr unsigned long TO_CALL = R_X86_64_JUMP_SLOT;
+constexpr unsigned long TO_LOAD = R_X86_64_GLOB_DAT;
+#elif defined(__aarch64__)
+constexpr unsigned long TO_CALL = R_AARCH64_JUMP_SLOT;
+constexpr unsigned long TO_LOAD = R_AARCH64_GLOB_DAT;
+#endif
+
 // Calls `visit` with the name and the place of each address of a function that the library imports.
 template <typename Visit>
 void ForEachImport(const link_map& library, const Visit& visit) {
@@ -275,7 +306,7 @@ void ForEachImport(const link_map& library, const Visit& visit) {
     const auto* relocations = reinterpret_cast<const ElfW(Rela)*>(address);
     for (size_t index = 0; index < size / sizeof(ElfW(Rela)); ++index) {
       const auto type = ELF64_R_TYPE(relocations[index].r_info);
-      if (type == R_X86_64_JUMP_SLOT || type == R_X86_64_GLOB_DAT) {
+      if (type == TO_CALL || type == TO_LOAD) {
         visit(names + symbols[ELF64_R_SYM(relocations[index].r_info)].st_name,
               reinterpret_cast<void**>(library.l_addr + relocations[index].r_offset));
       }
