@@ -22,8 +22,8 @@ CFileLock::CFileLock(int descriptor, Kind kind, Time until) : m_nDescriptor(desc
   }
 }
 
-// Closing the descriptor does not release the lock while a child that has not executed its program
-// yet has a copy.
+// Closing the descriptor is not enough: the copy in a child that has not executed its program yet
+// would keep the lock.
 CFileLock::~CFileLock() {
   if (!m_bRefused) {
     flock(m_nDescriptor, LOCK_UN);

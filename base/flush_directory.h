@@ -5,7 +5,8 @@
 
 #include "base/descriptor.h"
 
-// Makes what names there are in the directory survive a loss of power. False with errno.
+// Flushes a directory to the disk: names created, changed or removed in it survive a power failure.
+// False with errno.
 inline bool FlushDirectory(const char* path) {
   const CDescriptor directory(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return directory.IsOpen() && fsync(directory.Get()) == 0;

@@ -15,10 +15,10 @@
 
 namespace {
 
-// Memory is taken at once for a file up to this size; a sparse one may claim any.
+// The most memory reserved in advance: a sparse file may claim any size.
 constexpr size_t LARGEST_RESERVE = size_t{16} << 20;
 
-// `size` stays as it is when the system does not tell it.
+// True, and `size` untouched, when fstat() fails: the read then decides.
 bool IsReadable(int descriptor, size_t& size) {
   struct stat status = {};
   if (descriptor < 0) {

@@ -10,7 +10,7 @@ struct ModificationTime {
   int64_t seconds = 0;
   int64_t nanoseconds = 0;  // below a second
 
-  // NOLINTNEXTLINE(modernize-use-nullptr): of what the compiler makes of it
+  // NOLINTNEXTLINE(modernize-use-nullptr): false positive on the generated operator
   auto operator<=>(const ModificationTime&) const = default;
 };
 
@@ -27,10 +27,10 @@ struct FileStamp {
 bool StatRegularFile(const std::string& path, FileStamp& stamp);
 
 // Stores the whole content of the file. False, and `text` untouched, when it cannot be read or is
-// longer than `longest` bytes. A file whose kind and size the system does not
-// tell is read too. Throws std::bad_alloc.
+// longer than `longest` bytes. A file that fstat() cannot examine is read too. Throws
+// std::bad_alloc.
 //
-// With `isHeld` it reads under a shared lock and never waits for it: true is stored when a writer
-// held the file, which is read all the same; the text may be half changed then.
+// With `isHeld` it tries once to lock the file (shared). When a writer holds it, it stores true and
+// reads without the lock: the text may then be half changed.
 bool ReadRegularFile(const std::string& path, std::string& text, size_t longest = SIZE_MAX,
                      bool* isHeld = nullptr);

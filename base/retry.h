@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-// Makes a system call, and makes it again as long as a signal interrupts it (-1 with EINTR).
-// Returns what it returned last, with its errno.
+// Makes a system call, and repeats it while a signal interrupts it (-1 with EINTR). Returns the
+// last result, with its errno.
 template <typename Call>
 auto RetryInterrupted(const Call& call) {
   auto result = call();
