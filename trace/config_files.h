@@ -11,9 +11,9 @@ constexpr char TRACE_GLOBAL_FILE[] = "/etc/orvane/CorvistaSuite/TraceConfig/glob
 // Its section for all modules.
 constexpr char TRACE_GLOBAL_SECTION[] = "GlobalDebugSettings";
 
-// Longer files, in bytes, are no configuration: they count as files that cannot be read.
+// Configuration files longer than this, in bytes, count as unreadable.
 constexpr size_t LONGEST_CONFIG_FILE = size_t{16} << 20;
 
-// The paths of the configuration files, in alphabetical order, in which they are looked through for
-// the section of a module. Empty when the directory cannot be opened. Throws std::bad_alloc.
+// The paths of the configuration files, sorted. The first one with a section for the module counts.
+// Empty when the directory cannot be opened. Throws std::bad_alloc.
 std::vector<std::string> ListTraceConfigFiles();

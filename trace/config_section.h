@@ -4,23 +4,23 @@
 #include <optional>
 #include <string_view>
 
-// The number that `text` begins with, after white space, in that base as strtoll() takes it; 0 when
-// there is none. A number beyond 32 bits is the largest one, a negative one its two's complement.
+// The number at the start of `text`, parsed as strtoll() does in that base; 0 when there is none. A
+// magnitude above 32 bits gives 0xFFFFFFFF, a negative number its two's complement.
 uint32_t ReadTraceNumber(const char* text, int base);
 
-// One section of a trace configuration text: the lines from its header, a line that begins with the
-// section's name in square brackets, to the next line that begins with a square bracket, a line
-// "EndOfFile", or the end of the text.
+// One section of a trace configuration: the lines between its header, which begins with the
+// section's name in square brackets, and the next line that begins with "[", a line "EndOfFile", or
+// the end of the text.
 //
-// A section refers to the text that it was found in and is valid as long as that text.
+// A view: valid as long as the text in which it was found.
 class CConfigSection {
  public:
   // The first section of that name (compared without regard to case), or nothing.
   static std::optional<CConfigSection> Find(std::string_view text, std::string_view name);
 
   // The number after the first "=" of the first line that contains `key` anywhere and has a "=";
-  // nothing without such a line. Prefix 0x: hexadecimal, prefix 0: octal, else decimal; text that
-  // is no number reads as 0.
+  // nothing without such a line. Prefix 0x: hexadecimal, prefix 0: octal, else decimal; anything
+  // but a number reads as 0.
   std::optional<uint32_t> ReadNumber(std::string_view key) const;
 
  private:

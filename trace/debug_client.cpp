@@ -25,7 +25,7 @@ class ErrnoKeeper {
   const int m_nErrno = errno;
 };
 
-// Runs `write`; what it throws ends here while a shield is up.
+// Runs `write`; while a shield is up, its exceptions are swallowed.
 template <typename Write>
 HANDLES_FORCED_UNWIND void Guarded(const Write& write) {
   const ErrnoKeeper keeper;
@@ -46,8 +46,8 @@ HANDLES_FORCED_UNWIND void Guarded(const Write& write) {
 
 }  // namespace
 
-// The three operations differ only in their variadic shell: va_end belongs to the function of
-// va_start and must also run when the sink throws.
+// The three operations repeat the handling of the arguments: va_end must stand in the function of
+// va_start, and must also run when the sink throws.
 
 void CDebugClient::Trace(uint32_t level, const char* format, ...) {
   va_list arguments;
@@ -96,7 +96,7 @@ void CDebugClient::WriteLeveled(uint32_t level, const char* format, va_list argu
     return;
   }
   if (level == 0) {
-    // First, so that no sink can keep the line from the log.
+    // Before the sink, which may throw.
     va_list copy;
     va_copy(copy, arguments);
     WriteTraceToSystemLog(format, copy);

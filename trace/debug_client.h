@@ -25,8 +25,8 @@ class CDebugClient : public CDebugTraceConfig {
   // which spares the formatting when tracing is off.
   void Trace(uint32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-  // False when Trace() would drop a line of that level: asked before a line that is costly to make.
-  // Reads newer settings as Trace() does.
+  // False when Trace() would drop a line of that level; for callers that would spend much on making
+  // the line. Rereads changed settings as Trace() does.
   bool Accepts(uint32_t level);
 
   // Write a line whatever the level. The first argument of the second form is ignored.

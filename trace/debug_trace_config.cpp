@@ -32,8 +32,8 @@ struct CDebugTraceConfig::Sources {
     std::string path;
     FileStamp stamp;
 
-    // Reads the file and keeps its stamp. One that a writer holds keeps none, so that it is newer
-    // at the next check. False when it cannot be read.
+    // Reads the file and keeps its stamp; none while a writer holds the file, so that the next
+    // check reads it again. False when it cannot be read.
     bool Read(std::string& text, bool& isHeld) {
       FileStamp current;
       StatRegularFile(path, current);
@@ -44,8 +44,8 @@ struct CDebugTraceConfig::Sources {
       return true;
     }
 
-    // Reads the file when it is newer than the stamp, and keeps its new one. False otherwise, also
-    // when it cannot be read or a writer holds it: it is then still newer at the next check.
+    // Reads the file when it is newer than the stamp, and updates the stamp. False otherwise, also
+    // when it cannot be read or a writer holds it: the next check then tries again.
     bool ReadIfNewer(std::string& text) {
       FileStamp current;
       bool isHeld = false;

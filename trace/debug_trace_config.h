@@ -10,12 +10,12 @@
 //
 // They come from the files below "/etc/orvane/CorvistaSuite/TraceConfig" whose name contains ".ini"
 // and from the environment variables CV_LOG_DEBUG_LEVEL and CV_LOG_DYNAMIC_UPDATE (decimal), which
-// hold over the files. Files that are missing, cannot be read or are longer than 16 MiB leave
-// tracing off; no error is reported.
+// take precedence over the files. Files that are missing, cannot be read or are longer than 16 MiB
+// leave tracing off; no error is reported.
 //
-// Thread safety: every operation may be called from any thread. Built at compile time and without a
-// destructor, so that it is usable before the first and after the last static object of the
-// process.
+// Thread safety: every operation may be called from any thread. Initialised at compile time and
+// without a destructor, so that it is usable before the first and after the last static object of
+// the process.
 class CDebugTraceConfig {
  public:
   constexpr CDebugTraceConfig() = default;
@@ -24,8 +24,8 @@ class CDebugTraceConfig {
 
   // Reads the settings of the section `moduleName` (null: empty), a string that must outlive the
   // object: the sink gets it with each line, perhaps while the process ends. May be repeated: a
-  // setting that is not found any more is then reset, except when there is no file at all, and one
-  // whose file a profile writer holds stays. Returns true.
+  // setting that is no longer found is then reset, unless there is no file at all or a profile
+  // writer holds its file. Returns true.
   bool Load(const char* moduleName);
 
   // Forgets the name and frees the paths. The settings stay; they are not read again before the
@@ -52,10 +52,10 @@ class CDebugTraceConfig {
  protected:
   ~CDebugTraceConfig() = default;
 
-  // Reads files that became newer again, when the dynamic update interval has passed since the last
-  // check or the clock went back. Whether tracing is enabled does not change, so that a level of 0
-  // can be raised again; a key that is missing keeps its value. A file that a profile writer holds
-  // is read at a later check.
+  // Rereads the files that have become newer, once the dynamic update interval has passed since the
+  // last check or the clock was set back. IsEnabled() does not change, so that a level of 0 can be
+  // raised again; a missing key keeps its value. A file that a profile writer holds is left to a
+  // later check.
   void UpdateWhenDue();
 
  private:

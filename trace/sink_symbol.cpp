@@ -9,10 +9,10 @@
 
 namespace {
 
-constexpr size_t OPERATIONS = 9;  // of ITraceSink, up to the last one
+constexpr size_t OPERATIONS = 9;  // in the virtual table of ITraceSink
 constexpr std::array<size_t, 3> CALLED_OPERATIONS = {2, 7, 8};
 
-// Bytes of memory, and how a loaded segment must let them be used.
+// A range of memory, and the access (PF_ flags) that its segment must grant.
 struct Range {
   uintptr_t begin;
   size_t size;
@@ -34,7 +34,7 @@ int Holds(dl_phdr_info* object, size_t /*size*/, void* argument) {
 
 bool IsLoaded(Range range) { return dl_iterate_phdr(&Holds, &range) != 0; }
 
-// Labels of the linker, which have no type and no size, may share the address of an object.
+// A linker label, which has neither type nor size, may share the address of an object.
 bool IsObject(void* symbol) {
   Dl_info info = {};
   void* found = nullptr;
@@ -52,7 +52,7 @@ using Word [[gnu::may_alias]] = uintptr_t;
 // Reads a word of a loaded segment. It may belong to any object: the address sanitizer must not
 // check it.
 [[gnu::no_sanitize_address]] uintptr_t WordAt(uintptr_t address) {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): what it reads is an address that it tests
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the address was read as a number, and tested
   return *reinterpret_cast<const volatile Word*>(address);
 }
 

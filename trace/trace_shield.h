@@ -17,9 +17,9 @@ class CTraceShield {
   static bool IsUp() noexcept { return s_nDepth > 0; }
 
  private:
-  // `constinit` here too: otherwise each use asks for a function that initialises it, by a name
-  // that the host may have. The model of storage is one that needs no memory at a thread's first
-  // use: without any left, the loader would end the process.
+  // `constinit` here too: otherwise each use refers to the compiler's initialisation function, by a
+  // name that the host may define too. This TLS model allocates nothing at a thread's first use;
+  // with another the loader would end the process when memory is exhausted.
   [[gnu::tls_model("initial-exec")]] static constinit thread_local int32_t s_nDepth;
 
   int m_nCancelState = 0;  // the thread's state before this shield
