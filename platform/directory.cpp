@@ -21,7 +21,7 @@ namespace {
 
 constexpr mode_t FOR_ALL = 0777;
 
-// The entries of a directory in sorted order, given out one after the other.
+// Iterates over the entries of a directory in sorted order.
 class Listing {
  public:
   explicit Listing(const char* path) {
@@ -37,7 +37,7 @@ class Listing {
   Listing(const Listing&) = delete;
   Listing& operator=(const Listing&) = delete;
 
-  // Why the directory cannot be listed, as an errno number; 0: it can.
+  // The errno value of a failed listing; 0 on success.
   int GetError() const { return m_nError; }
 
   // The next entry; null after the last one.
@@ -50,14 +50,13 @@ class Listing {
   int m_nNext = 0;
 };
 
-// Where the system finds an entry: by `name` in an open directory, or by its path as `name`.
+// An entry as the *at() calls take it: `name` in an open directory, or a path with AT_FDCWD.
 struct Place {
   int directory;
   const char* name;
 };
 
-// The kind of an entry, a value of S_IFMT; of what it leads to, when it is a link. 0 when it cannot
-// be looked at.
+// The type of an entry (S_IFMT), links followed; 0 when it cannot be examined.
 mode_t FindKind(const Place& place) {
   struct stat status = {};
   return fstatat(place.directory, place.name, &status, 0) == 0 ? status.st_mode & S_IFMT : 0;
@@ -70,8 +69,7 @@ bool IsFileWithOneName(const Place& place) {
          S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
-// One removal. A tree may be deeper than the stack of the caller's thread, so the directories on
-// the way down are kept here and no function calls itself.
+// One removal. Not recursive, because a tree may be deeper than the caller's stack.
 class TreeRemoval {
  public:
   explicit TreeRemoval(const char* path) : m_strPath(path != nullptr ? path : "") {}
@@ -100,7 +98,7 @@ class TreeRemoval {
   void LeaveDirectory();
   void ReportWayUp();
 
-  std::string m_strPath;  // of the entry in work; as long as it is, it begins with its prefixes
+  std::string m_strPath;                    // of the current entry, or of its directory
   std::deque<Level> m_oLevels;              // from the top of the tree down
   std::optional<CDescriptor> m_oDirectory;  // the deepest one; opened when an entry needs it
   int m_nError = 0;                         // errno of the failure that ended the removal
@@ -118,7 +116,7 @@ bool TreeRemoval::Run(bool removeTop) {
   return isFine;
 }
 
-// Begins with the directory m_strPath, which is listed as the deepest one.
+// Enters the directory m_strPath, whose level has been added.
 bool TreeRemoval::EnterDirectory() {
   DEBUG_TRACE(2, "\nCDirectory          : Remove directory \"%s\"", m_strPath.c_str());
   if (m_strPath.empty()) {
@@ -126,7 +124,7 @@ bool TreeRemoval::EnterDirectory() {
   }
   m_nError = m_oLevels.back().listing.GetError();
   if (m_nError != 0) {
-    // Shows "" deliberately: no entry is in work yet.
+    // Shows "" deliberately: no entry has been handled yet.
     DEBUG_TRACE(3, "\nCDirectory          : scandir for directory \"%s\" failed; ## ERROR: %s", "",
                 strerror(m_nError));
     return false;
@@ -146,7 +144,7 @@ bool TreeRemoval::EnterSubdirectory() {
   return EnterDirectory();
 }
 
-// Handles the next entry of the deepest directory, or ends with that directory.
+// Handles the next entry of the deepest directory, or leaves the directory after the last one.
 bool TreeRemoval::HandleNext(bool removeTop) {
   Level& level = m_oLevels.back();
   m_strPath.resize(level.prefixLength);
@@ -162,8 +160,8 @@ bool TreeRemoval::HandleNext(bool removeTop) {
   return true;
 }
 
-// By its name in the directory, a file is found without the walk along the path for each call. All
-// else is found by the path, so that the system's limits for paths and links keep it out of reach.
+// A file is named relative to its directory, which saves a path lookup for each call. Everything
+// else is named by its path, so that the system's limits on paths and links still apply.
 Place TreeRemoval::FindPlace(const dirent& entry) {
   if (entry.d_type != DT_REG || m_strPath.size() >= PATH_MAX) {
     return {AT_FDCWD, m_strPath.c_str()};
@@ -198,7 +196,7 @@ bool TreeRemoval::RemoveFile(const Place& place) {
     return true;
   }
   DEBUG_TRACE(2, "\nCDirectory          : Found file: \"%s\"", path);
-  // A file with other names lives on under them, with its mode.
+  // Other hard links would keep the changed mode.
   if (!isRemoved && IsFileWithOneName(place)) {
     MakeWritable(place);
     isRemoved = Unlink(place);
@@ -226,7 +224,7 @@ void TreeRemoval::MakeWritable(const Place& place) const {
   }
 }
 
-// Removes the deepest directory, whose path m_strPath is, with the "/".
+// Removes the deepest directory, whose path with the "/" is in m_strPath.
 bool TreeRemoval::RemoveEmptied() {
   const char* prefix = m_strPath.c_str();
   DEBUG_TRACE(3, "\nCDirectory          : Remove directory parent \"%s\"", prefix);
@@ -240,7 +238,7 @@ bool TreeRemoval::RemoveEmptied() {
   return true;
 }
 
-// Goes on with the directory above the deepest one.
+// Returns to the parent directory.
 void TreeRemoval::LeaveDirectory() {
   m_oLevels.pop_back();
   m_oDirectory.reset();
@@ -250,7 +248,8 @@ void TreeRemoval::LeaveDirectory() {
   }
 }
 
-// A failure also fails each directory above it, but for the top of the tree, whose result it is.
+// A failure also fails every directory above it. The top has no line here: its failure is the
+// result.
 void TreeRemoval::ReportWayUp() {
   for (; m_oLevels.size() > 1; m_oLevels.pop_back()) {
     m_strPath.resize(m_oLevels.back().prefixLength - 1);
@@ -265,9 +264,9 @@ constexpr long FCHMODAT2 = SYS_fchmodat2;
 constexpr long FCHMODAT2 = 452;  // on every processor but the Alpha
 #endif
 
-// Looks at the entry and changes it in one step, so that nobody can put a link in its place between
-// the two. Older kernels lack the call, and filters of containers refuse what they do not know; the
-// C library's way around that is four times as slow.
+// One call checks and changes the entry, so that nobody can put a link in its place in between.
+// Older kernels lack the call, and the system call filters of containers may refuse it; the C
+// library's emulation is four times as slow.
 int ChangeModeNoFollow(int directory, const char* path, mode_t mode) {
   if (syscall(FCHMODAT2, directory, path, mode, AT_SYMLINK_NOFOLLOW) == 0) {
     return 0;

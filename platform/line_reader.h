@@ -8,8 +8,8 @@
 
 #include "base/descriptor.h"
 
-// Reads a file line by line, as std::getline() on an input stream does, and takes no memory of its
-// own: a short file costs an open, a read and a close.
+// Reads a file line by line, as std::getline() on an input stream does, but without a buffer on the
+// heap: a short file costs an open, a read and a close.
 //
 // Thread safety: one thread at a time uses a reader.
 class CLineReader {
@@ -25,5 +25,5 @@ class CLineReader {
  private:
   const CDescriptor m_oFile;
   std::array<char, 4096> m_oBuffer;
-  std::string_view m_strRest;  // of what was read into m_oBuffer
+  std::string_view m_strRest;  // the unread part of m_oBuffer
 };

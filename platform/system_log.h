@@ -8,7 +8,7 @@
 // process: closing it also closes it for the host, whose next message opens it again.
 
 // Connects at once, under the program's short name, with the process id in each message and the
-// console as the way out when the log cannot be reached; facility LOG_LOCAL1.
+// console as the fallback when the log cannot be reached; facility LOG_LOCAL1.
 void OpenSystemLog();
 
 // Writes a message, printf-style, with a priority such as LOG_ERR. Callers pass up to four

@@ -42,7 +42,7 @@ class UndisturbedThread {
   int m_nCancelState = PTHREAD_CANCEL_ENABLE;
 };
 
-// The host blocks some for its worker threads, and the program would inherit that.
+// Unblocks signals that a host blocks in its worker threads: the program would inherit the mask.
 sigset_t BlockedInChild(sigset_t blocked) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
     sigdelset(&blocked, signal);
@@ -50,8 +50,8 @@ sigset_t BlockedInChild(sigset_t blocked) {
   return blocked;
 }
 
-// Gives up every handler of the host, as the execution of the program does, but before a signal can
-// arrive: its handler would run on the host's memory.
+// Resets the host's signal handlers, as exec() does, but before signals are unblocked: a handler
+// would run in the host's memory.
 void ResetHandlers() {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action = {};
@@ -63,9 +63,9 @@ void ResetHandlers() {
   }
 }
 
-// The parent's thread is suspended until the program begins, and execution can take long. In a
-// process namespace of its own, where the parent's id is 0, the child's id is not the one that the
-// parent needs.
+// Done by the child, because its parent's thread is suspended until exec() succeeds, which can take
+// long. In a PID namespace of its own, where getppid() returns 0, the child does not know the id
+// that the parent needs.
 void PublishId(std::atomic<int32_t>& pid) {
   if (getppid() != 0) {
     pid = getpid();
@@ -97,8 +97,8 @@ void CloseNamed(const dirent64& entry, uint32_t first, int listing) {
   }
 }
 
-// Closes what "/proc/self/fd" lists. False when it cannot be listed. readdir() would not do: it
-// takes memory, which a child must not do before exec().
+// Closes what "/proc/self/fd" lists. False when it cannot be listed. Not with readdir(): it
+// allocates, which a child must not do before exec().
 bool CloseListed(uint32_t first) {
   const CDescriptor listing(open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   alignas(dirent64) char block[4096];
@@ -131,7 +131,7 @@ CChildProgram::CChildProgram(std::vector<std::string> words, bool keepDescriptor
 pid_t CChildProgram::Start(std::atomic<int32_t>& pid) const noexcept {
   const UndisturbedThread undisturbed;
   const sigset_t blocked = BlockedInChild(undisturbed.GetBlocked());
-  // Not posix_spawn(): it leaves no child of a program that cannot be executed.
+  // Not posix_spawn(): when the program cannot be executed it fails, and no child ends with 255.
   // NOLINTBEGIN(clang-analyzer-security.insecureAPI.vfork,clang-analyzer-unix.Vfork)
   pid_t child = vfork();
   if (child == 0) {
@@ -149,8 +149,8 @@ pid_t CChildProgram::Start(std::atomic<int32_t>& pid) const noexcept {
   return child;
 }
 
-// The child's side, in the memory of the parent: only makes calls that are safe in a signal
-// handler, and changes nothing but `pid`.
+// The child's side, in the memory of the parent: makes only async-signal-safe calls and changes
+// nothing but `pid`.
 void CChildProgram::Execute(const sigset_t& blocked, std::atomic<int32_t>& pid) const noexcept {
   PublishId(pid);
   ResetHandlers();
@@ -158,7 +158,7 @@ void CChildProgram::Execute(const sigset_t& blocked, std::atomic<int32_t>& pid) 
     CloseDescriptors(FIRST_DESCRIPTOR, m_nDescriptorLimit);
   }
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
-  // The C library's search of PATH takes no memory and no lock.
+  // glibc's search of PATH neither allocates nor locks.
   execvp(m_pProgram, m_oArguments.data());
   _exit(CANNOT_EXECUTE);
 }

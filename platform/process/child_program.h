@@ -12,8 +12,8 @@
 class CChildProgram {
  public:
   // `words` are the program, looked up through PATH unless it contains a "/", and its arguments.
-  // No words at all make a program that cannot be executed. Unless `keepDescriptors` is set, the
-  // child closes all its descriptors but the first three.
+  // Without words the program cannot be executed. Unless `keepDescriptors` is set, the child closes
+  // all its descriptors but the first three.
   CChildProgram(std::vector<std::string> words, bool keepDescriptors);
   CChildProgram(const CChildProgram&) = delete;
   CChildProgram& operator=(const CChildProgram&) = delete;
@@ -24,13 +24,12 @@ class CChildProgram {
   //
   // `pid` receives the result too, and before the program is executed, which may take long: for
   // instance while a scanner checks the program or a file system does not answer. Another thread
-  // may kill the child meanwhile. (A child in a process namespace of its own does not know its id
-  // for others; there, and where memory cannot be shared, `pid` receives it from the calling
-  // thread.)
+  // may kill the child meanwhile. (A child in a PID namespace of its own does not know its id
+  // outside; there, and where memory cannot be shared, `pid` receives it from the calling thread.)
   //
   // The cost does not grow with the memory of the process: the child borrows it instead of copying
-  // it, and only the calling thread is suspended until the program begins. No handler of
-  // the host runs in the child.
+  // it, and only the calling thread is suspended until the program begins. No signal handler of the
+  // host runs in the child.
   pid_t Start(std::atomic<int32_t>& pid) const noexcept;
 
  private:
@@ -46,11 +45,11 @@ class CChildProgram {
 // Splits at white space. Knows no quotes and no escapes.
 std::vector<std::string> SplitIntoWords(const char* commandLine);
 
-// The number that new descriptors of the process are below: its limit, or 1024 when that is below
-// 256 or unknown.
+// The process's descriptor limit, which descriptors are below; 1024 when it is below 256 or
+// unknown.
 uint32_t GetDescriptorLimit();
 
 // Closes all descriptors from `first` up, also those above the process's limit, which were opened
-// before it was lowered. On old kernels without a proc file system those up to `limit`, exclusive,
-// one by one; elsewhere the cost does not depend on it. Safe between fork() or vfork() and exec().
+// before it was lowered. On old kernels without a proc file system it closes those below `limit`,
+// one by one; elsewhere `limit` does not matter. Safe between fork() or vfork() and exec().
 void CloseDescriptors(uint32_t first, uint32_t limit) noexcept;

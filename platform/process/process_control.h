@@ -8,15 +8,15 @@
 
 #include "base/descriptor.h"
 
-// Child processes: starting one, waiting for it, ending it by force. A process id is all that names
-// a process; -1 means none.
+// Child processes: starting one, waiting for it, ending it by force. Processes are named by their
+// id alone; -1 means none.
 //
 // Failures are results and nothing is logged. An exit code is the exit status, 0 to 255, of a child
 // that ended normally and -1 in every other case.
 //
 // Thread safety: every operation may be called from any thread. Two waits for one child race for
 // it: one gets its exit status, the other false and -1. In a host that ignores SIGCHLD both get
-// that, once the child has ended.
+// false and -1, once the child has ended.
 
 // Runs the program named by the first word of `commandLine`, looked up through PATH, with the other
 // words as its arguments. White space separates words; no quoting and no escaping is recognised.
@@ -70,8 +70,8 @@ bool WaitProcess(int32_t pid, int32_t& exitCode, uint32_t timeoutMilliseconds);
 bool WaitForProcessEnd(int32_t pid, uint32_t milliseconds);
 
 // Sends SIGKILL, deliberately also without `force`. False, with errno set, when that failed: ESRCH
-// for a process that is gone, and for a pid below 1, which would name a group of processes or all
-// of the machine.
+// for a process that is gone, and for a pid below 1, which would name a process group or all
+// processes.
 bool KillProcess(int32_t pid, bool force);
 
 // Stores the current directory of the process. False, and `path` untouched, when it has none any

@@ -49,7 +49,7 @@ bool FindProcessByName(int32_t& pid, std::string_view name) {
   if (!processes) {
     return false;
   }
-  // As ReadProcFile() does, but without a walk down from the root for each process.
+  // As ReadProcFile(), but relative to "/proc", which saves a path lookup for each process.
   std::string path;
   std::string commandName;
   while (const dirent* entry = readdir(processes.get())) {

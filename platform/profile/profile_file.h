@@ -21,7 +21,7 @@ class CProfileFile {
 
   bool IsOpen() const { return m_oFile.IsOpen(); }
 
-  // True when the file of that name is another one by now, or gone. It must be open.
+  // True when that name now belongs to another file, or to none. The object must be open.
   bool IsReplaced(const char* fileName) const;
 
   // The descriptor, owned by the object; -1 when it is not open.
@@ -36,12 +36,12 @@ class CProfileFile {
 //
 // Each operation returns true, or false and the file has its old length and content: its size
 // cannot be read, memory is short, or a read, a write or the truncation failed. What was written is
-// taken back then; bytes that lie beyond the old end are written first, because only they need room
-// on the disk.
+// undone then; bytes beyond the old end are written first, because only they need space on the
+// disk.
 
 // Replaces the bytes from offset `from` to before offset `to` by an optional line end and, unless
 // key or value is null, a line of key, "=" and value. The rest of the file follows. False, too,
-// when the stretch is not in the file.
+// when the range is not in the file.
 bool ReplaceFileRange(int descriptor, off_t from, off_t to, const char* key, const char* value,
                       bool leadingLineEnd);
 

@@ -8,7 +8,7 @@
 
 // The lines of an open file as fgets() with a buffer of 1024 bytes gives them: each ends with its
 // line end, and a longer line comes in pieces of 1023 characters that count as lines of their own.
-// Files that were written line by line keep their meaning that way, also where a line is too long.
+// So overlong lines keep the meaning that they have for programs that read with fgets().
 //
 // Reads in blocks from the descriptor's position on and needs the same memory for any size of file.
 class CProfileLines {
@@ -34,7 +34,7 @@ class CProfileLines {
 
   const int m_nDescriptor;
   const std::unique_ptr<char[]> m_pBlock;
-  size_t m_nBegin = 0;  // of what was not given yet, in the block
+  size_t m_nBegin = 0;  // of the unread part of the block
   size_t m_nEnd = 0;
   off_t m_nBlockOffset = 0;  // of the block's first byte in the file
   bool m_bHasNul = false;    // a NUL byte was seen in this or an earlier block

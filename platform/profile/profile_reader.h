@@ -4,11 +4,11 @@
 #include <optional>
 #include <string_view>
 
-// What a profile file holds for one question: the value of a key, the names of the keys of a
-// section, or the names of the sections.
+// Answers one query on a profile file: the value of a key, the names of the keys of a section, or
+// the names of the sections.
 //
-// The answer goes to a buffer of the caller. A value is one NUL-terminated string; a list is its
-// names one after the other, each with a NUL, and a final NUL. What does not fit is cut off.
+// The answer goes to the caller's buffer. A value is one NUL-terminated string; a list is its names
+// one after the other, each with a NUL, and a final NUL. What does not fit is cut off.
 class CProfileReader {
  public:
   // The memory of the buffer, at least 1 byte, and of the strings stays the caller's and must

@@ -18,13 +18,13 @@
 
 namespace {
 
-// How long a call waits for the lock of a file. Its time begins before the calls of other threads
-// have been waited for.
+// How long a call waits for the lock of a file, counted from before it waits for the calls of other
+// threads.
 constexpr std::chrono::seconds LONGEST_WAIT(1);
 
-// Makes the calls of this process wait for each other, also where the file system has no locks. The
-// lock of a file is waited for by trying again, in no order: alone it would let readers keep a
-// writer out for its whole second. No line is traced under this one: the sink may call back.
+// Serialises the calls of this process (reads may run together), also where the file system has no
+// locks. The lock of a file is polled, in no order: alone it would let readers starve a writer for
+// its whole second. Nothing is traced under this lock: the sink may call back.
 std::shared_mutex& ProcessLock() {
   static constinit std::shared_mutex lock;
   return lock;

@@ -15,9 +15,9 @@
 //
 // Thread safety: both may be called from any thread, and no call, of this process or another, sees
 // an update half done: an update holds an exclusive lock (flock) on the file, a read a shared one.
-// Each waits a second at most for whoever holds the file; an update fails then, a read reads. Where
-// the file system has no locks, only the calls of one process keep out of each other's way. A
-// thread that is cancelled keeps going until the file is closed.
+// Each waits at most a second for that lock; then an update fails, and a read goes on without it.
+// Where the file system has no locks, only the calls of one process exclude each other. Thread
+// cancellation is held back until the file is closed.
 
 // Reads the value of a key, or a list of names: of the sections when `section` is null, else of the
 // keys of the section when `key` is null. A value ends before the first ";" and has no white space
@@ -37,6 +37,6 @@ uint32_t GetPrivateProfileString(const char* section, const char* key, const cha
 // a new section at the end of the file. The strings are written as they are.
 //
 // Returns 1, or 0 when section or file name is null, there is nothing to remove, the file cannot be
-// opened, read or written, or others hold its lock for a second; the file is then as it was.
+// opened, read or written, or its lock is not free within a second; the file is then as it was.
 uint32_t WritePrivateProfileString(const char* section, const char* key, const char* value,
                                    const char* fileName);

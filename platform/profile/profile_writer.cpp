@@ -17,12 +17,12 @@ namespace {
 struct ProfileChange {
   enum class Kind {
     NOTHING,
-    REPLACE,        // the stretch, by the entry, which is nothing when something is removed
+    REPLACE,        // the range, by the entry; by nothing in a removal
     APPEND_SECTION  // at the end of the file
   };
 
   Kind kind = Kind::NOTHING;
-  off_t from = 0;  // the stretch, as offsets in the file
+  off_t from = 0;  // the range, as offsets in the file
   off_t to = 0;
   bool leadingLineEnd = false;  // in front of the entry
 };
@@ -150,7 +150,7 @@ std::optional<ProfileChange> FindChange(int descriptor, const char* section, con
   return place.TakeEndOfFile(lines.GetOffset());
 }
 
-// Finds the place and makes the change there.
+// Finds the change and makes it.
 bool ChangeFile(int descriptor, const char* section, const char* key, const char* value) {
   const std::optional<ProfileChange> change = FindChange(descriptor, section, key, value);
   if (!change || change->kind == ProfileChange::Kind::NOTHING) {
@@ -167,8 +167,8 @@ bool IsEmpty(int descriptor) {
   return fstat(descriptor, &status) == 0 && status.st_size == 0;
 }
 
-// One call of UpdateProfileFile(). Nothing as a result: the file that was opened is not the one of
-// that name any more.
+// One call of UpdateProfileFile(). Its attempts return nothing when the file was replaced after it
+// was opened.
 class CProfileUpdater {
  public:
   CProfileUpdater(const char* section, const char* key, const char* value, const char* fileName,
@@ -188,7 +188,7 @@ class CProfileUpdater {
       if (const CProfileFile file(m_pFileName, Mode::CREATE); file.IsOpen()) {
         return UpdateLocked(file, &ChangeFile, true);
       }
-      // Another has made it meanwhile, or it is a link to a file that does not exist.
+      // Somebody else has just made it, or it is a link to a missing file.
       if (const CProfileFile file(m_pFileName, Mode::MAKE); file.IsOpen()) {
         return UpdateLocked(file, &ChangeFile);
       }

@@ -12,7 +12,7 @@ enum class ProfileUpdate {
 // with a null key the section. What is missing is made when there is a value to store. Unless the
 // result is DONE, the file is as it was.
 //
-// Holds the file under an exclusive lock from the search for the place to the end of the change,
-// and waits for that lock until the time `until`.
+// Holds an exclusive lock on the file from the search to the end of the change, and waits for that
+// lock until `until`.
 ProfileUpdate UpdateProfileFile(const char* section, const char* key, const char* value,
                                 const char* fileName, CFileLock::Time until);

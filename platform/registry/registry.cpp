@@ -235,6 +235,6 @@ std::shared_ptr<CRegistryNode> CRegistry::NodeOf(const HKEY& key) const {
 
 bool ReadRegistryPointer(std::string& text, const char* name) {
   CRegistry registry;
-  // The second attempt serves a reader that comes while the key is being stored anew.
+  // The second attempt is for a reader that arrives while the key is being replaced.
   return ReadOnce(registry, text, name) || ReadOnce(registry, text, name);
 }

@@ -51,7 +51,7 @@ class HKEY {
 
   bool IsNull() const { return m_pRootName == nullptr && m_pNode == nullptr; }
 
-  // The key at this moment; null for the null handle and for a root key that is none in the tree.
+  // The key at this moment; null for the null handle and for a root key that is not in the tree.
   std::shared_ptr<CRegistryNode> GetNode() const;
 
  private:
@@ -63,7 +63,7 @@ class HKEY {
 // the first object is made and saved, when it was changed, whenever an object ends.
 //
 // The object keeps the key that it has open. When that key is deleted, replaced or reloaded by
-// whomever, reads through the object find nothing and changes fail.
+// anybody, reads through the object find nothing and changes fail.
 //
 // Keys and values of one key share one name space; names are case-sensitive. Paths are separated by
 // "\" or "/". Exhausted memory ends an operation with its failure value and leaves the tree as it
@@ -139,7 +139,7 @@ class CRegistry {
   // Stores a value in `key` (null: the current key) under `name`, over a value or subkey of that
   // name; a null name stores nothing and succeeds. Takes `length` bytes of `data`; a string ends at
   // its first NUL, an integer needs 4 bytes. Returns 1, or 0 without a key, for another type or
-  // when the data are bad.
+  // invalid data.
   uint32_t SetValue(const char* name, const void* data, int32_t length, uint32_t type,
                     const HKEY& key = nullptr);
   // Store in the current key. Return REGISTRY_OK or REGISTRY_INVALID.

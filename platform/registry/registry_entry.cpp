@@ -57,7 +57,7 @@ void CRegistryArena::Release() noexcept {
   }
 }
 
-// Leaves the data to be filled in, followed by a NUL; a subkey has an empty pointer.
+// Leaves the data for the caller to fill in, followed by a NUL; the pointer of a subkey is null.
 CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, size_t dataLength,
                                CRegistryArena* arena) {
   using Block = CRegistryArena::Block;
@@ -89,7 +89,7 @@ void CRegistryEntry::HeadDeleter::operator()(Head* head) const noexcept {
   reinterpret_cast<CRegistryArena::Block*>(reinterpret_cast<char*>(head) - head->offset)->Drop();
 }
 
-// With what aligns the head of a next entry.
+// With the padding that aligns the head of the next entry.
 size_t CRegistryEntry::SizeOf(const Head& head) {
   const size_t payload =
       head.type == REG_KEY ? alignof(Key) - 1 + sizeof(Key) : size_t{head.dataLength} + 1;

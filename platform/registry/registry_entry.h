@@ -28,7 +28,7 @@ struct RegistryValue {
 // Not thread-safe; the entries are not tied to the thread that made them.
 class CRegistryArena {
  public:
-  // `textSize`: bytes of the text, which tell how much may be needed.
+  // `textSize`: bytes of the text; an estimate of the need.
   explicit CRegistryArena(size_t textSize) : m_nTextSize(textSize) {}
   ~CRegistryArena() { Release(); }
   CRegistryArena(const CRegistryArena&) = delete;

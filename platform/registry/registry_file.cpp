@@ -55,9 +55,9 @@ void FreeLock(SharedLock& shared) {
   shared.file.reset();
 }
 
-// A save that was killed may have left a file of that name. It is removed, not written over: while
-// the exchange of that save is not on the disk, it is still the current file there. What is no
-// regular file stays, and no file can be made.
+// A killed save may have left this file. It is removed, not overwritten: until the exchange by that
+// save has reached the disk, it is still the current file there. Anything but a regular file stays,
+// and then no file can be made.
 int MakeTemporaryFile() {
   struct stat status = {};
   if (lstat(REGISTRY_TEMPORARY_FILE, &status) == 0 && S_ISREG(status.st_mode)) {
@@ -177,7 +177,8 @@ RegistrySave TraceFailure(const char* path, RegistrySave result = RegistrySave::
   return result;
 }
 
-// Where no file can be made, the lock file included, the temporary file's own failure tells it.
+// Where no file can be made, the lock file cannot either; the failure of the temporary file then
+// says so.
 bool CanMakeFiles() { return access(REGISTRY_DIRECTORY, W_OK) == 0; }
 
 CDescriptor OpenDirectory() {

@@ -21,14 +21,14 @@ enum class RegistryUse { LOAD, SAVE };
 // How long an agent waits for other processes.
 constexpr std::chrono::seconds REGISTRY_LOCK_WAIT(2);
 
-// Keeps the processes that save the registry apart: an exclusive lock on a file beside the
-// registry, which only root may open, so that nobody else can hold a saver up.
+// Lets one process at a time save the registry: an exclusive lock on a file beside it, which only
+// root may open, so that nobody else can block a save.
 //
-// A process that has the lock gets it again at once; its last object frees it. Where the file
-// system knows no locks, everybody gets it. A load does not make the lock file when it is missing.
+// A process that has the lock gets it again at once; its last object frees it. On a file system
+// without locks everybody gets it. A load does not make the lock file when it is missing.
 //
-// Thread safety: objects may be made and destroyed on any thread. They keep processes apart, not
-// the threads of one.
+// Thread safety: objects may be made and destroyed on any thread. They exclude other processes, not
+// threads.
 class CRegistryLock {
  public:
   // Waits for other processes for `limit` at most.
@@ -56,7 +56,7 @@ enum class RegistrySave {
 // moves the current file to the backup (unless it is missing, empty or no regular file) and the
 // temporary file to the current one. A crash at any instant leaves the old or the new content,
 // whole, as current file or backup. Other processes that save meanwhile are waited for, two seconds
-// at most; then the save fails. The reason of what goes wrong is traced.
+// at most; then the save fails. Failures are traced, with the reason.
 RegistrySave SaveRegistryFile(const std::string& text);
 
 // Repeats the flush that a save lacked (RegistrySave::NOT_FLUSHED). False, with the reason traced,

@@ -32,7 +32,7 @@ size_t CountRepeatedNames(const std::vector<CRegistryEntry>& entries) {
   return count;
 }
 
-// Of neighbours with one name only the last stays; the others go to `replaced`.
+// Of neighbours with the same name only the last stays; the others go to `replaced`.
 void KeepLastOfEachName(std::vector<CRegistryEntry>& entries,
                         std::vector<CRegistryEntry>& replaced) {
   const size_t repeated = CountRepeatedNames(entries);
@@ -226,8 +226,8 @@ void CRegistryNode::deleteNode() {
   }
 }
 
-// Makes this key dead, on the way from `outer`, so that the caller may free its entries. False when
-// it was dead.
+// Makes this key dead, so that the caller may free its entries and return to `outer`. False when it
+// was dead already.
 bool CRegistryNode::Kill(CRegistryNode* outer) {
   const CCriticalSectionGuard guard(m_oLock);
   if (m_bDead) {
@@ -269,8 +269,8 @@ void CRegistryNode::FreeEntries(bool isTraced) {
   }
 }
 
-// A binary search. All names between two that begin alike begin so too: a comparison starts after
-// what the nearest entries on both sides are known to share with the name.
+// A binary search. A prefix shared by two names is shared by all between them, so a comparison
+// starts after what the nearest entries on both sides are known to share with the name.
 CRegistryNode::Position CRegistryNode::Search(std::string_view name) {
   auto low = m_oEntries.begin();
   auto high = m_oEntries.end();

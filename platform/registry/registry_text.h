@@ -17,7 +17,7 @@ constexpr size_t REGISTRY_LINE_LENGTH = 1023;
 //   name=s=text    name=es=expandable text    name=d=integer    name=b=01 ff
 //
 // and lines "[name]", each followed by the node of that subkey; an empty line or the end of the
-// text ends a node. A longer line than REGISTRY_LINE_LENGTH is read as several, each seen up to its
+// text ends a node. A line longer than REGISTRY_LINE_LENGTH is read as several, each seen up to its
 // first NUL; lines of any other form are ignored. Nesting is limited by memory only.
 //
 // Returns true when the text held at least one key, value, or integer line. Throws std::bad_alloc
@@ -28,9 +28,9 @@ bool ParseRegistryText(std::string_view text, CRegistryNode& node);
 // are left out. A key that another thread changes meanwhile is written as before or after the
 // change. Throws std::bad_alloc.
 //
-// What is written can be read back: a string ends at its first line end and, as bytes do, where its
-// line would become longer than one that is read as one. What has no line of its own that is read
-// as such, because its name has a line end, is too long or looks like that of a key, is left out.
+// What is written can be read back: a string is cut at its first line end, strings and bytes where
+// the line would exceed REGISTRY_LINE_LENGTH. An entry is left out when its name could not be read
+// back: it holds a line end, is too long, or makes the line look like the header of a key.
 //
 // Quickest when `expectedSize` is not far below the size of the text.
 std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize = 0);

@@ -28,7 +28,7 @@ bool IsMissing(const char* path) {
   return stat(path, &status) != 0 && errno == ENOENT;
 }
 
-// Whether something is lost when the file is saved over.
+// Whether overwriting the file would lose something.
 bool HasContent(const char* path) {
   struct stat status = {};
   return stat(path, &status) == 0 ? S_ISREG(status.st_mode) : errno != ENOENT;

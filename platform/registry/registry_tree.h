@@ -38,7 +38,7 @@ class CRegistryTree {
   bool AddMissingRootKeys();
 
   // Saves the tree when it is dirty. False when that fails, with the reason traced; the next call
-  // tries again. When only the flush of the directory failed, the next one repeats nothing else,
+  // tries again. When only the flush of the directory failed, the next call repeats just that
   // unless the tree has been changed, so that the backup stays. A tree that could not be loaded is
   // never saved.
   bool SaveTree();
@@ -79,8 +79,8 @@ class CRegistryTree {
   std::string m_strLoaded;                 // what was loaded instead, in the format of the files
 };
 
-// Lives while an operation changes the tree, and marks it dirty also when the change then fails:
-// before the change, and again after it, because a save in between may have missed it.
+// Lives while an operation changes the tree. Marks it dirty, even if the change then fails: before
+// the change, and again after it, because a save in between may have missed it.
 class CRegistryChange {
  public:
   CRegistryChange() { CRegistryTree::Get().MarkDirty(); }

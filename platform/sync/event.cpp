@@ -144,7 +144,7 @@ EventRecord* OpenOrCreateNamed(bool isSignaled, bool isManualReset, const std::s
   return FinishCreation(std::move(created), result);
 }
 
-// Broadcast or signal, as the kind of reset asks for. Returns pthread's result.
+// Wakes all waiters of a manual-reset event, one of an auto-reset event. Returns pthread's result.
 int WakeWaiters(EventRecord& record) {
   return record.manualReset ? pthread_cond_broadcast(&record.condition)
                             : pthread_cond_signal(&record.condition);
@@ -162,7 +162,7 @@ void WaitUntilNobodyWaits(EventRecord& record) {
   }
 }
 
-// Drops one reference; the last one takes the record with it.
+// Drops one reference; the last one destroys the record.
 void ReleaseRecord(EventRecord* record) {
   const EventLabel label(*record);
   const bool isSignaled = record->signaled;

@@ -38,12 +38,12 @@ class CEvent {
   // A second handle on the event of `other`, open even when `other` was closed; empty when that is.
   CEvent(const CEvent& other) noexcept;
 
-  // As the copy. The event that this handle referred to before is deliberately not released: it
-  // stays allocated, and under its name, for the life of the process.
+  // As the copy constructor. The event that this handle referred to before is deliberately not
+  // released: it stays allocated, and under its name, for the life of the process.
   CEvent& operator=(const CEvent& other) noexcept;
 
-  // Releases the event. The last handle blocks, looking once a second, until no thread is inside
-  // Wait() any more.
+  // Releases the event. The last handle blocks, polling once a second, until no thread is inside
+  // Wait().
   ~CEvent();
 
   // Changes state and kind of reset without waking anybody. False while a thread is inside Wait().
@@ -53,11 +53,11 @@ class CEvent {
   // the system could not wake the waiters.
   bool Set();
 
-  // As Set(), and leaves the yield to a caller who holds a lock that the woken thread needs.
+  // As Set() without the yield, for a caller who holds a lock that the woken thread needs.
   bool SetWithoutYield();
 
-  // Releases the threads that wait at this moment (an auto-reset event: one of them), leaves the
-  // event not signalled and yields. Result as for Set().
+  // Releases the threads that are waiting now (an auto-reset event: one of them), leaves the event
+  // not signalled and yields. Result as for Set().
   bool Pulse();
 
   // Makes the event not signalled.
@@ -80,12 +80,12 @@ class CEvent {
   bool IsOpen() const { return !m_bClosed; }
 
   // Waits until the event is signalled or `milliseconds` have passed on the monotonic clock
-  // (EVENT_INFINITE: no limit; 0: looks once and does not block). A wake-up counts as a signal even
-  // when the event is not signalled, so that Pulse() works; it is deliberately not checked again,
-  // and a thread that starts waiting between the signal of an auto-reset event and the wake-up is
-  // released too. With `trace` the wait writes its level-5 lines. Returns
+  // (EVENT_INFINITE: no limit; 0: checks once and does not block). A wake-up counts as a signal
+  // even when the event is not signalled, so that Pulse() works; it is deliberately not checked
+  // again, and a thread that starts waiting between the signal of an auto-reset event and the
+  // wake-up is released too. With `trace` the wait writes its level-5 lines. Returns
   // EVENT_SIGNALED, EVENT_TIMEOUT, or EVENT_FAILED when the system refused or an exception broke
-  // the wait off. Thread cancellation ends the wait, as a failed one in the trace, and goes on.
+  // the wait off. Thread cancellation ends the wait, which is traced as failed, and goes on.
   uint32_t Wait(uint32_t milliseconds, bool trace = false);
 
  private:

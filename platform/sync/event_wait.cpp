@@ -25,8 +25,8 @@ timespec DeadlineAfter(const timespec& start, uint32_t milliseconds) {
   return deadline;
 }
 
-// For calls that return their error. POSIX rules EINTR out; a system that reports it all the same
-// is asked again.
+// For calls that return their error number. POSIX rules EINTR out; should a system return it, the
+// call is repeated.
 template <typename Call>
 int RetryInterruptedWait(const Call& call) {
   int result = call();
@@ -45,8 +45,8 @@ int WaitUntil(EventRecord& record, const timespec& deadline) {
       [&] { return pthread_cond_timedwait(&record.condition, &record.mutex, &deadline); });
 }
 
-// The end of a wait whose deadline has come when it begins. Asked to wait for it, the system takes
-// tens of microseconds to notice.
+// A wait with a time-out of 0: pthread_cond_timedwait() would take tens of microseconds to notice
+// that the deadline has passed.
 int LookOnly() {
   pthread_testcancel();
   return ETIMEDOUT;
@@ -76,7 +76,7 @@ int WaitOn(EventRecord& record, uint32_t milliseconds, bool trace) {
   return WaitUntil(record, deadline);
 }
 
-// Judges the end of a wait and consumes the signal of an auto-reset event.
+// Turns pthread's result into that of the wait, and consumes the signal of an auto-reset event.
 uint32_t TakeResult(EventRecord& record, int waitResult) {
   if (waitResult == 0 || record.signaled) {
     if (!record.manualReset) {
@@ -126,10 +126,10 @@ struct WaitEnd {
   int lockResult = 0;
   int waitResult = 0;  // pthread's
   bool isSignaled = false;
-  bool hasBlocked = true;  // false: the event was signalled before
+  bool hasBlocked = true;  // false: the event was signalled already
 };
 
-// The wait of a thread that is counted.
+// The wait itself; `count` has counted the thread.
 WaitEnd WaitCounted(EventRecord& record, WaiterCount& count, uint32_t milliseconds, bool trace) {
   const EventRecordLock lock(record);
   if (record.signaled) {
@@ -207,7 +207,7 @@ EventRecord::InitResult EventRecord::Init() noexcept {
 
 HANDLES_FORCED_UNWIND uint32_t WaitForEvent(EventRecord& record, uint32_t milliseconds,
                                             bool trace) {
-  // Before the first line, during which the last handle may already go.
+  // Counted before the first line: while that is written, the last handle may be destroyed.
   WaiterCount count(record);
   const EventLabel label(record);
   if (trace) {

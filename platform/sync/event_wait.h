@@ -10,7 +10,7 @@
 // What all handles of one event share. The handle that drops the last reference destroys the
 // record, but not while it counts a waiter.
 //
-// Thread safety: `references` is guarded by a lock of the handles; the rest may be used from any
+// Thread safety: `references` is guarded by the event reference lock; the rest may be used from any
 // thread that holds a reference or is counted as a waiter.
 struct EventRecord {
   enum class InitStep { NONE, CLOCK, CONDITION, MUTEX };

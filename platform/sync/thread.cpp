@@ -25,8 +25,8 @@ bool IsKnownToSystem(pthread_t handle) {
 
 bool IsSelf(pthread_t handle) { return pthread_equal(handle, pthread_self()) != 0; }
 
-// A thread that would join itself gets the answer of the system without the call, because the
-// thread sanitizer loses track of a thread after a failed one.
+// A thread that joins itself gets the system's answer without the call: after a failed join the
+// thread sanitizer loses track of the thread.
 int Join(pthread_t handle, void*& exitValue) {
   return IsSelf(handle) ? EDEADLK : pthread_join(handle, &exitValue);
 }
@@ -45,7 +45,7 @@ int JoinUntil(pthread_t handle, void*& exitValue, const timespec& end) {
 }
 #endif
 
-// ETIMEDOUT while the thread runs on.
+// Returns ETIMEDOUT while the thread still runs.
 int JoinWithin(std::chrono::nanoseconds time, pthread_t handle, void*& exitValue) {
   if (IsSelf(handle)) {
     return EDEADLK;

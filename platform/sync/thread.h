@@ -24,10 +24,11 @@ class CThread {
   CThread(const CThread&) = delete;
   CThread& operator=(const CThread&) = delete;
 
-  // Starts a thread and yields the processor. A priority other than 0 asks for round-robin
-  // scheduling, which the system grants or inherits from the caller as the process is allowed.
-  // `suspend` and `stackSize` are traced and deliberately have no effect; `reserved` is passed as 0
-  // and not looked at. Returns false, with the reason traced, when the thread could not be started.
+  // Starts a thread and yields the processor. A priority other than 0 is set in the attributes,
+  // with round-robin scheduling; deliberately the thread inherits the scheduling of its creator all
+  // the same. `suspend` and `stackSize` are traced and deliberately have no effect; `reserved` is
+  // passed as 0 and not looked at. Returns false, with the reason traced, when the thread could not
+  // be started.
   bool Start(Function function, void* argument, int32_t priority, bool suspend, uint32_t stackSize,
              uintptr_t reserved, bool waitable);
 
@@ -36,11 +37,11 @@ class CThread {
   // detached thread or when joining failed, which keeps the handle.
   bool WaitForTermination(int32_t milliseconds);
 
-  // Asked between the slices of a wait, with the time waited so far. False ends the waiting.
+  // Called between the slices of a wait, with the time waited so far. False ends the wait.
   using WaitsOn = std::function<bool(std::chrono::milliseconds waited)>;
 
-  // The same in slices of 10 ms, with `waitsOn` asked after each of them (must not throw). False
-  // also when it has ended the waiting, which writes no line and keeps the handle.
+  // The same in slices of 10 ms; `waitsOn` is called after each and must not throw. False also when
+  // it has ended the wait, which writes no line and keeps the handle.
   bool WaitForTermination(int32_t milliseconds, const WaitsOn& waitsOn);
 
   // Joins a joinable thread, without limit; asks a detached one to cancel itself and does not wait.
