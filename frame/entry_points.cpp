@@ -1,4 +1,4 @@
-// The only file that knows the host's side and the module's side.
+// The only file of the frame that includes the module: it creates the instance.
 
 #include "frame/entry_points.h"
 

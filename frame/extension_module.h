@@ -75,7 +75,7 @@ class CExtensionModule : public CIExtensionModule {
   uintptr_t Forward();
   // Hands a finished request back to the switch, with its message id.
   uintptr_t ReturnRequest(SipJson& request);
-  // Also 0, that is an unknown type, when the switch throws.
+  // Also 0, an unknown type, when the switch throws.
   uint32_t GetAgentType();
 
   // True once the switch has announced its shutdown; never false again.

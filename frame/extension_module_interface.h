@@ -41,7 +41,7 @@ class CIExtensionModule {
   // 9. Returns 0.
   virtual uintptr_t Placeholder9() = 0;
 
-  // 10. Tells the number of the server cabinet. Returns 1.
+  // 10. Sets the number of the server cabinet. Returns 1.
   virtual uint32_t SetCabinetNumber(uint32_t number) = 0;
 
   // 11, 12. Return 0.

@@ -39,7 +39,7 @@ class LimitedText {
   void Flush() {}
 
   bool IsFull() const { return m_strText.size() == m_nLongest; }
-  // How much of a string of `length` bytes to give the writer: the stream would drop the rest.
+  // The bytes of a string of `length` that the writer gets: the stream would drop the rest.
   rapidjson::SizeType GetUsefulLength(rapidjson::SizeType length) const {
     return static_cast<rapidjson::SizeType>(
         std::min<size_t>(length, m_nLongest - m_strText.size()));

@@ -18,13 +18,13 @@ using Allocator = rapidjson::Document::AllocatorType;
 constexpr double BEYOND_UINT64 = 18446744073709551616.0;
 constexpr double LEAST_INT64 = -9223372036854775808.0;
 
-// The longest name that the library stores inside the value itself, without an allocation.
+// Names up to this length are stored inside the value itself, without an allocation.
 constexpr size_t LONGEST_NAME_WITHIN = 8;
 
 // Levels of nesting for which a walk needs no further memory.
 constexpr size_t USUAL_DEPTH = 16;
 
-// Memory for the time of one operation: what is needed beyond the buffer comes from the heap.
+// Scratch memory for one operation: the buffer first, then the heap.
 struct WorkingMemory {
   std::byte buffer[2048];
   std::pmr::monotonic_buffer_resource resource{buffer, sizeof(buffer)};
@@ -54,9 +54,9 @@ size_t MeasureGrowth(const Value& object) {
 
 bool IsContainer(const Value& value) { return value.IsObject() || value.IsArray(); }
 
-// Walks the values below one, each container before what it holds, without recursion: values may
-// be nested deeper than the stack. The handler has the interface of a handler of the library's
-// readers.
+// Walks a value and all that it holds, without recursion: values may be nested deeper than the
+// stack. The handler gets Start() before and End() after the contents of each container, and
+// Scalar() for everything else, names included.
 template <typename Handler>
 class Walker {
  public:
@@ -94,7 +94,7 @@ class Walker {
     m_oLevels.push_back({&container, 0});
   }
 
-  // Both go on to the next container in this one; null at the end.
+  // Both hand out scalars up to the next nested container, which they return; null at the end.
   const Value* WalkMembers(Level& level) {
     const SizeType count = level.container->MemberCount();
     auto member = level.container->MemberBegin() + level.next;
@@ -141,8 +141,8 @@ struct Measurer {
   size_t size = 0;
 };
 
-// The library's builder of documents. It gives each container an array of just its size, and keeps
-// the values of the containers that are still open on a stack, which is set aside too.
+// The library's document, used as a SAX handler: it allocates an array of the exact size for each
+// container, and keeps the values of open containers on a stack, whose memory is set aside too.
 using Builder = rapidjson::GenericDocument<rapidjson::UTF8<>, Allocator, Allocator>;
 
 struct Copier {

@@ -9,7 +9,7 @@
 
 // What the JSON library lacks for values that somebody else built: reading a number of any kind,
 // copies that own all they hold, and additions that survive exhausted memory. The library itself
-// then writes through the null pointer that it gets.
+// writes through the null pointer when an allocation fails.
 
 // `value` as a 64-bit integer, in two's complement when negative; a fraction is truncated. Nothing
 // when it is not a number, or fits neither a signed nor an unsigned 64-bit integer.
@@ -44,7 +44,7 @@ void AddJsonMember(rapidjson::Value& object, std::string_view name, rapidjson::V
 bool GrowJsonArray(rapidjson::Value& array, rapidjson::SizeType count,
                    rapidjson::Document::AllocatorType& allocator);
 
-// Bytes of an allocator, at the start of its buffer, at most.
+// An upper bound of what an allocator needs for itself at the start of its buffer, in bytes.
 constexpr size_t JSON_ALLOCATOR_SIZE = 128;
 
 // Calls `use` with an allocator that already holds `size` bytes (each allocation rounded up to 8),

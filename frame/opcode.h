@@ -6,8 +6,8 @@
 // The requests that the module EM_TALVOR answers: the name of the opcode, its value, the word for
 // it on the command line of em_host, and what it asks. This is the only list: the module, em_host
 // with its help and its completion, the fuzzer and the tests of the documents use it. These tests
-// want the word and the question in the documents as they stand here. Opcodes above 0x340F are not
-// traced.
+// require that the documents have the word and the question exactly as here. Opcodes above 0x340F
+// are not traced.
 #define EM_TALVOR_REQUESTS(REQUEST)                                    \
   REQUEST(OC_QUERY_TALVOR, 0x3400, "query", "is the collector there?") \
   REQUEST(OC_CREATE_ARCHIVE, 0x3401, "create", "create an archive")    \
@@ -20,7 +20,7 @@ enum Opcode : uint32_t { EM_TALVOR_REQUESTS(EM_TALVOR_OPCODE) };
 
 constexpr uint32_t OC_HTI_FILE_TRANSFER = 0xF052;  // an opcode of HTI, which transfers a file
 
-// A request for people.
+// A request as people name it.
 struct RequestName {
   Opcode opcode;
   const char* word;

@@ -36,7 +36,7 @@ bool IsNamed(const SipJson::Value& name, std::string_view key) {
   return true;
 }
 
-// As the library's own search, but without its calls for each of the short names.
+// As the library's own search, but without a function call for each name.
 const SipJson::Value* FindMember(const SipJson::Value& object, std::string_view key) {
   if (!object.IsObject()) {
     return nullptr;
@@ -91,8 +91,8 @@ uint32_t ParseNumber(std::string_view string) {
   return ParseDigits(string, 10);
 }
 
-// The bytes of a copy, with those for its answer: the status of a job is told when memory is
-// exhausted, too.
+// The bytes of a copy and of the members that its answer adds: a job can then write its status even
+// when memory is exhausted.
 size_t MeasureCopy(const SipJson& record) {
   const size_t size = MeasureJsonCopy(record.m_oDocument);
   const SipJson::Value* command = record.FindCommand(record.m_nCmdIndex);

@@ -83,7 +83,7 @@ class SipJson {
   bool GetJsonData(uint32_t index, Value& value, Allocator& allocator) const;
 
   // Sets the member `key` of the current command to an unsigned number. The command array grows
-  // with empty objects up to the current index, and stays so when only the number finds no memory.
+  // with empty objects up to the current index, and stays grown when memory runs out after that.
   // Changes nothing without "SIP" or "CMD", on an element that is no object, or when the index is
   // above 65,535.
   void SetCmdUInt(const char* key, uint32_t value);
@@ -98,7 +98,7 @@ class SipJson {
   uint32_t m_nCmdIndex = 0;  // the current command
 
  private:
-  // A deep copy with `size` bytes at hand, which it needs at most.
+  // A deep copy that takes at most `size` bytes.
   SipJson(const SipJson& other, size_t size);
 };
 
