@@ -14,7 +14,7 @@ class CByteRing {
   uint64_t GetStoredBytes() const { return m_nStoredBytes; }
 
   // True when an address fits: stored bytes + 8 must stay below the capacity. The strict test is
-  // deliberate, it makes a full level hold 19 addresses and not 20.
+  // deliberate: a full level holds 19 addresses, not 20.
   bool HasRoomForAddress() const;
 
   // True when at least one whole address is stored.
@@ -34,7 +34,7 @@ class CByteRing {
   uint8_t ReadByte();
 
   uint64_t m_nStoredBytes = 0;
-  // Both run up to the capacity itself and wrap with the next byte.
+  // Both may equal the capacity: they wrap at the next byte.
   uint64_t m_nReadIndex = 0;
   uint64_t m_nWriteIndex = 0;
   std::array<uint8_t, CAPACITY> m_oBuffer = {};

@@ -53,8 +53,8 @@ class CTaskSerializer {
   // disabled or holds 19 tasks already. Throws what the copy throws, and then nothing is queued.
   uint32_t InsertTask(const T& message, int32_t level, CEvent* externalEvent);
 
-  // Disables all levels, drops the tasks that have not begun, and joins the worker once the running
-  // task has ended, without a time limit. When no worker is alive it does nothing, and the levels
+  // Disables all levels, drops the tasks that have not begun, and joins the worker, without a time
+  // limit, once the running task has ended. Without a live worker it does nothing, and the levels
   // stay enabled.
   void TerminateSerialization();
 
@@ -114,8 +114,8 @@ class CTaskSerializer {
   Level& GetLevel(int32_t level) { return m_oLevels[static_cast<size_t>(level)]; }
   void EnableAllLevels(bool enabled);
   bool HoldsTask() const;
-  // A signalled event stays so until the worker has found the queues empty, under the lock. To set
-  // it again or to wait for it then does nothing but write trace lines.
+  // A signalled event stays so until the worker has found the queues empty, under the lock. Until
+  // then, setting it or waiting for it does nothing but write trace lines.
   bool IsWakeUpPending() const { return m_oWakeUp.IsSignaled() && !g_oDebugClient.IsEnabled(); }
   void DropAllTasks();
   void JoinWorker(const CThread::WaitsOn& waitsOn);
@@ -150,8 +150,8 @@ class CTaskSerializer {
   const int32_t m_nLevelCount;
   std::atomic<bool> m_bTerminate = false;  // asks the worker to leave its loop
 
-  // The tasks dropped by TerminateSerialization(). Deliberately not freed before the destructor,
-  // because the worker may be inside one of them.
+  // The tasks dropped by TerminateSerialization(). Deliberately not freed before the destructor: a
+  // termination destroys no message.
   std::unique_ptr<TaskRecord> m_pDropped;
 };
 
