@@ -26,7 +26,7 @@ constexpr int32_t SIGNAL_FLAG = 0x80;
 class CCollectorRun {
  public:
   // The collector is to leave the archive at `archive`. `pid` and `runs` are the module's, for
-  // Stop() on another thread: the id of the process, and whether there may be one.
+  // Stop() on another thread: the process id, and whether the process may be running.
   CCollectorRun(const std::string& archive, int64_t startTime, std::atomic<int32_t>& pid,
                 std::atomic<bool>& runs)
       : m_strArchive(archive),
@@ -43,7 +43,7 @@ class CCollectorRun {
   uint32_t JudgeArchive() const;
 
   const std::string& m_strArchive;
-  const ArchiveState m_oPrevious;  // of an archive that could not be deleted; no file has all zeros
+  const ArchiveState m_oPrevious;  // before the run; all zeros, which no file has: no archive
   const int64_t m_nStartTime;      // of the job, in seconds
   std::atomic<int32_t>& m_pidCollector;
   std::atomic<bool>& m_bRuns;
@@ -67,7 +67,8 @@ uint32_t CCollectorRun::Run(const std::string& commandLine) {
   return Judge(exitCode);
 }
 
-// The first two outcomes are for a launcher that reports success with an exit code other than 0.
+// The first two outcomes are deliberately kept: they need a launcher that reports success with an
+// exit code other than 0.
 uint32_t CCollectorRun::Judge(int32_t exitCode) const {
   if (exitCode != 0 && (exitCode & SIGNAL_FLAG) != 0) {
     DEBUG_TRACE(2, "\nEM_TALVOR (Create)  : ## Talvor archive process was killed by signal %d!",

@@ -1,5 +1,5 @@
-// The job that transfers the archive to the BMC: it has the module HTI do that and waits, on the
-// worker.
+// The job that transfers the archive to the BMC: it sends a request to the module HTI and waits for
+// the answer, on the worker.
 
 #include "archive_module/archive_transfer.h"
 
@@ -18,7 +18,8 @@ namespace {
 
 using Value = SipJson::Value;
 
-// Bytes for the values of the request without its paths: each object takes 512.
+// Bytes for the values of the request without its paths; the first member of an object allocates
+// 512.
 constexpr size_t ROOM = 4096;
 
 // The record may outlive this library and its literals, so names are copied too.

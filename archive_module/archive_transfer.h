@@ -16,6 +16,6 @@ struct HtiTransfer {
 // The request that asks HTI for the transfer. Throws std::bad_alloc.
 SipJson BuildHtiRequest(const HtiTransfer& transfer);
 
-// The name that the file is to have on the BMC, from the data of the current command: a string, or
-// the bytes of "RAW" up to the first zero. Empty for anything else. Throws std::bad_alloc.
+// The name that the file gets on the BMC, from the data of the current command: a string, or the
+// bytes of "RAW" up to the first zero. Empty for anything else. Throws std::bad_alloc.
 std::string ReadBmcName(const SipJson& request);

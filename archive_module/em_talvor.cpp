@@ -19,8 +19,8 @@ namespace {
 constexpr int32_t TASK_LEVELS = 1;
 constexpr uint32_t HTI_FILE_TYPE_TALVOR = 2;
 
-// How long a job may go on when the module stops: the settling time and the termination time of its
-// worker.
+// How long a job may continue when the module stops: the settling time and the termination time of
+// its worker.
 constexpr std::chrono::milliseconds STOP_GRACE(100 + 2000);
 constexpr uint32_t KILL_WAIT_TIME = 2000;  // milliseconds
 // How much longer the worker may wait for its switch, or for a collector that survives its kill.
@@ -52,7 +52,7 @@ std::optional<std::string> FindExecutable() {
   return path;
 }
 
-// Returns where the collector leaves its archive, or nothing when the registry does not tell.
+// Returns the path of the archive, or nothing when the registry names no directory for it.
 std::optional<std::string> FindArchivePath() {
   std::string directory;
   if (!GetDataDir(directory)) {
@@ -90,15 +90,15 @@ void TerminateCollector(int32_t pid) {
     DEBUG_TRACE(1, "\nEM_TALVOR (Stop)    : Talvor process exit");
   } else {
     // This line follows every kill: a death by signal is no normal exit, or the worker has reaped
-    // the child before. A child in a system call that cannot be interrupted has not even ended.
+    // the child before. A child in an uninterruptible system call has not even ended.
     DEBUG_TRACE(
         1,
         "\n\nEM_TALVOR (Stop)    : ## ERROR! Talvor process could not be terminated in time or WaitForExit() failed!\n");
   }
 }
 
-// How long Stop() and the destruction wait for the end of the worker. A collector may begin to run
-// at any time of the wait.
+// How long Stop() and the destruction wait for the end of the worker. A collector may start at any
+// time during the wait.
 class CWorkerEnd {
  public:
   // Without `isLimited` the wait goes on until the worker has ended. The others are the module's:
@@ -198,7 +198,7 @@ bool EM_TALVOR::StorePath(std::string& member, std::optional<std::string> path) 
   return true;
 }
 
-// Keeps the id of a collector that is running, or starts meanwhile: Stop() needs it.
+// Keeps the id of a collector that is running or is just being started: Stop() needs it.
 void EM_TALVOR::ForgetEndedCollector() {
   int32_t pid = m_pidCollector;
   if (!m_bCollectorRuns) {
@@ -221,7 +221,7 @@ uint32_t EM_TALVOR::Stop() {
   const CTraceShield shield;
   std::unique_lock lock(m_oStopLock, std::defer_lock);
   if (!IsOnWorker()) {
-    lock.lock();  // on the worker a deadlock: whoever holds it waits for the worker
+    lock.lock();  // would deadlock on the worker: the holder waits for the worker
   }
   DEBUG_TRACE(1, OPENING_LINE);
   DEBUG_TRACE(1, "\n### Stopping module %s ###\n", GetModuleName());

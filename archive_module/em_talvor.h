@@ -21,13 +21,13 @@
 // that begin after it.
 class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson> {
  public:
-  // Throws when the system gives no event for the worker.
+  // Throws when the event for the worker cannot be created.
   EM_TALVOR();
   // Waits for the worker without limit; a collector that still runs after 2.1 seconds is killed.
   ~EM_TALVOR() noexcept override;
 
-  // Fills the host's identification record of this module, 246 bytes: its size comes from the host
-  // in the first 32 bits, flag bits that are not the module's keep their values. Returns 0, and
+  // Fills the host's identification record of this module, 246 bytes: the host gives the size in
+  // the first 32 bits; flag bits that are not the module's keep their values. Returns 0, and
   // nothing is written, when the record is null or its size is smaller.
   uint32_t GetModuleInfo(void* record) override;
 
@@ -44,7 +44,7 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   uint32_t Stop() override;
 
   // Answers the current command. Returns 1, or 0 for a command that is unknown or for another
-  // cabinet. What is thrown meanwhile becomes status 13.
+  // cabinet. An exception becomes status 13.
   uint32_t ModuleRequest(SipJson& request) override;
 
   const char* GetModuleName() override;

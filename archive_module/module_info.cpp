@@ -42,7 +42,6 @@ std::array<char, 100> ZeroFilled(const char (&text)[LENGTH]) {
 
 }  // namespace
 
-// Flag bits that are not the module's keep their values.
 uint32_t EM_TALVOR::GetModuleInfo(void* record) {
   uint32_t size = 0;
   if (record != nullptr) {

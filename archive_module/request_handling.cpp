@@ -21,7 +21,7 @@ uint32_t ReadOpcode(const SipJson& request) {
   return request.GetCmdUInt(request.m_nCmdIndex, "OC", 0);
 }
 
-// An exception in here ends the process: no other answer is left.
+// An exception here deliberately ends the process: the request could not be answered any more.
 void AnswerException(SipJson& request) noexcept { request.SetCmdUInt("ST", STATUS_EXCEPTION); }
 
 void TraceException(const SipJson& request) {
