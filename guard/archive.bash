@@ -1,5 +1,5 @@
-# What becomes of the archive after a run: it is whole, on the disk and has its checksum beside it, or it
-# is removed.
+# What happens to the archive after a run: it is whole, flushed to the disk and has its checksum beside it,
+# or it is removed.
 
 archive_name=Talvor_Data.zip
 
@@ -12,7 +12,7 @@ list_unfinished() {
   done
 }
 
-# prepare_directory DIRECTORY: removes the archive of before, and notes what there is of that name.
+# prepare_directory DIRECTORY: removes the previous archive, and notes which names are left that begin as its.
 prepare_directory() {
   local file
   rm -f "$1/$archive_name" "$1/$archive_name.sha256" 2>/dev/null
@@ -23,7 +23,8 @@ prepare_directory() {
   done
 }
 
-# Prints what is different for every file and after every change of one; nothing when there is none.
+# state_of FILE: prints what tells the file from every other one and from itself after a change; nothing
+# without a file.
 state_of() {
   stat -Lc '%d %i %s %y %z' "$1" 2>/dev/null
 }
@@ -36,8 +37,8 @@ remove_archive() {
   rm -rf --one-file-system "${unfinished[@]}"
 }
 
-# ends_as_zip FILE SIZE: at its end is the record of where its directory is, and the directory ends where
-# the record begins. bsdtar does without, and takes an archive for whole whose directory was cut off.
+# ends_as_zip FILE SIZE: true if the file ends with an end-of-central-directory record, and the central
+# directory ends where that record begins. bsdtar accepts an archive whose directory was cut off.
 ends_as_zip() {
   local record position comment directory directory_size
   # The record is 22 bytes long, and a comment of up to 65535 may follow.
@@ -50,12 +51,12 @@ ends_as_zip() {
   directory_size=$((record[12] | record[13] << 8 | record[14] << 16 | record[15] << 24))
   directory=$((record[16] | record[17] << 8 | record[18] << 16 | record[19] << 24))
   ((position + 22 + comment == $2)) || return 1
-  # Those of an archive above 4 GiB stand elsewhere.
+  # An archive above 4 GiB (Zip64) has them elsewhere.
   ((directory == 0xffffffff || directory_size == 0xffffffff || directory + directory_size == position))
 }
 
 # judge_archive FILE LARGEST [READER...]: stores in `judgement` whole, missing, empty, broken or large, and
-# its size in `archive_size`. READER is the command that runs bsdtar; without it the members are not read.
+# its size in `archive_size`. READER is the command that runs bsdtar; without it no member is read.
 judge_archive() {
   local file=$1 largest=$2 state members
   shift 2

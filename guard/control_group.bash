@@ -17,16 +17,17 @@ own_group() {
   return 1
 }
 
-# make_group PLACE: stores the directory in `made`. Whether it limits anything is seen when it is told to.
+# make_group PLACE: makes a group and stores its directory in `made`. Whether it can limit anything shows
+# when a limit is set.
 make_group() {
   [[ -d $1 ]] || return 1
-  # Not one that was made just now: it is empty until the collector is in it.
+  # Only groups older than a minute: a new one is empty until its collector joins.
   find "$1" -mindepth 1 -maxdepth 1 -name "$group_prefix.*" -mmin +1 -exec rmdir {} + 2>/dev/null
   made=$1/$group_prefix.$SRANDOM
   mkdir "$made" 2>/dev/null
 }
 
-# limit FILE VALUE: false when the group just made does not take it.
+# limit FILE VALUE: false when the group in `made` refuses the value.
 limit() {
   { echo "$2" >"$made/$1"; } 2>/dev/null
 }
@@ -44,8 +45,8 @@ make_version_1() {
   limit "$2" "$3" || { rmdir "$made" && return 1; }
 }
 
-# make_version_2 MEMORY PIDS: a group that has processes cannot limit those of groups below it, so that
-# the place beside the own group comes second.
+# make_version_2 MEMORY PIDS: a group that has processes cannot limit groups below it, so the place beside
+# the own group is tried next.
 make_version_2() {
   local mount own place
   mount=$(findmnt -nfo TARGET -t cgroup2 2>/dev/null) && own_group '' || return 1
@@ -64,7 +65,8 @@ make_version_2() {
   done
 }
 
-# make_groups MEMORY PIDS: bytes and a number; 0: no limit. What could be made is in the variables.
+# make_groups MEMORY PIDS: bytes and a number; 0: no limit. Stores what could be made in `memory_group` and
+# `pids_group`.
 make_groups() {
   local made
   if (($1 > 0)) && make_version_1 memory memory.limit_in_bytes "$1"; then
@@ -79,7 +81,7 @@ make_groups() {
   make_version_2 "$(($1 > 0 && ! ${#memory_group} ? $1 : 0))" "$(($2 > 0 && ! ${#pids_group} ? $2 : 0))"
 }
 
-# Brings this process into the groups, and with it whatever it starts.
+# Moves this process, and so whatever it starts, into the groups.
 join_groups() {
   local group
   for group in "$memory_group" "$pids_group"; do
@@ -93,7 +95,7 @@ peak_memory() {
     cat "$memory_group/memory.max_usage_in_bytes" 2>/dev/null || echo null
 }
 
-# True when the limit of the memory has ended a process.
+# True when the memory limit has killed a process.
 hit_memory_limit() {
   local key count
   while read -r key count; do

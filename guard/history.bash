@@ -1,9 +1,9 @@
 # The history of the runs: a line of JSON for each, the newest last. Every change replaces the whole
-# file, so that whoever is killed meanwhile leaves whole lines.
+# file, so that a writer that is killed leaves whole lines.
 
 state_directory=/var/lib/em-talvor
 history_file=$state_directory/history.jsonl
-# The line of the run that goes on, should it be killed.
+# The line for the run in progress, in case it is killed.
 running_file=$state_directory/running
 history_limit=$((1 << 20))
 
@@ -17,7 +17,7 @@ history_line() {
   printf '{"start":"%s","duration":%s,"size":%s,"exit":%s,"signal":%s,"ended":"%s","memory":%s}\n' "$@"
 }
 
-# Prints the newest lines of the history for which there is room before a line that long.
+# newest_lines LENGTH: prints the newest lines of the history that leave room for a line of that length.
 newest_lines() {
   local room=$((history_limit - $1)) size
   size=$(stat -c %s "$history_file" 2>/dev/null) || return 0
@@ -39,11 +39,11 @@ append_to_history() {
   return "$status"
 }
 
-# begin_history LINE: keeps the line until end_history; first tells of the run that left one.
+# begin_history LINE: keeps the line until end_history; first records the run that left one behind.
 begin_history() {
   local left
   if read -r left 2>/dev/null <"$running_file" && [[ $left == \{*\} ]]; then
-    # A run that was killed between its own line and the end of this one is told once.
+    # A run that was killed after it had written its own line is not recorded twice.
     grep -qF "${left%%,*}," "$history_file" 2>/dev/null || append_to_history "$left"
   fi
   printf '%s\n' "$1" >"$running_file.new" && mv "$running_file.new" "$running_file"

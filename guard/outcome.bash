@@ -1,6 +1,6 @@
-# What a run came to: what ended it, in words for the system log and as a line for the history.
+# The outcome of a run: what ended it, in words for the system log and as a line for the history.
 
-# Stores in `ended` what ended the run, once the collector is at its end, and keeps the archive or not.
+# Once the collector has ended, stores in `ended` what ended the run, and keeps or removes the archive.
 judge_run() {
   local elapsed=$((${EPOCHREALTIME/[.,]/} - began)) command reader=()
   if [[ ! $ended ]] && ((settings[RUN_TIME] > 0 && elapsed >= settings[RUN_TIME] * 1000000)) &&

@@ -1,5 +1,5 @@
-# What this machine and the rights of the agent allow of the guard's protections. Each is a command in
-# front of another one; it is tried before it is used, and one that is refused is left out.
+# The protections that this machine and the agent's rights allow. Each is a command in front of another
+# one; it is tried before it is used, and left out when it is refused.
 
 # The commands, and what is missing without them. Those that depend on the settings: name_commands.
 declare -A commands=(
@@ -15,7 +15,7 @@ name_commands() {
   read -r -a own </proc/self/stat # its 19th field is the niceness
   commands[nice]="nice -n $((settings[NICE] > own[18] ? settings[NICE] - own[18] : 0))"
   commands[io]="ionice -c ${settings[IO]}"
-  # They hold for each process, and that of the number not for root: where there is no control group.
+  # Used without a control group: they limit each process, and the one on their number does not bind root.
   commands[memory]="prlimit --data=$memory --"
   commands[pids]="prlimit --nproc=$pids --"
   [[ ${settings[PROC]} == machine ]] || commands[view]="${commands[namespace]} --mount-proc --propagation slave"

@@ -1,8 +1,8 @@
-# The settings of the guard, from a file in which nothing is executed.
+# The settings of the guard, parsed from a file that is never executed.
 
 settings_file=/etc/em-talvor/guard.conf
 
-# As they are without the file.
+# The defaults.
 declare -A settings=(
   [COLLECTOR]='' [RUN_TIME]=3600 [STOP_TIME]=10 [NICE]=10 [IO]=idle [OOM_SCORE_ADJ]=500
   [MEMORY]=1G [PIDS]=512 [FREE_SPACE]=64M [ARCHIVE_SIZE]=0 [PROC]=machine
@@ -17,7 +17,7 @@ is_number() {
   (($2 <= number && number <= $3))
 }
 
-# bytes_of SIZE: stores it in `bytes`, without K, M or G.
+# bytes_of SIZE: stores in `bytes` the number of bytes, with K, M or G multiplied out.
 bytes_of() {
   local number=${1%[KMG]}
   case $1 in
@@ -66,7 +66,7 @@ check_value() {
   esac
 }
 
-# read_settings: stores them. With what is wrong in `problem`, and false, when the file is not right.
+# read_settings: stores them in `settings`. False, and what is wrong in `problem`, for an invalid file.
 read_settings() {
   local line key value number=0
   problem=
