@@ -26,8 +26,8 @@ struct ReaderFreer {
                                     "): look at what the collector wrote.");
 }
 
-// A zip file is read by the directory at its end: the reader that does without takes a file for
-// whole whose directory was cut off.
+// A zip file is read through its central directory: libarchive's streaming reader accepts a file
+// whose directory was cut off.
 void SupportFormats(const std::string& path, archive* reader) {
   std::string begin(2, '\0');
   std::ifstream(path, std::ios::binary)

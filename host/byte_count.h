@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-// With separators: "1,234,567 bytes".
+// With thousands separators: "1,234,567 bytes".
 std::string BytesText(uintmax_t size);
 
-// Of all files in a directory together; one that vanishes meanwhile counts nothing.
+// The total size of the files in a directory, in bytes; one that vanishes meanwhile counts as 0.
 uintmax_t SizeOfFiles(const std::string& directory);

@@ -12,8 +12,8 @@ struct ChildEnd {
   int code;       // the exit code, or the number of the signal
 };
 
-// Learns from SIGCHLD how children end that somebody else waits for, as a module does for its
-// collector. Keeps the last one. One object at a time.
+// Learns from SIGCHLD how children ended that somebody else waits for, as a module does for its
+// collector. Keeps the last one. Only one object may exist at a time.
 class CChildWatch {
  public:
   CChildWatch();

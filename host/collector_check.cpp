@@ -29,7 +29,7 @@ using Verdict = Finding::Verdict;
 constexpr uint64_t MEGABYTE = 1'048'576;
 constexpr uint64_t LEAST_SPACE = 64 * MEGABYTE;
 
-// The registry is loaded from the first of these that can be read.
+// The registry is loaded from the first of these that holds one.
 constexpr std::array<const char*, 3> REGISTRY_FILES = {REGISTRY_FILE, REGISTRY_BACKUP_FILE,
                                                        REGISTRY_DEFAULT_FILE};
 
@@ -45,8 +45,7 @@ bool IsProgram(const std::string& file) {
          access(file.c_str(), X_OK) == 0;
 }
 
-// The directory, whose path ends in "/", or while it is missing the nearest one above it that is
-// there.
+// The directory itself (its path ends in "/"), or its nearest existing ancestor.
 std::string NearestDirectory(std::string directory) {
   while (directory.size() > 1) {
     struct stat status = {};
@@ -59,15 +58,15 @@ std::string NearestDirectory(std::string directory) {
   return directory;
 }
 
-// As the registry is loaded. Throws std::bad_alloc.
+// True when the registry could be loaded from the file. Throws std::bad_alloc.
 bool HoldsRegistry(const char* file) {
   std::string text;
   CRegistryNode node;
   return ReadRegularFile(file, text) && ParseRegistryText(text, node);
 }
 
-// Where a collector lies that the registry does not know, without its name; empty: nowhere. Looks
-// where programs are and where installers of others put them.
+// The directory of a collector that the registry does not know; empty when none is found. Looks in
+// PATH and where third-party software is usually installed.
 std::string FindUnregisteredCollector() {
   const char* path = getenv("PATH");
   std::string directories = path != nullptr ? path : "";
@@ -100,7 +99,7 @@ std::string ExplainMissingPointer() {
          "\" in the key HKEY_LOCAL_MACHINE\\" + REGISTRY_POINTER_KEY + ". Install Talvor.";
 }
 
-// Why none of the registry files can be loaded, told by the first that is there.
+// Why none of the registry files can be loaded: what is wrong with the first that exists.
 std::string ExplainRegistry() {
   for (const char* file : REGISTRY_FILES) {
     if (access(file, R_OK) == 0) {
@@ -159,7 +158,7 @@ void CCollectorCheck::CheckCreation() {
 }
 
 bool CCollectorCheck::CheckRegistry() {
-  std::string damaged;  // the first file that is passed over
+  std::string damaged;  // the first file that is skipped
   for (const char* file : REGISTRY_FILES) {
     if (HoldsRegistry(file)) {
       if (damaged.empty()) {
@@ -171,7 +170,7 @@ bool CCollectorCheck::CheckRegistry() {
     }
     const bool isThere = access(file, R_OK) == 0;
     if (!isThere && errno == EACCES) {
-      break;  // root may read it, and will
+      break;  // the agent, as root, will read it
     }
     if (isThere && damaged.empty()) {
       damaged = file;

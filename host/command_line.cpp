@@ -31,7 +31,7 @@ constexpr uint32_t LONGEST_TIME_LIMIT = 65'535;
 constexpr uint32_t LONGEST_INTERVAL = UINT32_MAX - 1;
 constexpr uint32_t LARGEST_LIMIT = 1'048'576;  // MiB
 
-// CLI11 has an own idea of numbers in options that may be absent.
+// CLI11 has rules of its own for a std::optional number; this parses it like any other.
 void AddNumber(CLI::App& command, const std::string& name, std::optional<uint32_t>& target,
                const std::string& kind, const std::string& description,
                const CLI::Validator& range) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int NOT_EXECUTED = 255;  // or an exit code of the collector
+constexpr int NOT_EXECUTED = 255;  // also a possible exit code of the collector
 
 std::string CollectorProgram() {
   std::string directory;

@@ -72,7 +72,7 @@ class Demo {
     LetGo();
   }
 
-  // The collector does not end by itself; the guard is before it.
+  // With a collector that never ends, under the guard.
   void RunGuarded() {
     Check(m_oSession.Start(), "The module did not start with the guard");
     Tell("the module is started again");

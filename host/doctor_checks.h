@@ -14,9 +14,9 @@ Findings CheckModule(const HostOptions& options);
 // What a creation needs, from the registry to free space.
 Findings CheckCollector(const HostOptions& options);
 
-// The guard: whether it is on, and then each of its protections, and the last archive and the last
-// durations against what there is room and time for.
+// The guard: whether it is on, and then each of its protections; and whether an archive like the
+// last one still fits on the disk, and the last runs into the time that BMCs wait.
 Findings CheckGuard(const HostOptions& options);
 
-// The trace configuration can be read. It does not decide about archives.
+// The trace configuration can be read. Archives do not depend on it.
 Findings CheckTrace(const HostOptions& options);

@@ -21,17 +21,17 @@ namespace {
 
 constexpr std::chrono::seconds LONGEST_WAIT(1);
 
-// No name of a configuration file, whatever comes after it.
+// Never taken for a configuration file: whatever replaces the Xs, it does not contain ".ini".
 constexpr char HIDDEN_COPY[] = ".em_host-XXXXXX";
 
-// Why a file could not be opened is 0 when it is no regular one.
+// CProfileFile leaves errno 0 when the file is not a regular one.
 void ThrowUnless(bool isDone) {
   if (!isDone) {
     throw std::system_error(errno != 0 ? errno : EINVAL, std::generic_category());
   }
 }
 
-// Each directory that is made survives a loss of power.
+// Flushes each new name, so that it survives a power failure.
 void MakeDirectories(const fs::path& directory) {
   if (fs::exists(directory)) {
     return;
@@ -77,7 +77,7 @@ CFileReplacement::~CFileReplacement() {
   }
 }
 
-// Another may replace the file between its opening and its locking: then the new one is taken.
+// The file may be replaced after it was opened and before it is locked: then the new one is opened.
 void CFileReplacement::OpenLocked(const std::string& path) {
   using Mode = CProfileFile::Mode;
   const CFileLock::Time until = std::chrono::steady_clock::now() + LONGEST_WAIT;

@@ -7,16 +7,16 @@
 #include "base/file_lock.h"
 #include "platform/profile/profile_file.h"
 
-// A change of a text file that is made whole or not at all, also when the machine loses power: a
-// copy is changed, and then takes the place of the file with its owner and mode.
+// An atomic change of a text file, also across a power failure: a copy is changed, and then
+// replaces the file, with the same owner and mode.
 //
-// While the object lives, other replacements and updates of profile strings wait for the file, and
-// change the new one then. A link is followed: what it leads to is replaced. Other names of the
-// file keep what it was.
+// While the object lives, other replacements and profile-string updates wait for the file, and then
+// change the new one. A symbolic link is followed: its target is replaced. Other hard links keep
+// the old content.
 class CFileReplacement {
  public:
   // Makes a missing file, empty, and the directories that lead to it. Waits a second at most for
-  // others who hold the file. Throws std::system_error.
+  // the file's lock. Throws std::system_error.
   explicit CFileReplacement(const std::string& path);
   // Without Commit() the file is as before.
   ~CFileReplacement();

@@ -14,13 +14,13 @@ class CFileTransfer {
  public:
   using Report = std::function<void(const std::string& sentence)>;
 
-  // The directory may be empty: then there is no BMC, and transfers fail. `report` is told why a
-  // transfer failed, and when a copy got another name than was asked for, on the thread of the
-  // request.
+  // The directory may be empty: then there is no BMC, and transfers fail. `report` is called on the
+  // thread of the request: why a transfer failed, or that a copy got another name than was asked
+  // for.
   CFileTransfer(std::string directory, Report report);
 
   // Answers the current command in place: status 0 when the file has been copied, 6 when it could
-  // not be, 1 for another request. A copy appears under its name when it is complete.
+  // not be, 1 for another request. A copy appears under its name only when it is complete.
   void Answer(SipJson& request);
 
   // Where the last copy lies; empty when there is none.

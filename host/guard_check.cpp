@@ -23,9 +23,9 @@ namespace {
 
 using Verdict = Finding::Verdict;
 
-// After which BMCs commonly give a request up.
+// BMCs commonly give up a request after this time.
 constexpr int BMC_PATIENCE = 360;  // seconds
-// So many of the last runs count.
+// How many of the last runs are looked at.
 constexpr size_t RECENT_RUNS = 5;
 
 Finding FindingOf(const Protection& protection) {
@@ -58,7 +58,7 @@ void AddProtections(const GuardPlace& place, Findings& findings) {
   }
 }
 
-// The worker of a process that has loaded the module.
+// A process that has loaded the module, with the scheduling of its worker.
 struct Agent {
   std::string pid;
   int schedulingClass;
@@ -75,7 +75,8 @@ bool HasLoadedModule(const fs::path& process) {
   return false;
 }
 
-// The class of the thread that starts the collector, or of the first one.
+// Takes the scheduling of the thread that starts the collector, or of the main thread when there is
+// none.
 Agent AgentOf(const fs::path& process) {
   pid_t thread = std::stoi(process.filename());
   std::error_code error;

@@ -20,8 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char GUARDED_FILE_ROOT[] = "GuardedFileRoot";
-constexpr char GUARDED_DATA_ROOT[] =
-    "GuardedDataRoot";  // the "DataRoot" that the guard has brought
+constexpr char GUARDED_DATA_ROOT[] = "GuardedDataRoot";  // the "DataRoot" that the guard added
 constexpr char SETTINGS_FILE[] = "/etc/em-talvor/guard.conf";
 
 std::string EndedBySlash(const std::string& directory) {
@@ -34,10 +33,10 @@ bool IsGuard(const std::string& directory) {
          fs::equivalent(directory, GuardDirectory(), error);
 }
 
-// The values of the Setup key of which the guard makes use.
+// The values of the Setup key that the guard uses.
 class CSetupKey {
  public:
-  // `registry` is open there then. Throws CHostError.
+  // Opens the Setup key in `registry`. Throws CHostError.
   explicit CSetupKey(CRegistry& registry) : m_oRegistry(registry) {
     std::string rootKey;
     if (!ReadRegistryPointer(rootKey, COLLECTOR_NAME) ||
@@ -76,7 +75,7 @@ class CSetupKey {
   std::string m_strPath;
 };
 
-// The directory that guard.conf names, which holds over the registry; empty: none.
+// The directory that guard.conf names, which takes precedence over the registry; empty: none.
 std::string ConfiguredCollector() {
   constexpr std::string_view KEY = "COLLECTOR=";
   std::ifstream file(SETTINGS_FILE);
@@ -91,7 +90,7 @@ std::string ConfiguredCollector() {
 
 constexpr char RESTART[] = "Restart the agent: one that runs has read the registry already.";
 
-// What Edit() throws comes from the registry's own editor.
+// Makes a change of the registry, saves it, and returns the sentences about it.
 template <typename Edit>
 std::vector<std::string> EditRegistry(const Edit& change) {
   try {
@@ -144,7 +143,7 @@ bool Put(CSetupKey& key, std::vector<std::string>& sentences) {
   return true;
 }
 
-// Of the data directory: back to none, if the guard has brought the one that is there.
+// Removes "DataRoot" if the guard added it and it has not been changed since.
 void RestoreDataRoot(CSetupKey& key, std::vector<std::string>& sentences) {
   const std::string brought = key.Text(GUARDED_DATA_ROOT);
   if (!key.Find(GUARDED_DATA_ROOT)) {

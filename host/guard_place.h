@@ -3,17 +3,17 @@
 #include <string>
 #include <vector>
 
-// Whether the guard stands in the collector's place, which the registry tells: "FileRoot" then
-// names the directory of the guard, and "GuardedFileRoot" beside it what it named before. Where
-// there was no "DataRoot" the archive lay in "FileRoot", and the guard brings one that says so.
+// Whether the guard stands in front of the collector. It does when "FileRoot" in the registry names
+// the guard's directory; "GuardedFileRoot" beside it then keeps what "FileRoot" named before.
+// Without a "DataRoot" archives went to "FileRoot"; the guard then adds a "DataRoot" that names
+// that directory.
 //
-// A change is one save of the registry: it is made whole or not at all. Agents that run see it when
-// they are started again.
+// A change is one save of the registry, and so atomic. Running agents see it after a restart.
 
 struct GuardPlace {
   bool isOn = false;
-  std::string collector;  // its directory, ending in "/"; empty: the registry does not tell
-  std::string fileRoot;   // what the module takes for it
+  std::string collector;  // its directory, as configured; empty: unknown
+  std::string fileRoot;   // the directory from which the module starts it
 };
 
 // As the registry stands. Throws CHostError when it names no collector.
@@ -22,6 +22,6 @@ GuardPlace FindGuardPlace();
 // The directory of the guard that is installed with em_host. Throws CHostError.
 std::string GuardDirectory();
 
-// Each says in sentences what it has changed, or found. Throw CHostError, and then change nothing.
+// Return sentences about what was changed or found. Throw CHostError, and then change nothing.
 std::vector<std::string> PutGuard();
 std::vector<std::string> TakeGuardAway();

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-// What the guard says that it can protect on this machine, as "Talvor --check" prints it.
+// One protection of the guard on this machine, a line of "Talvor --check".
 struct Protection {
   enum class State {
     ON,

@@ -10,7 +10,7 @@ struct HostAnswer {
   SipJson record;
   bool isFinal = true;
 
-  // The status of the current command; as for a request that nobody handled when there is none.
+  // The status of the current command; STATUS_UNHANDLED when there is none.
   uint32_t GetStatus() const;
 };
 

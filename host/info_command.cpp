@@ -42,7 +42,7 @@ std::string TextAt(const Record& record, size_t offset, size_t length) {
 
 struct ModuleInfo {
   std::string file;
-  std::string name;  // as the entry point tells
+  std::string name;  // from the entry point
   std::string recordName;
   std::string description;
   uint32_t type;
@@ -52,7 +52,7 @@ struct ModuleInfo {
 };
 
 ModuleInfo ReadInfo(const CModuleLibrary& library) {
-  // Of the flags that a module clears all are set before, so that they show.
+  // All flags that a module may clear are set before, so that clearing shows.
   Record record = {};
   std::memcpy(record.data(), &RECORD_SIZE, sizeof(RECORD_SIZE));
   record[CLEARED_FLAGS] = UINT8_MAX;

@@ -28,7 +28,7 @@ struct Inspection {
   int64_t size = 0;   // bytes
   int64_t limit = 0;  // bytes
   std::string checksum;
-  std::string expected;  // by the file beside the archive; empty: there is none
+  std::string expected;  // from the file beside the archive; empty: there is none
 
   bool Fits() const { return size <= limit; }
   bool IsSealed() const { return !expected.empty(); }
@@ -67,7 +67,7 @@ Inspection Inspect(const std::string& path, uint32_t limit) {
   }
   found.size = static_cast<int64_t>(fs::file_size(path, error));
   found.limit = limit * MEBIBYTE;
-  // The name in the line would be escaped if need be.
+  // --zero: without it the line begins with "\" when the name needs escaping.
   found.checksum = FirstWord(ProgramOutput({"sha256sum", "--zero", "--", path}));
   std::ifstream file(path + ".sha256");
   std::string line;

@@ -7,6 +7,6 @@
 // there is no such file.
 std::string InstalledFile(const std::string& relativePath);
 
-// The path of the module that is installed with em_host, or built with it; of the one that agents
-// load when there is none.
+// The path of the module that is installed or built with em_host, or else of the one that agents
+// load.
 std::string InstalledModule();

@@ -22,7 +22,7 @@ void WriteMessage(const std::string& sentence) { std::cerr << "em_host: " + sent
 void OccupyStandardFiles() {
   for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(file, F_GETFD) < 0) {
-      // For the wrong direction, and for the programs that are run as well.
+      // In the wrong direction, so that using it fails; inherited by the programs that are run.
       [[maybe_unused]] const int lowest =
           open("/dev/null", file == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }

@@ -37,7 +37,7 @@ void MakeDirectory(const std::string& path) {
   }
 }
 
-// Over what is there; the rights stay.
+// Overwrites a file that is there, whose mode stays.
 void WriteFile(const fs::path& path, const std::string& text) {
   if (!(std::ofstream(path) << text << std::flush)) {
     ThrowCannotMake(path, std::error_code(errno, std::generic_category()));
@@ -53,7 +53,7 @@ void CheckCollector(const std::string& collector) {
   }
 }
 
-// The mark alone is no proof: where the product is installed this is somebody's machine.
+// The mark alone is no proof: a machine with the product's paths is not a private one.
 void CheckMachineIsEmpty() {
   for (const std::string path :
        {"/etc/qamrel", "/etc/orvane", "/etc/em-talvor", COLLECTOR_DIRECTORY}) {

@@ -10,8 +10,8 @@ constexpr char DEMO_FILE_ROOT[] = "/var/log/Talvor/bin";
 constexpr char DEMO_DATA_ROOT[] = "/var/log/Talvor/data";
 constexpr char DEMO_BMC[] = "/var/log/Talvor/bmc";
 
-// Makes sure that the program runs in a private machine: unless it does, restarts it in one with
-// the same arguments and does not return. Throws CHostError.
+// Returns when the program runs in a private machine; otherwise restarts it in one with the same
+// arguments and does not return. Throws CHostError.
 void EnterPrivateMachine(char** arguments);
 
 // Makes the directories of the demo and copies the program `collector` to where the module looks

@@ -37,7 +37,7 @@ std::vector<HostRequest> ReadRequests(const HostOptions& options) {
   return all;
 }
 
-// Before minutes are spent on an archive that has nowhere to go.
+// Checked before minutes are spent on an archive that has nowhere to go.
 void CheckBmcDirectory(const HostOptions& options, const std::vector<HostRequest>& requests) {
   if (!options.bmcDirectory.empty()) {
     std::error_code error;
@@ -82,7 +82,7 @@ std::string Advice(uint32_t status, bool isAvailable) {
   }
 }
 
-// False, and the user is told, when the module does not go as it should.
+// False, and the user is told, when deleting or unloading the module failed.
 bool LetGo(CModuleSession& session) {
   const bool isDeleted = session.Delete();
   if (!isDeleted) {
@@ -116,7 +116,7 @@ class Run {
       WriteMessage(ExplainUnavailability());
     }
     const Outcome outcome = AskAll();
-    // A signal from the terminal reaches the collector too, and its end may be seen first.
+    // A signal from the terminal reaches the collector too, whose end may be noticed first.
     const int signal = m_oSession.GetSignal();
     const bool isGone = End(signal);
     if (outcome == Outcome::TIMED_OUT) {
@@ -150,7 +150,7 @@ class Run {
     return outcome;
   }
 
-  // False, and the user is told, when the module does not go as it should.
+  // False, and the user is told, when deleting or unloading the module failed.
   bool End(int signal) {
     if (signal != 0) {
       WriteMessage("Stopping the module.");

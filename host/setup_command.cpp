@@ -30,9 +30,8 @@ uint32_t ActionCode(const std::string& action) {
   return codes.at(action);
 }
 
-// The first link to a directory in the order of the clean-up, which ends there: entries sorted by
-// name, those of a directory before what follows it, names that begin with a dot left out. Empty
-// when there is none.
+// The first link to a directory that the clean-up meets, where it ends; empty when there is none.
+// Walks as the clean-up does: depth first, sorted by name, without names that begin with a dot.
 fs::path FindDirectoryLink() {
   std::vector<fs::path> left = {COLLECTOR_DIRECTORY};
   while (!left.empty()) {

@@ -5,8 +5,8 @@
 #include "base/descriptor.h"
 
 // Catches the signals that ask a program to end (SIGINT, SIGTERM, SIGHUP), so that it can end in
-// order. Only the first one: the next has its usual effect. Meanwhile writing to a closed pipe is
-// an error and does not end the program.
+// order. Only the first one: the next has its usual effect. While the object lives, writing to a
+// closed pipe is an error and does not end the program.
 //
 // Must be created before the first thread, because threads inherit the blocked signals. There may
 // be one object at a time, used by the thread that created it.

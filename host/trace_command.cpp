@@ -53,7 +53,7 @@ void Show() {
   ShowEnvironment("CV_LOG_DYNAMIC_UPDATE");
 }
 
-// A module that was started with level 0 does not look again.
+// A module that was started with level 0 never rereads the files.
 void TellWhenItHolds(const TraceSettings& settings) {
   WriteLine(settings.interval == 0
                 ? std::string("An agent takes it over when it starts.")

@@ -16,7 +16,7 @@ namespace {
 
 std::string Format(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
 
-// Empty when the memory for it is missing.
+// Empty when memory is exhausted.
 std::string Format(const char* format, va_list arguments) {
   char* text = nullptr;
   const int length = vasprintf(&text, format, arguments);

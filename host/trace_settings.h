@@ -8,7 +8,7 @@
 struct TraceSettings {
   uint32_t level = 0;
   std::string levelFile;  // where the module's section is; empty: nowhere
-  uint32_t interval = 0;  // seconds after which changes are looked for; 0: never
+  uint32_t interval = 0;  // seconds between two looks for changes; 0: never
   bool isIntervalSet = false;
 };
 
