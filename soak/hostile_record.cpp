@@ -13,7 +13,9 @@ constexpr uint32_t CREATIONS = QUERIES + 20;
 constexpr uint32_t TRANSFERS = CREATIONS + 30;
 constexpr uint32_t UNKNOWN = TRANSFERS + 10;
 
-constexpr std::array<uint32_t, 6> UNKNOWN_OPCODES = {0, 1, 0x3403, 0x340F, 0x3410, UINT32_MAX};
+// The third one follows the last that the module knows.
+constexpr std::array<uint32_t, 6> UNKNOWN_OPCODES = {
+    0, 1, REQUEST_NAMES.back().opcode + 1, 0x340F, 0x3410, UINT32_MAX};
 
 // Members of a command that are drawn each by itself, or left out.
 constexpr std::array<const char*, 4> TIMEOUTS = {"", R"(,"TO":60)", R"(,"TO":"0x3C")",
