@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "archive_module/names.h"
+#include "platform/process/process_table.h"
 #include "tests/support/descriptor_count.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"
@@ -27,6 +28,14 @@ std::string TextOf(const SipJson& record) {
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   record.m_oDocument.Accept(writer);
   return buffer.GetString();
+}
+
+// Where the collector is when the guard stands in its place.
+constexpr char GUARDED_DIRECTORY[] = "guarded/";
+
+void WriteProgram(const std::string& file, const std::string& script) {
+  std::ofstream(file) << "#!/bin/sh\n" << script << "\n";
+  chmod(file.c_str(), 0755);
 }
 
 // The thread sanitizer starts a thread of its own along with the first one.
@@ -106,18 +115,22 @@ ModuleHost::~ModuleHost() {
 
 void ModuleHost::InstallCollector(const std::string& script) {
   WriteRegistry(m_strDirectory, m_strDirectory);
-  std::ofstream(m_strDirectory + COLLECTOR_NAME)
-      << "#!/bin/sh\nD='" << m_strDirectory << "'\narchive='" << m_strArchive << "'\n"
-      << script << "\n";
-  chmod((m_strDirectory + COLLECTOR_NAME).c_str(), 0755);
+  std::string directory = m_strDirectory;
+  if (const char* guard = getenv("EM_TALVOR_GUARD"); guard != nullptr) {
+    WriteProgram(directory + COLLECTOR_NAME, std::string("exec '") + guard + "/Talvor'");
+    directory += GUARDED_DIRECTORY;
+    std::filesystem::create_directory(directory);
+  }
+  WriteProgram(directory + COLLECTOR_NAME,
+               "D='" + m_strDirectory + "'\narchive='" + m_strArchive + "'\n" + script);
 }
 
 void ModuleHost::WriteRegistry(const std::string& fileRoot, const std::string& dataRoot) {
   std::filesystem::create_directories("/etc/qamrel");
-  const char* guard = getenv("EM_TALVOR_GUARD");
-  const std::string values =
-      guard == nullptr ? SetupValues(fileRoot, dataRoot)
-                       : SetupValues(guard, dataRoot) + "GuardedFileRoot=s=" + fileRoot + "\n";
+  std::string values = SetupValues(fileRoot, dataRoot);
+  if (getenv("EM_TALVOR_GUARD") != nullptr) {
+    values += "GuardedFileRoot=s=" + fileRoot + GUARDED_DIRECTORY + "\n";
+  }
   std::ofstream("/etc/qamrel/registry") << InstalledRegistry(values);
 }
 
@@ -160,6 +173,12 @@ bool ModuleHost::IsLoaded() const {
 }
 
 uint32_t ModuleHost::CreateAndStart() {
+  if (getenv("EM_TALVOR_GUARD") != nullptr) {
+    WaitUntil([] {  // What is left of a guard that was killed would be another collector.
+      int32_t pid = 0;
+      return !FindProcessByName(pid, COLLECTOR_NAME);
+    });
+  }
   if (m_pLibrary == nullptr) {
     LoadModule();
   }

@@ -77,9 +77,10 @@ class ModuleHost : public testing::Test {
   ModuleHost();
   ~ModuleHost() override;
 
-  // Points the registry to the directories of the test and makes the script the collector; or the
-  // guard, in its directory that EM_TALVOR_GUARD in the environment names, which then runs the
-  // script. In the script "$D" is the directory and "$archive" the archive.
+  // Points the registry to the directories of the test and makes the script the collector. With
+  // EM_TALVOR_GUARD in the environment, which names the guard's directory, the guard stands in the
+  // collector's place and runs the script. In the script "$D" is the directory and "$archive" the
+  // archive.
   void InstallCollector(const std::string& script);
   void WriteRegistry(const std::string& fileRoot, const std::string& dataRoot);
   // Takes the lines of the setup key, and of the value that names its parent.
