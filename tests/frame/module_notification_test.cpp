@@ -54,18 +54,18 @@ const NotificationLines NOTIFICATIONS[] = {
 
 TEST(ModuleNotificationTest, WritesTheLinesOfItsCodeBetweenThoseOfEveryNotification) {
   TestModule module;
-  for (const auto& [code, lines] : NOTIFICATIONS) {
+  for (const auto& notification : NOTIFICATIONS) {
     std::array<char, 100> notify;
     snprintf(notify.data(), notify.size(), "\n\n%s## NOTIFY: Code = 0Xx%02X, param = 0x00000ABC",
-             LABEL, code);
+             LABEL, notification.code);
     std::vector<LevelLine> expected = {{2, notify.data()}};
-    for (const LevelLine& line : lines) {
+    for (const LevelLine& line : notification.lines) {
       expected.push_back({line.level, "\n" + (LABEL + line.text)});
     }
     expected.push_back({4, std::string("\n") + LABEL + "  call OnModuleNotification()..."});
     expected.push_back({4, std::string("\n") + LABEL + "  ... OnModuleNotification() completed"});
     ExpectLines(expected,
-                [&, code = code] { module.ModuleNotification(code, 0x1234567800000ABC, 7); });
+                [&] { module.ModuleNotification(notification.code, 0x1234567800000ABC, 7); });
   }
 }
 

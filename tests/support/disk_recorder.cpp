@@ -111,7 +111,7 @@ DiskRecorder::Effect DiskRecorder::EffectOf(const SteppedChild& child) {
 
 DiskRecorder::Effect DiskRecorder::EffectOnNames(const SteppedChild& child) {
   const auto& arguments = child.GetArguments();
-  const auto path = [&](size_t index) { return PathOf(child, arguments[index]); };
+  [[maybe_unused]] const auto path = [&](size_t index) { return PathOf(child, arguments[index]); };
   const auto pathAt = [&](size_t index) {
     return PathAt(child, arguments[index], arguments[index + 1]);
   };
