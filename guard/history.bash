@@ -32,7 +32,8 @@ newest_lines() {
 # append_to_history LINE
 append_to_history() {
   local lock new=$history_file.new status=0
-  exec {lock}>"$state_directory/lock" && flock -w 10 "$lock" || return
+  exec {lock}>"$state_directory/lock" || return
+  ! hash flock 2>/dev/null || flock -w 10 "$lock" || return
   { newest_lines $((${#1} + 1)) && printf '%s\n' "$1"; } >"$new" && sync "$new" &&
     mv "$new" "$history_file" || status=1
   exec {lock}>&-

@@ -58,6 +58,12 @@ why_not() {
   fi
 }
 
+# Makes this process one that the out-of-memory killer prefers. Not choom: in the machine's /proc its own
+# process id names another process.
+become_first_victim() {
+  echo "${settings[OOM_SCORE_ADJ]}" >/proc/self/oom_score_adj
+}
+
 # tell_state NAME STATE TEXT: a line of the report. The states are on, off (it is refused here), unset (by the
 # settings), and wrong (no run could be started).
 tell_state() {
@@ -111,12 +117,20 @@ check_protections() {
   check_command namespace 'children' 'nothing that the collector starts survives it'
   if ((settings[RUN_TIME] == 0)); then
     tell_state 'run time' unset 'RUN_TIME is 0'
+  elif try time; then
+    tell_state 'run time' on "the collector is ended after ${settings[RUN_TIME]} seconds"
   else
-    check_command time 'run time' "the collector is ended after ${settings[RUN_TIME]} seconds"
+    tell_state 'run time' off \
+      "$(why_not time): the collector is killed after ${settings[RUN_TIME]} seconds, without SIGTERM before"
   fi
   check_command class 'class' 'the collector is in no real-time class, whatever the agent is in'
   check_command nice 'nice' "niceness ${settings[NICE]}"
   check_command io 'io' "input and output: ${settings[IO]}"
+  if problem=$(become_first_victim 2>&1); then
+    tell_state 'oom' on "${settings[OOM_SCORE_ADJ]} is added to its score for the out-of-memory killer"
+  else
+    tell_state 'oom' off "${problem##*: }: /proc/self/oom_score_adj cannot be written"
+  fi
   make_groups "$memory" "${settings[PIDS]}"
   check_limit 'memory' MEMORY memory "$memory_group"
   check_limit 'pids' PIDS pids "$pids_group"

@@ -17,6 +17,15 @@ least() {
   echo $((own > $1 ? own : $1))
 }
 
+# reports NAME STATE TEXT [PREFIX...]: the guard does of what it can protect.
+reports() {
+  local line
+  line=$("${@:4}" "$guard" --check | grep "^$1"$'\t')
+  [[ $line == "$1"$'\t'"$2"$'\t'*"$3"* ]] || { echo "  $line" && return 1; }
+}
+
+proc_read_only=(unshare --mount bash -c 'mount -o remount,bind,ro /proc && exec "$@"' -)
+
 test_gentle() {
   collector '{ chrt -p $$ | sed "s/.*: //"; nice; ionice; cat /proc/self/oom_score_adj; } >"$work/told"'
   expected="SCHED_OTHER 0 $(least 10) idle 500"
@@ -32,4 +41,11 @@ test_gentle() {
   configure
   expected="SCHED_OTHER 0 $(least 10) 500"
   keeps 'without ionice, too' runs_gently without ionice
+  keeps 'which is reported' reports io off 'no program ionice' without ionice
+  keeps 'the score for the out-of-memory killer is reported' reports oom on '500 is added'
+  keeps 'where the kernel takes none' reports oom off 'Read-only' "${proc_read_only[@]}"
+  collector 'cp "$work/whole.zip" "$archive"'
+  keeps 'and the archive is made there' gives 0 'done' "${proc_read_only[@]}"
+  keeps 'without timeout, that the collector is killed at once is reported' \
+    reports 'run time' off 'after 3600 seconds, without SIGTERM' without timeout
 }
