@@ -85,6 +85,7 @@ std::string ConfiguredCollector() {
       directory = line.substr(KEY.size());
     }
   }
+  directory.resize(directory.find_last_not_of(" \t\r") + 1);
   return directory;
 }
 
@@ -190,6 +191,15 @@ bool TakeAway(CSetupKey& key, std::vector<std::string>& sentences) {
   return true;
 }
 
+// The checksum that the guard has laid beside the archive would be taken for one of the next.
+void RemoveChecksum(std::vector<std::string>& sentences) {
+  std::string file;
+  std::error_code error;
+  if (GetDataDir(file) && fs::remove(file.append(ARCHIVE_FILE).append(CHECKSUM_ENDING), error)) {
+    sentences.push_back(file + " is removed: without the guard it would not be renewed.");
+  }
+}
+
 }  // namespace
 
 std::string GuardDirectory() {
@@ -211,4 +221,8 @@ GuardPlace FindGuardPlace() {
 
 std::vector<std::string> PutGuard() { return EditRegistry(Put); }
 
-std::vector<std::string> TakeGuardAway() { return EditRegistry(TakeAway); }
+std::vector<std::string> TakeGuardAway() {
+  std::vector<std::string> sentences = EditRegistry(TakeAway);
+  RemoveChecksum(sentences);
+  return sentences;
+}

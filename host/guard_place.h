@@ -16,6 +16,9 @@ struct GuardPlace {
   std::string fileRoot;   // the directory from which the module starts it
 };
 
+// What follows the name of the archive in that of the checksum that the guard lays beside it.
+constexpr char CHECKSUM_ENDING[] = ".sha256";
+
 // As the registry stands. Throws CHostError when it names no collector.
 GuardPlace FindGuardPlace();
 

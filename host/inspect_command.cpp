@@ -12,6 +12,7 @@
 #include "archive_module/names.h"
 #include "host/archive_contents.h"
 #include "host/commands.h"
+#include "host/guard_place.h"
 #include "host/host_error.h"
 #include "host/output.h"
 #include "host/program_output.h"
@@ -69,7 +70,7 @@ Inspection Inspect(const std::string& path, uint32_t limit) {
   found.limit = limit * MEBIBYTE;
   // --zero: without it the line begins with "\" when the name needs escaping.
   found.checksum = FirstWord(ProgramOutput({"sha256sum", "--zero", "--", path}));
-  std::ifstream file(path + ".sha256");
+  std::ifstream file(path + CHECKSUM_ENDING);
   std::string line;
   if (std::getline(file, line)) {
     found.expected = FirstWord(line);
@@ -79,7 +80,7 @@ Inspection Inspect(const std::string& path, uint32_t limit) {
 
 std::string ChecksumText(const Inspection& found) {
   if (!found.IsSealed()) {
-    return found.checksum + "; there is no " + ARCHIVE_FILE + ".sha256 to compare with";
+    return found.checksum + "; there is no " + ARCHIVE_FILE + CHECKSUM_ENDING + " to compare with";
   }
   return found.checksum + (found.IsAsSealed()
                                ? ", as when it was created"

@@ -44,6 +44,12 @@ creates_under_guard() {
   says 0 'create: done (status 0)' run --module "$build/lib/qamrel/em_talvor" create && is_sealed
 }
 
+# With the guard's program, as an agent does that has read the registry before.
+creates_unguarded() {
+  rm "$archive"
+  "$guard" && [[ $(ls "$data") == Talvor_Data.zip ]] && (($(wc -l <"$history") == runs))
+}
+
 test_place() {
   local off=("DataRoot=$data" "FileRoot=$work/collector")
   local on=("DataRoot=$data" "FileRoot=${guard%/*}" "GuardedFileRoot=$work/collector")
@@ -56,8 +62,14 @@ test_place() {
   keeps 'and changes nothing' has_values "${on[@]}"
   keeps 'its protections are shown' says 0 'children  nothing that the collector starts survives it' guard status
   keeps 'the module starts it' creates_under_guard
+  runs=$(wc -l <"$history")
   keeps 'it is taken away' says 0 'The guard is off; the module starts the collector' guard off
   keeps 'and what was there before is back' has_values "${off[@]}"
+  keeps 'the checksum is gone, as the next archive would not be the one it tells of' test ! -e "$archive.sha256"
+  keeps 'and that is told' tells "$archive.sha256 is removed: without the guard it would not be renewed."
+  echo "COLLECTOR=$work/collector" >"$conf"
+  keeps 'an agent that was not restarted starts the collector as well' creates_unguarded
+  configure
   keeps 'a second time is no error either' says 0 'The guard is off already.' guard off
   keeps 'nor a change' has_values "${off[@]}"
 }
@@ -86,7 +98,7 @@ test_place_by_hand() {
   keeps 'and stays as well' has_values DataRoot=/srv "FileRoot=$work/collector"
   register "FileRoot=$work/collector"
   em_host guard on
-  echo COLLECTOR=/opt/third >"$conf"
+  echo 'COLLECTOR=/opt/third ' >"$conf"
   keeps 'so is another collector in the settings' says 0 'guard.conf names /opt/third, which the guard has started' guard off
   configure
   register "FileRoot=${guard%/*}"
