@@ -62,7 +62,7 @@ std::string NearestDirectory(std::string directory) {
 bool HoldsRegistry(const char* file) {
   std::string text;
   CRegistryNode node;
-  return ReadRegularFile(file, text) && ParseRegistryText(text, node);
+  return ReadRegularFile(file, text, LONGEST_REGISTRY_FILE) && ParseRegistryText(text, node);
 }
 
 // The directory of a collector that the registry does not know; empty when none is found. Looks in

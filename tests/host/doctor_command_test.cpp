@@ -132,6 +132,15 @@ TEST_F(DoctorCommandTest, ADamagedRegistryIsNamed) {
       "agent and Talvor again.\n");
 }
 
+TEST_F(DoctorCommandTest, ARegistryThatIsTooLongForTheAgentIsNoRegistry) {
+  InstallCollector("");
+  std::filesystem::copy_file(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
+  std::filesystem::resize_file(REGISTRY_FILE, LONGEST_REGISTRY_FILE + 1);
+  const HostResult result = Doctor();
+  EXPECT_EQ(result.exitCode, 78);
+  EXPECT_THAT(result.output, HasSubstr("/etc/qamrel/registry.old stands in for "));
+}
+
 // The backup that may be read is not what the agent reads.
 TEST_F(DoctorCommandTest, RegistryMayNotBeRead) {
   InstallCollector("");
