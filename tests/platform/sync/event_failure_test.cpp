@@ -135,7 +135,7 @@ TEST(EventFailureTest, AssignmentFillsAnEmptyHandle) {
 }
 
 TEST(EventFailureTest, AssignmentOfAnEmptyHandleEmpties) {
-  const CEvent& event = KeepReachable(CEvent(true, true));
+  CEvent& event = KeepReachable(CEvent(true, true));
   CEvent target(event);
   target.Close();
   target = *MakeEmpty();
