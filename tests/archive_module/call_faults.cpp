@@ -149,6 +149,7 @@ int StandForVfork();
 #if defined(__x86_64__)
 asm(R"(
   .text
+  .globl StandForVfork
   .type StandForVfork, @function
 StandForVfork:
   endbr64
@@ -166,6 +167,7 @@ StandForVfork:
 #elif defined(__aarch64__)
 asm(R"(
   .text
+  .globl StandForVfork
   .type StandForVfork, @function
 StandForVfork:
   hint #34  // bti c
