@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "base/number_base.h"
 #include "base/white_space.h"
 
 namespace {
@@ -69,7 +70,7 @@ std::optional<uint32_t> CConfigSection::ReadNumber(std::string_view key) const {
     const size_t equals = line.find('=');
     if (equals != std::string_view::npos && line.find(key) != std::string_view::npos) {
       const std::string value(line.substr(equals + 1));
-      return ReadTraceNumber(value.c_str(), 0);
+      return ReadTraceNumber(value.c_str(), NumberBase(value));
     }
   }
   return std::nullopt;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "base/number_base.h"
 #include "platform/profile/profile_string.h"
 
 namespace {
@@ -37,7 +38,7 @@ int32_t CProfile::ReadInteger(const std::string& section, const std::string& key
   GetPrivateProfileString(section.c_str(), key.c_str(), "", text.data(), text.size(),
                           m_strFileName.c_str());
   char* end = nullptr;
-  const int64_t number = std::strtoll(text.data(), &end, 0);
+  const int64_t number = std::strtoll(text.data(), &end, NumberBase(text.data()));
   return end != text.data() ? static_cast<int32_t>(number) : defaultValue;
 }
 

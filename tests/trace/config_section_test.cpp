@@ -93,6 +93,7 @@ TEST(ConfigSectionTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
                {"0X1F", 31},
                {"017", 15},
                {"08", 0},
+               {"0b1", 0},
                {"+5", 5},
                {"x5", 0},
                {"", 0},
