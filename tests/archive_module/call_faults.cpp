@@ -203,6 +203,9 @@ std::vector<Entry>& Table() {
   static std::vector<Entry> table = {
       Standing<"open", MINUS_ONE, int(const char*, int, mode_t)>(EMFILE),
       Standing<"openat", MINUS_ONE, int(int, const char*, int, mode_t)>(EMFILE),
+      // What a C library may have for calls that make no file.
+      Standing<"__open_2", MINUS_ONE, int(const char*, int)>(EMFILE),
+      Standing<"__openat_2", MINUS_ONE, int(int, const char*, int)>(EMFILE),
       Standing<"read", MINUS_ONE, ssize_t(int, void*, size_t)>(EIO),
       Standing<"write", MINUS_ONE, ssize_t(int, const void*, size_t)>(ENOSPC),
       Standing<"close", DONE_MINUS_ONE, int(int)>(EIO),

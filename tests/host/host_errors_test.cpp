@@ -81,8 +81,6 @@ TEST_F(HostErrorsTest, AMistakeOnTheCommandLineNamesTheHelpThatTells) {
       {{"fly", "--high"}, "\"fly\" is no command: see \"em_host --help\"."},
       {{"--high"}, "\"--high\" is no option: see \"em_host --help\"."},
       {{"run"}, "REQUEST is required: see \"em_host run --help\"."},
-      {{"run", "--trace", "6", "query"},
-       "--trace: Value 6 not in range 0 to 5: see \"em_host run --help\"."},
       {{"run", "--trace"}, "--trace needs a value: see \"em_host run --help\"."},
       {{"setup", "backup", "--fast"}, "\"--fast\" is no option: see \"em_host setup --help\"."},
       {{"doctor", "now"}, "\"now\" is one word too many: see \"em_host doctor --help\"."},
@@ -92,6 +90,10 @@ TEST_F(HostErrorsTest, AMistakeOnTheCommandLineNamesTheHelpThatTells) {
   for (const auto& [arguments, sentence] : mistakes) {
     ExpectError(Plain(arguments), 64, sentence);
   }
+  // The library has its own words for the range, which change.
+  EXPECT_THAT(Plain({"run", "--trace", "6", "query"}).errors,
+              testing::MatchesRegex("em_host: --trace: Value 6 not in range .*0.*5.*: "
+                                    "see \"em_host run --help\".\n"));
 }
 
 TEST_F(HostErrorsTest, HelpAndVersionAreNoErrors) {
