@@ -93,6 +93,9 @@ read_settings() {
       problem="$settings_file, line $number: \"$value\" $problem, which $key needs"
       return 1
     fi
+    while [[ $value == 0[0-9]* ]]; do # which the shell would take for an octal number
+      value=${value#0}
+    done
     settings[$key]=$value
   done <"$settings_file"
 }

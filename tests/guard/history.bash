@@ -39,8 +39,13 @@ tells_of_killed_run() {
   [[ $(tail -n 2 "$history" | sed 's/.*"ended":"\([a-z]*\).*/\1/' | xargs) == 'killed exit' ]]
 }
 
+tells_once() {
+  tail -n 1 "$history" >/var/lib/em-talvor/running
+  gives 70 missing && (($(tail -n 3 "$history" | cut -d , -f 1 | uniq | wc -l) == 3))
+}
+
 floods_nothing() {
-  gives 0 'done' && (($(stat -c %s /var/lib/em-talvor/output) == 65536)) && [[ ! -s $work/output ]]
+  gives 0 'done' && [[ $(stat -c '%s %a' /var/lib/em-talvor/output) == '65536 600' ]] && [[ ! -s $work/output ]]
 }
 
 test_history() {
@@ -54,6 +59,8 @@ test_history() {
   keeps 'whole lines are left when the writer is killed' survives_kills
   collector 'touch "$work/runs"; sleep 1000'
   keeps 'the run after a killed one tells of it' tells_of_killed_run
+  collector 'exit 0'
+  keeps 'one that was killed after its line is told once' tells_once
   collector 'head -c 100M /dev/zero; cp "$work/whole.zip" "$archive"'
   keeps 'of a flood of output the end is kept' floods_nothing
   rm -r /var/lib/em-talvor && touch /var/lib/em-talvor

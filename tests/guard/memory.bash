@@ -15,6 +15,7 @@ test_memory() {
     keeps 'one that starts too many processes cannot' gives 9 exit
     collector 'sed "s|^[0-9]*:|/sys/fs/cgroup/|; s|:||" /proc/self/cgroup | grep guard >"$work/groups"'
     keeps 'no control group is left' leaves_no_groups
+    keeps 'nor one that a killed run has left' removes_stale_group
   else
     echo 'skip - control groups: none can be made here'
   fi
@@ -25,6 +26,13 @@ test_memory() {
 
 leaves_no_groups() {
   gives 70 missing && [[ -s $work/groups ]] && ! xargs ls -d <"$work/groups" 2>/dev/null
+}
+
+removes_stale_group() {
+  local stale
+  stale=$(head -n 1 "$work/groups")
+  stale=${stale%/*}/em-talvor-guard.stale
+  mkdir "$stale" && touch -d '-2 minutes' "$stale" && gives 70 missing && [[ ! -e $stale ]]
 }
 
 # In directories that look so. What the guard has written there stays, as they cannot be removed like those

@@ -19,6 +19,28 @@ sees_guard() {
   [[ $(grep -c . "$work/seen") == "$1" ]]
 }
 
+without_files() {
+  "$@" <&- >&- 2>&-
+}
+
+# Started by a process whose own parent has ended.
+refuses_orphan() {
+  local try
+  rm -f "$work/output"
+  bash -c '{ until read -r _ _ _ parent _ </proc/self/stat && ((parent == 1)); do sleep 0.01; done
+    exec "$0" >"$work/output" 2>&1; } &' "$guard"
+  for ((try = 0; try < 500; ++try)); do
+    ! grep -qF 'Nothing was started.' "$work/output" 2>/dev/null || break
+    pause 0.01
+  done
+  tells 'The agent that has started this run has gone. Nothing was started.' && [[ ! -e $work/ran ]]
+}
+
+# This shell is no "outside" of it.
+refuses_without_outside() {
+  exits_with 70 "$guard" inside 1 0 1 "$data" "$work/collector" && [[ ! -e $work/ran ]]
+}
+
 test_settings() {
   collector 'touch "$work/ran"'
   keeps 'an unknown setting is refused' refuses 'NICE=1\nNICER=2\n' 'guard.conf, line 2: there is no setting NICER'
@@ -28,7 +50,18 @@ test_settings() {
   keeps 'what looks like a command' refuses 'NICE=$(touch /tmp/x)' 'is no niceness from 0 to 19'
   keeps 'a directory without a collector' refuses 'COLLECTOR=/none' 'There is no collector "/none/Talvor"'
   keeps 'the guard as the collector' refuses "COLLECTOR=${guard%/*}" 'is this guard itself'
+  rm "$conf" && ln -s /none "$conf"
+  keeps 'a link to nothing is no file of settings' exits_with 70 "$guard"
+  rm "$conf"
+  configure NICE=08 MEMORY=0800M
+  collector 'cp "$work/whole.zip" "$archive"'
+  keeps 'numbers may begin with 0' gives 0 'done'
   configure
+  keeps 'an agent may have closed its standard files' gives 0 'done' without_files
+  collector 'touch "$work/ran"; cp "$work/whole.zip" "$archive"'
+  rm -f "$work/ran"
+  keeps 'an agent that has gone starts nothing' refuses_orphan
+  keeps 'nor does one whose guard has gone' refuses_without_outside
   collector 'env | grep -v "^PWD=" >"$work/environment" # the shell sets PWD itself'
   keeps 'the collector gets the variables that are to pass' \
     sees_environment 'HOME=/root LANG=C.UTF-8 PATH=/usr/bin:/bin'

@@ -70,6 +70,10 @@ sleep 0.1; cp "$work/whole.zip" "$archive"'
   keeps 'SIGKILL to the guard at any instant leaves no process' ended $((rounds * 2 / 5)) KILL "$guard"
   keeps 'SIGKILL to the agent at any instant leaves no process' ended $((rounds * 2 / 5)) KILL "${host[@]}"
   keeps 'a stop of the module at any instant leaves no process' ended $(((rounds + 4) / 5)) TERM "${host[@]}"
+  collector 'sleep 1000 & cp "$work/whole.zip" "$archive"'
+  keeps 'without namespaces, what stays in the process group is ended' \
+    gives 0 'done' "${no_namespaces[@]}"
+  keeps 'nothing of it is left' is_quiet
   collector 'touch "$work/runs"; exec sleep 1000'
   keeps 'without namespaces, SIGKILL to the guard leaves no collector' \
     end_without_namespaces
