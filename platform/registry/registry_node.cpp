@@ -258,7 +258,7 @@ void CRegistryNode::FreeEntries(bool isTraced) {
       continue;
     }
     const CRegistryEntry& entry = key->m_oEntries[key->m_nFreed];
-    if (entry.GetKey() != nullptr && entry.GetKey()->Kill(key)) {
+    if (entry.IsKey() && entry.GetKey() != nullptr && entry.GetKey()->Kill(key)) {
       key = entry.GetKey().get();
       continue;
     }
