@@ -29,7 +29,13 @@ void meter::Begin() {
 }
 
 void meter::End(const char* name) {
-  CALLGRIND_DUMP_STATS_AT(name);
+  EndOfThread(name);
+  EndOfCalls(name);
+}
+
+void meter::EndOfThread(const char* name) { CALLGRIND_DUMP_STATS_AT(name); }
+
+void meter::EndOfCalls(const char* name) {
   const CountedCalls end = CallsSoFar();
   printf("%s\t%" PRIu64 "\t%" PRIu64 "\t%" PRIu64 "\n", name,
          end.allocations - g_oBegin.allocations, end.bytes - g_oBegin.bytes,

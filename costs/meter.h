@@ -10,6 +10,11 @@ namespace meter {
 void Begin();
 void End(const char* name);
 
+// End() in two steps, for what goes on in other threads: the first ends what callgrind counts, in
+// the calling thread, the second the count of the calls.
+void EndOfThread(const char* name);
+void EndOfCalls(const char* name);
+
 // Counts one call of the operation, after some that fill its caches.
 void Count(const char* name, const std::function<void()>& operation);
 

@@ -44,14 +44,15 @@ void CountCopy() {
   meter::Count("deep copy of a request record, and its end", [&] { const SipJson copy(request); });
 }
 
+constexpr useconds_t TIME_TO_FALL_ASLEEP = 50'000;
 constexpr int TASKS_RUN = 16;
 
 // Counts from the beginning of the first task to that of the last one, while all other threads are
 // blocked.
-class Serializer : public CTaskSerializer<SipJson> {
+class QueueOfTasks : public CTaskSerializer<SipJson> {
  public:
-  Serializer() : CTaskSerializer(1) {}
-  ~Serializer() override { TerminateSerialization(); }
+  QueueOfTasks() : CTaskSerializer(1) {}
+  ~QueueOfTasks() override { TerminateSerialization(); }
 
   void RunTasks(const SipJson& request) {
     for (int task = 0; task <= TASKS_RUN; ++task) {
@@ -66,7 +67,7 @@ class Serializer : public CTaskSerializer<SipJson> {
   void OnTaskExecution(SipJson& /*message*/, int32_t /*level*/) override {
     if (m_nTasks == 0) {
       m_oCallerIsReady.acquire();
-      usleep(50'000);  // in which the caller falls asleep
+      usleep(TIME_TO_FALL_ASLEEP);
       meter::Begin();
     }
     if (m_nTasks++ == TASKS_RUN) {
@@ -81,15 +82,44 @@ class Serializer : public CTaskSerializer<SipJson> {
   int m_nTasks = 0;
 };
 
+// Counts what the caller does to queue a task for a sleeping worker, and the locks of both until it
+// runs.
+class SleepingWorker : public CTaskSerializer<SipJson> {
+ public:
+  SleepingWorker() : CTaskSerializer(1) { StartSerialization(); }
+  ~SleepingWorker() override { TerminateSerialization(); }
+
+  void WakeForTask(const SipJson& request) {
+    constexpr char NAME[] = "tasks: queue one and wake the worker; locks until it runs";
+    usleep(TIME_TO_FALL_ASLEEP);
+    meter::Begin();
+    InsertTask(request, 0, nullptr);
+    meter::EndOfThread(NAME);
+    m_oHasBegun.acquire();
+    meter::EndOfCalls(NAME);
+    m_oMayEnd.release();
+  }
+
+ protected:
+  void OnTaskExecution(SipJson& /*message*/, int32_t /*level*/) override {
+    m_oHasBegun.release();
+    m_oMayEnd.acquire();
+  }
+
+ private:
+  std::binary_semaphore m_oHasBegun{0};
+  std::binary_semaphore m_oMayEnd{0};
+};
+
 void CountTasks() {
   const SipJson request = MakeRequest();
   {
-    Serializer waiting;  // its worker is never started
+    QueueOfTasks waiting;  // its worker is never started
     meter::Count("tasks: queue one, nobody waits",
                  [&] { waiting.InsertTask(request, 0, nullptr); });
   }
-  Serializer serializer;
-  serializer.RunTasks(request);
+  SleepingWorker().WakeForTask(request);
+  QueueOfTasks().RunTasks(request);
 }
 
 }  // namespace

@@ -210,6 +210,7 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
     return 0;
   }
   std::unique_ptr<TaskRecord> record(new TaskRecord{externalEvent, message, nullptr});
+  bool isWakeUpDue = false;
   {
     const CCriticalSectionGuard guard(m_oLock);
     CByteRing& queue = GetLevel(level).queue;
@@ -222,11 +223,14 @@ uint32_t CTaskSerializer<T>::InsertTask(const T& message, int32_t level, CEvent*
     const CTraceShield shield;  // the task is queued: nothing may throw from here on
     DEBUG_TRACE(5, "\nCTaskSerializer     : Task with priority %d inserted into task queue!",
                 level);
-    if (!IsWakeUpPending()) {
-      m_oWakeUp.SetWithoutYield();
-    }
+    isWakeUpDue = !IsWakeUpPending() && m_oWakeUp.SetWithoutWaking();
   }
-  sched_yield();  // not under the lock, which the woken worker needs
+  // Not under the lock, which the woken worker takes next.
+  if (isWakeUpDue) {
+    m_oWakeUp.Wake();
+  } else {
+    sched_yield();
+  }
   return 1;
 }
 

@@ -150,6 +150,13 @@ int WakeWaiters(EventRecord& record) {
                             : pthread_cond_signal(&record.condition);
 }
 
+// Under the record's lock.
+void Signal(EventRecord& record) {
+  DEBUG_TRACE_NOTHROW(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record.GetAddress(),
+                      record.GetName(), record.signaled.load());
+  record.signaled = true;
+}
+
 void WaitUntilNobodyWaits(EventRecord& record) {
   for (;;) {
     {
@@ -254,24 +261,36 @@ bool CEvent::Create(bool isSignaled, bool isManualReset) {
 }
 
 bool CEvent::Set() {
-  if (GetOpenRecord() == nullptr) {
+  EventRecord* record = GetOpenRecord();
+  if (record == nullptr) {
     return false;
   }
-  const bool isSet = SetWithoutYield();
+  EventRecordLock lock(*record);
+  Signal(*record);
+  const int result = WakeWaiters(*record);
+  lock.Unlock();
   sched_yield();
-  return isSet;
+  return result == 0;
 }
 
-bool CEvent::SetWithoutYield() {
+bool CEvent::SetWithoutWaking() {
   EventRecord* record = GetOpenRecord();
   if (record == nullptr) {
     return false;
   }
   const EventRecordLock lock(*record);
-  DEBUG_TRACE_NOTHROW(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record->GetAddress(),
-                      record->GetName(), record->signaled.load());
-  record->signaled = true;
-  return WakeWaiters(*record) == 0;
+  Signal(*record);
+  return true;
+}
+
+bool CEvent::Wake() {
+  EventRecord* record = GetOpenRecord();
+  if (record == nullptr) {
+    return false;
+  }
+  const int result = WakeWaiters(*record);
+  sched_yield();
+  return result == 0;
 }
 
 bool CEvent::Pulse() {

@@ -53,8 +53,11 @@ class CEvent {
   // the system could not wake the waiters.
   bool Set();
 
-  // As Set() without the yield, for a caller who holds a lock that the woken thread needs.
-  bool SetWithoutYield();
+  // Set() in two steps, for a caller who holds a lock that the woken thread takes next: under that
+  // lock the first, which signals the event, and after it the second, which wakes the waiters and
+  // yields. Results as for Set().
+  bool SetWithoutWaking();
+  bool Wake();
 
   // Releases the threads that are waiting now (an auto-reset event: one of them), leaves the event
   // not signalled and yields. Result as for Set().

@@ -60,19 +60,35 @@ TEST(EventTest, PulseWithoutAWaiterLeavesItNotSignalled) {
   EXPECT_EQ(event.Wait(0), EVENT_TIMEOUT);
 }
 
-TEST(EventTest, SetAndPulseYieldAndNothingElseDoes) {
+TEST(EventTest, SetPulseAndWakeYieldAndNothingElseDoes) {
   CEvent event(false, true);
   const auto yields = calls::sched_yield.Watch();
   event.Set();
   EXPECT_EQ(yields.GetCount(), 1);
   event.Pulse();
   EXPECT_EQ(yields.GetCount(), 2);
-  event.SetWithoutYield();
+  event.Wake();
+  EXPECT_EQ(yields.GetCount(), 3);
+  event.SetWithoutWaking();
   event.Reset();
   event.Close();
   event.Set();
   event.Pulse();
-  EXPECT_EQ(yields.GetCount(), 2);
+  event.Wake();
+  EXPECT_EQ(yields.GetCount(), 3);
+}
+
+TEST(EventTest, SetInTwoStepsSignalsFirstAndWakesThen) {
+  CEvent event(false, true);
+  const auto wakes = calls::pthread_cond_broadcast.Watch();
+  EXPECT_TRUE(event.SetWithoutWaking());
+  EXPECT_EQ(event.Wait(0), EVENT_SIGNALED);
+  EXPECT_EQ(wakes.GetCount(), 0);
+  EXPECT_TRUE(event.Wake());
+  EXPECT_EQ(wakes.GetCount(), 1);
+  event.Close();
+  EXPECT_FALSE(event.SetWithoutWaking());
+  EXPECT_FALSE(event.Wake());
 }
 
 TEST(EventTest, CreateChangesStateAndKindOfReset) {
