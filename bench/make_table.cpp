@@ -40,18 +40,20 @@ constexpr Row ROWS[] = {
     {"copy",
      "deep copy of a request record",
      {{0.8, BEST_PEER}},
-     "RapidJSON's own copy shares constant strings with its source."},
+     "RapidJSON's own copy shares constant strings with its source. Ours owns all of its bytes, in 2 "
+     "allocations, with room for what an answer adds."},
     {"event_set_wait", "event: set, then a wait that finds it set", {{1.05, LIMIT}}},
     {"event_wait_0", "event: wait 0 ms, not set", {{0.8, BEST_PEER}}},
     {"task_latency",
      "task: queued to begun, one in flight",
      {{1.1, BEST_PEER}},
-     "the worker is woken under the two locks that it takes next, which is the order that the queue "
-     "and the event promise. Boost.Asio frees its lock first."},
+     "ours copies the record, takes 2 locks to queue it and 1 to take it, wakes and yields. No peer "
+     "copies or yields here."},
     {"task_throughput",
      "tasks: 100,000 through the queue, a copied record each",
      {{1.1, LIMIT}},
-     "the limit is a plain queue that yields after each task, as ours does; no peer yields."},
+     "the limit is a plain queue that yields after each task, as ours does; no peer yields. A task "
+     "takes 1 lock to queue and 2 to run, the second to tell whether its queue is empty."},
     {"registry_load_one_key",
      "registry: load 100,000 values in one key",
      {{0.8, "RapidJSON"}},
@@ -71,11 +73,15 @@ constexpr Row ROWS[] = {
      {{1.5, "GKeyFile"}}},
     {"registry_open_query_1000_keys",
      "registry: construct, open, query and destroy, 100,000 values in 1,000 keys",
-     {{1.5, "GKeyFile"}}},
+     {{1.5, "GKeyFile"}},
+     "GKeyFile's query finds the group as well, without a lock or a path. Ours locks each of the 3 "
+     "keys on the way and keeps its own copies of the path and the value, in 1 allocation."},
     {"registry_save",
      "registry: save 100,000 values, flushed",
      {{0.5, BEST_PEER}, {1.5, LIMIT}},
-     "the files lie in memory, so that no disk is in the figures. The limit writes the same bytes."},
+     "the files lie in memory, so that no disk is in the figures. The limit puts a flushed file with "
+     "the same bytes in the place of the old one, in 5 system calls. Ours also keeps other processes "
+     "out and the old file as a backup, and flushes the directory: 17 system calls."},
     {"profile_read", "profile string: read the last key of 1,000 lines", {{0.05, BEST_PEER}}},
     {"profile_write", "profile string: write a key into 1,000 lines", {{0.05, BEST_PEER}}},
     {"process_find",
