@@ -16,6 +16,7 @@
 #include "archive_module/names.h"
 #include "base/regular_file.h"
 #include "host/doctor_checks.h"
+#include "host/installation.h"
 #include "platform/process/process_table.h"
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
@@ -77,7 +78,7 @@ std::string FindUnregisteredCollector() {
   if (glob((pattern + COLLECTOR_NAME).c_str(), GLOB_BRACE, nullptr, &found) == 0) {
     for (size_t index = 0; directory.empty() && index < found.gl_pathc; ++index) {
       const std::string file = found.gl_pathv[index];
-      if (IsProgram(file)) {
+      if (IsProgram(file) && !IsSampleCollector(file)) {
         directory = file.substr(0, file.rfind('/'));
       }
     }

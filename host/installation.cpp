@@ -28,6 +28,11 @@ std::string InstalledFile(const std::string& relativePath) {
   return file;
 }
 
+bool IsSampleCollector(const std::string& file) {
+  std::error_code error;
+  return fs::equivalent(file, BesideProgram("lib/em-talvor/Talvor"), error);
+}
+
 std::string InstalledModule() {
   const fs::path file = BesideProgram("lib/qamrel/em_talvor");
   std::error_code error;

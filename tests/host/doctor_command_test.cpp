@@ -155,6 +155,16 @@ TEST_F(DoctorCommandTest, RegistryMayNotBeRead) {
                         "run em_host as root.\n"));
 }
 
+TEST_F(DoctorCommandTest, TheSampleCollectorOfTheDemoIsNoneThatTheRegistryShouldKnow) {
+  InstallCollector("");
+  std::ofstream(REGISTRY_FILE) << "[HKEY_LOCAL_MACHINE]\n\n";
+  const std::string tree = std::filesystem::path(EM_HOST).parent_path().parent_path();
+  Program program(
+      {"/usr/bin/env", "PATH=" + tree + "/lib/em-talvor:/usr/bin:/bin", EM_HOST, "doctor"});
+  EXPECT_EQ(program.Wait(), 69);
+  EXPECT_THAT(program.Output(), HasSubstr("WRONG  pointer         Talvor is not installed: "));
+}
+
 // The files are there, the registry does not know them.
 TEST_F(DoctorCommandTest, ACollectorThatOnlyTheRegistryDoesNotKnowIsNamedWithItsCure) {
   InstallCollector("");
