@@ -5,6 +5,8 @@
 #include "archive_module/collector_paths.h"
 #include "archive_module/names.h"
 #include "host/execution_probe.h"
+#include "host/guard_place.h"
+#include "host/host_error.h"
 
 namespace {
 
@@ -18,6 +20,14 @@ std::string CollectorProgram() {
 std::string ArchivePath() {
   std::string directory;
   return GetDataDir(directory) ? directory + ARCHIVE_FILE : ARCHIVE_FILE;
+}
+
+bool IsGuarded() {
+  try {
+    return FindGuardPlace().isOn;
+  } catch (const CHostError&) {
+    return false;
+  }
 }
 
 std::string ExplainEnd(const ChildEnd& collector, const std::string& program) {
@@ -44,6 +54,12 @@ std::string ExplainFailedCreation(const std::optional<ChildEnd>& collector, bool
   }
   if (!collector) {
     return "Talvor was not started: look for the number of processes and the memory that are left.";
+  }
+  if (!collector->isKilled && collector->code != 0 && IsGuarded()) {
+    return "The guard reports the run as failed, with exit code " +
+           std::to_string(collector->code) +
+           ", and says why above. \"em_host history\" shows the runs, and what Talvor printed last is "
+           "in /var/lib/em-talvor/output.";
   }
   const std::string program = CollectorProgram();
   return ExplainEnd(*collector, program) +

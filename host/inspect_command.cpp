@@ -80,7 +80,12 @@ Inspection Inspect(const std::string& path, uint32_t limit) {
 
 std::string ChecksumText(const Inspection& found) {
   if (!found.IsSealed()) {
-    return found.checksum + "; there is no " + ARCHIVE_FILE + CHECKSUM_ENDING + " to compare with";
+    std::error_code error;
+    const std::string file = found.path + CHECKSUM_ENDING;
+    const std::string name = fs::path(file).filename();
+    return found.checksum + (fs::exists(file, error)
+                                 ? "; " + name + " cannot be read"
+                                 : "; there is no " + name + " to compare with");
   }
   return found.checksum + (found.IsAsSealed()
                                ? ", as when it was created"

@@ -62,6 +62,9 @@ test_place() {
   keeps 'and changes nothing' has_values "${on[@]}"
   keeps 'its protections are shown' says 0 'children  nothing that the collector starts survives it' guard status
   keeps 'the module starts it' creates_under_guard
+  keeps 'a run that fails is told as one of the guard' fails_under_guard
+  collector 'cp "$work/whole.zip" "$archive"'
+  keeps 'and the next one succeeds' creates_under_guard
   runs=$(wc -l <"$history")
   keeps 'it is taken away' says 0 'The guard is off; the module starts the collector' guard off
   keeps 'and what was there before is back' has_values "${off[@]}"
@@ -72,6 +75,12 @@ test_place() {
   configure
   keeps 'a second time is no error either' says 0 'The guard is off already.' guard off
   keeps 'nor a change' has_values "${off[@]}"
+}
+
+fails_under_guard() {
+  collector 'exit 3'
+  says 6 'em_host: The guard reports the run as failed, with exit code 3, and says why above.' \
+    run --module "$build/lib/qamrel/em_talvor" create && ! tells 'Run it by hand' >/dev/null
 }
 
 test_place_without_data_root() {
@@ -128,7 +137,9 @@ test_shown() {
   keeps 'also as JSON' says 0 '"sealed":true' inspect --json
   (cd "$work" && truncate -s 2M big && bsdtar -a --options zip:compression=store -cf big.zip big)
   keeps 'one that does not fit is told' says 65 'does not fit into 1 MiB' inspect --limit 1 "$work/big.zip"
-  keeps 'without a checksum there is none to compare with' says 0 'there is no Talvor_Data.zip.sha256' inspect "$work/big.zip"
+  keeps 'without a checksum there is none to compare with' says 0 'there is no big.zip.sha256 to compare with' inspect "$work/big.zip"
+  mkdir "$work/big.zip.sha256"
+  keeps 'nor when it cannot be read' says 0 'big.zip.sha256 cannot be read' inspect "$work/big.zip"
   cp "$work/big.zip" "$archive"
   keeps 'a change is told' says 65 'the file has changed since' inspect
   bsdtar -a --options zip:compression=store -cf "$work/two.zip" -C "$work" member big
