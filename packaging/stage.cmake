@@ -40,3 +40,9 @@ file(GLOB_RECURSE documents ${stage}/*/usr/share/man/*.[1-8] ${stage}/*/usr/shar
 foreach(document ${documents})
   execute_process(COMMAND gzip --best --no-name ${document} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
+
+# All have the time that packaging/make asks for: RPM takes it for newer files only.
+if(DEFINED ENV{SOURCE_DATE_EPOCH})
+  execute_process(COMMAND find ${stage} -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +
+                  COMMAND_ERROR_IS_FATAL ANY)
+endif()
