@@ -13,7 +13,7 @@ endif()
 # add_case_test(TEST FILTER [NAME=VALUE...]): with these variables in its environment.
 function(add_case_test test filter)
   add_test("${test}" "${sandbox}" ${emulator} "${program}" "--gtest_filter=${filter}" --gtest_brief=1)
-  set_tests_properties("${test}" PROPERTIES TIMEOUT 180 LABELS "${labels}")
+  set_tests_properties("${test}" PROPERTIES TIMEOUT 300 LABELS "${labels}")
   if(ARGN)
     set_tests_properties("${test}" PROPERTIES ENVIRONMENT "${ARGN}")
   endif()
