@@ -31,8 +31,7 @@
 // A terminated serializer refuses every task for good, also after a second start: nothing enables
 // its levels again (deliberate; the module never restarts a stopped serializer).
 //
-// The worker calls into the derived class, whose destructor must therefore call
-// TerminateSerialization().
+// The destructor of a derived class must terminate: the worker calls into that class.
 //
 // Thread safety: InsertTask() may be called from any thread, the other operations from one thread
 // at a time. No lock is held while a task runs.
@@ -53,9 +52,8 @@ class CTaskSerializer {
   // disabled or holds 19 tasks already. Throws what the copy throws, and then nothing is queued.
   uint32_t InsertTask(const T& message, int32_t level, CEvent* externalEvent);
 
-  // Disables all levels, drops the tasks that have not begun, and joins the worker, without a time
-  // limit, once the running task has ended. Without a live worker it does nothing, and the levels
-  // stay enabled.
+  // Disables all levels, drops the tasks that have not begun, and joins the worker after its task,
+  // without a time limit. Without a live worker it does nothing: the levels stay enabled.
   void TerminateSerialization();
 
  protected:
@@ -104,8 +102,7 @@ class CTaskSerializer {
     int32_t level = 0;
   };
 
-  // Scheduling priority of the worker, under round robin.
-  static constexpr int32_t WORKER_PRIORITY = 83;
+  static constexpr int32_t WORKER_PRIORITY = 83;      // under round robin
   static constexpr useconds_t SETTLE_TIME = 100'000;  // microseconds
   static constexpr int32_t TERMINATION_TIME = 2000;   // milliseconds
   static constexpr std::chrono::microseconds LINGER_TIME{10};
@@ -133,7 +130,6 @@ class CTaskSerializer {
     }
   }
 
-  // The worker.
   static void* TaskHandler(void* serializer);
   void RunWorker();
   Task TakeTask();
