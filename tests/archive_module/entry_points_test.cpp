@@ -11,6 +11,7 @@
 
 #include "tests/archive_module/module_host.h"
 #include "tests/archive_module/module_trace.h"
+#include "tests/support/built_files.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/trace_session.h"
 
@@ -56,7 +57,9 @@ class ThrowingDestructor {
 }  // namespace
 
 TEST_F(EntryPointsTest, NothingElseIsExported) {
-  FILE* symbols = popen("nm -D --defined-only --format=just-symbols " EM_TALVOR_LIBRARY, "r");
+  const std::string command =
+      std::string("nm -D --defined-only --format=just-symbols ") + EM_TALVOR_LIBRARY;
+  FILE* symbols = popen(command.c_str(), "r");
   ASSERT_NE(symbols, nullptr);
   std::string names;
   for (int letter = fgetc(symbols); letter != EOF; letter = fgetc(symbols)) {

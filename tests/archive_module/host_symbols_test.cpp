@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "tests/archive_module/module_host.h"
+#include "tests/support/built_files.h"
 #include "tests/support/trace_session.h"
 
 namespace {
@@ -43,20 +44,22 @@ TEST_F(HostSymbolsTest, TheHostExportsTheNamesOfTheModule) {
 }
 
 TEST_F(HostSymbolsTest, TheModuleNeedsNoNameOfItsOwnFromOutside) {
-  EXPECT_EQ(system("! nm -D --undefined-only " EM_TALVOR_LIBRARY
-                   " | c++filt | grep -E 'EM_TALVOR|SipJson|[ :]C[A-Z][a-z]'"),
-            0);
+  const std::string command = std::string("! nm -D --undefined-only ") + EM_TALVOR_LIBRARY +
+                              " | c++filt | grep -E 'EM_TALVOR|SipJson|[ :]C[A-Z][a-z]'";
+  EXPECT_EQ(system(command.c_str()), 0);
 }
 
 // The loader would allocate that memory at a thread's first use, and abort when there is none.
 TEST_F(HostSymbolsTest, TheModuleNeedsNoMemoryForAThread) {
-  EXPECT_EQ(system("! nm -D --undefined-only " EM_TALVOR_LIBRARY " | grep __tls_get_addr"), 0);
+  const std::string command =
+      std::string("! nm -D --undefined-only ") + EM_TALVOR_LIBRARY + " | grep __tls_get_addr";
+  EXPECT_EQ(system(command.c_str()), 0);
 }
 
 TEST_F(HostSymbolsTest, TheModuleBringsNoRuntimeOfItsOwn) {
   for (const std::string library : {"libstdc++.so", "libc.so"}) {
-    const std::string command =
-        "readelf --dynamic " EM_TALVOR_LIBRARY " | grep -qF 'Shared library: [" + library + "'";
+    const std::string command = std::string("readelf --dynamic ") + EM_TALVOR_LIBRARY +
+                                " | grep -qF 'Shared library: [" + library + "'";
     EXPECT_EQ(system(command.c_str()), 0) << library;
   }
 }

@@ -21,6 +21,7 @@
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "frame/switch_interface.h"
+#include "tests/support/built_files.h"
 #include "tests/support/installed_registry.h"
 
 namespace {

@@ -15,6 +15,7 @@
 
 #include "archive_module/names.h"
 #include "platform/process/process_table.h"
+#include "tests/support/built_files.h"
 #include "tests/support/descriptor_count.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/trace_session.h"

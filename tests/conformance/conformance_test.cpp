@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tests/conformance/conformance.h"
+#include "tests/support/built_files.h"
 
 // What a list of the cases shows.
 void PrintTo(const ConformanceCase& row, std::ostream* stream) { *stream << row.asked; }

@@ -12,6 +12,7 @@
 
 #include "platform/registry/registry_file.h"
 #include "tests/host/host_program.h"
+#include "tests/support/built_files.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/read_only_mount.h"
 #include "tests/support/trace_session.h"

@@ -11,6 +11,7 @@
 
 #include "frame/opcode.h"
 #include "tests/host/host_program.h"
+#include "tests/support/built_files.h"
 
 namespace {
 

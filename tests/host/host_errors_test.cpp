@@ -8,6 +8,7 @@
 
 #include "host/host_request.h"
 #include "tests/host/host_program.h"
+#include "tests/support/built_files.h"
 
 namespace {
 

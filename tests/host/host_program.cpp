@@ -5,6 +5,7 @@
 
 #include "archive_module/names.h"
 #include "platform/registry/registry_file.h"
+#include "tests/support/built_files.h"
 #include "tests/support/installed_registry.h"
 
 HostProgramTest::HostProgramTest()

@@ -4,6 +4,7 @@
 #include <rapidjson/document.h>
 
 #include "tests/host/host_program.h"
+#include "tests/support/built_files.h"
 
 using InfoCommandTest = HostProgramTest;
 

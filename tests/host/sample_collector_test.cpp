@@ -18,6 +18,7 @@
 
 #include "base/descriptor.h"
 #include "platform/registry/registry_file.h"
+#include "tests/support/built_files.h"
 #include "tests/support/installed_registry.h"
 #include "tests/support/program.h"
 #include "tests/support/registry_files.h"

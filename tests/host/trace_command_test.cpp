@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "tests/host/host_program.h"
+#include "tests/support/built_files.h"
 #include "tests/support/read_only_mount.h"
 #include "trace/config_files.h"
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/built_files.h"
 #include "tests/support/program.h"
 #include "tests/support/registry_files.h"
 

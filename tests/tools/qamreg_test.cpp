@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/built_files.h"
 #include "tests/support/read_only_mount.h"
 #include "tests/tools/qamreg_program.h"
 

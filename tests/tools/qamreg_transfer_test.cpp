@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 
+#include "tests/support/built_files.h"
 #include "tests/tools/qamreg_program.h"
 
 namespace {
