@@ -25,6 +25,7 @@ cp "$work/whole.zip" "$archive"'
   keeps 'there is none' gives 70 missing "$@"
   collector 'head -c 10M /dev/zero; cp "$work/whole.zip" "$archive"'
   keeps 'a flood of output does no harm' gives 0 'done' "$@"
+  keeps 'on a file system of any size there is a whole archive or none' fits_or_fails "$@"
 }
 
 # What it comes to with the control groups of this machine, if there are any.

@@ -19,6 +19,12 @@ sees_guard() {
   [[ $(grep -c . "$work/seen") == "$1" ]]
 }
 
+# Of an agent that has another file open and ignores a signal. The file 3 is the directory that ls reads.
+starts_afresh() {
+  env --ignore-signal=PIPE bash -c 'exec 9</dev/null "$0"' "$guard" >"$work/output" 2>&1
+  [[ $(xargs <"$work/seen") == '0 1 2 3 SigIgn: 0000000000000000' ]] || { cat "$work/seen" && return 1; }
+}
+
 without_files() {
   "$@" <&- >&- 2>&-
 }
@@ -65,7 +71,10 @@ test_settings() {
   collector 'env | grep -v "^PWD=" >"$work/environment" # the shell sets PWD itself'
   keeps 'the collector gets the variables that are to pass' \
     sees_environment 'HOME=/root LANG=C.UTF-8 PATH=/usr/bin:/bin'
+  collector 'ls /proc/self/fd >"$work/seen"; grep SigIgn /proc/self/status >>"$work/seen"'
+  keeps 'no file but the standard ones, and no signal that is ignored' starts_afresh
   configure ENVIRONMENT=SECRET
+  collector 'env | grep -v "^PWD=" >"$work/environment"'
   keeps 'others if they are named' sees_environment 'SECRET=x'
   collector 'ps -o comm= -p 1 >/dev/null; grep -lx Talvor /proc/[0-9]*/comm >"$work/seen"'
   configure PROC=machine

@@ -2,30 +2,6 @@
 #
 # shellcheck shell=bash disable=SC2016,SC2034,SC2154,SC2317 # Parts of guard_test, and scripts for collectors.
 
-# What runs in this sandbox, but for this shell.
-processes() {
-  local file
-  running=()
-  for file in /proc/[0-9]*; do
-    file=${file#/proc/}
-    ((file == 1 || file == $$)) || running+=("$file")
-  done
-}
-
-# Waits, ten seconds at most, until nothing else runs.
-is_quiet() {
-  local try file
-  for ((try = 0; try < 1000; ++try)); do
-    processes
-    ((${#running[@]} > 0)) || return 0
-    pause 0.01
-  done
-  for file in "${running[@]}"; do
-    cat "/proc/$file/comm"
-  done
-  return 1
-}
-
 families='trap "" TERM INT HUP
 setsid sleep 1000 & (trap "" TERM; setsid sh -c "sleep 1000 & sleep 1000" &) ; sleep 1000 &'
 
