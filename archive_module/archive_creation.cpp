@@ -8,9 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "archive_module/archive_file.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/em_talvor.h"
-#include "archive_module/flag_guard.h"
 #include "archive_module/names.h"
 #include "frame/status.h"
 #include "platform/process/process_control.h"

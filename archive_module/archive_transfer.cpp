@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "archive_module/archive_file.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/em_talvor.h"
 #include "frame/json_value.h"
 #include "frame/opcode.h"

@@ -7,8 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "archive_module/archive_file.h"
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "frame/status.h"
 #include "platform/process/process_control.h"

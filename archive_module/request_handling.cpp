@@ -3,7 +3,6 @@
 #include <new>
 
 #include "archive_module/em_talvor.h"
-#include "archive_module/flag_guard.h"
 #include "base/forced_unwind.h"
 #include "frame/opcode.h"
 #include "frame/status.h"

@@ -7,8 +7,7 @@
 #include <exception>
 #include <string>
 
-#include "archive_module/archive_file.h"
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "platform/directory.h"
 #include "trace/debug_client.h"

@@ -22,7 +22,7 @@
 #include "archive_module/names.h"
 #include "fuzz/check.h"
 #include "fuzz/text_input.h"
-#include "trace/config_section.h"
+#include "trace/config_files.h"
 #include "trace/debug_trace_config.h"
 
 namespace {

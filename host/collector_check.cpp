@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "base/regular_file.h"
 #include "host/doctor_checks.h"

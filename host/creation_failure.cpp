@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "host/execution_probe.h"
 #include "host/guard_place.h"

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "host/doctor_checks.h"
 #include "host/guard_place.h"

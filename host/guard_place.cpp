@@ -6,7 +6,7 @@
 #include <fstream>
 #include <optional>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "host/host_error.h"
 #include "host/installation.h"

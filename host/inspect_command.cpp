@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "host/archive_contents.h"
 #include "host/commands.h"

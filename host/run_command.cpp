@@ -7,7 +7,7 @@
 #include <system_error>
 #include <vector>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "frame/opcode.h"
 #include "frame/status.h"

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <vector>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "host/collector_check.h"
 #include "host/host_error.h"

@@ -15,7 +15,6 @@
 #include "host/host_error.h"
 #include "platform/profile/profile.h"
 #include "trace/config_files.h"
-#include "trace/config_section.h"
 
 namespace {
 

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The directory of the trace configuration and the file in it that concerns all modules.
@@ -17,3 +20,28 @@ constexpr size_t LONGEST_CONFIG_FILE = size_t{16} << 20;
 // The paths of the configuration files, sorted. The first one with a section for the module counts.
 // Empty when the directory cannot be opened. Throws std::bad_alloc.
 std::vector<std::string> ListTraceConfigFiles();
+
+// The number at the start of `text`, parsed as strtoll() does in that base; 0 when there is none. A
+// magnitude above 32 bits gives 0xFFFFFFFF, a negative number its two's complement.
+uint32_t ReadTraceNumber(const char* text, int base);
+
+// One section of a trace configuration: the lines between its header, which begins with the
+// section's name in square brackets, and the next line that begins with "[", a line "EndOfFile", or
+// the end of the text.
+//
+// A view: valid as long as the text in which it was found.
+class CConfigSection {
+ public:
+  // The first section of that name (compared without regard to case), or nothing.
+  static std::optional<CConfigSection> Find(std::string_view text, std::string_view name);
+
+  // The number after the first "=" of the first line that contains `key` anywhere and has a "=";
+  // nothing without such a line. Prefix 0x: hexadecimal, prefix 0: octal, else decimal; anything
+  // but a number reads as 0.
+  std::optional<uint32_t> ReadNumber(std::string_view key) const;
+
+ private:
+  explicit CConfigSection(std::string_view lines) : m_strLines(lines) {}
+
+  const std::string_view m_strLines;
+};

@@ -8,7 +8,6 @@
 
 #include "base/regular_file.h"
 #include "trace/config_files.h"
-#include "trace/config_section.h"
 
 namespace {
 

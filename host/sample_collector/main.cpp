@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "archive_module/names.h"
 #include "base/regular_file.h"
 #include "host/sample_collector/machine_data.h"

@@ -15,7 +15,7 @@
 #include "tests/differential/random_case.h"
 #include "tests/differential/reference_number.h"
 #include "tests/support/memory_file.h"
-#include "trace/config_section.h"
+#include "trace/config_files.h"
 
 namespace {
 

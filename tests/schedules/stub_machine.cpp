@@ -2,8 +2,7 @@
 
 #include <cerrno>
 
-#include "archive_module/archive_file.h"
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 #include "platform/process/process_control.h"
 #include "platform/process/process_table.h"
 #include "tests/schedules/scenario.h"

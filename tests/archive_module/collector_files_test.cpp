@@ -1,4 +1,4 @@
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
 
 #include <gmock/gmock.h>
 
@@ -20,7 +20,7 @@ using testing::Contains;
 constexpr char FALLBACK[] =
     "\nEM_TALVOR (DataDir) :   no Talvor data root directory available, take file root...";
 
-class CollectorPathsTest : public RegistryFilesTest {
+class CollectorFilesTest : public RegistryFilesTest {
  protected:
   // Writes the pointer and, below the key SOFTWARE\Talvor of HKEY_LOCAL_MACHINE, the setup key.
   static void Install(const std::string& pointer, const std::string& setup) {
@@ -46,29 +46,29 @@ class CollectorPathsTest : public RegistryFilesTest {
   }
 };
 
-TEST_F(CollectorPathsTest, DirectoriesGetASlash) {
+TEST_F(CollectorFilesTest, DirectoriesGetASlash) {
   Install(POINTER, "FileRoot=s=/opt/talvor\nDataRoot=s=/var/tmp\n");
   EXPECT_EQ(BinDir(), "/opt/talvor/");
   EXPECT_EQ(DataDir(), "/var/tmp/");
 }
 
-TEST_F(CollectorPathsTest, TrailingSlashStays) {
+TEST_F(CollectorFilesTest, TrailingSlashStays) {
   Install(POINTER, "FileRoot=s=/opt/talvor/\nDataRoot=s=/var/tmp/\n");
   EXPECT_EQ(BinDir(), "/opt/talvor/");
   EXPECT_EQ(DataDir(), "/var/tmp/");
 }
 
-TEST_F(CollectorPathsTest, EmptyFileRootIsTheRootDirectory) {
+TEST_F(CollectorFilesTest, EmptyFileRootIsTheRootDirectory) {
   Install(POINTER, "FileRoot=s=\n");
   EXPECT_EQ(BinDir(), "/");
 }
 
-TEST_F(CollectorPathsTest, EmptyDataRootStaysEmpty) {
+TEST_F(CollectorFilesTest, EmptyDataRootStaysEmpty) {
   Install(POINTER, "FileRoot=s=/opt/talvor\nDataRoot=s=\n");
   EXPECT_EQ(DataDir(), "");
 }
 
-TEST_F(CollectorPathsTest, DirectoriesAreExpanded) {
+TEST_F(CollectorFilesTest, DirectoriesAreExpanded) {
   setenv("TALVOR_TEST", "/expanded", 1);
   Install("Talvor=es=SOFTWARE\\Talvor\n",
           "FileRoot=es=%TALVOR_TEST%/bin\nDataRoot=es=%TALVOR_TEST%/data\n");
@@ -76,18 +76,18 @@ TEST_F(CollectorPathsTest, DirectoriesAreExpanded) {
   EXPECT_EQ(DataDir(), "/expanded/data/");
 }
 
-TEST_F(CollectorPathsTest, BinDirFailsWithoutThePointer) {
+TEST_F(CollectorFilesTest, BinDirFailsWithoutThePointer) {
   Install("Other=s=SOFTWARE\\Talvor\n", "FileRoot=s=/opt/talvor\n");
   EXPECT_EQ(BinDir(), "(none)");
 }
 
-TEST_F(CollectorPathsTest, BinDirFailsWithoutTheFileRoot) {
+TEST_F(CollectorFilesTest, BinDirFailsWithoutTheFileRoot) {
   Install(POINTER, "FileRoot=d=1\n");
   EXPECT_EQ(BinDir(), "(none)");
 }
 
 // The start of a module never writes these lines: it fails earlier without the file root.
-TEST_F(CollectorPathsTest, DataDirFailsWithoutThePointerAndAsksTwice) {
+TEST_F(CollectorFilesTest, DataDirFailsWithoutThePointerAndAsksTwice) {
   ExpectNoDataDir(
       {{2,
         "\nEM_TALVOR (DataDir) : ## Talvor pointer key not existing - no Corvista component installed."},
@@ -96,7 +96,7 @@ TEST_F(CollectorPathsTest, DataDirFailsWithoutThePointerAndAsksTwice) {
         "\nEM_TALVOR (BinDir)  : ## Talvor pointer key not existing - no Corvista component installed."}});
 }
 
-TEST_F(CollectorPathsTest, DataDirFailsWithoutTheSetupKeyAndAsksTwice) {
+TEST_F(CollectorFilesTest, DataDirFailsWithoutTheSetupKeyAndAsksTwice) {
   Install("Talvor=s=SOFTWARE\\Other\n", "");
   ExpectNoDataDir(
       {{3, "\nEM_TALVOR (DataDir) : Found Talvor root registry key: \"SOFTWARE\\Other\""},
@@ -123,7 +123,7 @@ void StoreFileRoot(const char* keyPath, const char* directory) {
   registry.SetValue(FILE_ROOT_VALUE, directory);
 }
 
-TEST_F(CollectorPathsTest, PointerLiesBelowTheMachineRoot) {
+TEST_F(CollectorFilesTest, PointerLiesBelowTheMachineRoot) {
   StoreFileRoot("HKEY_LOCAL_MACHINE\\SOFTWARE\\Talvor\\Setup", "/machine");
   StoreFileRoot("HKEY_LOCAL_MACHINE\\Setup", "/top");
   StoreFileRoot("HKEY_LOCAL_MACHINE\\HKEY_LOCAL_MACHINES\\Setup", "/similar");
@@ -143,7 +143,7 @@ TEST_F(CollectorPathsTest, PointerLiesBelowTheMachineRoot) {
   }
 }
 
-TEST_F(CollectorPathsTest, PointerThatBeginsWithARootKeyIsOpenedFromTheTop) {
+TEST_F(CollectorFilesTest, PointerThatBeginsWithARootKeyIsOpenedFromTheTop) {
   StoreFileRoot("HKEY_LOCAL_MACHINE\\Talvor\\Setup", "/machine");
   StoreFileRoot("HKEY_CURRENT_USER\\Talvor\\Setup", "/user");
   StoreFileRoot("HKEY_USERS\\Talvor\\Setup", "/users");
@@ -165,7 +165,7 @@ TEST_F(CollectorPathsTest, PointerThatBeginsWithARootKeyIsOpenedFromTheTop) {
   }
 }
 
-TEST_F(CollectorPathsTest, LinesShowThePathAsBuilt) {
+TEST_F(CollectorFilesTest, LinesShowThePathAsBuilt) {
   StoreFileRoot("HKEY_USERS\\Talvor\\Setup", "/users");
   StorePointer("hkey_users/Talvor");
   const TraceSession session(4);
@@ -174,7 +174,7 @@ TEST_F(CollectorPathsTest, LinesShowThePathAsBuilt) {
                                         "\"hkey_users/Talvor\\Setup\"..."));
 }
 
-TEST_F(CollectorPathsTest, LookupsDoNotMakeTheTreeDirty) {
+TEST_F(CollectorFilesTest, LookupsDoNotMakeTheTreeDirty) {
   Install(POINTER, "FileRoot=s=/opt/talvor\n");
   EXPECT_FALSE(Saves([] {
     BinDir();
@@ -182,7 +182,7 @@ TEST_F(CollectorPathsTest, LookupsDoNotMakeTheTreeDirty) {
   }));
 }
 
-TEST_F(CollectorPathsTest, LookupsFailWhenMemoryIsExhausted) {
+TEST_F(CollectorFilesTest, LookupsFailWhenMemoryIsExhausted) {
   constexpr char DIRECTORY[] = "/a directory with a name that is too long to be kept inside/";
   Install("Talvor=s=hkey_local_machine\\SOFTWARE\\Talvor\n",
           std::string("FileRoot=s=") + DIRECTORY + "\nDataRoot=s=" + DIRECTORY + "\n");

@@ -1,4 +1,4 @@
-#include "frame/json_text.h"
+#include "frame/request_trace.h"
 
 #include <gtest/gtest.h>
 #include <rapidjson/prettywriter.h>
@@ -41,7 +41,7 @@ constexpr const char* SOURCES[] = {"7",
 
 }  // namespace
 
-TEST(JsonTextTest, IsWhatTheLibraryWritesUpToTheLimit) {
+TEST(RequestTraceJsonTest, IsWhatTheLibraryWritesUpToTheLimit) {
   for (const char* source : SOURCES) {
     SCOPED_TRACE(source);
     Document document;
@@ -53,18 +53,18 @@ TEST(JsonTextTest, IsWhatTheLibraryWritesUpToTheLimit) {
   }
 }
 
-TEST(JsonTextTest, KeepsZerosWithinTexts) {
+TEST(RequestTraceJsonTest, KeepsZerosWithinTexts) {
   Document document;
   document.SetArray().PushBack(Value("a\0b", 3), document.GetAllocator());
   EXPECT_EQ(BuildJsonText(document, LONGEST), "[\n    \"a\\u0000b\"\n]");
 }
 
-TEST(JsonTextTest, ANumberThatJsonCannotExpressIsNull) {
+TEST(RequestTraceJsonTest, ANumberThatJsonCannotExpressIsNull) {
   EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::infinity()), LONGEST), "null");
   EXPECT_EQ(BuildJsonText(Value(std::numeric_limits<double>::quiet_NaN()), LONGEST), "null");
 }
 
-TEST(JsonTextTest, ReadsNothingBehindTheLimit) {
+TEST(RequestTraceJsonTest, ReadsNothingBehindTheLimit) {
   const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   void* const pages =
       mmap(nullptr, 2 * size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -1,4 +1,4 @@
-#include "platform/registry/registry_merge.h"
+#include "platform/registry/registry_tree.h"
 
 #include <gtest/gtest.h>
 
@@ -26,14 +26,14 @@ struct Merge {
   }
 };
 
-TEST(RegistryMergeTest, UnchangedTreeBecomesTheNewOne) {
+TEST(RegistryTreeMergeTest, UnchangedTreeBecomesTheNewOne) {
   const std::string before = "b=b=01 \nd=d=1\ne=es=1\ng=s=gone\ns=s=1\n[k]\nv=d=1\n\n";
   const std::string after = "b=b=02 \nd=d=2\ne=es=2\ns=es=1\n[k]\nv=d=2\n[n]\nw=d=3\n\n\n\n";
   EXPECT_EQ((Merge{before, after, before}.Run()), after);
   EXPECT_EQ((Merge{"", after, ""}.Run()), after);
 }
 
-TEST(RegistryMergeTest, ChangesOfTheTreeStay) {
+TEST(RegistryTreeMergeTest, ChangesOfTheTreeStay) {
   EXPECT_EQ((Merge{"a=d=1\n", "a=d=2\n", "a=d=3\n"}.Run()), "a=d=3\n\n") << "changed";
   EXPECT_EQ((Merge{"a=d=1\n", "a=d=2\n", ""}.Run()), "\n") << "removed";
   EXPECT_EQ((Merge{"", "a=d=2\n", "a=d=3\n"}.Run()), "a=d=3\n\n") << "added";
@@ -43,7 +43,7 @@ TEST(RegistryMergeTest, ChangesOfTheTreeStay) {
   EXPECT_EQ((Merge{"", "b=d=1\n", "c=d=1\n"}.Run()), "b=d=1\nc=d=1\n\n");
 }
 
-TEST(RegistryMergeTest, KeyThatWasDeletedStaysDeleted) {
+TEST(RegistryTreeMergeTest, KeyThatWasDeletedStaysDeleted) {
   CRegistryNode before;
   CRegistryNode after;
   CRegistryNode tree;
@@ -56,16 +56,16 @@ TEST(RegistryMergeTest, KeyThatWasDeletedStaysDeleted) {
   EXPECT_EQ(WriteRegistryText(tree), "\n");
 }
 
-TEST(RegistryMergeTest, KeysAndValuesTakeEachOthersPlace) {
+TEST(RegistryTreeMergeTest, KeysAndValuesTakeEachOthersPlace) {
   EXPECT_EQ((Merge{"a=d=1\n", "[a]\nb=d=2\n\n", "a=d=1\n"}.Run()), "[a]\nb=d=2\n\n\n");
   EXPECT_EQ((Merge{"[a]\nb=d=2\n\n", "a=d=1\n", "[a]\nb=d=2\n\n"}.Run()), "a=d=1\n\n");
 }
 
-TEST(RegistryMergeTest, KeyThatIsGoneIsEmptiedOfWhatWasNotChanged) {
+TEST(RegistryTreeMergeTest, KeyThatIsGoneIsEmptiedOfWhatWasNotChanged) {
   EXPECT_EQ((Merge{"[a]\nb=d=1\n\n", "", "[a]\nb=d=1\nc=d=2\n\n"}.Run()), "[a]\nc=d=2\n\n\n");
 }
 
-TEST(RegistryMergeTest, KeysThatAreOpenStayTheSame) {
+TEST(RegistryTreeMergeTest, KeysThatAreOpenStayTheSame) {
   CRegistryNode before;
   CRegistryNode after;
   CRegistryNode tree;
@@ -76,7 +76,7 @@ TEST(RegistryMergeTest, KeysThatAreOpenStayTheSame) {
   EXPECT_TRUE(key->ReadValue("a", value));
 }
 
-TEST(RegistryMergeTest, DeepTreesNeedNoStack) {
+TEST(RegistryTreeMergeTest, DeepTreesNeedNoStack) {
   std::string text;
   for (int depth = 0; depth < 100'000; ++depth) {
     text += "[k]\n";

@@ -1,4 +1,6 @@
-#include "archive_module/collector_paths.h"
+#include "archive_module/collector_files.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <new>
@@ -85,6 +87,10 @@ bool QueryBinDir(std::string& directory) {
   return true;
 }
 
+constexpr int64_t BYTES_PER_KILOBYTE = 1024;
+
+ArchiveState::Time TimeOf(const timespec& time) { return {time.tv_sec, time.tv_nsec}; }
+
 }  // namespace
 
 int32_t OpenCollectorSetupKey(CRegistry& registry, const std::string& path) {
@@ -117,4 +123,24 @@ bool GetDataDir(std::string& directory) {
   } catch (const std::bad_alloc&) {
     return false;
   }
+}
+
+bool FileExists(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0;
+}
+
+std::optional<ArchiveState> ExamineArchive(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  return ArchiveState{status.st_dev, status.st_ino, TimeOf(status.st_mtim), TimeOf(status.st_ctim)};
+}
+
+int32_t KilobytesOf(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<int32_t>(std::min<int64_t>(
+                                                status.st_size / BYTES_PER_KILOBYTE, INT32_MAX))
+                                          : 0;
 }

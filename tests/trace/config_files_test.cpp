@@ -1,4 +1,4 @@
-#include "trace/config_section.h"
+#include "trace/config_files.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ std::optional<uint32_t> Read(std::string_view text, std::string_view key = "Key"
   return section ? std::optional(section->ReadNumber(key).value_or(MISSING)) : std::nullopt;
 }
 
-TEST(ConfigSectionTest, FindsASectionWhateverTheCaseOfItsName) {
+TEST(ConfigFilesTest, FindsASectionWhateverTheCaseOfItsName) {
   EXPECT_EQ(Read("[Name]\nKey=1\n"), 1U);
   EXPECT_EQ(Read("[nAME]\nKey=1\n"), 1U);
   EXPECT_FALSE(Read("[Names]\nKey=1\n"));
@@ -27,30 +27,30 @@ TEST(ConfigSectionTest, FindsASectionWhateverTheCaseOfItsName) {
   EXPECT_FALSE(CConfigSection::Find("[Names]", std::string_view("Names").substr(0, 4)));
 }
 
-TEST(ConfigSectionTest, TakesOnlyANameInSquareBracketsForAHeader) {
+TEST(ConfigFilesTest, TakesOnlyANameInSquareBracketsForAHeader) {
   for (const char* text : {"Name\nKey=1", "[Name\nKey=1", "Name]\nKey=1", "x[Name]\nKey=1",
                            "(Name]\nKey=1", "[ Name ]\nKey=1", "[]\nKey=1", ""}) {
     EXPECT_FALSE(Read(text)) << text;
   }
 }
 
-TEST(ConfigSectionTest, LooksPastWhiteSpaceAroundAHeaderAndTextBehindIt) {
+TEST(ConfigFilesTest, LooksPastWhiteSpaceAroundAHeaderAndTextBehindIt) {
   EXPECT_EQ(Read(" \t\v\f[Name] ; a remark [x]\r\nKey=1"), 1U);
 }
 
-TEST(ConfigSectionTest, TakesTheFirstOfTwoSectionsOfOneName) {
+TEST(ConfigFilesTest, TakesTheFirstOfTwoSectionsOfOneName) {
   EXPECT_EQ(Read("[Name]\nKey=1\n[Name]\nKey=2\n"), 1U);
   EXPECT_EQ(Read("[Name]\nOther=1\n[Name]\nKey=2\n"), MISSING);
 }
 
-TEST(ConfigSectionTest, EndsAtTheNextLineThatStartsWithASquareBracket) {
+TEST(ConfigFilesTest, EndsAtTheNextLineThatStartsWithASquareBracket) {
   EXPECT_EQ(Read("Key=1\n[Name]\n[Other]\nKey=2\n"), MISSING);
   EXPECT_EQ(Read("[Name]\n  [\nKey=2\n"), MISSING);
   EXPECT_EQ(Read("[Name]\nx[Other]\nKey=2\n"), 2U);
   EXPECT_EQ(Read("[Other]\nKey=1\n[Name]\nKey=2\n[Third]\nKey=3\n"), 2U);
 }
 
-TEST(ConfigSectionTest, EndsAtALineEndOfFileWhateverItsCase) {
+TEST(ConfigFilesTest, EndsAtALineEndOfFileWhateverItsCase) {
   EXPECT_EQ(Read("[Name]\nEndOfFile\nKey=1\n"), MISSING);
   EXPECT_EQ(Read("[Name]\n\tENDOFFILE \r\nKey=1\n"), MISSING);
   EXPECT_EQ(Read("[Name]\nKey=1\nEndOfFile"), 1U);
@@ -58,12 +58,12 @@ TEST(ConfigSectionTest, EndsAtALineEndOfFileWhateverItsCase) {
   EXPECT_FALSE(Read("[Other]\nEndOfFile\n[Name]\nKey=1\n"));
 }
 
-TEST(ConfigSectionTest, GoesOnPastALineThatOnlyContainsEndOfFile) {
+TEST(ConfigFilesTest, GoesOnPastALineThatOnlyContainsEndOfFile) {
   EXPECT_EQ(Read("[Name]\nEndOfFiles\nxEndOfFile\nEnd Of File\nKey=1\n"), 1U);
   EXPECT_EQ(Read("EndOfFile=1\n[Name]\nKey=1\n"), 1U);
 }
 
-TEST(ConfigSectionTest, ReadsLinesOfEveryKind) {
+TEST(ConfigFilesTest, ReadsLinesOfEveryKind) {
   EXPECT_EQ(Read("\n\n[Name]\r\n\r\nKey=1\r\n"), 1U);
   EXPECT_EQ(Read("[Name]\n \t\r\v\f\nKey=1"), 1U);
   EXPECT_EQ(Read(std::string("[Name]\n") + '\0' + "\nKey=1"), 1U);
@@ -71,7 +71,7 @@ TEST(ConfigSectionTest, ReadsLinesOfEveryKind) {
   EXPECT_EQ(Read("[Name]\n"), MISSING);
 }
 
-TEST(ConfigSectionTest, FindsAKeyAnywhereInALine) {
+TEST(ConfigFilesTest, FindsAKeyAnywhereInALine) {
   EXPECT_EQ(Read("[Name]\nMyKeyToo = 1\nKey=2\n"), 1U);
   EXPECT_EQ(Read("[Name]\nOther=3 Key\nKey=2\n"), 3U);
   EXPECT_EQ(Read("[Name]\nkey=1\nKey=2\n"), 2U);
@@ -79,7 +79,7 @@ TEST(ConfigSectionTest, FindsAKeyAnywhereInALine) {
   EXPECT_EQ(Read("[Name]\n=1\nOther=2\n"), MISSING);
 }
 
-TEST(ConfigSectionTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
+TEST(ConfigFilesTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
   const struct {
     const char* text;
     uint32_t number;
@@ -111,7 +111,7 @@ TEST(ConfigSectionTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
   }
 }
 
-TEST(ConfigSectionTest, ReadsNoNumberFromTheLineAfterTheKey) {
+TEST(ConfigFilesTest, ReadsNoNumberFromTheLineAfterTheKey) {
   EXPECT_EQ(Read("[Name]\nKey=\n5\n"), 0U);
 }
 
