@@ -15,18 +15,15 @@
 #include <em_talvor/trace/trace_sink.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <deque>
 #include <filesystem>
-#include <mutex>
-#include <string>
+#include <future>
 #include <system_error>
+#include <utility>
 
 namespace {
 
 constexpr std::chrono::minutes TIME_LIMIT(30);  // some answers never come: see the interface
-constexpr uint32_t MODULE_ID = 1;
 
 // What the module sees of its host. The module calls ForwardRequest() and ReturnRequest() on a
 // thread of its own, and the records are its own: what is needed of them is copied.
@@ -49,44 +46,34 @@ class CSwitch final : public CSwitchBase {
     return 1;
   }
 
-  // Final answers to requests that were answered "pending".
+  // The final answer to a request that was answered "pending".
   uintptr_t ReturnRequest(CIExtensionModule*, SipJson* request, uint32_t, uint32_t) override {
-    const std::lock_guard guard(m_oLock);
-    m_oAnswers.push_back(*request);
-    m_oAnswered.notify_one();
+    m_oAnswer.set_value(*request);
     return 1;
   }
 
-  // Waits for the next final answer and stores it. False when none has come in time.
-  bool WaitForAnswer(SipJson& answer) {
-    std::unique_lock guard(m_oLock);
-    if (!m_oAnswered.wait_for(guard, TIME_LIMIT, [this] { return !m_oAnswers.empty(); })) {
-      return false;
-    }
-    answer = m_oAnswers.front();
-    m_oAnswers.pop_front();
-    return true;
+  // Before each request: what the final answer comes to.
+  std::future<SipJson> ExpectAnswer() {
+    m_oAnswer = {};
+    return m_oAnswer.get_future();
   }
 
  private:
   const std::filesystem::path m_oBmc;
-  std::mutex m_oLock;
-  std::condition_variable m_oAnswered;
-  std::deque<SipJson> m_oAnswers;
+  std::promise<SipJson> m_oAnswer;
 };
 
-// Asks one request and returns its final status. `name` is what a copy is to be called.
-uint32_t Ask(CIExtensionModule& module, CSwitch& theSwitch, const RequestName& what,
-             const char* name) {
+// Asks one request and returns its final status; STATUS_PENDING when no final answer has come in
+// time, after which no other may be asked. A transfer calls the copy as "DA" says.
+uint32_t Ask(CIExtensionModule& module, CSwitch& theSwitch, const RequestName& what) {
   SipJson request;
-  request.m_oDocument.Parse(R"({"SIP": {"V": 1, "CMD": [{}]}})");
+  request.m_oDocument.Parse(R"({"SIP": {"V": 1, "CMD": [{"DA": "archive.zip"}]}})");
   request.SetCmdUInt("OC", what.opcode);
-  SipJson::Allocator& allocator = request.m_oDocument.GetAllocator();
-  request.m_oDocument["SIP"]["CMD"][0].AddMember("DA", SipJson::Value(name, allocator), allocator);
+  std::future<SipJson> answer = theSwitch.ExpectAnswer();
   module.ModuleRequest(request);
   if (request.GetCmdUInt(0, "ST", STATUS_UNHANDLED) == STATUS_PENDING &&
-      !theSwitch.WaitForAnswer(request)) {
-    std::puts("no final answer in time");
+      answer.wait_for(TIME_LIMIT) == std::future_status::ready) {
+    request = answer.get();
   }
   const uint32_t status = request.GetCmdUInt(0, "ST", STATUS_UNHANDLED);
   std::printf("%s: status %u\n", what.word, status);
@@ -105,8 +92,8 @@ class CTraceOutput final : public ITraceSink {
   void Placeholder4() override {}
   void Placeholder5() override {}
   void Placeholder6() override {}
-  void PlainOutput(const char* format, va_list arguments, const char*) override {
-    std::vfprintf(stderr, format, arguments);
+  void PlainOutput(const char* format, va_list arguments, const char* moduleName) override {
+    Output(format, arguments, moduleName);
   }
   void Output(const char* format, va_list arguments, const char*) override {
     std::vfprintf(stderr, format, arguments);
@@ -129,11 +116,11 @@ int main(int count, char** arguments) {
     return 70;
   }
   CSwitch theSwitch(arguments[2]);
-  module->Start(&theSwitch, MODULE_ID);
+  module->Start(&theSwitch, 1);  // the number by which the switch knows it
   module->ModuleNotification(SCN_SWITCH_REQUEST_ENABLED, 0, 0);
   uint32_t status = STATUS_DONE;
   for (const RequestName& request : REQUEST_NAMES) {
-    status = status == STATUS_DONE ? Ask(*module, theSwitch, request, "archive.zip") : status;
+    status = status == STATUS_DONE ? Ask(*module, theSwitch, request) : status;
   }
   module->ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
   module->Stop();
