@@ -74,13 +74,14 @@ class DebugClientSinkTest : public testing::Test {
   CDebugClient m_oClient;
 };
 
-// The position in the virtual table, from the ABI's form of a pointer to a virtual member.
+// The position in the virtual table, from the ABI's form of a pointer to a virtual member: the
+// offset, to which x86 adds 1 as the mark of a virtual one. ARM has the mark in the second word.
 template <typename Operation>
 size_t PositionOf(Operation operation) {
   static_assert(sizeof operation == 2 * sizeof(size_t));
   size_t words[2];
   std::memcpy(words, &operation, sizeof words);
-  return (words[0] - 1) / sizeof(void*);
+  return words[0] / sizeof(void*);
 }
 
 TEST_F(DebugClientSinkTest, OperationsLieWhereTheHostHasThem) {
