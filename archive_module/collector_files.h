@@ -13,12 +13,12 @@ class CRegistry;
 //
 // Failures are traced; exhausted memory counts as not found. Any thread may call.
 
-// Stores the installation directory, ending in "/". False when the collector is not installed; the
-// string may then have changed.
+// Stores the installation directory, ending in "/" (an empty one becomes "/"). False when the
+// collector is not installed; the string may then have changed.
 bool GetBinDir(std::string& directory);
 
-// Stores the data directory, ending in "/" unless it is empty. When there is none, does what
-// GetBinDir() does.
+// Stores the data directory, ending in "/" unless it is empty. When "DataRoot" or its key is
+// missing, does what GetBinDir() does.
 bool GetDataDir(std::string& directory);
 
 // Opens the key at `path`, which may begin with the name of a root key and lies below

@@ -17,7 +17,7 @@
 //
 // The host calls Start() once, then requests and notifications from any thread, then Stop() once,
 // and destroys the module from one thread. Destruction without Stop() ends the worker and a running
-// collector as well. A second Start() while the worker lives finds the paths again, for the jobs
+// collector as well. A second Start() while the worker lives looks the paths up again, for the jobs
 // that begin after it.
 class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson> {
  public:
@@ -27,8 +27,8 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   ~EM_TALVOR() noexcept override;
 
   // Fills the host's identification record of this module, 246 bytes: the host gives the size in
-  // the first 32 bits; flag bits that are not the module's keep their values. Returns 0, and
-  // nothing is written, when the record is null or its size is smaller.
+  // the first 32 bits; flag bits that are not the module's keep their values. Returns 1; or 0, and
+  // writes nothing, when the record is null or its size is smaller.
   uint32_t GetModuleInfo(void* record) override;
 
   // Finds the collector and starts the worker. Returns 0 when the collector is not installed;
@@ -67,7 +67,7 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   bool AnswerCommand(SipJson& request, uint32_t opcode);
   void QueueJob(SipJson& request, bool isAvailable);
 
-  // Jobs, on the worker. Each writes its final status and returns true when that is 0.
+  // Jobs, on the worker. Each job writes its final status and returns true when that is 0.
   void OnTaskExecution(SipJson& request, int32_t level) override;
   bool RunJob(SipJson& request, uint32_t opcode);
   bool CreateArchive(SipJson& request);
@@ -88,7 +88,7 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   // all the same.
   std::atomic<int32_t> m_pidCollector = 0;
   std::atomic<uint32_t> m_nHtiFileType = 0;  // the number by which HTI knows the archive
-  CEvent m_hStopEvent;  // set by Stop(), for others: nothing in the module waits
+  CEvent m_hStopEvent;  // set by Stop(); nothing waits for it
   std::atomic<bool> m_bCollectorRuns = false;
   std::atomic<bool> m_bHandsBack = false;  // the worker is handing a request back to the switch
   std::mutex m_oPathsLock;

@@ -65,10 +65,10 @@ class CSwitch final : public CSwitchBase {
 
 // Asks one request and returns its final status; STATUS_PENDING when no final answer has come in
 // time, after which no other may be asked. A transfer calls the copy as "DA" says.
-uint32_t Ask(CIExtensionModule& module, CSwitch& theSwitch, const RequestName& what) {
+uint32_t Ask(CIExtensionModule& module, CSwitch& theSwitch, Opcode opcode) {
   SipJson request;
   request.m_oDocument.Parse(R"({"SIP": {"V": 1, "CMD": [{"DA": "archive.zip"}]}})");
-  request.SetCmdUInt("OC", what.opcode);
+  request.SetCmdUInt("OC", opcode);
   std::future<SipJson> answer = theSwitch.ExpectAnswer();
   module.ModuleRequest(request);
   if (request.GetCmdUInt(0, "ST", STATUS_UNHANDLED) == STATUS_PENDING &&
@@ -76,7 +76,7 @@ uint32_t Ask(CIExtensionModule& module, CSwitch& theSwitch, const RequestName& w
     request = answer.get();
   }
   const uint32_t status = request.GetCmdUInt(0, "ST", STATUS_UNHANDLED);
-  std::printf("%s: status %u\n", what.word, status);
+  std::printf("request 0x%04X: status %u\n", opcode, status);
   return status;
 }
 
@@ -119,8 +119,8 @@ int main(int count, char** arguments) {
   module->Start(&theSwitch, 1);  // the number by which the switch knows it
   module->ModuleNotification(SCN_SWITCH_REQUEST_ENABLED, 0, 0);
   uint32_t status = STATUS_DONE;
-  for (const RequestName& request : REQUEST_NAMES) {
-    status = status == STATUS_DONE ? Ask(*module, theSwitch, request) : status;
+  for (const Opcode opcode : {OC_QUERY_TALVOR, OC_CREATE_ARCHIVE, OC_TRANSFER_ARCHIVE}) {
+    status = status == STATUS_DONE ? Ask(*module, theSwitch, opcode) : status;
   }
   module->ModuleNotification(SCN_SWITCH_SHUTDOWN, 0, 0);
   module->Stop();

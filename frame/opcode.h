@@ -6,8 +6,8 @@
 // The requests that the module EM_TALVOR answers: the name of the opcode, its value, the word for
 // it on the command line of em_host, and what it asks. This is the only list: the module, em_host
 // with its help and its completion, the fuzzer and the tests of the documents use it. These tests
-// require that the documents have the word and the question exactly as here. Opcodes above 0x340F
-// are not traced.
+// require that the manual page has the word, and docs/interface.md the question, exactly as here.
+// Opcodes above 0x340F are not traced.
 #define EM_TALVOR_REQUESTS(REQUEST)                                    \
   REQUEST(OC_QUERY_TALVOR, 0x3400, "query", "is the collector there?") \
   REQUEST(OC_CREATE_ARCHIVE, 0x3401, "create", "create an archive")    \

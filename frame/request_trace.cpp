@@ -99,8 +99,7 @@ void WriteHeaderOnly(uint32_t level, const Header& header) {
   }
 }
 
-// The length of the byte data. Of the data that has a length and is neither a number nor a
-// structure, only a boolean has no bytes.
+// The length of the byte data. A boolean counts as one byte there, and is shown as none.
 int32_t GetByteLength(const SipJson& request, uint64_t dataLength) {
   const rapidjson::Type type = request.GetDataType(request.m_nCmdIndex);
   const bool isBoolean = type == rapidjson::kTrueType || type == rapidjson::kFalseType;

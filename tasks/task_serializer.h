@@ -28,8 +28,8 @@
 //   started           StartSerialization(): the worker runs the tasks
 //   terminated        TerminateSerialization(): levels disabled, queues empty, worker joined
 //
-// A terminated serializer refuses every task for good, also after a second start: nothing enables
-// its levels again (deliberate; the module never restarts a stopped serializer).
+// A serializer whose worker was terminated refuses every task for good, even after another start:
+// nothing enables its levels again (deliberate; the module never restarts a stopped serializer).
 //
 // The destructor of a derived class must terminate: the worker calls into that class.
 //

@@ -1,9 +1,9 @@
 # em_talvor_compile_in_batches(FOLDER)
 #
 # Compiles the sources of each target of FOLDER and the folders below it eight at a time, where the target's
-# UNITY_BUILD asks for batches. CMake's own batches include each source by its absolute name, with which the
-# compiler's cache serves no other clone; these name it from the root of the sources. Sources that the build
-# makes are compiled on their own.
+# UNITY_BUILD asks for batches. CMake's own batches name each source absolutely, so that the compiler's cache
+# would serve one clone only; these name it from the root of the sources. Sources that the build makes are
+# compiled on their own.
 function(em_talvor_compile_in_batches folder)
   get_property(subfolders DIRECTORY ${folder} PROPERTY SUBDIRECTORIES)
   foreach(subfolder IN LISTS subfolders)
@@ -50,6 +50,7 @@ function(em_talvor_make_batches target)
     math(EXPR number "${number} + 1")
   endwhile()
 
+  # Off, or CMake would make batches of the batches.
   set_target_properties(${target} PROPERTIES SOURCES "${compiled}" UNITY_BUILD OFF)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
 endfunction()

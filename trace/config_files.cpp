@@ -57,7 +57,7 @@ std::string_view LinesBeforeEnd(std::string_view text, bool stopAtHeader) {
 }  // namespace
 
 std::vector<std::string> ListTraceConfigFiles() {
-  const CTraceShield noCancellation;  // a cancelled closedir() would end the process
+  const CTraceShield shield;  // a cancelled closedir() would end the process
   std::vector<std::string> paths;
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(TRACE_CONFIG_DIRECTORY));
   if (directory == nullptr) {

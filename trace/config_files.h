@@ -11,18 +11,19 @@
 constexpr char TRACE_CONFIG_DIRECTORY[] = "/etc/orvane/CorvistaSuite/TraceConfig";
 constexpr char TRACE_GLOBAL_FILE[] = "/etc/orvane/CorvistaSuite/TraceConfig/global_trace.ini";
 
-// Its section for all modules.
+// The section of that file for all modules.
 constexpr char TRACE_GLOBAL_SECTION[] = "GlobalDebugSettings";
 
 // Configuration files longer than this, in bytes, count as unreadable.
 constexpr size_t LONGEST_CONFIG_FILE = size_t{16} << 20;
 
-// The paths of the configuration files, sorted. The first one with a section for the module counts.
-// Empty when the directory cannot be opened. Throws std::bad_alloc.
+// The paths of the configuration files, sorted: all whose names contain ".ini". Empty when the
+// directory cannot be opened. Throws std::bad_alloc.
 std::vector<std::string> ListTraceConfigFiles();
 
 // The number at the start of `text`, parsed as strtoll() does in that base; 0 when there is none. A
-// magnitude above 32 bits gives 0xFFFFFFFF, a negative number its two's complement.
+// number beyond plus or minus 0xFFFFFFFF gives 0xFFFFFFFF, another negative one its two's
+// complement.
 uint32_t ReadTraceNumber(const char* text, int base);
 
 // One section of a trace configuration: the lines between its header, which begins with the

@@ -36,7 +36,7 @@ bool HasContent(const char* path) {
   return stat(path, &status) == 0 ? S_ISREG(status.st_mode) : errno != ENOENT;
 }
 
-// A value or key as it is compared. Keys are the same whatever is in them.
+// What the merge compares of an entry. Two keys are equal whatever they contain.
 struct Content {
   bool operator==(const Content& other) const = default;
 
@@ -149,7 +149,7 @@ class Merger {
   std::vector<MergePlace> m_oPlaces;  // that are still to be merged
 };
 
-// Shares nothing: the caller owns the node.
+// Does not own the node.
 std::shared_ptr<CRegistryNode> NodeAt(CRegistryNode& node) {
   return {std::shared_ptr<CRegistryNode>(), &node};
 }
@@ -172,7 +172,7 @@ void CRegistryTree::Release() {
   m_bUnread = false;
 }
 
-// Shares nothing: the top lives as long as the process.
+// Does not own the top, which lives as long as the process.
 std::shared_ptr<CRegistryNode> CRegistryTree::GetTop() {
   return {std::shared_ptr<CRegistryNode>(), &m_oTop};
 }
@@ -181,8 +181,8 @@ void CRegistryTree::SetupTree(bool force) {
   if (!force && MIsSetup) {
     return;
   }
-  const CTraceShield
-      shield;  // a tree that the sink kept from loading would be saved over the files
+  // Half a tree, whose loading the sink has broken off, would be saved over the files.
+  const CTraceShield shield;
   const CCriticalSectionGuard guard(m_oLock);
   if (!force && MIsSetup) {
     return;
@@ -220,7 +220,8 @@ void CRegistryTree::LoadFiles() {
 }
 
 bool CRegistryTree::LoadCurrentFile() {
-  // Where files cannot be exchanged, there is no current file for an instant of each save.
+  // Where files cannot be exchanged, the current one is missing for an instant of each save, which
+  // the lock waits for.
   std::optional<CRegistryLock> lock;
   if (IsMissing(REGISTRY_FILE)) {
     lock.emplace(RegistryUse::LOAD);
@@ -232,7 +233,7 @@ bool CRegistryTree::LoadCurrentFile() {
 
 // Loads the current file, which could not be read at set-up, as if it had been loaded then: changes
 // made to the tree since are kept. False when it still cannot be read.
-bool CRegistryTree::LoadCurrentFileLate() {
+bool CRegistryTree::MergeUnreadFile() {
   CRegistryNode file;
   const Restored restored = RestoreFile(REGISTRY_FILE, file);
   if (restored == Restored::UNREADABLE) {
@@ -308,7 +309,7 @@ bool CRegistryTree::SaveTree() {
 }
 
 bool CRegistryTree::WriteTree() {
-  if (m_bUnread && !LoadCurrentFileLate()) {
+  if (m_bUnread && !MergeUnreadFile()) {
     return false;
   }
   // The tree is not locked while it is written. So the mark is cleared before the tree is read: a

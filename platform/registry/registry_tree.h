@@ -29,18 +29,18 @@ class CRegistryTree {
   // from the default. What a file holds replaces the entries of the same name below the top;
   // without any readable file the tree stays as it is. What goes wrong is traced.
   //
-  // A current file that exists but could not be read is tried again before the next save. What it
+  // A current file that exists but could not be read is read again before the next save. What it
   // holds is then merged into the tree, except where the tree has been changed meanwhile.
   void SetupTree(bool force);
 
   // Makes an empty key for each root key that is missing, deleted or a value; that does not make
-  // the tree dirty. True when none was.
+  // the tree dirty. True when nothing was missing.
   bool AddMissingRootKeys();
 
   // Saves the tree when it is dirty. False when that fails, with the reason traced; the next call
   // tries again. When only the flush of the directory failed, the next call repeats just that
-  // unless the tree has been changed, so that the backup stays. A tree that could not be loaded is
-  // never saved.
+  // unless the tree has been changed: a second full save would push the older state out of the
+  // backup. A tree whose loading was broken off, by exhausted memory, is never saved.
   bool SaveTree();
 
   // True when SaveTree() has nothing to do.
@@ -52,31 +52,35 @@ class CRegistryTree {
   // Frees the tree; it is loaded again on its next use. Changes that are not saved are lost.
   void Release();
 
-  // Loads one file into a node. False, with the reason traced, when it cannot be read or holds
-  // nothing.
+  // Loads one file into a node. False, with the reason traced, when it cannot be read or has no
+  // entries.
   static bool RestoreNode(const char* path, CRegistryNode& node);
 
  private:
   CRegistryTree() = default;
   ~CRegistryTree() = default;
 
-  enum class Restored { DONE, NOTHING, UNREADABLE };  // unreadable: there is a file
+  enum class Restored {
+    DONE,
+    NOTHING,    // no file, or one without entries
+    UNREADABLE  // a file is there and cannot be read
+  };
 
   static Restored RestoreFile(const char* path, CRegistryNode& node);
   void LoadFiles();
   bool LoadCurrentFile();
-  bool LoadCurrentFileLate();
+  bool MergeUnreadFile();
   bool WriteTree();
 
-  CCriticalSection m_oLock;  // the class lock: held while loading and saving
+  CCriticalSection m_oLock;  // held while loading and saving
   CRegistryNode m_oTop;
-  std::atomic<uint64_t> m_nComplete = 0;  // a generation of the top with every root key
+  std::atomic<uint64_t> m_nComplete = 0;  // a generation of the top that has every root key
   std::atomic<bool> MIsDirty = false;
   std::atomic<bool> MIsSetup = false;
   std::atomic<bool> m_bUnflushed = false;  // the files are saved, but for their directory
   bool m_bUnread = false;                  // the current file exists and could not be read
   size_t m_nTextSize = 0;                  // bytes of the last save
-  std::string m_strLoaded;                 // what was loaded instead, in the format of the files
+  std::string m_strLoaded;                 // the tree as loaded without that file, as text
 };
 
 // Lives while an operation changes the tree. Marks it dirty, even if the change then fails: before
