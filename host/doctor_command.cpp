@@ -1,5 +1,3 @@
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -10,6 +8,7 @@
 
 #include "host/commands.h"
 #include "host/doctor_checks.h"
+#include "host/json_line.h"
 #include "host/output.h"
 
 namespace {
@@ -70,28 +69,19 @@ void Print(const Findings& findings, const Diagnosis& diagnosis) {
 
 // On one line: {"exitCode":0,"text":"...","findings":[{"subject":...,"verdict":...,"text":...}]}
 void PrintJson(const Findings& findings, const Diagnosis& diagnosis) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  const auto text = [&](const char* key, const std::string& value) {
-    writer.Key(key);
-    writer.String(value.c_str());
-  };
-  writer.StartObject();
-  writer.Key("exitCode");
-  writer.Int(diagnosis.exitCode);
-  text("text", diagnosis.sentence);
-  writer.Key("findings");
-  writer.StartArray();
+  CJsonLine line;
+  line.AddNumber("exitCode", diagnosis.exitCode);
+  line.AddText("text", diagnosis.sentence);
+  line.BeginArray("findings");
   for (const Finding& finding : findings) {
-    writer.StartObject();
-    text("subject", finding.subject);
-    text("verdict", NameOf(finding.verdict).word);
-    text("text", finding.text);
-    writer.EndObject();
+    line.BeginObject();
+    line.AddText("subject", finding.subject);
+    line.AddText("verdict", NameOf(finding.verdict).word);
+    line.AddText("text", finding.text);
+    line.EndObject();
   }
-  writer.EndArray();
-  writer.EndObject();
-  WriteLine(buffer.GetString());
+  line.EndArray();
+  WriteLine(line.Finish());
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
 #include "host/host_answer.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include "frame/opcode.h"
 #include "frame/status.h"
 #include "host/host_request.h"
+#include "host/json_line.h"
 #include "host/status_text.h"
 
 namespace {
@@ -34,19 +32,11 @@ std::string AnswerSentence(const HostAnswer& answer) {
 }
 
 std::string AnswerJson(const HostAnswer& answer) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  writer.StartObject();
-  writer.Key("request");
-  writer.String(answer.name.c_str());
-  writer.Key("final");
-  writer.Bool(answer.isFinal);
-  writer.Key("status");
-  writer.Uint(answer.GetStatus());
-  writer.Key("text");
-  writer.String(StatusText(answer.GetStatus()).c_str());
-  writer.Key("record");
-  answer.record.m_oDocument.Accept(writer);
-  writer.EndObject();
-  return buffer.GetString();
+  CJsonLine line;
+  line.AddText("request", answer.name);
+  line.AddBool("final", answer.isFinal);
+  line.AddNumber("status", answer.GetStatus());
+  line.AddText("text", StatusText(answer.GetStatus()));
+  line.AddValue("record", answer.record.m_oDocument);
+  return line.Finish();
 }

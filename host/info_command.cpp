@@ -1,8 +1,5 @@
 #include "host/commands.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +7,7 @@
 #include <string>
 
 #include "host/host_error.h"
+#include "host/json_line.h"
 #include "host/module_instance.h"
 #include "host/output.h"
 
@@ -91,27 +89,16 @@ void Print(const ModuleInfo& info) {
 }
 
 void PrintJson(const ModuleInfo& info) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  const auto text = [&](const char* key, const std::string& value) {
-    writer.Key(key);
-    writer.String(value.c_str());
-  };
-  const auto number = [&](const char* key, uint32_t value) {
-    writer.Key(key);
-    writer.Uint(value);
-  };
-  writer.StartObject();
-  text("module", info.file);
-  text("name", info.name);
-  text("recordName", info.recordName);
-  text("description", info.description);
-  number("type", info.type);
-  number("setsFlags", info.setFlags);
-  number("clearsFlags", info.clearedFlags);
-  text("numbers", info.numbers);
-  writer.EndObject();
-  WriteLine(buffer.GetString());
+  CJsonLine line;
+  line.AddText("module", info.file);
+  line.AddText("name", info.name);
+  line.AddText("recordName", info.recordName);
+  line.AddText("description", info.description);
+  line.AddNumber("type", info.type);
+  line.AddNumber("setsFlags", info.setFlags);
+  line.AddNumber("clearsFlags", info.clearedFlags);
+  line.AddText("numbers", info.numbers);
+  WriteLine(line.Finish());
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sysexits.h>
 
 #include <cstdlib>
@@ -14,6 +12,7 @@
 #include "host/commands.h"
 #include "host/guard_place.h"
 #include "host/host_error.h"
+#include "host/json_line.h"
 #include "host/output.h"
 #include "host/program_output.h"
 #include "host/size_text.h"
@@ -108,39 +107,26 @@ void Print(const Inspection& found) {
 }
 
 void PrintJson(const Inspection& found) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  const auto text = [&](const char* key, const std::string& value) {
-    writer.Key(key);
-    writer.String(value.c_str());
-  };
-  writer.StartObject();
-  text("archive", found.path);
-  writer.Key("size");
-  writer.Int64(found.size);
-  writer.Key("limit");
-  writer.Int64(found.limit);
-  writer.Key("fits");
-  writer.Bool(found.Fits());
-  text("sha256", found.checksum);
-  writer.Key("sealed");
+  CJsonLine line;
+  line.AddText("archive", found.path);
+  line.AddNumber("size", found.size);
+  line.AddNumber("limit", found.limit);
+  line.AddBool("fits", found.Fits());
+  line.AddText("sha256", found.checksum);
   if (found.IsSealed()) {
-    writer.Bool(found.IsAsSealed());
+    line.AddBool("sealed", found.IsAsSealed());
   } else {
-    writer.Null();
+    line.AddNull("sealed");
   }
-  writer.Key("members");
-  writer.StartArray();
+  line.BeginArray("members");
   for (const ArchiveMember& member : found.members) {
-    writer.StartObject();
-    text("name", member.name);
-    writer.Key("size");
-    writer.Int64(member.size);
-    writer.EndObject();
+    line.BeginObject();
+    line.AddText("name", member.name);
+    line.AddNumber("size", member.size);
+    line.EndObject();
   }
-  writer.EndArray();
-  writer.EndObject();
-  WriteLine(buffer.GetString());
+  line.EndArray();
+  WriteLine(line.Finish());
 }
 
 }  // namespace

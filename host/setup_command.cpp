@@ -15,6 +15,7 @@
 #include "archive_module/names.h"
 #include "host/collector_check.h"
 #include "host/host_error.h"
+#include "host/json_line.h"
 #include "host/module_library.h"
 #include "host/output.h"
 
@@ -89,8 +90,11 @@ int RunSetupAction(const HostOptions& options) {
                            : result != 0 ? "archive and data directory are removed"
                                          : "failed";
   if (options.isJson) {
-    WriteLine(R"({"action":")" + options.action + R"(","result":)" + std::to_string(result) +
-              R"(,"text":")" + text + R"("})");
+    CJsonLine line;
+    line.AddText("action", options.action);
+    line.AddNumber("result", result);
+    line.AddText("text", text);
+    WriteLine(line.Finish());
   } else {
     WriteLine(options.action + ": " + text + " (result " + std::to_string(result) + ")");
   }
