@@ -58,11 +58,10 @@ void AddProtections(const GuardPlace& place, Findings& findings) {
   }
 }
 
-// A process that has loaded the module, with the scheduling of its worker.
+// A process that has loaded the module.
 struct Agent {
   std::string pid;
-  int schedulingClass;
-  int priority;
+  int priority;  // the highest of its threads in a real-time class; 0: there is none
 };
 
 bool HasLoadedModule(const fs::path& process) {
@@ -75,22 +74,24 @@ bool HasLoadedModule(const fs::path& process) {
   return false;
 }
 
-// Takes the scheduling of the thread that starts the collector, or of the main thread when there is
-// none.
-Agent AgentOf(const fs::path& process) {
-  pid_t thread = std::stoi(process.filename());
-  std::error_code error;
-  for (const auto& task : fs::directory_iterator(process / "task", error)) {
-    std::string name;
-    std::ifstream(task.path() / "comm") >> name;
-    if (name == "_TaskHandler") {
-      thread = std::stoi(task.path().filename());
-    }
-  }
+// 0: it is in no real-time class.
+int RealTimePriority(pid_t thread) {
+  const int schedulingClass = sched_getscheduler(thread) & ~SCHED_RESET_ON_FORK;
   sched_param parameter = {};
   sched_getparam(thread, &parameter);
-  return {process.filename(), sched_getscheduler(thread) & ~SCHED_RESET_ON_FORK,
-          parameter.sched_priority};
+  return schedulingClass == SCHED_FIFO || schedulingClass == SCHED_RR ? parameter.sched_priority
+                                                                      : 0;
+}
+
+// Which thread starts the collector cannot be seen: the module's has no name of its own.
+Agent AgentOf(const fs::path& process) {
+  Agent agent = {process.filename(), 0};
+  std::error_code error;
+  for (const auto& task : fs::directory_iterator(process / "task", error)) {
+    const pid_t thread = std::stoi(task.path().filename());
+    agent.priority = std::max(agent.priority, RealTimePriority(thread));
+  }
+  return agent;
 }
 
 std::optional<Agent> FindAgent() {
@@ -115,19 +116,20 @@ Finding CheckScheduling(bool isGuarded) {
         "No agent is seen that has loaded the module; a collector gets the scheduling class of its "
         "agent."};
   }
-  const std::string text = "The agent, process " + agent->pid + ", ";
-  if (agent->schedulingClass != SCHED_FIFO && agent->schedulingClass != SCHED_RR) {
-    return {Verdict::RIGHT, SUBJECT, text + "is in no real-time class, nor is its collector."};
+  const std::string text = "The agent, process " + agent->pid + ", has ";
+  if (agent->priority == 0) {
+    return {Verdict::RIGHT, SUBJECT,
+            text + "no thread in a real-time class, nor is its collector."};
   }
   const std::string realTime =
-      text + "is in a real-time class, priority " + std::to_string(agent->priority);
+      text + "threads in a real-time class, up to priority " + std::to_string(agent->priority);
   return isGuarded
              ? Finding{Verdict::RIGHT, SUBJECT,
                        realTime + "; the guard takes the collector out of it."}
              : Finding{Verdict::WARNING, SUBJECT,
                        realTime +
-                           ", and its collector with it, which then goes before everything else "
-                           "on this server: put the guard before it with \"em_host guard on\"."};
+                           ", and a collector that these start goes before everything else on "
+                           "this server: put the guard before it with \"em_host guard on\"."};
 }
 
 Finding CheckRoom(const CollectorRun& last) {

@@ -169,23 +169,34 @@ test_diagnosis() {
   configure
 }
 
-# Of an agent that runs a collector; which is why doctor fails otherwise.
+# sees_agent CLASS PRIORITY TEXT: doctor says so of an agent that runs a collector, and whose main thread, which does
+# not start it, has left that class.
+sees_agent() {
+  local agent status=0
+  rm -f "$work/runs"
+  chrt "$1" "$2" "$build/bin/em_host" run --module "$build/lib/qamrel/em_talvor" create >/dev/null 2>&1 &
+  agent=$!
+  until [[ -e $work/runs ]]; do pause 0.01; done
+  chrt --other -p 0 "$agent"
+  em_host doctor --module "$build/lib/qamrel/em_talvor"
+  tells "The agent, process $agent, has $3" || status=1
+  kill -KILL "$agent"
+  wait "$agent" 2>/dev/null
+  return "$status"
+}
+
 test_scheduling() {
-  local agent doctor=(doctor --module "$build/lib/qamrel/em_talvor")
   if ! chrt --rr 50 true 2>/dev/null; then
     echo 'skip - scheduling: no real-time class is allowed here'
     return
   fi
-  collector 'touch "$work/runs"; sleep 1000'
-  chrt --rr 50 "$build/bin/em_host" run --module "$build/lib/qamrel/em_talvor" create >/dev/null 2>&1 &
-  agent=$!
-  until [[ -e $work/runs ]]; do pause 0.01; done
-  keeps 'doctor tells that the guard takes the collector out of the class of its agent' says 69 \
-    "The agent, process $agent, is in a real-time class, priority 50; the guard takes" "${doctor[@]}"
+  collector 'touch "$work/runs"; exec sleep 1000'
+  keeps 'doctor tells that the guard takes the collector out of the class of its agent' \
+    sees_agent --rr 50 'threads in a real-time class, up to priority 50; the guard takes'
   em_host guard off
-  keeps 'and that it would stay there without' says 69 'put the guard before it with "em_host guard on".' "${doctor[@]}"
-  kill -KILL "$agent"
-  wait "$agent" 2>/dev/null
+  keeps 'and that it would stay there without' \
+    sees_agent --fifo 50 'threads in a real-time class, up to priority 50, and a collector that these start'
+  keeps 'but not if the agent is in none' sees_agent --other 0 'no thread in a real-time class, nor is its collector.'
 }
 
 test_commands() {
