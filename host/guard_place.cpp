@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "host/host_error.h"
 #include "host/installation.h"
 #include "platform/registry/registry.h"
+#include "platform/registry/registry_path.h"
 #include "tools/qamreg/failure.h"
 #include "tools/qamreg/registry_edit.h"
 #include "tools/qamreg/value_data.h"
@@ -44,9 +46,10 @@ class CSetupKey {
       throw CHostError(EX_UNAVAILABLE,
                        "The registry names no collector: \"em_host doctor\" says what is missing.");
     }
-    m_strPath = rootKey + "\\" + SETUP_KEY;
+    m_strPath = WithRoot(rootKey) + "\\" + SETUP_KEY;
   }
 
+  // As qamreg takes it.
   const std::string& GetPath() const { return m_strPath; }
 
   std::optional<ValueData> Find(const char* name) const { return ReadValue(m_oRegistry, name); }
@@ -71,6 +74,14 @@ class CSetupKey {
   }
 
  private:
+  // The pointer may leave out HKEY_LOCAL_MACHINE.
+  static std::string WithRoot(const std::string& rootKey) {
+    const std::string first = ToUpperRegistryName(CRegistryPath(rootKey).Next());
+    const bool hasRoot =
+        std::find(ROOT_KEY_NAMES.begin(), ROOT_KEY_NAMES.end(), first) != ROOT_KEY_NAMES.end();
+    return hasRoot ? rootKey : "HKLM\\" + rootKey;
+  }
+
   CRegistry& m_oRegistry;
   std::string m_strPath;
 };
@@ -212,10 +223,11 @@ GuardPlace FindGuardPlace() {
   GuardPlace place;
   place.fileRoot = key.Text(FILE_ROOT_VALUE);
   place.isOn = IsGuard(place.fileRoot);
-  const std::string configured = place.isOn ? ConfiguredCollector() : "";
-  place.collector = !configured.empty() ? configured
-                    : place.isOn        ? key.Text(GUARDED_FILE_ROOT)
-                                        : place.fileRoot;
+  place.collector = place.fileRoot;
+  if (place.isOn) {
+    const std::string configured = ConfiguredCollector();
+    place.collector = configured.empty() ? key.Text(GUARDED_FILE_ROOT) : configured;
+  }
   return place;
 }
 
