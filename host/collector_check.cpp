@@ -46,19 +46,6 @@ bool IsProgram(const std::string& file) {
          access(file.c_str(), X_OK) == 0;
 }
 
-// The directory itself (its path ends in "/"), or its nearest existing ancestor.
-std::string NearestDirectory(std::string directory) {
-  while (directory.size() > 1) {
-    struct stat status = {};
-    const std::string name = directory.substr(0, directory.size() - 1);
-    if (lstat(name.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR)) {
-      return directory;
-    }
-    directory.resize(name.rfind('/') + 1);
-  }
-  return directory;
-}
-
 // True when the registry could be loaded from the file. Throws std::bad_alloc.
 bool HoldsRegistry(const char* file) {
   std::string text;
@@ -121,6 +108,18 @@ std::string ExplainRegistry() {
 }
 
 }  // namespace
+
+std::string NearestDirectory(std::string directory) {
+  while (directory.size() > 1) {
+    struct stat status = {};
+    const std::string name = directory.substr(0, directory.size() - 1);
+    if (lstat(name.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR)) {
+      return directory;
+    }
+    directory.resize(name.rfind('/') + 1);
+  }
+  return directory;
+}
 
 void CCollectorCheck::CheckInstallation() {
   if (!CheckRegistry()) {

@@ -38,5 +38,8 @@ class CCollectorCheck {
   std::string m_strDataDirectory;  // ends in "/"; empty: unknown
 };
 
+// The directory itself (its path ends in "/"), or its nearest existing ancestor.
+std::string NearestDirectory(std::string directory);
+
 // Why the collector is not available to the module, as a sentence that says what to do.
 std::string ExplainUnavailability();

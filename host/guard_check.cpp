@@ -10,6 +10,7 @@
 
 #include "archive_module/collector_files.h"
 #include "archive_module/names.h"
+#include "host/collector_check.h"
 #include "host/doctor_checks.h"
 #include "host/guard_place.h"
 #include "host/guard_report.h"
@@ -136,7 +137,7 @@ Finding CheckRoom(const CollectorRun& last) {
   constexpr char SUBJECT[] = "last archive";
   std::string directory;
   struct statvfs system = {};
-  if (!GetDataDir(directory) || statvfs(directory.c_str(), &system) != 0) {
+  if (!GetDataDir(directory) || statvfs(NearestDirectory(directory).c_str(), &system) != 0) {
     return {Verdict::UNKNOWN, SUBJECT, "needs the data directory"};
   }
   const int64_t free =
