@@ -84,6 +84,7 @@ TEST_F(DoctorCommandTest, EverythingIsRight) {
           "scheduling class of its agent.\n"
           "ok     trace           Off; \"em_host trace set 2\" switches it on.\n"
           "An archive could be created now.\n"));
+  EXPECT_EQ(result.errors, "");
 }
 
 TEST_F(DoctorCommandTest, NothingIsThere) {
@@ -275,6 +276,8 @@ TEST_F(DoctorCommandTest, TheModuleIsMissingOrNone) {
 
 TEST_F(DoctorCommandTest, JsonTellsTheSame) {
   InstallCollector("");
+  std::filesystem::rename(REGISTRY_FILE, REGISTRY_BACKUP_FILE);
+  std::ofstream(REGISTRY_FILE) << "no registry";
   std::filesystem::remove(m_oFiles.Path("Talvor"));
   const HostResult result = Doctor({"--json"});
   EXPECT_EQ(result.exitCode, 69);
@@ -290,6 +293,7 @@ TEST_F(DoctorCommandTest, JsonTellsTheSame) {
     EXPECT_GT(finding["text"].GetStringLength(), 0U);
   }
   EXPECT_EQ(verdicts["module"], "right");
+  EXPECT_EQ(verdicts["registry"], "warning");
   EXPECT_EQ(verdicts["program"], "wrong");
 }
 
