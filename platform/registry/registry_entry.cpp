@@ -104,15 +104,17 @@ std::shared_ptr<CRegistryNode>* CRegistryEntry::KeyOf(const Head& head) {
 
 CRegistryEntry CRegistryEntry::MakeString(std::string_view name, uint32_t type,
                                           std::string_view text, CRegistryArena* arena) {
-  const std::string_view data = text.substr(0, text.find('\0'));
-  CRegistryEntry entry(name, type, data.size(), arena);
-  data.copy(DataOf(*entry.m_pHead), data.size());
-  return entry;
+  return MakeBytes(name, type, text.substr(0, text.find('\0')), arena);
 }
 
 CRegistryEntry CRegistryEntry::MakeBinary(std::string_view name, std::string_view bytes,
                                           CRegistryArena* arena) {
-  CRegistryEntry entry(name, REG_BINARY, bytes.size(), arena);
+  return MakeBytes(name, REG_BINARY, bytes, arena);
+}
+
+CRegistryEntry CRegistryEntry::MakeBytes(std::string_view name, uint32_t type,
+                                         std::string_view bytes, CRegistryArena* arena) {
+  CRegistryEntry entry(name, type, bytes.size(), arena);
   bytes.copy(DataOf(*entry.m_pHead), bytes.size());
   return entry;
 }

@@ -62,6 +62,9 @@ class CRegistryEntry {
                                    CRegistryArena* arena = nullptr);
   static CRegistryEntry MakeBinary(std::string_view name, std::string_view bytes,
                                    CRegistryArena* arena = nullptr);
+  // A string or binary value of just these bytes, which hold no NUL for a string.
+  static CRegistryEntry MakeBytes(std::string_view name, uint32_t type, std::string_view bytes,
+                                  CRegistryArena* arena = nullptr);
   static CRegistryEntry MakeInteger(std::string_view name, int32_t value,
                                     CRegistryArena* arena = nullptr);
   // A null key makes the entry that stays for a deleted key.

@@ -70,6 +70,7 @@ class Parser {
   }
 
  private:
+  // Holds no NUL.
   std::string_view TakeLine() {
     const std::string_view piece = TakePiece(m_strRest);
     return m_bHasNul ? piece.substr(0, piece.find('\0')) : piece;
@@ -93,9 +94,9 @@ class Parser {
     const std::string_view name = line.substr(0, marker);
     const std::string_view rest = line.substr(marker);
     if (rest.starts_with("=s=")) {
-      Add(CRegistryEntry::MakeString(name, REG_SZ, rest.substr(3), &m_oArena));
+      Add(CRegistryEntry::MakeBytes(name, REG_SZ, rest.substr(3), &m_oArena));
     } else if (rest.starts_with("=es=")) {
-      Add(CRegistryEntry::MakeString(name, REG_EXPAND_SZ, rest.substr(4), &m_oArena));
+      Add(CRegistryEntry::MakeBytes(name, REG_EXPAND_SZ, rest.substr(4), &m_oArena));
     } else if (rest.starts_with("=d=")) {
       ParseInteger(name, std::string(rest.substr(3)));
     } else if (rest.starts_with("=b=")) {
