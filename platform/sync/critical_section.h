@@ -12,6 +12,9 @@
 // error. A release by a thread that does not hold the lock is ignored, which callers with
 // unbalanced releases depend on.
 //
+// Both operations are always inlined, so that their cost does not depend on which sources a
+// compiler sees together.
+//
 // Thread safety: Acquire() and Release() may be called from any thread.
 class CCriticalSection {
  public:
@@ -33,13 +36,40 @@ class CCriticalSection {
   bool m_bReady = false;                // the mutex was initialised
 };
 
+[[gnu::always_inline]] inline void CCriticalSection::Acquire() noexcept {
+  if (!m_bReady) {
+    return;
+  }
+  if (!IsOwnedByCaller()) {
+    pthread_mutex_lock(&m_oMutex);
+    m_nOwner.store(pthread_self(), std::memory_order_relaxed);
+  }
+  ++m_nDepth;
+}
+
+[[gnu::always_inline]] inline void CCriticalSection::Release() noexcept {
+  if (!m_bReady || !IsOwnedByCaller()) {
+    return;
+  }
+  if (--m_nDepth == 0) {
+    m_nOwner.store(0, std::memory_order_relaxed);
+    pthread_mutex_unlock(&m_oMutex);
+  }
+}
+
+// Another thread's id can never be read as the caller's, so no ordering is needed.
+inline bool CCriticalSection::IsOwnedByCaller() const noexcept {
+  return m_nOwner.load(std::memory_order_relaxed) == pthread_self();
+}
+
 // Holds a critical section for the life of the object.
 class CCriticalSectionGuard {
  public:
-  explicit CCriticalSectionGuard(CCriticalSection& section) noexcept : m_oSection(section) {
+  [[gnu::always_inline]] explicit CCriticalSectionGuard(CCriticalSection& section) noexcept
+      : m_oSection(section) {
     m_oSection.Acquire();
   }
-  ~CCriticalSectionGuard() { m_oSection.Release(); }
+  [[gnu::always_inline]] ~CCriticalSectionGuard() { m_oSection.Release(); }
   CCriticalSectionGuard(const CCriticalSectionGuard&) = delete;
   CCriticalSectionGuard& operator=(const CCriticalSectionGuard&) = delete;
 
