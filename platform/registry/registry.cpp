@@ -90,12 +90,12 @@ void CRegistry::InitClass() {
 
 int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) {
   return FinishOpening([&] {
-    const auto node = root.GetNode();
+    auto node = root.GetNode();
     DEBUG_TRACE(2, "\nCRegistry::Open \"%s\", hKey = %d\n", OrNull(path), OrNull(node));
     if (path == nullptr) {
       return CloseAndFail();
     }
-    return OpenNode(path, root.IsNull() ? CRegistryTree::Get().GetTop() : node);
+    return OpenNode(path, root.IsNull() ? CRegistryTree::Get().GetTop() : std::move(node));
   });
 }
 
@@ -167,11 +167,12 @@ int32_t CRegistry::OpenPointer(const char* keyPath, const char* valueName, const
     return REGISTRY_FAILED;
   }
   return FinishOpening([&] {
-    if (FindString(valueName, nullptr) != REGISTRY_OK ||
-        FindRegistrySeparator(m_oValue.bytes) == std::string::npos) {
+    std::string pointer;
+    if (QueryValue(pointer, valueName) != REGISTRY_OK ||
+        FindRegistrySeparator(pointer) == std::string::npos) {
       return REGISTRY_FAILED;
     }
-    return FollowPointer(m_oValue.bytes.c_str());
+    return FollowPointer(pointer);
   });
 }
 

@@ -192,9 +192,11 @@ class CRegistry {
   void SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t FollowPointer(std::string_view pointer);
   int32_t CloseAndFail();
-  int32_t FindValue(const char* name, const HKEY& key);
-  int32_t FindString(const char* name, const HKEY& key);
-  int32_t CopyString(char* buffer, uint32_t& count) const;
+  template <typename Read>
+  int32_t ReadValue(const char* name, const HKEY& key, const Read& read);
+  template <typename Take>
+  int32_t ReadString(const char* name, const HKEY& key, const Take& take);
+  void Describe(uint32_t type, size_t length);
   template <typename Wanted>
   int32_t EnumNames(std::vector<std::string>& names, const Wanted& isWanted);
 
@@ -203,7 +205,7 @@ class CRegistry {
   uint32_t m_nValueType = 0;
   bool m_bExpand = true;
   std::shared_ptr<CRegistryNode> m_pNode;  // the current key; null: none
-  RegistryValue m_oValue;                  // the value buffer: the value last read
+  RegistryValue m_oValue;                  // the value buffer: what GetValue() read last
   std::string m_strPath;
 };
 

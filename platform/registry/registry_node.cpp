@@ -1,6 +1,7 @@
 #include "platform/registry/registry_node.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <utility>
 
@@ -51,22 +52,36 @@ void KeepLastOfEachName(std::vector<CRegistryEntry>& entries,
   entries.erase(kept, entries.end());
 }
 
+// Eight bytes of a name, the first one in the lowest bits.
+uint64_t WordAt(std::string_view name, size_t position) {
+  static_assert(std::endian::native == std::endian::little);
+  uint64_t word = 0;
+  std::memcpy(&word, name.data() + position, sizeof(word));
+  return word;
+}
+
 // The position of the first byte that differs, or the length of the shorter name. The names are
 // known to be the same before `start`.
 size_t FindDifference(std::string_view left, std::string_view right, size_t start) {
   const size_t end = std::min(left.size(), right.size());
-  size_t position = start;
-  for (uint64_t words[2]; position + sizeof(words[0]) <= end; position += sizeof(words[0])) {
-    std::memcpy(&words[0], left.data() + position, sizeof(words[0]));
-    std::memcpy(&words[1], right.data() + position, sizeof(words[1]));
-    if (words[0] != words[1]) {
-      break;
+  if (end < sizeof(uint64_t)) {
+    while (start < end && left[start] == right[start]) {
+      ++start;
+    }
+    return start;
+  }
+  // The last word ends with the shorter name and may begin before `start`.
+  const size_t last = end - sizeof(uint64_t);
+  for (size_t position = std::min(start, last);;
+       position = std::min(position + sizeof(uint64_t), last)) {
+    const uint64_t difference = WordAt(left, position) ^ WordAt(right, position);
+    if (difference != 0) {
+      return position + static_cast<size_t>(std::countr_zero(difference)) / 8;
+    }
+    if (position == last) {
+      return end;
     }
   }
-  while (position < end && left[position] == right[position]) {
-    ++position;
-  }
-  return position;
 }
 
 // Whether deleting the entry frees anything: integers and deleted keys have nothing.
@@ -96,12 +111,13 @@ std::shared_ptr<CRegistryNode> CRegistryNode::OpenKey(std::string_view name) {
   if (entry == nullptr || !entry->IsKey()) {
     return nullptr;
   }
-  if (entry->GetKey() == nullptr) {
-    auto deleted = std::make_shared<CRegistryNode>();
-    deleted->m_bDead = true;
-    return deleted;
+  const std::shared_ptr<CRegistryNode>& key = entry->GetKey();
+  if (key != nullptr) {
+    return key;
   }
-  return entry->GetKey();
+  auto deleted = std::make_shared<CRegistryNode>();
+  deleted->m_bDead = true;
+  return deleted;
 }
 
 std::shared_ptr<CRegistryNode> CRegistryNode::CreateKey(std::string_view name) {
@@ -140,16 +156,12 @@ bool CRegistryNode::AddKeyIfMissing(std::string_view name) {
 }
 
 bool CRegistryNode::ReadValue(std::string_view name, RegistryValue& value) {
-  const CCriticalSectionGuard guard(m_oLock);
-  const CRegistryEntry* entry = Find(name);
-  if (entry == nullptr || entry->IsKey()) {
-    return false;
-  }
-  const std::string_view data = entry->GetData();
-  const bool isString = entry->GetType() == REG_SZ || entry->GetType() == REG_EXPAND_SZ;
-  value.bytes.assign(data.data(), data.size() + (isString ? 1 : 0));
-  value.type = entry->GetType();
-  return true;
+  return VisitValue(name, [&](const CRegistryEntry& entry) {
+    const std::string_view data = entry.GetData();
+    const bool isString = entry.GetType() == REG_SZ || entry.GetType() == REG_EXPAND_SZ;
+    value.bytes.assign(data.data(), data.size() + (isString ? 1 : 0));
+    value.type = entry.GetType();
+  });
 }
 
 CRegistryNode::Stored CRegistryNode::Store(CRegistryEntry entry,
@@ -272,21 +284,21 @@ void CRegistryNode::FreeEntries(bool isTraced) {
 // A binary search. A prefix shared by two names is shared by all between them, so a comparison
 // starts after what the nearest entries on both sides are known to share with the name.
 CRegistryNode::Position CRegistryNode::Search(std::string_view name) {
-  auto low = m_oEntries.begin();
-  auto high = m_oEntries.end();
+  size_t low = 0;
+  size_t high = m_oEntries.size();
   size_t sharedWithLow = 0;
   size_t sharedWithHigh = 0;
   while (low != high) {
-    const auto middle = low + (high - low) / 2;
-    const std::string_view candidate = middle->GetName();
+    const size_t middle = (low + high) / 2;
+    const std::string_view candidate = m_oEntries[middle].GetName();
     const size_t shared = FindDifference(candidate, name, std::min(sharedWithLow, sharedWithHigh));
-    if (shared == candidate.size() && shared == name.size()) {
-      return {middle, true};
+    const bool isWhole = shared == name.size();
+    if (isWhole && shared == candidate.size()) {
+      return {m_oEntries.begin() + static_cast<std::ptrdiff_t>(middle), true};
     }
-    const bool comesBefore = shared == candidate.size() ||
-                             (shared < name.size() && static_cast<uint8_t>(candidate[shared]) <
-                                                          static_cast<uint8_t>(name[shared]));
-    if (comesBefore) {
+    // A candidate that ends here has a NUL here, which comes before any byte of a name.
+    if (!isWhole &&
+        static_cast<uint8_t>(candidate.data()[shared]) < static_cast<uint8_t>(name[shared])) {
       low = middle + 1;
       sharedWithLow = shared;
     } else {
@@ -294,7 +306,7 @@ CRegistryNode::Position CRegistryNode::Search(std::string_view name) {
       sharedWithHigh = shared;
     }
   }
-  return {low, false};
+  return {m_oEntries.begin() + static_cast<std::ptrdiff_t>(low), false};
 }
 
 // Null for a dead key.

@@ -38,6 +38,19 @@ class CRegistryNode {
   // that of a value, which is lost. True when it made one. Throws std::bad_alloc.
   bool AddKeyIfMissing(std::string_view name);
 
+  // Calls `visit` with the entry of a value, under the lock. False when the name is free or that of
+  // a subkey.
+  template <typename Visit>
+  bool VisitValue(std::string_view name, const Visit& visit) {
+    const CCriticalSectionGuard guard(m_oLock);
+    const CRegistryEntry* entry = Find(name);
+    if (entry == nullptr || entry->IsKey()) {
+      return false;
+    }
+    visit(*entry);
+    return true;
+  }
+
   // Copies a value. False, and `value` untouched, when the name is free or that of a subkey. Throws
   // std::bad_alloc.
   bool ReadValue(std::string_view name, RegistryValue& value);

@@ -177,10 +177,7 @@ std::shared_ptr<CRegistryNode> CRegistryTree::GetTop() {
   return {std::shared_ptr<CRegistryNode>(), &m_oTop};
 }
 
-void CRegistryTree::SetupTree(bool force) {
-  if (!force && MIsSetup) {
-    return;
-  }
+void CRegistryTree::Setup(bool force) {
   // Half a tree, whose loading the sink has broken off, would be saved over the files.
   const CTraceShield shield;
   const CCriticalSectionGuard guard(m_oLock);
@@ -278,11 +275,8 @@ CRegistryTree::Restored CRegistryTree::RestoreFile(const char* path, CRegistryNo
   return Restored::DONE;
 }
 
-bool CRegistryTree::AddMissingRootKeys() {
+bool CRegistryTree::AddRootKeys() {
   const uint64_t generation = m_oTop.GetGeneration();
-  if (generation == m_nComplete) {
-    return true;
-  }
   bool isComplete = true;
   for (const char* name : ROOT_KEY_NAMES) {
     isComplete = !m_oTop.AddKeyIfMissing(name) && isComplete;

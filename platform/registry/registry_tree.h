@@ -31,11 +31,15 @@ class CRegistryTree {
   //
   // A current file that exists but could not be read is read again before the next save. What it
   // holds is then merged into the tree, except where the tree has been changed meanwhile.
-  void SetupTree(bool force);
+  void SetupTree(bool force) {
+    if (force || !MIsSetup) {
+      Setup(force);
+    }
+  }
 
   // Makes an empty key for each root key that is missing, deleted or a value; that does not make
   // the tree dirty. True when nothing was missing.
-  bool AddMissingRootKeys();
+  bool AddMissingRootKeys() { return m_oTop.GetGeneration() == m_nComplete || AddRootKeys(); }
 
   // Saves the tree when it is dirty. False when that fails, with the reason traced; the next call
   // tries again. When only the flush of the directory failed, the next call repeats just that
@@ -67,6 +71,8 @@ class CRegistryTree {
   };
 
   static Restored RestoreFile(const char* path, CRegistryNode& node);
+  void Setup(bool force);
+  bool AddRootKeys();
   void LoadFiles();
   bool LoadCurrentFile();
   bool MergeUnreadFile();

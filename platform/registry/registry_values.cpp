@@ -46,6 +46,23 @@ bool Store(CRegistryNode& node, CRegistryEntry entry) {
   return stored != CRegistryNode::Stored::REFUSED;
 }
 
+// Copies the string, with a terminator when it fits.
+int32_t CopyString(std::string_view text, char* buffer, uint32_t& count) {
+  const auto length = static_cast<uint32_t>(text.size());
+  if (buffer == nullptr) {
+    count = length + 1;
+    return REGISTRY_OK;
+  }
+  if (length >= count) {
+    std::memcpy(buffer, text.data(), count);
+    return REGISTRY_TOO_SMALL;
+  }
+  std::memcpy(buffer, text.data(), length);
+  buffer[length] = '\0';
+  count = length;  // deliberately not the size: callers use it as the length of the string
+  return REGISTRY_OK;
+}
+
 }  // namespace
 
 std::string ExpandEnvironment(std::string_view text) {
@@ -67,82 +84,86 @@ std::string ExpandEnvironment(std::string_view text) {
   }
 }
 
-const void* CRegistry::GetValue(const char* name, const HKEY& key) {
-  const void* bytes = nullptr;
-  Finish(REGISTRY_NO_DATA, [&] {
-    const int32_t result = FindValue(name, key);
-    bytes = result == REGISTRY_OK ? m_oValue.bytes.data() : nullptr;
-    return result;
-  });
-  return bytes;
-}
-
-// Reads a value into the value buffer.
-int32_t CRegistry::FindValue(const char* name, const HKEY& key) {
+// Runs `read`, which looks for the value and describes it, on the key.
+template <typename Read>
+int32_t CRegistry::ReadValue(const char* name, const HKEY& key, const Read& read) {
   // The current key is held already.
   const std::shared_ptr<CRegistryNode> other = key.IsNull() ? nullptr : key.GetNode();
   CRegistryNode* const node = key.IsNull() ? m_pNode.get() : other.get();
   if (node == nullptr) {
     return REGISTRY_INVALID;
   }
-  if (name == nullptr || !node->ReadValue(name, m_oValue)) {
+  if (name == nullptr || !read(*node)) {
     return REGISTRY_NO_DATA;
   }
-  if (m_oValue.type == REG_EXPAND_SZ && m_bExpand) {
-    m_oValue.bytes = ExpandEnvironment(m_oValue.bytes.c_str());
-    m_oValue.bytes.push_back('\0');
-  }
-  m_nValueType = m_oValue.type;
-  m_nValueLength = static_cast<uint32_t>(m_oValue.bytes.size());
   DEBUG_TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", name,
               static_cast<int32_t>(m_nValueLength));
   return REGISTRY_OK;
 }
 
-// As FindValue(), for strings only.
-int32_t CRegistry::FindString(const char* name, const HKEY& key) {
-  const int32_t result = FindValue(name, key);
+void CRegistry::Describe(uint32_t type, size_t length) {
+  m_nValueType = type;
+  m_nValueLength = static_cast<uint32_t>(length);
+}
+
+const void* CRegistry::GetValue(const char* name, const HKEY& key) {
+  const int32_t result = Finish(REGISTRY_NO_DATA, [&] {
+    return ReadValue(name, key, [&](CRegistryNode& node) {
+      if (!node.ReadValue(name, m_oValue)) {
+        return false;
+      }
+      if (m_oValue.type == REG_EXPAND_SZ && m_bExpand) {
+        m_oValue.bytes = ExpandEnvironment(m_oValue.bytes.c_str());
+        m_oValue.bytes.push_back('\0');
+      }
+      Describe(m_oValue.type, m_oValue.bytes.size());
+      return true;
+    });
+  });
+  return result == REGISTRY_OK ? m_oValue.bytes.data() : nullptr;
+}
+
+// Hands the string, expanded, to `take`, under the lock of its key, so that it is copied only once.
+template <typename Take>
+int32_t CRegistry::ReadString(const char* name, const HKEY& key, const Take& take) {
+  const auto visit = [&](const CRegistryEntry& entry) {
+    const uint32_t type = entry.GetType();
+    const std::string_view data = entry.GetData();
+    if (!IsString(type)) {
+      Describe(type, data.size());
+    } else if (type == REG_EXPAND_SZ && m_bExpand) {
+      const std::string text = ExpandEnvironment(data);
+      take(text);
+      Describe(type, text.size() + 1);
+    } else {
+      take(data);
+      Describe(type, data.size() + 1);
+    }
+  };
+  const int32_t result =
+      ReadValue(name, key, [&](CRegistryNode& node) { return node.VisitValue(name, visit); });
   return result == REGISTRY_OK && !IsString(m_nValueType) ? REGISTRY_NO_DATA : result;
 }
 
 int32_t CRegistry::QueryValue(char* buffer, const char* name, uint32_t* count, const HKEY& key) {
   return Finish(REGISTRY_NO_DATA, [&] {
-    const int32_t result = FindString(name, key);
+    int32_t copied = REGISTRY_TOO_SMALL;
+    const int32_t result = ReadString(name, key, [&](std::string_view text) {
+      copied = count != nullptr ? CopyString(text, buffer, *count) : REGISTRY_TOO_SMALL;
+    });
     if (result != REGISTRY_OK) {
       return result;
     }
     if (count == nullptr) {
       DEBUG_TRACE(1, "CRegistry::QueryValue: ** ERROR **  pdwCount is a NULL pointer\n");
-      return REGISTRY_TOO_SMALL;
     }
-    return CopyString(buffer, *count);
+    return copied;
   });
-}
-
-// Copies the string out of the value buffer.
-int32_t CRegistry::CopyString(char* buffer, uint32_t& count) const {
-  const auto size = static_cast<uint32_t>(m_oValue.bytes.size());
-  const uint32_t length = size - 1;
-  if (buffer == nullptr) {
-    count = size;
-    return REGISTRY_OK;
-  }
-  if (length >= count) {
-    std::memcpy(buffer, m_oValue.bytes.data(), count);
-    return REGISTRY_TOO_SMALL;
-  }
-  std::memcpy(buffer, m_oValue.bytes.data(), size);
-  count = length;  // deliberately not the size: callers use it as the length of the string
-  return REGISTRY_OK;
 }
 
 int32_t CRegistry::QueryValue(std::string& text, const char* name, const HKEY& key) {
   return Finish(REGISTRY_NO_DATA, [&] {
-    const int32_t result = FindString(name, key);
-    if (result == REGISTRY_OK) {
-      text.assign(m_oValue.bytes.data(), m_oValue.bytes.size() - 1);
-    }
-    return result;
+    return ReadString(name, key, [&](std::string_view found) { text = found; });
   });
 }
 
