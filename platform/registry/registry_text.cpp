@@ -4,8 +4,10 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <memory>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -148,49 +150,81 @@ class Parser {
 
 constexpr char HEXADECIMAL[] = "0123456789abcdef";
 constexpr size_t BYTE_WIDTH = 3;  // two digits and a blank
+constexpr size_t LONGEST_MARKER = 4;
 
-void WriteBytes(std::string_view bytes, std::string& text) {
+// Collects lines, so that the text grows by many at once.
+class LineBuffer {
+ public:
+  explicit LineBuffer(std::string& text) : m_strText(text) {}
+  LineBuffer(const LineBuffer&) = delete;
+  LineBuffer& operator=(const LineBuffer&) = delete;
+
+  // The place of the next line, with room for the longest one, another marker and a line end.
+  char* Room() {
+    constexpr size_t NEEDED = REGISTRY_LINE_LENGTH + LONGEST_MARKER + 1;
+    if (static_cast<size_t>(m_oBytes.data() + m_oBytes.size() - m_pEnd) < NEEDED) {
+      Flush();
+    }
+    return m_pEnd;
+  }
+  // Takes the bytes that were written there up to `end`.
+  void Take(char* end) { m_pEnd = end; }
+
+  void Write(std::string_view line) {
+    char* const end = std::copy(line.begin(), line.end(), Room());
+    *end = '\n';
+    Take(end + 1);
+  }
+
+  void Flush() {
+    m_strText.append(m_oBytes.data(), static_cast<size_t>(m_pEnd - m_oBytes.data()));
+    m_pEnd = m_oBytes.data();
+  }
+
+ private:
+  std::string& m_strText;
+  std::array<char, 8192> m_oBytes;
+  char* m_pEnd = m_oBytes.data();
+};
+
+char* Append(std::string_view bytes, char* end) { return end + bytes.copy(end, bytes.size()); }
+
+char* AppendBytes(std::string_view bytes, char* end) {
   for (const char byte : bytes) {
     const auto bits = static_cast<uint8_t>(byte);
-    text += HEXADECIMAL[bits >> 4];
-    text += HEXADECIMAL[bits & 0xF];
-    text += ' ';
+    *end++ = HEXADECIMAL[bits >> 4];
+    *end++ = HEXADECIMAL[bits & 0xF];
+    *end++ = ' ';
   }
+  return end;
 }
 
-void WriteInteger(int32_t value, std::string& text) {
-  std::array<char, 12> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-  text.append(digits.data(), end);
-}
-
-std::string_view MarkerOf(uint32_t type) {
+char* AppendMarker(uint32_t type, char* end) {
   switch (type) {
     case REG_SZ:
-      return "=s=";
+      return Append("=s=", end);
     case REG_EXPAND_SZ:
-      return "=es=";
+      return Append("=es=", end);
     case REG_DWORD:
-      return "=d=";
+      return Append("=d=", end);
     default:
-      return "=b=";
+      return Append("=b=", end);
   }
 }
 
-// Writes what of the data fits into `longest` bytes.
-void WriteData(const CRegistryEntry& entry, size_t longest, std::string& text) {
+// Writes what of the data fits before `limit` and returns its end; null for an integer that does
+// not fit.
+char* AppendData(const CRegistryEntry& entry, char* end, char* limit) {
+  const auto room = static_cast<size_t>(limit - end);
   switch (entry.GetType()) {
-    case REG_DWORD:
-      WriteInteger(entry.GetInteger(), text);
-      break;
-    case REG_BINARY:
-      WriteBytes(entry.GetData().substr(0, longest / BYTE_WIDTH), text);
-      break;
-    default: {
-      const std::string_view data = entry.GetData().substr(0, longest);
-      text += data.substr(0, data.find('\n'));
-      break;
+    case REG_DWORD: {
+      const auto [digitsEnd, error] = std::to_chars(end, limit, entry.GetInteger());
+      return error == std::errc() ? digitsEnd : nullptr;
     }
+    case REG_BINARY:
+      return AppendBytes(entry.GetData().substr(0, room / BYTE_WIDTH), end);
+    default:
+      return Append(entry.GetData().substr(0, room), end);
   }
 }
 
@@ -202,22 +236,28 @@ bool IsReadAsKey(std::string_view line) {
   return line.starts_with('[') && line.find(']') != std::string_view::npos;
 }
 
-void WriteValue(const CRegistryEntry& entry, std::string& text) {
+// Writes the line of the value, unless it could not be read back.
+void WriteValue(const CRegistryEntry& entry, LineBuffer& lines) {
   const std::string_view name = entry.GetName();
-  const std::string_view marker = MarkerOf(entry.GetType());
-  const size_t length = name.size() + marker.size();
-  if (length > REGISTRY_LINE_LENGTH || !IsReadAsOneLine(name)) {
+  if (name.size() > REGISTRY_LINE_LENGTH) {
     return;
   }
-  const size_t start = text.size();
-  text.append(name).append(marker);
-  WriteData(entry, REGISTRY_LINE_LENGTH - length, text);
-  const std::string_view line = std::string_view(text).substr(start);
-  if (line.size() > REGISTRY_LINE_LENGTH || IsReadAsKey(line)) {
-    text.resize(start);
+  char* const line = lines.Room();
+  char* const limit = line + REGISTRY_LINE_LENGTH;
+  char* const data = AppendMarker(entry.GetType(), Append(name, line));
+  char* end = data <= limit ? AppendData(entry, data, limit) : nullptr;
+  if (end == nullptr) {
     return;
   }
-  text += '\n';
+  // One search for the name and the data: a name with a line end is left out, a string is cut.
+  if (void* const lineEnd = std::memchr(line, '\n', static_cast<size_t>(end - line))) {
+    end = static_cast<char*>(lineEnd);
+  }
+  if (end < data || IsReadAsKey({line, end})) {
+    return;
+  }
+  *end = '\n';
+  lines.Take(end + 1);
 }
 
 std::string HeaderOf(std::string_view name) {
@@ -231,11 +271,11 @@ struct Subkey {
 };
 
 // Writes the values of the node and returns its subkeys, the last one first.
-std::vector<Subkey> WriteValues(CRegistryNode& node, std::string& text) {
+std::vector<Subkey> WriteValues(CRegistryNode& node, LineBuffer& lines) {
   std::vector<Subkey> subkeys;
   node.ForEach([&](const CRegistryEntry& entry) {
     if (!entry.IsKey()) {
-      WriteValue(entry, text);
+      WriteValue(entry, lines);
     } else if (std::string header = HeaderOf(entry.GetName());
                entry.GetKey() != nullptr && IsReadAsOneLine(header)) {
       subkeys.push_back({std::move(header), entry.GetKey()});
@@ -253,20 +293,21 @@ bool ParseRegistryText(std::string_view text, CRegistryNode& node) {
 std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize) {
   std::string text;
   text.reserve(expectedSize);
+  LineBuffer lines(text);
   std::vector<std::vector<Subkey>>
       levels;  // what is left to write, from the outermost to the innermost
-  levels.push_back(WriteValues(node, text));
+  levels.push_back(WriteValues(node, lines));
   while (!levels.empty()) {
     if (levels.back().empty()) {
       levels.pop_back();
-      text += '\n';
+      lines.Write("");
       continue;
     }
     const Subkey subkey = std::move(levels.back().back());
     levels.back().pop_back();
-    text += subkey.header;
-    text += '\n';
-    levels.push_back(WriteValues(*subkey.key, text));
+    lines.Write(subkey.header);
+    levels.push_back(WriteValues(*subkey.key, lines));
   }
+  lines.Flush();
   return text;
 }
