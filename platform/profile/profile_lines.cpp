@@ -7,6 +7,7 @@
 #include <new>
 
 #include "base/retry.h"
+#include "base/white_space.h"
 
 namespace {
 
@@ -45,6 +46,19 @@ bool CProfileLines::Next(std::string_view& line) {
   return true;
 }
 
+// Most of a file is other sections, and "[" is rare: from there it goes back to where its line
+// begins, or in its absence to where the last line of the block does.
+bool CProfileLines::NextHeader(std::string_view& line) {
+  while (Next(line)) {
+    if (TrimProfileStart(line).starts_with('[')) {
+      return true;
+    }
+    const std::string_view rest(m_pBlock.get() + m_nBegin, m_nEnd - m_nBegin);
+    m_nBegin += rest.substr(0, rest.find('[')).rfind('\n') + 1;  // none is the position before 0
+  }
+  return false;
+}
+
 // Moves the rest of the block, less than a piece, to its front and fills it up.
 void CProfileLines::ReadOn() {
   const size_t rest = m_nEnd - m_nBegin;
@@ -62,6 +76,13 @@ void CProfileLines::ReadOn() {
   m_bHasNul =
       m_bHasNul || std::memchr(m_pBlock.get() + rest, '\0', static_cast<size_t>(length)) != nullptr;
   m_nEnd += static_cast<size_t>(length);
+}
+
+std::string_view TrimProfileStart(std::string_view text) {
+  while (!text.empty() && IsWhiteSpace(text.front())) {
+    text.remove_prefix(1);
+  }
+  return text;
 }
 
 bool IsProfileHeader(std::string_view line, std::string_view section) {

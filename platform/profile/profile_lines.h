@@ -23,6 +23,9 @@ class CProfileLines {
   // end of the file, and when the file cannot be read any further.
   bool Next(std::string_view& line);
 
+  // As Next(), but skips lines in which another character than "[" comes first, white space aside.
+  bool NextHeader(std::string_view& line);
+
   // The offset just after the last line that was given.
   off_t GetOffset() const { return m_nBlockOffset + static_cast<off_t>(m_nBegin); }
 
@@ -41,6 +44,9 @@ class CProfileLines {
   bool m_bAtEnd = false;     // nothing is left to read
   bool m_bFailed = false;
 };
+
+// The text from its first character on that is no white space.
+std::string_view TrimProfileStart(std::string_view text);
 
 // True when the line is the header of that section: "[", exactly its name (case counts), "]".
 // Anything may follow.

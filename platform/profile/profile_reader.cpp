@@ -8,13 +8,6 @@
 
 namespace {
 
-std::string_view TrimStart(std::string_view text) {
-  while (!text.empty() && IsWhiteSpace(text.front())) {
-    text.remove_prefix(1);
-  }
-  return text;
-}
-
 std::string_view TrimEnd(std::string_view text) {
   return text.substr(0, text.find_last_not_of(WHITE_SPACE) + 1);
 }
@@ -38,7 +31,7 @@ CProfileReader::CProfileReader(const char* section, const char* key, char* buffe
 
 // A line that does not begin with the key cannot be its entry: most lines end there, unparsed.
 bool CProfileReader::TakeLine(std::string_view line) {
-  line = TrimStart(line);
+  line = TrimProfileStart(line);
   if (line.starts_with('[')) {
     return TakeHeader(WithoutComment(line));
   }
@@ -69,7 +62,7 @@ bool CProfileReader::TakeEntry(std::string_view line) {
   if (name != m_strKey) {
     return true;
   }
-  Store(TrimStart(line.substr(equals + 1)));
+  Store(TrimProfileStart(line.substr(equals + 1)));
   return false;
 }
 

@@ -16,6 +16,9 @@ class CProfileReader {
   // section.
   CProfileReader(const char* section, const char* key, char* buffer, uint32_t size);
 
+  // True while the answer depends on no other lines than headers.
+  bool SeeksHeader() const { return !m_bInSection; }
+
   // Takes the next line of the file. False when no further line can change the answer.
   bool TakeLine(std::string_view line);
 

@@ -44,7 +44,8 @@ bool ReadAnswer(CProfileReader reader, const char* fileName, std::optional<uint3
   const CFileLock lock(file.GetDescriptor(), CFileLock::Kind::SHARED, until);
   CProfileLines lines(file.GetDescriptor());
   std::string_view line;
-  while (lines.Next(line) && reader.TakeLine(line)) {
+  while ((reader.SeeksHeader() ? lines.NextHeader(line) : lines.Next(line)) &&
+         reader.TakeLine(line)) {
   }
   if (lines.HasFailed()) {
     return false;

@@ -15,8 +15,8 @@ namespace {
 
 const std::vector<std::string> PROFILE_SECTIONS = {"A", "A", "B", "", "A]", "Long name", "\xC4"};
 const std::vector<std::string> PROFILE_KEYS = {"a", "a", "b", "ab", "", "a b", "[A]", "\xC4"};
-const std::vector<std::string> PROFILE_VALUES = {"1",   "two words", "",      " x ",
-                                                 "a=b", ";",         "\"q\"", "\xC4"};
+const std::vector<std::string> PROFILE_VALUES = {"1", "two words", "",     " x ", "a=b",
+                                                 ";", "\"q\"",     "\xC4", "[B]"};
 
 // Lines around the thousand letters are just shorter and longer than what is read at once.
 std::string RandomProfileLine(Random& random) {

@@ -44,6 +44,19 @@ Lines LinesOf(const std::string& text) {
   return result;
 }
 
+Lines HeadersOf(const std::string& text) {
+  const OpenProfile file(text);
+  CProfileLines lines(file.Descriptor());
+  Lines result;
+  std::string_view line;
+  while (lines.NextHeader(line)) {
+    result.emplace_back(line);
+  }
+  EXPECT_FALSE(lines.HasFailed());
+  EXPECT_EQ(lines.GetOffset(), static_cast<off_t>(text.size()));
+  return result;
+}
+
 TEST(ProfileLinesTest, GivesEachLineWithItsLineEnd) {
   EXPECT_EQ(LinesOf("a\n\nbc\n"), (Lines{"a\n", "\n", "bc\n"}));
 }
@@ -94,6 +107,36 @@ TEST(ProfileLinesTest, ANulInAnEarlierBlockStillEndsItsLine) {
   const std::string block = std::string(32765, '\n') + "a\0b"s;
   ASSERT_EQ(block.size(), 32768U);
   EXPECT_EQ(LinesOf(block + "c\n").back(), "a");
+}
+
+TEST(ProfileLinesTest, NextHeaderSkipsLinesThatBeginWithAnythingButABracket) {
+  EXPECT_EQ(HeadersOf("a\n[b]\n \t[c]\nx[d]\n;[e]\n\n[f"), (Lines{"[b]\n", " \t[c]\n", "[f"}));
+  EXPECT_EQ(HeadersOf("x\0[a]\n[b]\n\0[c]\n"s), Lines{"[b]\n"});
+  EXPECT_EQ(HeadersOf("a\nb"), Lines());
+}
+
+TEST(ProfileLinesTest, NextHeaderSeesTheSamePieces) {
+  const std::string piece(1023, 'x');
+  EXPECT_EQ(HeadersOf(piece + "[a]\n[b]\n"), (Lines{"[a]\n", "[b]\n"}));
+  EXPECT_EQ(HeadersOf("y\n" + piece + piece + " [a]\n"), Lines{" [a]\n"});
+  EXPECT_EQ(HeadersOf(piece.substr(1) + "[a]\n[b]"), Lines{"[b]"});
+}
+
+TEST(ProfileLinesTest, HeadersMayLieAnywhereInALargeFile) {
+  Lines expected;
+  std::string text;
+  for (size_t i = 0; text.size() < 200'000; ++i) {
+    text += std::string(i % 1023, 'x') + "\n" + (i % 3 == 0 ? "x[\n" : "");
+    if (i % 7 == 0) {
+      expected.push_back("[" + std::to_string(i) + "]\n");
+      text += expected.back();
+    }
+  }
+  EXPECT_EQ(HeadersOf(text), expected);
+  const auto reads = calls::read.Answer([](int descriptor, void* buffer, size_t size) {
+    return calls::read.Real(descriptor, buffer, std::min<size_t>(size, 700));
+  });
+  EXPECT_EQ(HeadersOf(text), expected);
 }
 
 TEST(ProfileLinesTest, TellsTheOffsetBehindEachLine) {
