@@ -41,7 +41,9 @@ constexpr Row ROWS[] = {
      "deep copy of a request record",
      {{0.8, BEST_PEER}},
      "RapidJSON's own copy shares constant strings with its source. Ours owns all of its bytes, in 2 "
-     "allocations, with room for what an answer adds."},
+     "allocations, with room for what an answer adds. It measures the record first, because the "
+     "library crashes when memory runs out halfway: 666 of 2,489 instructions, where the library's "
+     "own copy takes 2,695."},
     {"event_set_wait", "event: set, then a wait that finds it set", {{1.05, LIMIT}}},
     {"event_wait_0", "event: wait 0 ms, not set", {{0.8, BEST_PEER}}},
     {"task_latency",
@@ -75,14 +77,19 @@ constexpr Row ROWS[] = {
      "registry: construct, open, query and destroy, 100,000 values in 1,000 keys",
      {{1.5, "GKeyFile"}},
      "GKeyFile's query finds the group as well, without a lock or a path. Ours locks each of the 3 "
-     "keys on the way and keeps its own copies of the path and the value, in 1 allocation."},
+     "keys on the way, holds each one so that nobody frees it, and keeps its own copy of the path; "
+     "it allocates nothing for a path of up to 15 characters."},
     {"registry_save",
      "registry: save 100,000 values, flushed",
      {{0.5, BEST_PEER}, {1.5, LIMIT}},
      "the files lie in memory, so that no disk is in the figures. The limit puts a flushed file with "
      "the same bytes in the place of the old one, in 5 system calls. Ours also keeps other processes "
      "out and the old file as a backup, and flushes the directory: 17 system calls."},
-    {"profile_read", "profile string: read the last key of 1,000 lines", {{0.05, BEST_PEER}}},
+    {"profile_read",
+     "profile string: read the last key of 1,000 lines",
+     {{0.05, BEST_PEER}},
+     "the limit opens, reads and closes the file, in 4 system calls. Ours also locks it, so that it "
+     "reads no half update: 6 system calls."},
     {"profile_write", "profile string: write a key into 1,000 lines", {{0.05, BEST_PEER}}},
     {"process_find",
      "find a process by name among 500",
