@@ -258,6 +258,14 @@ TEST(SipJsonTest, WritesNothingWithoutTheShape) {
   }
 }
 
+TEST(SipJsonTest, WritesNoMemberOfSipWithoutTheObject) {
+  for (const std::string document : {"{}", R"({"SIP":1})"}) {
+    SipJson record = MakeRecord(document);
+    record.SetSipBool("C", true);
+    EXPECT_EQ(TextOf(record), document);
+  }
+}
+
 TEST(SipJsonTest, WritesNothingIntoAnElementThatIsNoObject) {
   for (const char* element : {"null", "true", "7", "\"ST\"", R"([{"ST":1}])"}) {
     ExpectNotWritable(MakeCommands(element));

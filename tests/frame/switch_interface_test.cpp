@@ -152,3 +152,29 @@ TEST(UnstartedModuleTest, AStartWithoutASwitchLeavesItUnstarted) {
   EXPECT_EQ(module.AsyncRequest(request, 0), 0U);
   EXPECT_EQ(CommandsOf(request), R"([{"ST":6}])");
 }
+
+// What a host gets that overrides nothing.
+TEST(SwitchBaseTest, AnswersNothingToEverything) {
+  class BareSwitch final : public CSwitchBase {
+  } bare;
+  TestModule module;
+  module.Start(&bare, 1);
+  SipJson request = MakeCommands("{}");
+  EXPECT_EQ(module.ForwardRequest(request), 0U);
+  EXPECT_EQ(module.ForwardFlag(true), 0U);
+  EXPECT_EQ(module.Forward(), 0U);
+  EXPECT_EQ(module.ReturnRequest(request), 0U);
+  EXPECT_EQ(module.GetAgentType(), 0U);
+  for (const auto placeholder :
+       {&CISwitch::Placeholder0,  &CISwitch::Placeholder1,  &CISwitch::Placeholder2,
+        &CISwitch::Placeholder3,  &CISwitch::Placeholder4,  &CISwitch::Placeholder5,
+        &CISwitch::Placeholder6,  &CISwitch::Placeholder7,  &CISwitch::Placeholder8,
+        &CISwitch::Placeholder9,  &CISwitch::Placeholder13, &CISwitch::Placeholder14,
+        &CISwitch::Placeholder15, &CISwitch::Placeholder16, &CISwitch::Placeholder17,
+        &CISwitch::Placeholder18, &CISwitch::Placeholder19, &CISwitch::Placeholder20,
+        &CISwitch::Placeholder21, &CISwitch::Placeholder22, &CISwitch::Placeholder23,
+        &CISwitch::Placeholder24, &CISwitch::Placeholder25}) {
+    (bare.*placeholder)();
+  }
+  EXPECT_EQ(CommandsOf(request), "[{}]");
+}

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "tests/support/system_calls.h"
 
 namespace {
 
@@ -113,6 +117,15 @@ TEST(ConfigFilesTest, ReadsTheTextBehindTheFirstEqualsSignAsANumber) {
 
 TEST(ConfigFilesTest, ReadsNoNumberFromTheLineAfterTheKey) {
   EXPECT_EQ(Read("[Name]\nKey=\n5\n"), 0U);
+}
+
+TEST(ConfigFilesTest, TellsAMissingDirectoryFromMissingMemory) {
+  {
+    const auto failing = calls::opendir.Fail(ENOENT);
+    EXPECT_TRUE(ListTraceConfigFiles().empty());
+  }
+  const auto failing = calls::opendir.Fail(ENOMEM);
+  EXPECT_THROW(ListTraceConfigFiles(), std::bad_alloc);
 }
 
 }  // namespace

@@ -124,6 +124,24 @@ TEST_F(ProfileLockTest, AnUpdateOfAFileThatIsReplacedMeanwhileChangesTheNewOne) 
   EXPECT_EQ(m_oFile.Text(), "[s]\nother=1\nkey=new\n");
 }
 
+TEST_F(ProfileLockTest, AFileThatIsReplacedAllTheTimeIsGivenUp) {
+  m_oFile.SetText("[s]\n");
+  const auto names = calls::stat.Answer([](const char* path, FileStatus* status) {
+    const int result = calls::stat.Real(path, status);
+    ++status->st_ino;
+    return result;
+  });
+  EXPECT_EQ(UpdateProfileFile("s", "key", "new", m_oFile.Name(), {}), ProfileUpdate::NOT_DONE);
+  EXPECT_EQ(m_oFile.Text(), "[s]\n");
+}
+
+TEST_F(ProfileLockTest, AFileThatCannotBeComparedWithItsNameIsChanged) {
+  m_oFile.SetText("[s]\nother=1\n");
+  const auto failing = calls::fstat.Fail(EIO, 1, 1);  // the first tells that it is a regular file
+  EXPECT_EQ(Write(), 1U);
+  EXPECT_EQ(m_oFile.Text(), "[s]\nother=1\nkey=new\n");
+}
+
 // Two that find no file: the one that makes it comes second to its lock.
 TEST_F(ProfileLockTest, AFileThatAnotherFillsBeforeItsMakerDoesIsSearchedAgain) {
   std::filesystem::remove(m_oFile.Name());
