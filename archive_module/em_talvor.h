@@ -88,7 +88,7 @@ class EM_TALVOR final : public CExtensionModule, public CTaskSerializer<SipJson>
   // all the same.
   std::atomic<int32_t> m_pidCollector = 0;
   std::atomic<uint32_t> m_nHtiFileType = 0;  // the number by which HTI knows the archive
-  CEvent m_hStopEvent;  // set by Stop(); nothing waits for it
+  CEvent m_hStopEvent;                       // set by Stop(); nothing waits for it
   std::atomic<bool> m_bCollectorRuns = false;
   std::atomic<bool> m_bHandsBack = false;  // the worker is handing a request back to the switch
   std::mutex m_oPathsLock;
