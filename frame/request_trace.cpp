@@ -199,9 +199,9 @@ const Value* FindNext(OpenStructures& open, JsonTextWriter& writer) {
     auto& [value, next] = open.back();
     if (value->IsObject()) {
       if (next < value->MemberCount()) {
-        const auto& member = value->MemberBegin()[next++];
-        writer.String(member.name.GetString(), member.name.GetStringLength());
-        return &member.value;
+        const auto member = value->MemberBegin() + next++;
+        writer.String(member->name.GetString(), member->name.GetStringLength());
+        return &member->value;
       }
       writer.EndObject(next);
     } else {
