@@ -38,6 +38,26 @@ std::vector<std::string> Names(CRegistryNode& node) {
   return names;
 }
 
+// Names are compared by several bytes at a time.
+TEST(RegistryNodeTest, TellsLongNamesApartByAnyByte) {
+  std::vector<std::string> names = {std::string(40, 'm')};
+  for (size_t position = 0; position < names[0].size(); ++position) {
+    for (const char other : {'a', '\xE4'}) {
+      std::string name = names[0];
+      name[position] = other;
+      names.push_back(name);
+    }
+    names.push_back(names[0].substr(0, position));
+  }
+  CRegistryNode node;
+  for (const std::string& name : names) {
+    EXPECT_EQ(Put(node, Text(name, "of " + name)), Stored::ADDED) << name;
+  }
+  for (const std::string& name : names) {
+    EXPECT_EQ(Read(node, name), "of " + name);
+  }
+}
+
 TEST(RegistryNodeTest, KeepsValuesAndSubkeysInByteOrder) {
   CRegistryNode node;
   for (const char* name : {"b", "a", "\xC3\xA4", "B", "ab", "", "a b", "1"}) {

@@ -128,14 +128,19 @@ TEST_F(RegistryQueryTest, ReadingIsTracedAtLevel4WithNameAndLength) {
   ExpectLines({{4, "CRegistry::GetValue \"Expand\" --> len 11\n"},
                {4, "CRegistry::GetValue \"Bytes\" --> len 3\n"},
                {4, "CRegistry::GetValue \"Number\" --> len 4\n"},
-               {4, "CRegistry::GetValue \"Text\" --> len 5\n"}},
+               {4, "CRegistry::GetValue \"Text\" --> len 5\n"},
+               {4, "CRegistry::GetValue \"Expand\" --> len 11\n"},
+               {4, "CRegistry::GetValue \"Bytes\" --> len 3\n"},
+               {4, "CRegistry::GetValue \"Number\" --> len 4\n"}},
               [&] {
                 registry.GetValue("Expand");
                 registry.GetValue("Bytes");
                 registry.GetValue("Number");
                 registry.GetValue("Absent");
                 std::string text;
-                registry.QueryValue(text, "Text");
+                for (const char* name : {"Text", "Expand", "Bytes", "Number", "Absent"}) {
+                  registry.QueryValue(text, name);
+                }
               });
 }
 
