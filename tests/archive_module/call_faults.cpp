@@ -19,7 +19,6 @@
 #include <mutex>
 #include <new>
 #include <string_view>
-#include <system_error>
 #include <type_traits>
 
 namespace {
@@ -90,7 +89,6 @@ enum class Failure {
   NULL_POINTER,    // with errno
   ERROR_NUMBER,    // its result
   BAD_ALLOC,       // thrown
-  SYSTEM_ERROR,    // thrown
   DONE_MINUS_ONE,  // as MINUS_ONE, but it is done all the same
 };
 
@@ -120,8 +118,6 @@ struct Stand<NAME, FAILURE, Result(Arguments...)> {
     const int error = errno;
     if constexpr (FAILURE == Failure::BAD_ALLOC) {
       throw std::bad_alloc();
-    } else if constexpr (FAILURE == Failure::SYSTEM_ERROR) {
-      throw std::system_error(error, std::generic_category());
     } else if constexpr (FAILURE == Failure::ERROR_NUMBER) {
       return error;
     } else if constexpr (std::is_pointer_v<Result>) {
@@ -242,10 +238,6 @@ std::vector<Entry>& Table() {
       Standing<"pthread_sigmask", ERROR_NUMBER, int(int, const sigset_t*, sigset_t*)>(EINVAL),
       Standing<"pthread_create", ERROR_NUMBER,
                int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(EAGAIN),
-      // How std::thread gets there, from inside the standard library.
-      Standing<
-          "_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE",
-          SYSTEM_ERROR, void(void*, void*, void*)>(EAGAIN),
       Standing<"pthread_attr_init", ERROR_NUMBER, int(pthread_attr_t*)>(ENOMEM),
       Standing<"pthread_attr_setdetachstate", ERROR_NUMBER, int(pthread_attr_t*, int)>(EINVAL),
       Standing<"pthread_attr_getschedparam", ERROR_NUMBER,
