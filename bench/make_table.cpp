@@ -64,6 +64,7 @@ constexpr Row ROWS[] = {
     {"registry_load_1000_keys",
      "registry: load 100,000 values in 1,000 keys",
      {{0.8, "RapidJSON"}}},
+    {"registry_load_million", "registry: load 1,000,000 values in 1,000 keys", {}},
     {"registry_query_one_key",
      "registry: query a string, 100,000 values in one key",
      {{0.8, "GKeyFile"}}},
@@ -77,14 +78,17 @@ constexpr Row ROWS[] = {
      "registry: construct, open, query and destroy, 100,000 values in 1,000 keys",
      {{1.5, "GKeyFile"}},
      "GKeyFile's query finds the group as well, without a lock or a path. Ours locks each of the 3 "
-     "keys on the way, holds each one so that nobody frees it, and keeps its own copy of the path; "
-     "it allocates nothing for a path of up to 15 characters."},
+     "keys on the way, in 3 times 91 instructions, holds each one so that nobody frees it, and keeps "
+     "its own copy of the path; it allocates nothing for a path of up to 15 characters. A key looks "
+     "first at the subkey that it opened last, as here: another one takes a search."},
     {"registry_save",
      "registry: save 100,000 values, flushed",
      {{0.5, BEST_PEER}, {1.5, LIMIT}},
      "the files lie in memory, so that no disk is in the figures. The limit puts a flushed file with "
-     "the same bytes in the place of the old one, in 5 system calls. Ours also keeps other processes "
-     "out and the old file as a backup, and flushes the directory: 17 system calls."},
+     "the same bytes in the place of the old one, in 5 system calls. Ours makes the bytes, in 120 "
+     "instructions for a value, and writes them 64 KiB at a time. It also keeps other processes out "
+     "and the old file as a backup, and flushes the directory: 16 system calls and the writes."},
+    {"registry_save_million", "registry: save 1,000,000 values in 1,000 keys, flushed", {}},
     {"profile_read",
      "profile string: read the last key of 1,000 lines",
      {{0.05, BEST_PEER}},

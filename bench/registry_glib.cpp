@@ -73,12 +73,14 @@ void Memory(benchmark::State& state) {
 
 BENCHMARK_CAPTURE(Load, one, ONE_KEY)->Name("registry_load_one_key/GKeyFile");
 BENCHMARK_CAPTURE(Load, th, THOUSAND_KEYS)->Name("registry_load_1000_keys/GKeyFile");
+BENCHMARK_CAPTURE(Load, million, MILLION)->Name("registry_load_million/GKeyFile");
 // A query finds the group as well.
 BENCHMARK_CAPTURE(Query, one, ONE_KEY)->Name("registry_open_query_one_key/GKeyFile");
 BENCHMARK_CAPTURE(Query, th, THOUSAND_KEYS)->Name("registry_open_query_1000_keys/GKeyFile");
 BENCHMARK_CAPTURE(Query, one, ONE_KEY)->Name("registry_query_one_key/GKeyFile");
 BENCHMARK_CAPTURE(Query, th, THOUSAND_KEYS)->Name("registry_query_1000_keys/GKeyFile");
 BENCHMARK_CAPTURE(Save, one, ONE_KEY)->Name("registry_save/GKeyFile")->UseRealTime();
+BENCHMARK_CAPTURE(Save, million, MILLION)->Name("registry_save_million/GKeyFile")->UseRealTime();
 BENCHMARK(Memory)->Name("memory_registry_value/GKeyFile")->Iterations(1);
 
 }  // namespace

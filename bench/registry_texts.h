@@ -12,6 +12,7 @@ struct RegistryShape {
 
 constexpr RegistryShape ONE_KEY = {100'000, 1};
 constexpr RegistryShape THOUSAND_KEYS = {100'000, 1000};
+constexpr RegistryShape MILLION = {1'000'000, 1000};
 
 inline std::string KeyName(int key) {
   char name[16];

@@ -1,12 +1,10 @@
 #include "platform/registry/registry.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 
 #include "base/shown_address.h"
 #include "platform/registry/registry_node.h"
-#include "platform/registry/registry_path.h"
 #include "platform/registry/registry_tree.h"
 #include "trace/debug_client.h"
 
@@ -45,14 +43,14 @@ CRegistry::CRegistry(const char* path, const HKEY& root, int32_t access) {
 CRegistry::CRegistry(const CRegistry& other) {
   InitClass();
   m_pNode = other.m_pNode;
-  m_strPath = other.m_strPath;
+  m_oPath = other.m_oPath;
 }
 
 CRegistry& CRegistry::operator=(const CRegistry& other) {
   if (this != &other) {
     InitClass();
     m_pNode = other.m_pNode;
-    m_strPath = other.m_strPath;
+    m_oPath = other.m_oPath;
   }
   return *this;
 }
@@ -101,22 +99,16 @@ int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) 
 
 // Walks down from `node` and makes the key at the end the current one.
 int32_t CRegistry::OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
-  CRegistryPath components(path);
-  for (std::string_view name = components.Next(); node != nullptr && !name.empty();
-       name = components.Next()) {
+  m_oPath.Assign(path);
+  for (std::string_view name = m_oPath.Next(); node != nullptr && !name.empty();
+       name = m_oPath.Next()) {
     node = node->OpenKey(name);
   }
   if (node == nullptr) {
     return CloseAndFail();
   }
-  SetCurrent(path, std::move(node));
-  return REGISTRY_OK;
-}
-
-void CRegistry::SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node) {
-  m_strPath = path;
-  std::replace(m_strPath.begin(), m_strPath.end(), '\\', '/');
   m_pNode = std::move(node);
+  return REGISTRY_OK;
 }
 
 int32_t CRegistry::CloseAndFail() {
@@ -127,7 +119,7 @@ int32_t CRegistry::CloseAndFail() {
 
 void CRegistry::Close() {
   m_pNode.reset();
-  m_strPath.clear();
+  m_oPath = {};
 }
 
 int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
@@ -144,15 +136,16 @@ int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
 // Walks down from `node`, makes what is missing, and makes the key at the end the current one.
 int32_t CRegistry::CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
   const CRegistryChange change;
-  CRegistryPath components(path);
-  for (std::string_view name = components.Next(); node != nullptr && !name.empty();
-       name = components.Next()) {
+  CRegistryPath created(path);
+  for (std::string_view name = created.Next(); node != nullptr && !name.empty();
+       name = created.Next()) {
     node = node->CreateKey(name);
   }
   if (node == nullptr) {
     return REGISTRY_FAILED;
   }
-  SetCurrent(path, std::move(node));
+  m_oPath = std::move(created);
+  m_pNode = std::move(node);
   return REGISTRY_OK;
 }
 

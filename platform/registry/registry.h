@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/registry/registry_entry.h"
+#include "platform/registry/registry_path.h"
 
 class CRegistryNode;
 
@@ -156,7 +157,7 @@ class CRegistry {
   uint32_t GetValueType() const { return m_nValueType; }
   uint32_t GetValueLength() const { return m_nValueLength; }
   // The path last opened, separated by "/".
-  const std::string& GetPath() const { return m_strPath; }
+  const std::string& GetPath() const { return m_oPath.GetText(); }
   HKEY GetKey() const { return m_pNode; }
 
   // Whether reading a REG_EXPAND_SZ expands it; it does by default.
@@ -189,7 +190,6 @@ class CRegistry {
   std::shared_ptr<CRegistryNode> NodeOf(const HKEY& key) const;
   int32_t OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
-  void SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t FollowPointer(std::string_view pointer);
   int32_t CloseAndFail();
   template <typename Read>
@@ -206,7 +206,7 @@ class CRegistry {
   bool m_bExpand = true;
   std::shared_ptr<CRegistryNode> m_pNode;  // the current key; null: none
   RegistryValue m_oValue;                  // the value buffer: what GetValue() read last
-  std::string m_strPath;
+  CRegistryPath m_oPath;                   // the path last opened
 };
 
 // Reads the string value `name` of the pointer key. False, and `text` untouched, when there is

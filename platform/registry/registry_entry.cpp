@@ -93,7 +93,7 @@ void CRegistryEntry::HeadDeleter::operator()(Head* head) const noexcept {
 size_t CRegistryEntry::SizeOf(const Head& head) {
   const size_t payload =
       head.type == REG_KEY ? alignof(Key) - 1 + sizeof(Key) : size_t{head.dataLength} + 1;
-  return AlignUp<alignof(Head)>(sizeof(Head) + head.nameLength + 1 + payload);
+  return AlignUp<alignof(Head)>(sizeof(Head) + head.nameLength + std::max(1 + payload, READABLE));
 }
 
 std::shared_ptr<CRegistryNode>* CRegistryEntry::KeyOf(const Head& head) {

@@ -71,11 +71,20 @@ class CRegistryEntry {
   static CRegistryEntry MakeKey(std::string_view name, std::shared_ptr<CRegistryNode> key,
                                 CRegistryArena* arena = nullptr);
 
+  // So many bytes can be read from any position of a name, its end included, for comparing names by
+  // words. What follows the NUL has no meaning.
+  static constexpr size_t READABLE = 8;
+
   // Both are followed by a NUL and valid until the entry is destroyed. The data of an integer are
   // its 4 bytes, those of a subkey are empty.
   std::string_view GetName() const { return {NameOf(*m_pHead), m_pHead->nameLength}; }
   std::string_view GetData() const {
     return IsKey() ? std::string_view("") : std::string_view(DataOf(*m_pHead), m_pHead->dataLength);
+  }
+
+  // Of a value: its name, a NUL and its data, as they lie in memory.
+  std::string_view GetNameAndData() const {
+    return {NameOf(*m_pHead), size_t{m_pHead->nameLength} + 1 + m_pHead->dataLength};
   }
 
   uint32_t GetType() const { return m_pHead->type; }

@@ -80,16 +80,21 @@ class TemporaryFile {
 
   bool IsOpen() const { return m_oFile.IsOpen(); }
 
-  // Writes the content so that it survives a crash of the machine. False with errno.
-  bool Fill(std::string_view text) {
-    while (!text.empty()) {
+  // Writes the next piece of the content. False with errno.
+  bool Write(std::string_view piece) {
+    while (!piece.empty()) {
       const ssize_t written =
-          RetryInterrupted([&] { return write(m_oFile.Get(), text.data(), text.size()); });
+          RetryInterrupted([&] { return write(m_oFile.Get(), piece.data(), piece.size()); });
       if (written < 0) {
         return false;
       }
-      text.remove_prefix(static_cast<size_t>(written));
+      piece.remove_prefix(static_cast<size_t>(written));
     }
+    return true;
+  }
+
+  // Makes the content survive a crash of the machine. False with errno.
+  bool Finish() {
     return fchmod(m_oFile.Get(), FILE_MODE) == 0 && fsync(m_oFile.Get()) == 0 && m_oFile.Close();
   }
 
@@ -171,6 +176,27 @@ bool Replace(TemporaryFile& temporary) {
   }
 }
 
+// Writes the content to the file. The path to blame when that fails, with errno, else null.
+const char* Fill(TemporaryFile& file, const RegistryFileContent& content) {
+  size_t size = 0;
+  int error = 0;
+  content([&](std::string_view piece) {
+    size += piece.size();
+    if (error == 0 && size <= LONGEST_REGISTRY_FILE && !file.Write(piece)) {
+      error = errno;
+    }
+  });
+  if (size > LONGEST_REGISTRY_FILE) {
+    errno = EFBIG;
+    return REGISTRY_FILE;
+  }
+  if (error != 0) {
+    errno = error;
+    return REGISTRY_TEMPORARY_FILE;
+  }
+  return file.Finish() ? nullptr : REGISTRY_TEMPORARY_FILE;
+}
+
 RegistrySave TraceFailure(const char* path, RegistrySave result = RegistrySave::FAILED) {
   const int error = errno;
   DEBUG_TRACE(1, "CRegistry: ERROR: Cannot save \"%s\": %s\n", path, std::strerror(error));
@@ -213,11 +239,7 @@ CRegistryLock::~CRegistryLock() {
   }
 }
 
-RegistrySave SaveRegistryFile(const std::string& text) {
-  if (text.size() > LONGEST_REGISTRY_FILE) {
-    errno = EFBIG;
-    return TraceFailure(REGISTRY_FILE);
-  }
+RegistrySave SaveRegistryFile(const RegistryFileContent& content) {
   const CRegistryLock lock(RegistryUse::SAVE);
   if (!lock.IsHeld() && CanMakeFiles()) {
     errno = lock.GetError();
@@ -232,8 +254,8 @@ RegistrySave SaveRegistryFile(const std::string& text) {
   if (!directory.IsOpen()) {
     return TraceFailure(REGISTRY_DIRECTORY);
   }
-  if (!temporary.Fill(text)) {
-    return TraceFailure(REGISTRY_TEMPORARY_FILE);
+  if (const char* const failed = Fill(temporary, content)) {
+    return TraceFailure(failed);
   }
   if (!Replace(temporary)) {
     return TraceFailure(REGISTRY_FILE);

@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <cstddef>
-#include <string>
+#include <functional>
+
+#include "platform/registry/registry_text.h"
 
 // The files of the registry, and the one that processes lock while they save it.
 constexpr char REGISTRY_DIRECTORY[] = "/etc/qamrel";
@@ -52,12 +54,16 @@ enum class RegistrySave {
   FAILED        // the current file is as before, and the temporary file gone
 };
 
-// Makes `text` the current registry file: writes it to the temporary file, flushes it to the disk,
-// moves the current file to the backup (unless it is missing, empty or no regular file) and the
-// temporary file to the current one. A crash at any instant leaves the old or the new content,
+// Hands the content of a file to the sink, piece by piece.
+using RegistryFileContent = std::function<void(const RegistryTextSink& sink)>;
+
+// Makes `content` the current registry file: writes it to the temporary file, flushes it to the
+// disk, moves the current file to the backup (unless it is missing, empty or no regular file) and
+// the temporary file to the current one. A crash at any instant leaves the old or the new content,
 // whole, as current file or backup. Other processes that save meanwhile are waited for, two seconds
-// at most; then the save fails. Failures are traced, with the reason.
-RegistrySave SaveRegistryFile(const std::string& text);
+// at most; then the save fails. Failures are traced, with the reason. What `content` throws ends
+// the save, and all files are as before.
+RegistrySave SaveRegistryFile(const RegistryFileContent& content);
 
 // Repeats the flush that a save lacked (RegistrySave::NOT_FLUSHED). False, with the reason traced,
 // when it fails again.

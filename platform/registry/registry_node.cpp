@@ -1,10 +1,9 @@
 #include "platform/registry/registry_node.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 #include <utility>
 
+#include "platform/registry/registry_name.h"
 #include "trace/debug_client.h"
 
 namespace {
@@ -52,38 +51,6 @@ void KeepLastOfEachName(std::vector<CRegistryEntry>& entries,
   entries.erase(kept, entries.end());
 }
 
-// Eight bytes of a name, the first one in the lowest bits.
-uint64_t WordAt(std::string_view name, size_t position) {
-  static_assert(std::endian::native == std::endian::little);
-  uint64_t word = 0;
-  std::memcpy(&word, name.data() + position, sizeof(word));
-  return word;
-}
-
-// The position of the first byte that differs, or the length of the shorter name. The names are
-// known to be the same before `start`.
-size_t FindDifference(std::string_view left, std::string_view right, size_t start) {
-  const size_t end = std::min(left.size(), right.size());
-  if (end < sizeof(uint64_t)) {
-    while (start < end && left[start] == right[start]) {
-      ++start;
-    }
-    return start;
-  }
-  // The last word ends with the shorter name and may begin before `start`.
-  const size_t last = end - sizeof(uint64_t);
-  for (size_t position = std::min(start, last);;
-       position = std::min(position + sizeof(uint64_t), last)) {
-    const uint64_t difference = WordAt(left, position) ^ WordAt(right, position);
-    if (difference != 0) {
-      return position + static_cast<size_t>(std::countr_zero(difference)) / 8;
-    }
-    if (position == last) {
-      return end;
-    }
-  }
-}
-
 // Whether deleting the entry frees anything: integers and deleted keys have nothing.
 bool HasPayload(const CRegistryEntry& entry) {
   return entry.IsKey() ? entry.GetKey() != nullptr : entry.GetType() != REG_DWORD;
@@ -107,7 +74,7 @@ void CRegistryNode::Clear() {
 
 std::shared_ptr<CRegistryNode> CRegistryNode::OpenKey(std::string_view name) {
   const CCriticalSectionGuard guard(m_oLock);
-  const CRegistryEntry* entry = Find(name);
+  const CRegistryEntry* entry = FindAgain(name);
   if (entry == nullptr || !entry->IsKey()) {
     return nullptr;
   }
@@ -281,32 +248,46 @@ void CRegistryNode::FreeEntries(bool isTraced) {
   }
 }
 
-// A binary search. A prefix shared by two names is shared by all between them, so a comparison
-// starts after what the nearest entries on both sides are known to share with the name.
+// A binary search that compares eight bytes of the names at a time, from where they may differ on.
+// Only when a candidate has the same eight bytes is the rest compared; then the search goes on
+// after what the name is known to share with all entries that are left.
 CRegistryNode::Position CRegistryNode::Search(std::string_view name) {
+  const auto entries = m_oEntries.begin();
   size_t low = 0;
   size_t high = m_oEntries.size();
-  size_t sharedWithLow = 0;
-  size_t sharedWithHigh = 0;
+  CRegistryNameWindow window(name, 0);
   while (low != high) {
     const size_t middle = (low + high) / 2;
-    const std::string_view candidate = m_oEntries[middle].GetName();
-    const size_t shared = FindDifference(candidate, name, std::min(sharedWithLow, sharedWithHigh));
-    const bool isWhole = shared == name.size();
-    if (isWhole && shared == candidate.size()) {
-      return {m_oEntries.begin() + static_cast<std::ptrdiff_t>(middle), true};
+    const CRegistryEntry& candidate = m_oEntries[middle];
+    const uint64_t word = window.Of(candidate);
+    if (word < window.Get()) {
+      low = middle + 1;
+      continue;
     }
+    if (word > window.Get()) {
+      high = middle;
+      continue;
+    }
+    const std::string_view found = candidate.GetName();
+    const size_t shared =
+        window.HoldsEndOfName() ? name.size() : FindNameDifference(found, name, window.GetEnd());
+    const bool isWhole = shared == name.size();
+    if (isWhole && shared == found.size()) {
+      return {entries + static_cast<std::ptrdiff_t>(middle), true};
+    }
+    // What the first and the last entry share is shared by all between them.
+    const size_t common = FindNameDifference(m_oEntries[low].GetName(),
+                                             m_oEntries[high - 1].GetName(), window.GetStart());
     // A candidate that ends here has a NUL here, which comes before any byte of a name.
     if (!isWhole &&
-        static_cast<uint8_t>(candidate.data()[shared]) < static_cast<uint8_t>(name[shared])) {
+        static_cast<uint8_t>(found.data()[shared]) < static_cast<uint8_t>(name[shared])) {
       low = middle + 1;
-      sharedWithLow = shared;
     } else {
       high = middle;
-      sharedWithHigh = shared;
     }
+    window = CRegistryNameWindow(name, std::min(shared, common));
   }
-  return {m_oEntries.begin() + static_cast<std::ptrdiff_t>(low), false};
+  return {entries + static_cast<std::ptrdiff_t>(low), false};
 }
 
 // Null for a dead key.
@@ -316,6 +297,18 @@ CRegistryEntry* CRegistryNode::Find(std::string_view name) {
   }
   const auto [position, isTaken] = Search(name);
   return isTaken ? &*position : nullptr;
+}
+
+// As Find(), but looks first at the entry that was found last: paths begin with the same keys.
+CRegistryEntry* CRegistryNode::FindAgain(std::string_view name) {
+  if (!m_bDead && m_nFoundLast < m_oEntries.size() && m_oEntries[m_nFoundLast].GetName() == name) {
+    return &m_oEntries[m_nFoundLast];
+  }
+  CRegistryEntry* const entry = Find(name);
+  if (entry != nullptr) {
+    m_nFoundLast = static_cast<size_t>(entry - m_oEntries.data());
+  }
+  return entry;
 }
 
 void KillRegistryKeys(const std::vector<CRegistryEntry>& entries) {

@@ -103,11 +103,13 @@ class CRegistryNode {
 
   Position Search(std::string_view name);
   CRegistryEntry* Find(std::string_view name);
+  CRegistryEntry* FindAgain(std::string_view name);
   bool Kill(CRegistryNode* outer);
   void FreeEntries(bool isTraced);
 
   CCriticalSection m_oLock;
   std::vector<CRegistryEntry> m_oEntries;
+  size_t m_nFoundLast = 0;  // where OpenKey() found an entry; others may be there now
   std::atomic<uint64_t> m_nGeneration = 1;
   bool m_bDead = false;
   // Of a dead key, while it is being freed.

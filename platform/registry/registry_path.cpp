@@ -1,6 +1,7 @@
 #include "platform/registry/registry_path.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -24,11 +25,21 @@ size_t FindRegistrySeparator(std::string_view path) {
                                  : std::string_view::npos;
 }
 
-std::string_view CRegistryPath::Next() {
-  while (!m_strRest.empty() && IsSeparator(m_strRest.front())) {
-    m_strRest.remove_prefix(1);
+void CRegistryPath::Assign(std::string_view path) {
+  m_strText = path;
+  m_nNext = 0;
+  for (size_t position = m_strText.find('\\'); position != std::string::npos;
+       position = m_strText.find('\\', position + 1)) {
+    m_strText[position] = '/';
   }
-  const std::string_view component = m_strRest.substr(0, FindRegistrySeparator(m_strRest));
-  m_strRest.remove_prefix(component.size());
-  return component;
+}
+
+std::string_view CRegistryPath::Next() {
+  const char* begin = m_strText.c_str() + m_nNext;
+  while (*begin == '/') {
+    ++begin;
+  }
+  const char* const end = strchrnul(begin, '/');
+  m_nNext = static_cast<size_t>(end - m_strText.c_str());
+  return {begin, end};
 }

@@ -4,10 +4,10 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
+#include <limits>
 #include <memory>
-#include <system_error>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -150,114 +150,158 @@ class Parser {
 
 constexpr char HEXADECIMAL[] = "0123456789abcdef";
 constexpr size_t BYTE_WIDTH = 3;  // two digits and a blank
-constexpr size_t LONGEST_MARKER = 4;
 
-// Collects lines, so that the text grows by many at once.
+// Collects lines in large blocks.
 class LineBuffer {
  public:
-  explicit LineBuffer(std::string& text) : m_strText(text) {}
+  LineBuffer() = default;
   LineBuffer(const LineBuffer&) = delete;
   LineBuffer& operator=(const LineBuffer&) = delete;
 
-  // The place of the next line, with room for the longest one, another marker and a line end.
-  char* Room() {
-    constexpr size_t NEEDED = REGISTRY_LINE_LENGTH + LONGEST_MARKER + 1;
-    if (static_cast<size_t>(m_oBytes.data() + m_oBytes.size() - m_pEnd) < NEEDED) {
-      Flush();
+  // Writes a line of these parts, of REGISTRY_LINE_LENGTH bytes at most. Inlined, since the size of
+  // some is known then.
+  template <typename... Parts>
+  [[gnu::always_inline]] void Write(const Parts&... parts) {
+    if (m_pEnd > m_pBytes.get() + BLOCK_SIZE - (REGISTRY_LINE_LENGTH + 1)) {
+      StartBlock();
     }
-    return m_pEnd;
-  }
-  // Takes the bytes that were written there up to `end`.
-  void Take(char* end) { m_pEnd = end; }
-
-  void Write(std::string_view line) {
-    char* const end = std::copy(line.begin(), line.end(), Room());
+    char* end = m_pEnd;
+    ((end = std::copy_n(parts.data(), parts.size(), end)), ...);
     *end = '\n';
-    Take(end + 1);
+    m_pEnd = end + 1;
   }
 
-  void Flush() {
-    m_strText.append(m_oBytes.data(), static_cast<size_t>(m_pEnd - m_oBytes.data()));
-    m_pEnd = m_oBytes.data();
+  // Hands out the blocks that are full. Not to be called under the lock of a key: nobody could read
+  // it while the sink waits for a disk.
+  void HandOutFullBlocks(const RegistryTextSink& sink) {
+    for (Block& block : m_oFullBlocks) {
+      sink({block.bytes.get(), block.size});
+      m_pSpare = std::move(block.bytes);
+    }
+    m_oFullBlocks.clear();
+  }
+
+  void HandOutAll(const RegistryTextSink& sink) {
+    HandOutFullBlocks(sink);
+    sink({m_pBytes.get(), m_pEnd});
+    m_pEnd = m_pBytes.get();
   }
 
  private:
-  std::string& m_strText;
-  std::array<char, 8192> m_oBytes;
-  char* m_pEnd = m_oBytes.data();
+  static constexpr size_t BLOCK_SIZE = 65'536;
+
+  struct Block {
+    std::unique_ptr<char[]> bytes;
+    size_t size;
+  };
+
+  static std::unique_ptr<char[]> MakeBytes() {
+    return std::unique_ptr<char[]>(new char[BLOCK_SIZE]);
+  }
+
+  void StartBlock() {
+    const auto size = static_cast<size_t>(m_pEnd - m_pBytes.get());
+    std::unique_ptr<char[]> next = m_pSpare != nullptr ? std::move(m_pSpare) : MakeBytes();
+    m_oFullBlocks.push_back({std::move(m_pBytes), size});
+    m_pBytes = std::move(next);
+    m_pEnd = m_pBytes.get();
+  }
+
+  std::vector<Block> m_oFullBlocks;
+  std::unique_ptr<char[]> m_pBytes = MakeBytes();  // of the block that is being filled
+  char* m_pEnd = m_pBytes.get();
+  std::unique_ptr<char[]> m_pSpare;  // for the next block; null: none
 };
 
-char* Append(std::string_view bytes, char* end) { return end + bytes.copy(end, bytes.size()); }
+bool Holds(std::string_view text, char byte) { return text.find(byte) != std::string_view::npos; }
 
-char* AppendBytes(std::string_view bytes, char* end) {
-  for (const char byte : bytes) {
+bool IsReadAsOneLine(std::string_view line) {
+  return line.size() <= REGISTRY_LINE_LENGTH && !Holds(line, '\n');
+}
+
+bool IsReadAsKey(std::string_view name, std::string_view data) {
+  return name.starts_with('[') && (Holds(name, ']') || Holds(data, ']'));
+}
+
+// How many bytes of data a line has room for; nothing when it has no room for the name.
+std::optional<size_t> RoomAfter(std::string_view name, std::string_view marker) {
+  const size_t taken = name.size() + marker.size();
+  return taken <= REGISTRY_LINE_LENGTH ? std::optional(REGISTRY_LINE_LENGTH - taken) : std::nullopt;
+}
+
+// Writes a value, unless its name could not be read back. The data hold no line end.
+void WriteLine(std::string_view name, std::string_view marker, std::string_view data,
+               LineBuffer& lines) {
+  if (!Holds(name, '\n') && !IsReadAsKey(name, data)) {
+    lines.Write(name, marker, data);
+  }
+}
+
+// A string that may have to be cut, at its first line end or where the line would be too long.
+[[gnu::noinline]] void WriteAnyString(const CRegistryEntry& entry, std::string_view marker,
+                                      LineBuffer& lines) {
+  const std::string_view name = entry.GetName();
+  if (const std::optional<size_t> room = RoomAfter(name, marker)) {
+    const std::string_view data = entry.GetData();
+    WriteLine(name, marker, data.substr(0, std::min(data.find('\n'), *room)), lines);
+  }
+}
+
+// Most strings are written as they are, after one search for a line end in the name and the data.
+template <size_t SIZE>
+void WriteString(const CRegistryEntry& entry, const char (&marker)[SIZE], LineBuffer& lines) {
+  constexpr std::string_view::size_type LENGTH = SIZE - 1;
+  const std::string_view both = entry.GetNameAndData();
+  if (both.size() + LENGTH > REGISTRY_LINE_LENGTH || both.front() == '[' || Holds(both, '\n')) {
+    WriteAnyString(entry, marker, lines);
+    return;
+  }
+  const size_t nameLength = entry.GetName().size();
+  lines.Write(std::string_view(both.data(), nameLength), std::string_view(marker, LENGTH),
+              std::string_view(both.data() + nameLength + 1, both.size() - nameLength - 1));
+}
+
+// Left out when the line has no room for all digits.
+void WriteInteger(const CRegistryEntry& entry, LineBuffer& lines) {
+  constexpr std::string_view MARKER = "=d=";
+  const std::optional<size_t> room = RoomAfter(entry.GetName(), MARKER);
+  std::array<char, std::numeric_limits<int32_t>::digits10 + 2> digits;
+  const char* const end = std::to_chars(digits.begin(), digits.end(), entry.GetInteger()).ptr;
+  const std::string_view data(digits.data(), static_cast<size_t>(end - digits.data()));
+  if (room && data.size() <= *room) {
+    WriteLine(entry.GetName(), MARKER, data, lines);
+  }
+}
+
+void WriteBinary(const CRegistryEntry& entry, LineBuffer& lines) {
+  constexpr std::string_view MARKER = "=b=";
+  const std::optional<size_t> room = RoomAfter(entry.GetName(), MARKER);
+  if (!room) {
+    return;
+  }
+  std::array<char, REGISTRY_LINE_LENGTH> bytes;
+  char* end = bytes.data();
+  for (const char byte : entry.GetData().substr(0, *room / BYTE_WIDTH)) {
     const auto bits = static_cast<uint8_t>(byte);
     *end++ = HEXADECIMAL[bits >> 4];
     *end++ = HEXADECIMAL[bits & 0xF];
     *end++ = ' ';
   }
-  return end;
-}
-
-char* AppendMarker(uint32_t type, char* end) {
-  switch (type) {
-    case REG_SZ:
-      return Append("=s=", end);
-    case REG_EXPAND_SZ:
-      return Append("=es=", end);
-    case REG_DWORD:
-      return Append("=d=", end);
-    default:
-      return Append("=b=", end);
-  }
-}
-
-// Writes what of the data fits before `limit` and returns its end; null for an integer that does
-// not fit.
-char* AppendData(const CRegistryEntry& entry, char* end, char* limit) {
-  const auto room = static_cast<size_t>(limit - end);
-  switch (entry.GetType()) {
-    case REG_DWORD: {
-      const auto [digitsEnd, error] = std::to_chars(end, limit, entry.GetInteger());
-      return error == std::errc() ? digitsEnd : nullptr;
-    }
-    case REG_BINARY:
-      return AppendBytes(entry.GetData().substr(0, room / BYTE_WIDTH), end);
-    default:
-      return Append(entry.GetData().substr(0, room), end);
-  }
-}
-
-bool IsReadAsOneLine(std::string_view line) {
-  return line.size() <= REGISTRY_LINE_LENGTH && line.find('\n') == std::string_view::npos;
-}
-
-bool IsReadAsKey(std::string_view line) {
-  return line.starts_with('[') && line.find(']') != std::string_view::npos;
+  WriteLine(entry.GetName(), MARKER, {bytes.data(), end}, lines);
 }
 
 // Writes the line of the value, unless it could not be read back.
 void WriteValue(const CRegistryEntry& entry, LineBuffer& lines) {
-  const std::string_view name = entry.GetName();
-  if (name.size() > REGISTRY_LINE_LENGTH) {
-    return;
+  switch (entry.GetType()) {
+    case REG_SZ:
+      return WriteString(entry, "=s=", lines);
+    case REG_EXPAND_SZ:
+      return WriteString(entry, "=es=", lines);
+    case REG_DWORD:
+      return WriteInteger(entry, lines);
+    default:
+      return WriteBinary(entry, lines);
   }
-  char* const line = lines.Room();
-  char* const limit = line + REGISTRY_LINE_LENGTH;
-  char* const data = AppendMarker(entry.GetType(), Append(name, line));
-  char* end = data <= limit ? AppendData(entry, data, limit) : nullptr;
-  if (end == nullptr) {
-    return;
-  }
-  // One search for the name and the data: a name with a line end is left out, a string is cut.
-  if (void* const lineEnd = std::memchr(line, '\n', static_cast<size_t>(end - line))) {
-    end = static_cast<char*>(lineEnd);
-  }
-  if (end < data || IsReadAsKey({line, end})) {
-    return;
-  }
-  *end = '\n';
-  lines.Take(end + 1);
 }
 
 std::string HeaderOf(std::string_view name) {
@@ -290,24 +334,28 @@ bool ParseRegistryText(std::string_view text, CRegistryNode& node) {
   return Parser(text).Run(node);
 }
 
-std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize) {
-  std::string text;
-  text.reserve(expectedSize);
-  LineBuffer lines(text);
+void WriteRegistryText(CRegistryNode& node, const RegistryTextSink& sink) {
+  LineBuffer lines;
   std::vector<std::vector<Subkey>>
       levels;  // what is left to write, from the outermost to the innermost
   levels.push_back(WriteValues(node, lines));
   while (!levels.empty()) {
     if (levels.back().empty()) {
       levels.pop_back();
-      lines.Write("");
+      lines.Write();
       continue;
     }
     const Subkey subkey = std::move(levels.back().back());
     levels.back().pop_back();
     lines.Write(subkey.header);
     levels.push_back(WriteValues(*subkey.key, lines));
+    lines.HandOutFullBlocks(sink);
   }
-  lines.Flush();
+  lines.HandOutAll(sink);
+}
+
+std::string WriteRegistryText(CRegistryNode& node) {
+  std::string text;
+  WriteRegistryText(node, [&](std::string_view piece) { text += piece; });
   return text;
 }

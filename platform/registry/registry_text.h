@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -24,13 +25,17 @@ constexpr size_t REGISTRY_LINE_LENGTH = 1023;
 // and then stores nothing.
 bool ParseRegistryText(std::string_view text, CRegistryNode& node);
 
-// The node as such a text, values before subkeys, each node closed by an empty line. Deleted keys
-// are left out. A key that another thread changes meanwhile is written as before or after the
-// change. Throws std::bad_alloc.
+// Takes the next piece of a text; it is valid during the call.
+using RegistryTextSink = std::function<void(std::string_view piece)>;
+
+// Hands out the node as such a text, values before subkeys, each node closed by an empty line.
+// Deleted keys are left out. A key that another thread changes meanwhile is written as before or
+// after the change. No key is locked while `sink` runs. Throws std::bad_alloc, and what `sink`
+// throws.
 //
 // What is written can be read back: a string is cut at its first line end, strings and bytes where
 // the line would exceed REGISTRY_LINE_LENGTH. An entry is left out when its name could not be read
 // back: it holds a line end, is too long, or makes the line look like the header of a key.
-//
-// Quickest when `expectedSize` is not far below the size of the text.
-std::string WriteRegistryText(CRegistryNode& node, size_t expectedSize = 0);
+void WriteRegistryText(CRegistryNode& node, const RegistryTextSink& sink);
+// As above, in one piece.
+std::string WriteRegistryText(CRegistryNode& node);

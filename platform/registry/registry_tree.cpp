@@ -311,9 +311,8 @@ bool CRegistryTree::WriteTree() {
   MIsDirty = false;
   RegistrySave result = RegistrySave::FAILED;
   try {
-    const std::string text = WriteRegistryText(m_oTop, m_nTextSize + m_nTextSize / 8);
-    m_nTextSize = text.size();
-    result = SaveRegistryFile(text);
+    result =
+        SaveRegistryFile([this](const RegistryTextSink& sink) { WriteRegistryText(m_oTop, sink); });
   } catch (...) {
     MIsDirty = true;
     throw;

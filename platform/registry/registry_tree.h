@@ -85,7 +85,6 @@ class CRegistryTree {
   std::atomic<bool> MIsSetup = false;
   std::atomic<bool> m_bUnflushed = false;  // the files are saved, but for their directory
   bool m_bUnread = false;                  // the current file exists and could not be read
-  size_t m_nTextSize = 0;                  // bytes of the last save
   std::string m_strLoaded;                 // the tree as loaded without that file, as text
 };
 

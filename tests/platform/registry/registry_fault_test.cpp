@@ -13,6 +13,7 @@
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_tree.h"
+#include "tests/platform/registry/saved_text.h"
 #include "tests/support/fault_plan.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
@@ -177,7 +178,7 @@ TEST_P(RegistryFaultTest, FailureBeforeTheFlushOfTheDirectoryLeavesTheCurrentFil
     FaultPlan plan(m_nError, [failing](size_t index, const std::string&) {
       return index == failing ? Outcome::FAILED : Outcome::DONE;
     });
-    EXPECT_EQ(SaveRegistryFile("new"), RegistrySave::FAILED);
+    EXPECT_EQ(SaveRegistryText("new"), RegistrySave::FAILED);
     EXPECT_EQ(ReadFile(REGISTRY_FILE),
               m_oStart.current != nullptr ? m_oStart.current : "(missing)");
   }
@@ -190,7 +191,7 @@ TEST(RegistryFaultTraceTest, LineNamesTheFileAndTheReason) {
     FaultPlan plan(error, [name](size_t, const std::string& call) {
       return call == name ? Outcome::FAILED : Outcome::DONE;
     });
-    EXPECT_EQ(SaveRegistryFile("new"), RegistrySave::FAILED);
+    EXPECT_EQ(SaveRegistryText("new"), RegistrySave::FAILED);
     return session.Texts();
   };
   EXPECT_THAT(
@@ -212,7 +213,7 @@ TEST(RegistryFaultTraceTest, DirectoryThatCannotBeFlushedIsNamed) {
   FaultPlan plan(EIO, [&flushes](size_t, const std::string& call) {
     return call == "fsync" && ++flushes == 2 ? Outcome::FAILED : Outcome::DONE;
   });
-  EXPECT_EQ(SaveRegistryFile("new"), RegistrySave::NOT_FLUSHED);
+  EXPECT_EQ(SaveRegistryText("new"), RegistrySave::NOT_FLUSHED);
   EXPECT_THAT(session.Texts(),
               ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel\": Input/output error\n"));
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "new");
@@ -257,7 +258,7 @@ class RegistryWriteTest : public RegistryFilesTest {
 TEST_F(RegistryWriteTest, PartialWritesAreContinued) {
   FaultPlan plan(0, [](size_t, const std::string&) { return Outcome::DONE; });
   plan.WriteByteByByte();
-  EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText("new text"), RegistrySave::DONE);
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "new text");
   EXPECT_THAT(plan.GetCalls(), Contains("write").Times(8));
 }
@@ -268,7 +269,7 @@ TEST_F(RegistryWriteTest, InterruptedWritesAreRepeated) {
     return call == "write" && ++writes % 3 != 0 ? Outcome::FAILED : Outcome::DONE;
   });
   plan.WriteByteByByte();
-  EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText("new text"), RegistrySave::DONE);
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "new text");
   EXPECT_EQ(writes, 24U);
 }
@@ -279,9 +280,30 @@ TEST_F(RegistryWriteTest, FailureAfterAPartialWriteLeavesTheOldFile) {
     return call == "write" && ++writes == 4 ? Outcome::FAILED : Outcome::DONE;
   });
   plan.WriteByteByByte();
-  EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::FAILED);
+  EXPECT_EQ(SaveRegistryText("new text"), RegistrySave::FAILED);
   EXPECT_EQ(ReadFile(REGISTRY_FILE), OLD_TREE);
   EXPECT_FALSE(Exists(REGISTRY_BACKUP_FILE));
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
+}
+
+TEST_F(RegistryWriteTest, FailureOfAPieceLeavesTheOldFileAndEndsTheWriting) {
+  const TraceSession session(1);
+  size_t writes = 0;
+  FaultPlan plan(ENOSPC, [&writes](size_t, const std::string& call) {
+    return call == "write" && ++writes == 2 ? Outcome::FAILED : Outcome::DONE;
+  });
+  EXPECT_EQ(SaveRegistryFile([](const RegistryTextSink& sink) {
+              for (const char* piece : {"one", "two", "three"}) {
+                sink(piece);
+              }
+            }),
+            RegistrySave::FAILED);
+  EXPECT_EQ(writes, 2U);
+  EXPECT_THAT(
+      session.Texts(),
+      ElementsAre("CRegistry: ERROR: Cannot save \"/etc/qamrel/registry.new\": No space left "
+                  "on device\n"));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), OLD_TREE);
   EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }
 
@@ -299,7 +321,7 @@ TEST_F(RegistryWriteTest, ProgramsThatAreStartedMeanwhileInheritNoDescriptor) {
     EXPECT_EQ(CountInheritedDescriptors(), before);
     return Outcome::DONE;
   });
-  EXPECT_EQ(SaveRegistryFile("new text"), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText("new text"), RegistrySave::DONE);
 }
 
 // A flush that comes after the rename would let a crash of the machine leave an empty file.

@@ -7,10 +7,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <new>
 #include <ostream>
 
 #include "platform/registry/registry.h"
 #include "platform/registry/registry_tree.h"
+#include "tests/platform/registry/saved_text.h"
 #include "tests/support/descriptor_count.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
@@ -286,30 +288,42 @@ TEST_F(RegistryFileTest, DirectoryInThePlaceOfTheBackupKeepsTheTreeFromBeingSave
 }
 
 TEST_F(RegistryFileTest, SavingATextTellsWhetherItWorked) {
-  EXPECT_EQ(SaveRegistryFile("one"), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText("one"), RegistrySave::DONE);
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
   fs::create_directory(REGISTRY_BACKUP_FILE);
-  EXPECT_EQ(SaveRegistryFile("two"), RegistrySave::FAILED);
+  EXPECT_EQ(SaveRegistryText("two"), RegistrySave::FAILED);
   fs::create_directory(REGISTRY_TEMPORARY_FILE);
-  EXPECT_EQ(SaveRegistryFile("two"), RegistrySave::FAILED);
+  EXPECT_EQ(SaveRegistryText("two"), RegistrySave::FAILED);
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
 }
 
 TEST_F(RegistryFileTest, TextOfMoreThan64MebibytesIsNotSaved) {
-  EXPECT_EQ(SaveRegistryFile("one"), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText("one"), RegistrySave::DONE);
   const TraceSession session(1);
   std::string text(LONGEST_REGISTRY_FILE + 1, 'x');
-  EXPECT_EQ(SaveRegistryFile(text), RegistrySave::FAILED);
+  EXPECT_EQ(SaveRegistryText(text), RegistrySave::FAILED);
   EXPECT_THAT(session.Texts(),
               testing::ElementsAre(
                   "CRegistry: ERROR: Cannot save \"/etc/qamrel/registry\": File too large\n"));
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
   text.pop_back();
-  EXPECT_EQ(SaveRegistryFile(text), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText(text), RegistrySave::DONE);
+}
+
+TEST_F(RegistryFileTest, ContentThatThrowsLeavesTheFilesAndTheNextSaveFree) {
+  EXPECT_EQ(SaveRegistryText("one"), RegistrySave::DONE);
+  const auto throwing = [](const RegistryTextSink& sink) {
+    sink("half");
+    throw std::bad_alloc();
+  };
+  EXPECT_THROW(SaveRegistryFile(throwing), std::bad_alloc);
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), "one");
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
+  EXPECT_EQ(SaveRegistryText("two"), RegistrySave::DONE);
 }
 
 TEST_F(RegistryFileTest, EmptyTextCanBeSaved) {
-  EXPECT_EQ(SaveRegistryFile(""), RegistrySave::DONE);
+  EXPECT_EQ(SaveRegistryText(""), RegistrySave::DONE);
   EXPECT_EQ(ReadFile(REGISTRY_FILE), "");
 }
 

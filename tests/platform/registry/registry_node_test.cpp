@@ -123,6 +123,20 @@ TEST(RegistryNodeTest, StoreHandsTheReplacedEntryOut) {
   EXPECT_THAT(Names(node), SizeIs(1));
 }
 
+// The key that was opened last is looked for where it was.
+TEST(RegistryNodeTest, OpenKeyFindsAKeyThatHasMoved) {
+  CRegistryNode node;
+  const auto key = node.CreateKey("m");
+  EXPECT_EQ(node.OpenKey("m"), key);
+  Put(node, Text("a"));
+  EXPECT_EQ(node.OpenKey("m"), key);
+  Entries removed;
+  node.Remove("a", removed);
+  EXPECT_EQ(node.OpenKey("m"), key);
+  node.Remove("m", removed);
+  EXPECT_EQ(node.OpenKey("m"), nullptr);
+}
+
 TEST(RegistryNodeTest, CreateKeyOpensAnExistingKey) {
   CRegistryNode node;
   const auto key = node.CreateKey("name");

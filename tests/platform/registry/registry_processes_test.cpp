@@ -24,6 +24,7 @@
 #include "platform/registry/registry_file.h"
 #include "platform/registry/registry_text.h"
 #include "platform/registry/registry_tree.h"
+#include "tests/platform/registry/saved_text.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
@@ -142,7 +143,7 @@ TEST_F(RegistryProcessesTest, SaveLeavesALockFileThatOnlyItsOwnerOpensAndNoLock)
 TEST_F(RegistryProcessesTest, SaveWithoutALockFileFailsAndNamesIt) {
   std::filesystem::create_directory(REGISTRY_LOCK_FILE);
   const TraceSession session(1);
-  EXPECT_EQ(SaveRegistryFile("text"), RegistrySave::FAILED);
+  EXPECT_EQ(SaveRegistryText("text"), RegistrySave::FAILED);
   EXPECT_EQ(session.Texts(),
             std::vector<std::string>{
                 "CRegistry: ERROR: Cannot save \"/etc/qamrel/registry.lock\": Is a directory\n"});
@@ -151,14 +152,14 @@ TEST_F(RegistryProcessesTest, SaveWithoutALockFileFailsAndNamesIt) {
 TEST_F(RegistryProcessesTest, SaveFollowsNoLinkInPlaceOfTheLockFile) {
   const std::string target = std::string(REGISTRY_LOCK_FILE) + ".target";
   std::filesystem::create_symlink(target, REGISTRY_LOCK_FILE);
-  EXPECT_EQ(SaveRegistryFile("text"), RegistrySave::FAILED);
+  EXPECT_EQ(SaveRegistryText("text"), RegistrySave::FAILED);
   EXPECT_FALSE(std::filesystem::exists(target));
 }
 
 TEST_F(RegistryProcessesTest, SaveNeedsNoLockWhereTheFileSystemHasNone) {
   for (const int error : {ENOLCK, EOPNOTSUPP}) {
     const auto refusal = calls::flock.Fail(error);
-    EXPECT_EQ(SaveRegistryFile(strerror(error)), RegistrySave::DONE);
+    EXPECT_EQ(SaveRegistryText(strerror(error)), RegistrySave::DONE);
     EXPECT_EQ(ReadFile(REGISTRY_FILE), strerror(error));
     EXPECT_GT(refusal.GetCount(), 0);
   }

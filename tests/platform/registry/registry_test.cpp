@@ -72,6 +72,14 @@ TEST_F(RegistryTest, ConstructionFromAPathOpensIt) {
   EXPECT_EQ(QueryHome(registry), "expanded");
 }
 
+TEST_F(RegistryTest, OpensTheKeyOfItsOwnPath) {
+  WriteTree(TREE);
+  CRegistry registry("Software\\Talvor", HKEY_LOCAL_MACHINE);
+  EXPECT_EQ(registry.Open(registry.GetPath().c_str(), HKEY_LOCAL_MACHINE), REGISTRY_OK);
+  EXPECT_EQ(registry.GetPath(), "Software/Talvor");
+  EXPECT_EQ(QueryHome(registry), "expanded");
+}
+
 TEST_F(RegistryTest, ConstructionFromAMissingPathKeepsTheFailureAsStatus) {
   const CRegistry registry("Software", HKEY_LOCAL_MACHINE, -1);
   EXPECT_EQ(registry.GetStatus(), REGISTRY_FAILED);

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -100,6 +102,10 @@ TEST_F(RegistryWriterTest, DataAreCutWhereTheLineWouldBeReadAsTwo) {
             "a=s=" + text.substr(0, 1019) + "\n\n");
   EXPECT_EQ(Written(CRegistryEntry::MakeString("a", REG_EXPAND_SZ, text)),
             "a=es=" + text.substr(0, 1018) + "\n\n");
+  for (const size_t length : {1018U, 1019U, 1020U}) {
+    EXPECT_EQ(Written(CRegistryEntry::MakeString("a", REG_SZ, text.substr(0, length))),
+              "a=s=" + text.substr(0, std::min<size_t>(length, 1019)) + "\n\n");
+  }
   for (const auto& [name, bytes] :
        {std::pair("", 340U), {"a", 339U}, {"abc", 339U}, {"abcd", 338U}}) {
     std::string written = std::string(name) + "=b=";
@@ -145,6 +151,46 @@ TEST_F(RegistryWriterTest, WhatIsWrittenReadsBackTheSame) {
       "[key one]\nx=d=1\n[inner]\ny=s=[z]\n\n\n[key two]\n\n\n";
   ParseRegistryText(text, m_oTop);
   EXPECT_EQ(WriteRegistryText(m_oTop), text);
+}
+
+// A line may end at any distance from the end of a piece.
+TEST_F(RegistryWriterTest, PiecesMakeTheWholeText) {
+  std::string expected;
+  for (const char* key : {"a", "b"}) {
+    const auto node = m_oTop.CreateKey(key);
+    expected += std::string("[") + key + "]\n";
+    for (int value = 10'000; value < 10'500; ++value) {
+      const std::string name = std::to_string(value);
+      const std::string text(static_cast<size_t>(value * 7 % 1000), 'x');
+      Put(*node, CRegistryEntry::MakeString(name, REG_SZ, text));
+      expected += name + "=s=" + text + "\n";
+    }
+    expected += "\n";
+  }
+  std::string written;
+  int pieces = 0;
+  WriteRegistryText(m_oTop, [&](std::string_view piece) {
+    written += piece;
+    ++pieces;
+  });
+  EXPECT_EQ(written, expected + "\n");
+  EXPECT_GT(pieces, 4);
+}
+
+// The sink may take its time, for instance when it writes to a disk.
+TEST_F(RegistryWriterTest, KeysCanBeReadWhileAPieceIsHandedOut) {
+  const auto node = m_oTop.CreateKey("large");
+  for (int value = 0; value < 200; ++value) {
+    Put(*node, CRegistryEntry::MakeString(std::to_string(value), REG_SZ, std::string(1000, 'x')));
+  }
+  int reads = 0;
+  WriteRegistryText(m_oTop, [&](std::string_view) {
+    std::thread([&] {
+      RegistryValue value;
+      reads += node->ReadValue("100", value) ? 1 : 0;
+    }).join();
+  });
+  EXPECT_GT(reads, 2);
 }
 
 }  // namespace
