@@ -154,7 +154,7 @@ int WakeWaiters(EventRecord& record) {
 void Signal(EventRecord& record) {
   DEBUG_TRACE_NOTHROW(5, "Set event %p <%s> IsSignaled=%d --> IsSignaled=1\n", record.GetAddress(),
                       record.GetName(), record.signaled.load());
-  record.signaled = true;
+  record.SetSignaled(true);
 }
 
 void WaitUntilNobodyWaits(EventRecord& record) {
@@ -255,7 +255,7 @@ bool CEvent::Create(bool isSignaled, bool isManualReset) {
       "Create event %p <%s>, changing attributes (IsSignaled=%d,IsManual=%d) --> (IsSignaled=%d,IsManual=%d)\n",
       record->GetAddress(), record->GetName(), record->signaled.load(), record->manualReset.load(),
       isSignaled, isManualReset);
-  record->signaled = isSignaled;
+  record->SetSignaled(isSignaled);
   record->manualReset = isManualReset;
   return true;
 }
@@ -301,7 +301,7 @@ bool CEvent::Pulse() {
   EventRecordLock lock(*record);
   DEBUG_TRACE_NOTHROW(5, "Pulse event %p <%s> IsSignaled=%d --> IsSignaled=0\n",
                       record->GetAddress(), record->GetName(), record->signaled.load());
-  record->signaled = false;
+  record->SetSignaled(false);
   const int result = WakeWaiters(*record);
   lock.Unlock();
   sched_yield();
@@ -316,7 +316,7 @@ bool CEvent::Reset() {
   const EventRecordLock lock(*record);
   DEBUG_TRACE_NOTHROW(5, "Reset event %p <%s>: IsSignaled=%d --> IsSignaled=0\n",
                       record->GetAddress(), record->GetName(), record->signaled.load());
-  record->signaled = false;
+  record->SetSignaled(false);
   return true;
 }
 
@@ -330,7 +330,7 @@ bool CEvent::Close() {
   m_bClosed = true;
   {
     const EventRecordLock lock(*record);
-    record->signaled = true;
+    record->SetSignaled(true);
   }
   return WakeWaiters(*record) == 0;
 }

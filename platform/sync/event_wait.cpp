@@ -80,7 +80,7 @@ int WaitOn(EventRecord& record, uint32_t milliseconds, bool trace) {
 uint32_t TakeResult(EventRecord& record, int waitResult) {
   if (waitResult == 0 || record.signaled) {
     if (!record.manualReset) {
-      record.signaled = false;
+      record.SetSignaled(false);
     }
     return EVENT_SIGNALED;
   }
@@ -134,7 +134,9 @@ WaitEnd WaitCounted(EventRecord& record, WaiterCount& count, uint32_t millisecon
   const EventRecordLock lock(record);
   if (record.signaled) {
     const bool isManualReset = record.manualReset;
-    record.signaled = isManualReset;
+    if (!isManualReset) {
+      record.SetSignaled(false);
+    }
     return {.result = EVENT_SIGNALED, .isSignaled = isManualReset, .hasBlocked = false};
   }
   WaitEnd end = {.lockResult = lock.GetResult()};

@@ -31,6 +31,11 @@ struct EventRecord {
   // record can only be destroyed.
   InitResult Init() noexcept;
 
+  // Who sees the change, with the mutex or without, also sees what was done before it.
+  void SetSignaled(bool isSignaled) noexcept {
+    signaled.store(isSignaled, std::memory_order_release);
+  }
+
   // For trace lines.
   const void* GetAddress() const noexcept { return this; }
   const char* GetName() const noexcept { return name != nullptr ? name->c_str() : "anon"; }
