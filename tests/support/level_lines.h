@@ -16,14 +16,14 @@ struct LevelLine {
   std::string text;
 };
 
-// Runs `action` with tracing at each level from 1 to 5 and expects exactly the lines of that level,
-// in that order. `texts` reads them from the session. The action may take the session, to clear it
-// after its preparations.
+// Runs `action` with tracing off and at each level from 1 to 5, and expects exactly the lines of
+// that level, in that order; none while it is off. `texts` reads them from the session. The action
+// may take the session, to clear it after its preparations.
 template <typename Action>
 void ExpectLines(const std::vector<LevelLine>& lines, const Action& action,
                  const std::function<std::vector<std::string>(const TraceSession&)>& texts =
                      &TraceSession::Texts) {
-  for (uint32_t level = 1; level <= 5; ++level) {
+  for (uint32_t level = 0; level <= 5; ++level) {
     std::vector<std::string> expected;
     for (const LevelLine& line : lines) {
       if (line.level <= level) {

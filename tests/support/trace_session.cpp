@@ -159,7 +159,7 @@ void TraceSession::CallAtEachLine(std::function<void(const std::string&)> action
 }
 
 uint32_t LevelOf(const std::string& format, const std::function<void()>& action) {
-  for (uint32_t level = 1; level <= 5; ++level) {
+  for (uint32_t level = 0; level <= 5; ++level) {
     const TraceSession session(level);
     action();
     if (session.Count(format) > 0) {

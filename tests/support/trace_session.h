@@ -44,8 +44,9 @@ class TraceSession {
   void CallAtEachLine(std::function<void(const std::string& format)> action);
 };
 
-// The lowest level, 1 to 5, at which `action` writes a line with that format; 0 when it never does.
-// Runs the action once for each level that it needs. Not inside a TraceSession.
+// The lowest level, 1 to 5, at which `action` writes a line with that format; 0 when it never does,
+// or even while tracing is off. Runs the action with tracing off and once for each level that it
+// needs. Not inside a TraceSession.
 uint32_t LevelOf(const std::string& format, const std::function<void()>& action);
 
 // Waits until `condition` holds. False after ten seconds.
