@@ -13,6 +13,7 @@
 namespace {
 
 using testing::Contains;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -236,6 +237,18 @@ TEST_F(RequestHandlingTest, NothingOfARequestIsLostWhenItsTaskCannotBeTaken) {
   EXPECT_EQ(Run(CREATE), 0U);
   m_pModule->Stop();
   EXPECT_THAT(m_oSwitch.Answers(), SizeIs(1));
+}
+
+TEST_F(RequestHandlingTest, AQueuedRequestSharesNothingWithTheOneThatTheHostKeeps) {
+  InstallCollector("while test ! -e \"$D/go\"; do sleep 0.1; done; echo data > \"$archive\"");
+  ASSERT_EQ(CreateAndStart(), 1U);
+  SipJson request = MakeRequest(R"({"OC":13313,"DA":"a text that is not short"})");
+  EXPECT_EQ(m_pModule->ModuleRequest(request), 1U);
+  request.SetCmdUInt("DA", 7);
+  std::filesystem::create_directory(m_strDirectory + "go");
+  EXPECT_EQ(m_oSwitch.StatusOf(0), 0U);
+  EXPECT_THAT(m_oSwitch.Answers().back(), HasSubstr(R"("DA":"a text that is not short","ST":0)"));
+  EXPECT_EQ(StatusOf(request), 22U);
 }
 
 TEST_F(RequestHandlingTest, AThreadOfTheHostMayEndWithinARequest) {

@@ -12,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "frame/sip_json.h"
 #include "tests/support/trace_session.h"
 #include "tests/tasks/test_serializer.h"
 
@@ -331,37 +330,6 @@ TEST_F(TaskHandlerTest, TerminationDuringAnEmptyScanEndsTheWorker) {
   ASSERT_NE(removed, formats.end());
   EXPECT_THAT(std::vector(removed + 1, formats.end()),
               ElementsAreArray(checking + m_oExitLines + terminated));
-}
-
-TEST_F(TaskHandlerTest, ARequestRecordIsCopiedDeeply) {
-  class RecordSerializer : public CTaskSerializer<SipJson> {
-   public:
-    RecordSerializer() : CTaskSerializer(1) {}
-    ~RecordSerializer() override { TerminateSerialization(); }
-
-    std::string data;
-    uint32_t status = 0;
-
-   private:
-    void OnTaskExecution(SipJson& record, int32_t /*level*/) override {
-      data = record.FindCmdMember(record.m_nCmdIndex, "DA")->GetString();
-      record.SetCmdUInt("ST", 5);
-      status = record.GetCmdUInt(record.m_nCmdIndex, "ST", 99);
-    }
-  };
-  RecordSerializer serializer;
-  CEvent done(false, true);
-  SipJson record;
-  record.m_oDocument.Parse(
-      R"({"SIP": {"CMD": [{}, {"DA": "a text that is not short", "ST": 22}]}})");
-  record.m_nCmdIndex = 1;
-  EXPECT_EQ(serializer.InsertTask(record, 0, &done), 1U);
-  record.SetCmdUInt("DA", 0);
-  serializer.StartSerialization();
-  ASSERT_EQ(done.Wait(10'000), EVENT_SIGNALED);
-  EXPECT_EQ(serializer.data, "a text that is not short");
-  EXPECT_EQ(serializer.status, 5U);
-  EXPECT_EQ(record.GetCmdUInt(1, "ST", 99), 22U);
 }
 
 }  // namespace
