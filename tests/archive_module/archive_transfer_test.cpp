@@ -210,6 +210,7 @@ TEST_F(ArchiveTransferTest, TakesTheNameForTheBmcFromEveryFormOfTheData) {
       {R"({"RAW":[354,-158,99.0]})", "bbc"},
       {R"({"RAW":[0,98]})", ""},
       {R"({"RAW":[-1,98]})", ""},
+      {R"({"RAW":[98,"99",99]})", "b"},
       {R"({"RAW":["98",98]})", ""},
       {R"({"RAW":[]})", ""},
       {R"({"RAW":98})", ""},

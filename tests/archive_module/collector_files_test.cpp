@@ -201,4 +201,17 @@ TEST_F(CollectorFilesTest, LookupsFailWhenMemoryIsExhausted) {
   }
 }
 
+TEST(ArchiveStateTest, AChangeOfAnythingInItIsSeen) {
+  const ArchiveState state = {1, 2, {3, 4}, {5, 6}};
+  EXPECT_EQ(state, (ArchiveState{1, 2, {3, 4}, {5, 6}}));
+  for (const ArchiveState& changed :
+       {ArchiveState{9, 2, {3, 4}, {5, 6}}, ArchiveState{1, 9, {3, 4}, {5, 6}},
+        ArchiveState{1, 2, {9, 4}, {5, 6}}, ArchiveState{1, 2, {3, 9}, {5, 6}},
+        ArchiveState{1, 2, {3, 4}, {9, 6}}, ArchiveState{1, 2, {3, 4}, {5, 9}}}) {
+    EXPECT_FALSE(changed == state);
+  }
+}
+
+TEST(KilobytesOfTest, AFileThatIsGoneHasNone) { EXPECT_EQ(KilobytesOf("/no/such/archive"), 0); }
+
 }  // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <stdexcept>
@@ -20,6 +21,7 @@
 #include "tests/support/system_calls.h"
 #include "tests/support/trace_session.h"
 #include "tests/trace/trace_config_directory.h"
+#include "trace/debug_client.h"
 
 namespace {
 
@@ -40,6 +42,19 @@ const std::string PLAIN_TEXT =
     "\nEM_TALVOR (REQ)     : OC 0x3401-0x0001 OID 0x0023 MID 0x00010002 Stat 0x14";
 const std::string CABINET_TEXT =
     "\nEM_TALVOR (REQ)     : OC 0x3401-0x0001 OID 0x0023 CABID 0003 MID 0x00010002 Stat 0x14";
+
+// The data of a command, and what follows the header in its line.
+struct Form {
+  const char* data;
+  const char* text;
+};
+
+constexpr Form FORMS[] = {
+    {R"(,"DA":7)", " Data 7"},
+    {R"(,"DA":{"a":[1]})", " Data (JSON struct):\n{\n    \"a\": [\n        1\n    ]\n}"},
+    {R"(,"DA":"abc")", " Len 4"},
+    {"", ""},
+};
 
 // The one line that a request with that current command writes.
 TraceLine TraceCommand(const std::string& command) {
@@ -115,18 +130,8 @@ void RunOnLittleStack(std::function<void()> action) {
 class RequestTraceSettingsTest : public TraceConfigDirectory {};
 
 TEST(RequestTraceTest, HasEightFormsAtTheLevelOfTheCaller) {
-  struct Form {
-    const char* data;
-    std::string text;
-  };
-  const Form forms[] = {
-      {R"(,"DA":7)", " Data 7"},
-      {R"(,"DA":{"a":[1]})", " Data (JSON struct):\n{\n    \"a\": [\n        1\n    ]\n}"},
-      {R"(,"DA":"abc")", " Len 4"},
-      {"", ""},
-  };
   TestModule module("EM_TALVOR");
-  for (const Form& form : forms) {
+  for (const Form& form : FORMS) {
     const SipJson plain = MakeCommands("{" + HEADER + form.data + "}");
     const SipJson cabinet = MakeCommands("{" + HEADER + R"(,"CA":3)" + form.data + "}");
     for (uint32_t level = 1; level <= 5; ++level) {
@@ -336,6 +341,26 @@ TEST(RequestTraceTest, NothingIsBuiltWhileTracingIsOff) {
   };
   EXPECT_EQ(LargestTaken(trace), 0U);
   EXPECT_EQ(module.nameCalls, 0);
+}
+
+TEST(RequestTraceTest, NothingIsWrittenOnceTracingHasEndedMeanwhile) {
+  class EndingModule : public TestModule {
+   public:
+    const char* GetModuleName() override {
+      setenv("CV_LOG_DEBUG_LEVEL", "0", 1);
+      g_oDebugClient.Load("EM_TALVOR");
+      return TestModule::GetModuleName();
+    }
+  };
+  for (const Form& form : FORMS) {
+    for (const char* cabinet : {"", R"(,"CA":3)"}) {
+      EndingModule module;
+      const TraceSession session(2);
+      module.TraceRequest(MakeCommands("{" + HEADER + cabinet + form.data + "}"), 2);
+      EXPECT_EQ(module.nameCalls, 1);
+      EXPECT_THAT(session.Lines(), IsEmpty()) << form.data << cabinet;
+    }
+  }
 }
 
 TEST(RequestTraceTest, WhatTheSinkThrowsPassesThrough) {

@@ -266,6 +266,15 @@ TEST(SipJsonTest, WritesNoMemberOfSipWithoutTheObject) {
   }
 }
 
+TEST(SipJsonTest, RemovesAMemberOfTheCurrentCommandOnly) {
+  SipJson record = MakeCommands(R"({"DA":1},{"DA":2,"ST":0})", 1);
+  record.RemoveCmdMember("DA");
+  EXPECT_EQ(CommandsOf(record), R"([{"DA":1},{"ST":0}])");
+  record.m_nCmdIndex = 2;
+  record.RemoveCmdMember("DA");
+  EXPECT_EQ(CommandsOf(record), R"([{"DA":1},{"ST":0}])");
+}
+
 TEST(SipJsonTest, WritesNothingIntoAnElementThatIsNoObject) {
   for (const char* element : {"null", "true", "7", "\"ST\"", R"([{"ST":1}])"}) {
     ExpectNotWritable(MakeCommands(element));

@@ -1,9 +1,11 @@
 #include "frame/switch_interface.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "tests/frame/fake_switch.h"
 #include "tests/frame/records.h"
@@ -116,6 +118,20 @@ TEST_F(SwitchInterfaceTest, ASwitchThatThrowsLeavesTheAgentTypeUnknownAndTheStar
   m_oSwitch.Answer([](const FakeSwitch::Call&) -> uint64_t { throw std::runtime_error("switch"); });
   EXPECT_EQ(m_oModule.GetAgentType(), 0U);
   EXPECT_EQ(m_oModule.Start(m_oSwitch.Get(), 0), 1U);
+}
+
+TEST_F(SwitchInterfaceTest, ASwitchMayEndTheThreadThatAsksForTheAgentType) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP()
+      << "the sanitizer takes what ends a thread, which is no object, for a null reference";
+#endif
+  m_oSwitch.Answer([](const FakeSwitch::Call&) -> uint64_t { pthread_exit(nullptr); });
+  bool hasReturned = false;
+  std::thread([&] {
+    m_oModule.GetAgentType();
+    hasReturned = true;
+  }).join();
+  EXPECT_FALSE(hasReturned);
 }
 
 TEST_F(SwitchInterfaceTest, TheLastStartDecidesTheSwitch) {

@@ -192,6 +192,7 @@ TEST(ProfileStringTest, ANullSectionIsRefusedAtLevel4) {
 
 TEST(ProfileStringTest, ANullFileNameIsRefusedAtLevel4) {
   const auto write = [] { EXPECT_EQ(WritePrivateProfileString("s", "k", "v", nullptr), 0U); };
+  EXPECT_THAT(TracesOf(write, 0), ElementsAre());
   EXPECT_THAT(TracesOf(write, 3), ElementsAre());
   EXPECT_THAT(TracesOf(write, 4),
               ElementsAre("WritePrivateProfileString: ## WARNING: invalid pointer to FileName\n"));

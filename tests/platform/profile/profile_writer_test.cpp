@@ -127,6 +127,16 @@ TEST_F(ProfileWriterTest, ANewFileThatCannotBeWrittenIsRemoved) {
   EXPECT_FALSE(m_oFile.Exists());
 }
 
+TEST_F(ProfileWriterTest, ANewFileThatSomebodyElseHasFilledStays) {
+  const auto filling = calls::flock.Answer([this](int descriptor, int operation) {
+    m_oFile.SetText("[a]\n");
+    return calls::flock.Real(descriptor, operation);
+  });
+  const auto failing = calls::pwrite.Fail(ENOSPC);
+  EXPECT_EQ(Write(), ProfileUpdate::NOT_DONE);
+  EXPECT_EQ(m_oFile.Text(), "[a]\n");
+}
+
 TEST_F(ProfileWriterTest, AFileThatCannotBeWrittenStays) {
   const auto failing = calls::pwrite.Fail(ENOSPC);
   for (const std::string text : {"[s]\na=1\nkey=old\n", "[s]\n", "[a]\n", ""}) {

@@ -238,6 +238,24 @@ TEST(RegistryFlushTest, SaveAfterAFailedFlushRepeatsNothingElseAndKeepsTheBackup
   EXPECT_EQ(plan.GetCalls().size(), end);
 }
 
+TEST(RegistryFlushTest, SaveAfterAFailedFlushWaitsForADirectoryThatCanBeOpened) {
+  MakeStart(STARTS[2]);
+  const NumberChange change;
+  size_t flushes = 0;
+  bool isRefused = false;
+  const FaultPlan plan(EMFILE, [&](size_t, const std::string& call) {
+    const bool fails = call == "fsync" ? ++flushes == 2 : call == "open" && isRefused;
+    return fails ? Outcome::FAILED : Outcome::DONE;
+  });
+  EXPECT_FALSE(CRegistryTree::Get().SaveTree());
+  isRefused = true;
+  EXPECT_FALSE(CRegistryTree::Get().SaveTree());
+  EXPECT_EQ(flushes, 2U);
+  isRefused = false;
+  EXPECT_TRUE(CRegistryTree::Get().SaveTree());
+  EXPECT_EQ(flushes, 3U);
+}
+
 TEST(RegistryFlushTest, ChangeAfterAFailedFlushIsSaved) {
   MakeStart(STARTS[2]);
   const NumberChange change;

@@ -113,6 +113,9 @@ TEST_F(RegistryQueryTest, ExpansionCanBeSwitchedOff) {
   registry.SetExpand(false);
   EXPECT_EQ(Get(registry, "Expand"), Bytes("x%REGISTRY_TEST%y\0"));
   EXPECT_EQ(registry.GetValueType(), REG_EXPAND_SZ);
+  std::string text;
+  EXPECT_EQ(registry.QueryValue(text, "Expand"), REGISTRY_OK);
+  EXPECT_EQ(text, "x%REGISTRY_TEST%y");
   registry.SetExpand(true);
   EXPECT_EQ(Get(registry, "Expand"), Bytes("xexpandedy\0"));
 }

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <ostream>
 #include <random>
@@ -14,6 +16,8 @@
 #include "platform/registry/registry_tree.h"
 #include "tests/support/registry_files.h"
 #include "tests/support/registry_model.h"
+#include "tests/support/system_calls.h"
+#include "tests/support/trace_session.h"
 
 namespace {
 
@@ -250,6 +254,48 @@ TEST_F(RegistryThreadsTest, FirstUseByManyThreadsLoadsTheTree) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+}
+
+TEST_F(RegistryThreadsTest, SetupThatWaitsForAnotherOneDoesNothing) {
+  constexpr char SETUP[] = "CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n";
+  std::thread second;
+  std::atomic<std::thread::id> id;
+  std::atomic<bool> isWaiting = false;
+  const auto locking = calls::pthread_mutex_lock.Answer([&](pthread_mutex_t* mutex) {
+    if (id.load() == std::this_thread::get_id()) {
+      isWaiting = true;
+    }
+    return calls::pthread_mutex_lock.Real(mutex);
+  });
+  TraceSession session(2);
+  session.CallAt(SETUP, [&] {
+    second = std::thread([&] {
+      id = std::this_thread::get_id();
+      CRegistryTree::Get().SetupTree(false);
+    });
+    EXPECT_TRUE(WaitUntil([&] { return isWaiting.load(); }));
+  });
+  CRegistryTree::Get().SetupTree(false);
+  second.join();
+  EXPECT_EQ(session.Count(SETUP), 1);
+}
+
+TEST_F(RegistryThreadsTest, AThreadMayEndWithinTheSetupWhichThenRunsAgain) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP()
+      << "the sanitizer takes what ends a thread, which is no object, for a null reference";
+#endif
+  constexpr char TRYING[] =
+      "CRegistry: WARNING: Could not restore tree from \"%s\", trying backup\n";
+  CRegistryTree& tree = CRegistryTree::Get();
+  WriteFile(REGISTRY_BACKUP_FILE, "b=d=1\n\n");
+  TraceSession session(1);
+  session.CallAt(TRYING, [] { pthread_exit(nullptr); });
+  std::thread([&] { tree.SetupTree(false); }).join();
+  EXPECT_EQ(WriteRegistryText(*tree.GetTop()), "\n");
+  session.CallAt(TRYING, nullptr);
+  tree.SetupTree(false);
+  EXPECT_EQ(WriteRegistryText(*tree.GetTop()), "b=d=1\n\n");
 }
 
 }  // namespace

@@ -128,6 +128,8 @@ TEST_F(RegistryWriterTest, LeavesOutWhatHasNoLineOfItsOwn) {
   Put(m_oTop, CRegistryEntry::MakeInteger(longName + "n", 1));
   Put(m_oTop, CRegistryEntry::MakeBinary(longName + "nn", "x"));
   Put(m_oTop, CRegistryEntry::MakeInteger(std::string(1018, 'n'), 123));
+  Put(m_oTop, CRegistryEntry::MakeString(std::string(1024, 'n'), REG_SZ, "x"));
+  Put(m_oTop, CRegistryEntry::MakeString(std::string(100'000, 'n'), REG_SZ, "x"));
   EXPECT_EQ(WriteRegistryText(m_oTop), "\n");
   CRegistryNode other;
   other.CreateKey(longName);

@@ -135,6 +135,15 @@ TEST(EventWaitTraceTest, OfACancelledThreadIsNotWrittenUnlessAskedFor) {
   EXPECT_EQ(session.Count(ENDING), 0);
 }
 
+TEST(EventWaitTraceTest, WhileTracingIsOffEveryResultIsTheSame) {
+  CEvent event(true, false);
+  const TraceSession session(0);
+  EXPECT_EQ(event.Wait(0, true), EVENT_SIGNALED);
+  EXPECT_EQ(event.Wait(0, true), EVENT_TIMEOUT);
+  EXPECT_EQ(event.Wait(1, true), EVENT_TIMEOUT);
+  EXPECT_THAT(session.Lines(), testing::IsEmpty());
+}
+
 TEST(EventWaitTraceTest, AThrowingSinkChangesNoResult) {
   CEvent event(true, false);
   TraceSession session(5);
