@@ -313,6 +313,7 @@ TEST(RegistryNodeTest, KeyIsDeadBeforeItsEntriesAreFreed) {
   Put(node, Text("a"));
   Put(node, Text("b"));
   node.CreateKey("c");
+  EXPECT_NE(node.OpenKey("c"), nullptr);
   TraceSession session(2);
   int lines = 0;
   session.CallAt("CRegistryNode::deleteNode \"%s\"\n", [&] {
