@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
-#include <memory_resource>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -21,15 +21,6 @@ constexpr double LEAST_INT64 = -9223372036854775808.0;
 // Names up to this length are stored inside the value itself, without an allocation.
 constexpr size_t LONGEST_NAME_WITHIN = 8;
 
-// Levels of nesting for which a walk needs no further memory.
-constexpr size_t USUAL_DEPTH = 16;
-
-// Scratch memory for one operation: the buffer first, then the heap.
-struct WorkingMemory {
-  std::byte buffer[2048];
-  std::pmr::monotonic_buffer_resource resource{buffer, sizeof(buffer)};
-};
-
 size_t Aligned(size_t size) { return RAPIDJSON_ALIGN(size); }
 
 // The library's growth rule for a member array or an array that is full.
@@ -37,141 +28,136 @@ SizeType EnlargedCapacity(SizeType capacity) {
   return capacity == 0 ? 16 : capacity + (capacity + 1) / 2;
 }
 
-// The capacity of an object's member array. The library has no accessor for it: it is the word
-// after the number of members.
-SizeType CountMemberSlots(const Value& object) {
-  std::array<SizeType, 2> counts;
-  std::memcpy(counts.data(), reinterpret_cast<const char*>(&object), sizeof(counts));
-  return counts[1];
+// An object or array as the library lays it out; it has no accessors for the capacity, nor for the
+// values of either kind. The pointer's upper bits hold the kind.
+struct ContainerLayout {
+  SizeType size;
+  SizeType capacity;
+  Value* values;
+};
+static_assert(sizeof(ContainerLayout) <= sizeof(Value));
+
+ContainerLayout LayoutOf(const Value& container) {
+  ContainerLayout layout;
+  std::memcpy(&layout, static_cast<const void*>(&container), sizeof(layout));
+  return layout;
 }
 
 // The bytes allocated for the member array when one more member is added; 0 when it has a free
 // slot.
 size_t MeasureGrowth(const Value& object) {
-  const SizeType slots = CountMemberSlots(object);
+  const SizeType slots = LayoutOf(object).capacity;
   return object.MemberCount() < slots ? 0 : EnlargedCapacity(slots) * sizeof(Value::Member);
 }
 
 bool IsContainer(const Value& value) { return value.IsObject() || value.IsArray(); }
 
-// Walks a value and all that it holds, without recursion: values may be nested deeper than the
-// stack. The handler gets Start() before and End() after the contents of each container, and
-// Scalar() for everything else, names included.
-template <typename Handler>
-class Walker {
+struct ValueRange {
+  size_t Bytes() const { return static_cast<size_t>(end - next) * sizeof(Value); }
+
+  Value* next;
+  Value* end;
+};
+
+// The elements of an array, or the name and value of each member of an object in turn.
+ValueRange ValuesIn(const Value& container) {
+  static_assert(sizeof(Value::Member) == 2 * sizeof(Value));
+  const ContainerLayout layout = LayoutOf(container);
+  Value* const first = RAPIDJSON_GETPOINTER(Value, layout.values);
+  return {first, first + size_t{layout.size} * (container.IsObject() ? 2 : 1)};
+}
+
+// The ranges around the one that is being walked: those of the usual depth in place.
+class RangeStack {
  public:
-  Walker(Handler& handler, std::pmr::memory_resource& memory)
-      : m_oHandler(handler), m_oLevels(&memory) {
-    m_oLevels.reserve(USUAL_DEPTH);
+  void Push(ValueRange range) {
+    if (m_nUsual < m_oUsual.size()) {
+      m_oUsual[m_nUsual++] = range;
+    } else {
+      m_oDeeper.push_back(range);
+    }
   }
 
-  void Run(const Value& top) {
-    if (!IsContainer(top)) {
-      m_oHandler.Scalar(top);
-      return;
+  bool IsEmpty() const { return m_nUsual == 0; }
+
+  ValueRange Pop() {
+    if (m_oDeeper.empty()) {
+      return m_oUsual[--m_nUsual];
     }
-    Enter(top);
-    while (!m_oLevels.empty()) {
-      Level& level = m_oLevels.back();
-      const Value* nested = level.container->IsObject() ? WalkMembers(level) : WalkElements(level);
-      if (nested != nullptr) {
-        Enter(*nested);
-      } else {
-        m_oHandler.End(*level.container);
-        m_oLevels.pop_back();
-      }
-    }
+    const ValueRange range = m_oDeeper.back();
+    m_oDeeper.pop_back();
+    return range;
   }
 
  private:
-  struct Level {
-    const Value* container;
-    SizeType next;
-  };
-
-  void Enter(const Value& container) {
-    m_oHandler.Start(container);
-    m_oLevels.push_back({&container, 0});
-  }
-
-  // Both hand out scalars up to the next nested container, which they return; null at the end.
-  const Value* WalkMembers(Level& level) {
-    const SizeType count = level.container->MemberCount();
-    auto member = level.container->MemberBegin() + level.next;
-    for (SizeType index = level.next; index < count; ++index, ++member) {
-      m_oHandler.Scalar(member->name);
-      if (IsContainer(member->value)) {
-        level.next = index + 1;
-        return &member->value;
-      }
-      m_oHandler.Scalar(member->value);
-    }
-    return nullptr;
-  }
-
-  const Value* WalkElements(Level& level) {
-    const SizeType count = level.container->Size();
-    const Value* element = level.container->Begin() + level.next;
-    for (SizeType index = level.next; index < count; ++index, ++element) {
-      if (IsContainer(*element)) {
-        level.next = index + 1;
-        return element;
-      }
-      m_oHandler.Scalar(*element);
-    }
-    return nullptr;
-  }
-
-  Handler& m_oHandler;
-  std::pmr::vector<Level> m_oLevels;
+  std::array<ValueRange, 16> m_oUsual;
+  size_t m_nUsual = 0;
+  std::vector<ValueRange> m_oDeeper;
 };
 
-// Adds up the memory of a copy, so that the caller can set it aside in one piece: the library
-// cannot report that it ran out halfway.
+// Hands a value and all that it holds to `visitor`, one by one: String(), names included, and
+// Container() before what that holds. Without recursion: values may be nested deeper than the
+// stack.
+template <typename Visitor>
+void Visit(Value& top, Visitor& visitor) {
+  RangeStack outer;
+  ValueRange range = {&top, &top + 1};
+  for (;;) {
+    while (range.next != range.end) {
+      Value& value = *range.next++;
+      if (value.IsString()) {
+        visitor.String(value);
+      } else if (IsContainer(value)) {
+        visitor.Container(value);
+        outer.Push(range);
+        range = ValuesIn(value);
+      }
+    }
+    if (outer.IsEmpty()) {
+      return;
+    }
+    range = outer.Pop();
+  }
+}
+
+// Adds up the memory of a copy.
 struct Measurer {
-  void Start(const Value& container) {
-    size += container.IsObject() ? container.MemberCount() * sizeof(Value::Member)
-                                 : container.Size() * sizeof(Value);
-  }
-  void Scalar(const Value& value) {
-    size += value.IsString() ? Aligned(value.GetStringLength() + 1U) : 0;
-  }
-  void End(const Value& /*container*/) {}
+  void String(const Value& string) { size += Aligned(string.GetStringLength() + 1U); }
+  void Container(const Value& container) { size += ValuesIn(container).Bytes(); }
 
   size_t size = 0;
 };
 
-// The library's document, used as a SAX handler: it allocates an array of the exact size for each
-// container, and keeps the values of open containers on a stack, whose memory is set aside too.
-using Builder = rapidjson::GenericDocument<rapidjson::UTF8<>, Allocator, Allocator>;
-
+// Makes values that are bitwise copies of others own what they hold.
 struct Copier {
-  void Start(const Value& container) {
-    container.IsObject() ? builder.StartObject() : builder.StartArray();
-  }
-  void Scalar(const Value& value) {
-    if (value.IsString()) {
-      builder.String(value.GetString(), value.GetStringLength(), true);
-    } else if (value.IsUint()) {
-      builder.Uint(value.GetUint());
-    } else {
-      value.Accept(builder);
+  void String(Value& string) {
+    if (!OwnsItsBytes(string)) {
+      string.SetString(string.GetString(), string.GetStringLength(), allocator);
     }
   }
-  void End(const Value& container) {
-    container.IsObject() ? builder.EndObject(container.MemberCount())
-                         : builder.EndArray(container.Size());
+
+  // The values of the container are bitwise copies then. Nothing in the library makes an array for
+  // just these values at once.
+  void Container(Value& container) {
+    const ValueRange source = ValuesIn(container);
+    ContainerLayout layout = LayoutOf(container);
+    layout.capacity = layout.size;
+    void* const values = allocator.Malloc(source.Bytes());  // null for 0
+    if (values != nullptr) {
+      std::memcpy(values, static_cast<const void*>(source.next), source.Bytes());
+    }
+    RAPIDJSON_SETPOINTER(Value, layout.values, static_cast<Value*>(values));
+    std::memcpy(static_cast<void*>(&container), &layout, sizeof(layout));
   }
 
-  // As Builder::Populate() calls it.
-  bool operator()(Builder& /*builder*/) {
-    Walker(*this, memory).Run(source);
-    return true;
+  // Short strings lie within the value itself.
+  static bool OwnsItsBytes(const Value& string) {
+    const auto* const bytes = string.GetString();
+    const auto* const begin = reinterpret_cast<const char*>(&string);
+    return std::less_equal<>()(begin, bytes) && std::less<>()(bytes, begin + sizeof(string));
   }
 
-  const Value& source;
-  Builder& builder;
-  std::pmr::memory_resource& memory;
+  Allocator& allocator;
 };
 
 }  // namespace
@@ -197,27 +183,17 @@ std::optional<uint64_t> ToJsonInteger(const Value& value) {
 }
 
 size_t MeasureJsonCopy(const Value& source) {
-  WorkingMemory memory;
   Measurer measurer;
-  Walker(measurer, memory.resource).Run(source);
+  Visit(const_cast<Value&>(source), measurer);
   return measurer.size;
 }
 
 void CopyJson(const Value& source, Value& target, Allocator& allocator) {
-  CopyJson(source, target, allocator, MeasureJsonCopy(source));
-}
-
-void CopyJson(const Value& source, Value& target, Allocator& allocator, size_t size) {
-  WorkingMemory memory;
-  // A value needs no more room on the stack than in its container, which `size` counts; the top
-  // value has no container.
-  const size_t stackSize = size + sizeof(Value);
-  const size_t bufferSize = stackSize + JSON_ALLOCATOR_SIZE;
-  Allocator stack(memory.resource.allocate(bufferSize), bufferSize);
-  Builder builder(&allocator, stackSize, &stack);
-  Copier copier = {source, builder, memory.resource};
-  builder.Populate(copier);
-  static_cast<Value&>(builder).Swap(target);
+  Value copy;
+  std::memcpy(static_cast<void*>(&copy), static_cast<const void*>(&source), sizeof(copy));
+  Copier copier = {allocator};
+  Visit(copy, copier);
+  target = copy;
 }
 
 size_t MeasureJsonMembers(const Value& object, SizeType count) {

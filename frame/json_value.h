@@ -19,16 +19,13 @@ std::optional<uint64_t> ToJsonInteger(const rapidjson::Value& value);
 // std::bad_alloc, for very deep values only.
 size_t MeasureJsonCopy(const rapidjson::Value& source);
 
-// Stores a deep copy of `source` in `target`, whose document owns `allocator`. The library's own
-// copy keeps constant and in-situ strings as pointers into somebody else's memory; this one
-// duplicates every string and name, and its objects and arrays have no free slots. Nesting is
-// limited by memory only, not by the stack. Throws std::bad_alloc and then leaves `target` as it
-// is.
+// Stores a deep copy of `source` in `target`, whose document owns `allocator`; that has room for
+// MeasureJsonCopy() bytes. The library's own copy keeps constant and in-situ strings as pointers
+// into somebody else's memory; this one duplicates every string and name, and its objects and
+// arrays have no free slots. Nesting is limited by memory only, not by the stack. Throws
+// std::bad_alloc, for very deep values only, and then leaves `target` as it is.
 void CopyJson(const rapidjson::Value& source, rapidjson::Value& target,
               rapidjson::Document::AllocatorType& allocator);
-// The same for a caller who has measured: `size` is what MeasureJsonCopy() returned.
-void CopyJson(const rapidjson::Value& source, rapidjson::Value& target,
-              rapidjson::Document::AllocatorType& allocator, size_t size);
 
 // The bytes that AddJsonMember() takes from the allocator when it adds `count` members with short
 // names to a copy of the object.

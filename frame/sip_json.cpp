@@ -126,10 +126,8 @@ void ReserveAtOnce(SipJson::Allocator& allocator, size_t size) {
 
 SipJson::SipJson(size_t room) { ReserveAtOnce(m_oDocument.GetAllocator(), room); }
 
-SipJson::SipJson(const SipJson& other) : SipJson(other, MeasureCopy(other)) {}
-
-SipJson::SipJson(const SipJson& other, size_t size) : SipJson(size) {
-  CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator(), size);
+SipJson::SipJson(const SipJson& other) : SipJson(MeasureCopy(other)) {
+  CopyJson(other.m_oDocument, m_oDocument, m_oDocument.GetAllocator());
   m_nCmdIndex = other.m_nCmdIndex;
 }
 

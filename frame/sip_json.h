@@ -96,10 +96,6 @@ class SipJson {
 
   rapidjson::Document m_oDocument;
   uint32_t m_nCmdIndex = 0;  // the current command
-
- private:
-  // A deep copy that takes at most `size` bytes.
-  SipJson(const SipJson& other, size_t size);
 };
 
 #pragma GCC diagnostic push

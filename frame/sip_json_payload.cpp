@@ -200,7 +200,7 @@ bool SipJson::GetJsonData(uint32_t index, Value& value, Allocator& allocator) co
     return false;
   }
   const size_t size = MeasureJsonCopy(*data);
-  const auto copy = [&](Allocator& room) { CopyJson(*data, value, room, size); };
+  const auto copy = [&](Allocator& room) { CopyJson(*data, value, room); };
   if (!WithJsonRoom(allocator, size, copy)) {
     throw std::bad_alloc();
   }

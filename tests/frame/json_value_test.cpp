@@ -198,6 +198,28 @@ TEST(JsonCopyTest, LeavesItsSourceAloneWhenItChanges) {
   EXPECT_EQ(TextOf(source), original);
 }
 
+// Whatever room the source has set aside is its own.
+TEST(JsonCopyTest, LeavesItsSourceAloneWhenContainersOfTheCopyGrow) {
+  Document source;
+  source.Parse(R"([[],{"a":1},[1],{}])");
+  source[0].Reserve(8, source.GetAllocator());
+  source[2].Reserve(8, source.GetAllocator());
+  source[3].AddMember("b", 1, source.GetAllocator());
+  source[3].RemoveMember("b");
+  Document copy;
+  CopyJson(source, copy, copy.GetAllocator());
+  for (Document* document : {&copy, &source}) {
+    const int number = document == &copy ? 2 : 3;
+    auto& allocator = document->GetAllocator();
+    (*document)[0].PushBack(number, allocator);
+    (*document)[1].AddMember("c", number, allocator);
+    (*document)[2].PushBack(number, allocator);
+    (*document)[3].AddMember("d", number, allocator);
+  }
+  EXPECT_EQ(TextOf(copy), R"([[2],{"a":1,"c":2},[1,2],{"d":2}])");
+  EXPECT_EQ(TextOf(source), R"([[3],{"a":1,"c":3},[1,3],{"d":3}])");
+}
+
 TEST(JsonCopyTest, CopiesAnyDepth) {
   for (int levels = 1; levels <= 260; ++levels) {
     Document arrays;
