@@ -84,7 +84,7 @@ constexpr Row ROWS[] = {
      "registry: save 100,000 values, flushed",
      {{0.5, BEST_PEER}, {1.5, LIMIT}},
      "the files lie in memory, so that no disk is in the figures. The limit puts a flushed file with "
-     "the same bytes in the place of the old one, in 5 system calls. Ours makes the bytes, in 120 "
+     "the same bytes in the place of the old one, in 5 system calls. Ours makes the bytes, in 114 "
      "instructions for a value, and writes them 64 KiB at a time. It also keeps other processes out "
      "and the old file as a backup, and flushes the directory: 16 system calls and the writes."},
     {"registry_save_million", "registry: save 1,000,000 values in 1,000 keys, flushed", {}},

@@ -151,7 +151,7 @@ class Parser {
 constexpr char HEXADECIMAL[] = "0123456789abcdef";
 constexpr size_t BYTE_WIDTH = 3;  // two digits and a blank
 
-// Collects lines in large blocks.
+// Collects lines in blocks of whole pages, which a file takes quickest.
 class LineBuffer {
  public:
   LineBuffer() = default;
@@ -162,21 +162,21 @@ class LineBuffer {
   // some is known then.
   template <typename... Parts>
   [[gnu::always_inline]] void Write(const Parts&... parts) {
-    if (m_pEnd > m_pBytes.get() + BLOCK_SIZE - (REGISTRY_LINE_LENGTH + 1)) {
-      StartBlock();
-    }
     char* end = m_pEnd;
     ((end = std::copy_n(parts.data(), parts.size(), end)), ...);
     *end = '\n';
     m_pEnd = end + 1;
+    if (m_pEnd >= m_pBytes.get() + BLOCK_SIZE) {
+      StartBlock();
+    }
   }
 
   // Hands out the blocks that are full. Not to be called under the lock of a key: nobody could read
   // it while the sink waits for a disk.
   void HandOutFullBlocks(const RegistryTextSink& sink) {
-    for (Block& block : m_oFullBlocks) {
-      sink({block.bytes.get(), block.size});
-      m_pSpare = std::move(block.bytes);
+    for (std::unique_ptr<char[]>& block : m_oFullBlocks) {
+      sink({block.get(), BLOCK_SIZE});
+      m_pSpare = std::move(block);
     }
     m_oFullBlocks.clear();
   }
@@ -190,24 +190,21 @@ class LineBuffer {
  private:
   static constexpr size_t BLOCK_SIZE = 65'536;
 
-  struct Block {
-    std::unique_ptr<char[]> bytes;
-    size_t size;
-  };
-
+  // With room for a line that begins in the block.
   static std::unique_ptr<char[]> MakeBytes() {
-    return std::unique_ptr<char[]>(new char[BLOCK_SIZE]);
+    return std::unique_ptr<char[]>(new char[BLOCK_SIZE + REGISTRY_LINE_LENGTH + 1]);
   }
 
+  // The last line of the full block may end in the next one.
   void StartBlock() {
-    const auto size = static_cast<size_t>(m_pEnd - m_pBytes.get());
     std::unique_ptr<char[]> next = m_pSpare != nullptr ? std::move(m_pSpare) : MakeBytes();
-    m_oFullBlocks.push_back({std::move(m_pBytes), size});
+    char* const end = std::copy(m_pBytes.get() + BLOCK_SIZE, m_pEnd, next.get());
+    m_oFullBlocks.push_back(std::move(m_pBytes));
     m_pBytes = std::move(next);
-    m_pEnd = m_pBytes.get();
+    m_pEnd = end;
   }
 
-  std::vector<Block> m_oFullBlocks;
+  std::vector<std::unique_ptr<char[]>> m_oFullBlocks;
   std::unique_ptr<char[]> m_pBytes = MakeBytes();  // of the block that is being filled
   char* m_pEnd = m_pBytes.get();
   std::unique_ptr<char[]> m_pSpare;  // for the next block; null: none

@@ -156,7 +156,7 @@ TEST_F(RegistryWriterTest, WhatIsWrittenReadsBackTheSame) {
 }
 
 // A line may end at any distance from the end of a piece.
-TEST_F(RegistryWriterTest, PiecesMakeTheWholeText) {
+TEST_F(RegistryWriterTest, PiecesOfOneSizeMakeTheWholeText) {
   std::string expected;
   for (const char* key : {"a", "b"}) {
     const auto node = m_oTop.CreateKey(key);
@@ -170,13 +170,15 @@ TEST_F(RegistryWriterTest, PiecesMakeTheWholeText) {
     expected += "\n";
   }
   std::string written;
-  int pieces = 0;
+  std::vector<size_t> sizes;
   WriteRegistryText(m_oTop, [&](std::string_view piece) {
     written += piece;
-    ++pieces;
+    sizes.push_back(piece.size());
   });
   EXPECT_EQ(written, expected + "\n");
-  EXPECT_GT(pieces, 4);
+  ASSERT_GT(sizes.size(), 4U);
+  sizes.pop_back();  // what is left
+  EXPECT_EQ(sizes, std::vector(sizes.size(), size_t{65'536}));
 }
 
 // The sink may take its time, for instance when it writes to a disk.
