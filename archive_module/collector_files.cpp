@@ -94,15 +94,13 @@ ArchiveState::Time TimeOf(const timespec& time) { return {time.tv_sec, time.tv_n
 }  // namespace
 
 int32_t OpenCollectorSetupKey(CRegistry& registry, const std::string& path) {
-  CRegistryPath components(path);
-  const std::string_view first = components.Next();
+  const std::string_view first = CRegistryPath(path).Next();
   const std::string root = ToUpperRegistryName(first);
   if (!IsRootKeyName(root)) {
     return registry.Open(path.c_str(), HKEY_LOCAL_MACHINE);
   }
   std::string canonical = path;
-  const auto position = static_cast<size_t>(first.data() - components.GetText().data());
-  canonical.replace(position, first.size(), root);
+  canonical.replace(static_cast<size_t>(first.data() - path.data()), first.size(), root);
   return registry.Open(canonical.c_str(), nullptr);
 }
 

@@ -57,7 +57,7 @@ bool FindProcessByName(int32_t& pid, std::string_view name) {
     if (candidate == 0) {
       continue;
     }
-    path.assign(std::to_string(candidate)).append("/comm");
+    path.assign(entry->d_name).append("/comm");
     if (CLineReader(path.c_str(), dirfd(processes.get())).Read(commandName) &&
         commandName == name) {
       pid = candidate;

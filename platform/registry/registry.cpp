@@ -1,10 +1,12 @@
 #include "platform/registry/registry.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
 #include "base/shown_address.h"
 #include "platform/registry/registry_node.h"
+#include "platform/registry/registry_path.h"
 #include "platform/registry/registry_tree.h"
 #include "trace/debug_client.h"
 
@@ -25,7 +27,7 @@ bool ReadOnce(CRegistry& registry, std::string& text, const char* name) {
 }  // namespace
 
 std::shared_ptr<CRegistryNode> HKEY::GetNode() const {
-  return m_pRootName != nullptr ? CRegistryTree::Get().GetTop()->OpenKey(m_pRootName) : m_pNode;
+  return m_strRootName.empty() ? m_pNode : CRegistryTree::Get().GetTop()->OpenKey(m_strRootName);
 }
 
 CRegistry::CRegistry() { InitClass(); }
@@ -43,14 +45,14 @@ CRegistry::CRegistry(const char* path, const HKEY& root, int32_t access) {
 CRegistry::CRegistry(const CRegistry& other) {
   InitClass();
   m_pNode = other.m_pNode;
-  m_oPath = other.m_oPath;
+  m_strPath = other.m_strPath;
 }
 
 CRegistry& CRegistry::operator=(const CRegistry& other) {
   if (this != &other) {
     InitClass();
     m_pNode = other.m_pNode;
-    m_oPath = other.m_oPath;
+    m_strPath = other.m_strPath;
   }
   return *this;
 }
@@ -99,16 +101,24 @@ int32_t CRegistry::Open(const char* path, const HKEY& root, int32_t /*access*/) 
 
 // Walks down from `node` and makes the key at the end the current one.
 int32_t CRegistry::OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
-  m_oPath.Assign(path);
-  for (std::string_view name = m_oPath.Next(); node != nullptr && !name.empty();
-       name = m_oPath.Next()) {
+  CRegistryPath components(path);
+  for (std::string_view name = components.Next(); node != nullptr && !name.empty();
+       name = components.Next()) {
     node = node->OpenKey(name);
   }
   if (node == nullptr) {
     return CloseAndFail();
   }
-  m_pNode = std::move(node);
+  SetCurrent(path, std::move(node));
   return REGISTRY_OK;
+}
+
+void CRegistry::SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node) {
+  m_strPath = path;
+  if (path.find('\\') != std::string_view::npos) {
+    std::replace(m_strPath.begin(), m_strPath.end(), '\\', '/');
+  }
+  m_pNode = std::move(node);
 }
 
 int32_t CRegistry::CloseAndFail() {
@@ -119,7 +129,7 @@ int32_t CRegistry::CloseAndFail() {
 
 void CRegistry::Close() {
   m_pNode.reset();
-  m_oPath = {};
+  m_strPath.clear();
 }
 
 int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
@@ -136,16 +146,15 @@ int64_t CRegistry::CreateKey(const HKEY& parent, const char* path) {
 // Walks down from `node`, makes what is missing, and makes the key at the end the current one.
 int32_t CRegistry::CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node) {
   const CRegistryChange change;
-  CRegistryPath created(path);
-  for (std::string_view name = created.Next(); node != nullptr && !name.empty();
-       name = created.Next()) {
+  CRegistryPath components(path);
+  for (std::string_view name = components.Next(); node != nullptr && !name.empty();
+       name = components.Next()) {
     node = node->CreateKey(name);
   }
   if (node == nullptr) {
     return REGISTRY_FAILED;
   }
-  m_oPath = std::move(created);
-  m_pNode = std::move(node);
+  SetCurrent(path, std::move(node));
   return REGISTRY_OK;
 }
 

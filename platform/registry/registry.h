@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "platform/registry/registry_entry.h"
-#include "platform/registry/registry_path.h"
 
 class CRegistryNode;
 
@@ -47,16 +46,16 @@ constexpr std::array<const char*, 5> ROOT_KEY_NAMES = {"HKEY_LOCAL_MACHINE", "HK
 class HKEY {
  public:
   HKEY(std::nullptr_t = nullptr) {}
-  HKEY(RootKey root) : m_pRootName(ROOT_KEY_NAMES[root]) {}
+  HKEY(RootKey root) : m_strRootName(ROOT_KEY_NAMES[root]) {}
   HKEY(std::shared_ptr<CRegistryNode> node) : m_pNode(std::move(node)) {}
 
-  bool IsNull() const { return m_pRootName == nullptr && m_pNode == nullptr; }
+  bool IsNull() const { return m_strRootName.empty() && m_pNode == nullptr; }
 
   // The key at this moment; null for the null handle and for a root key that is not in the tree.
   std::shared_ptr<CRegistryNode> GetNode() const;
 
  private:
-  const char* m_pRootName = nullptr;
+  std::string_view m_strRootName;  // empty: no root key
   std::shared_ptr<CRegistryNode> m_pNode;
 };
 
@@ -157,7 +156,7 @@ class CRegistry {
   uint32_t GetValueType() const { return m_nValueType; }
   uint32_t GetValueLength() const { return m_nValueLength; }
   // The path last opened, separated by "/".
-  const std::string& GetPath() const { return m_oPath.GetText(); }
+  const std::string& GetPath() const { return m_strPath; }
   HKEY GetKey() const { return m_pNode; }
 
   // Whether reading a REG_EXPAND_SZ expands it; it does by default.
@@ -190,6 +189,7 @@ class CRegistry {
   std::shared_ptr<CRegistryNode> NodeOf(const HKEY& key) const;
   int32_t OpenNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t CreateNode(std::string_view path, std::shared_ptr<CRegistryNode> node);
+  void SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node);
   int32_t FollowPointer(std::string_view pointer);
   int32_t CloseAndFail();
   template <typename Read>
@@ -206,7 +206,7 @@ class CRegistry {
   bool m_bExpand = true;
   std::shared_ptr<CRegistryNode> m_pNode;  // the current key; null: none
   RegistryValue m_oValue;                  // the value buffer: what GetValue() read last
-  CRegistryPath m_oPath;                   // the path last opened
+  std::string m_strPath;
 };
 
 // Reads the string value `name` of the pointer key. False, and `text` untouched, when there is

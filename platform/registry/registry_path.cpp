@@ -1,7 +1,6 @@
 #include "platform/registry/registry_path.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -25,21 +24,18 @@ size_t FindRegistrySeparator(std::string_view path) {
                                  : std::string_view::npos;
 }
 
-void CRegistryPath::Assign(std::string_view path) {
-  m_strText = path;
-  m_nNext = 0;
-  for (size_t position = m_strText.find('\\'); position != std::string::npos;
-       position = m_strText.find('\\', position + 1)) {
-    m_strText[position] = '/';
-  }
-}
-
 std::string_view CRegistryPath::Next() {
-  const char* begin = m_strText.c_str() + m_nNext;
-  while (*begin == '/') {
-    ++begin;
+  while (m_nNext < m_strPath.size() && IsSeparator(m_strPath[m_nNext])) {
+    ++m_nNext;
   }
-  const char* const end = strchrnul(begin, '/');
-  m_nNext = static_cast<size_t>(end - m_strText.c_str());
-  return {begin, end};
+  // Each kind of separator is searched for once, whatever lies between.
+  if (m_nSlash <= m_nNext) {
+    m_nSlash = m_strPath.find('/', m_nNext);
+  }
+  if (m_nBackslash <= m_nNext) {
+    m_nBackslash = m_strPath.find('\\', m_nNext);
+  }
+  const size_t begin = m_nNext;
+  m_nNext = std::min({m_nSlash, m_nBackslash, m_strPath.size()});
+  return m_strPath.substr(begin, m_nNext - begin);
 }

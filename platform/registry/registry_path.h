@@ -3,25 +3,21 @@
 #include <string>
 #include <string_view>
 
-// A registry path and a walk over its components. "\" and "/" separate alike, everywhere;
-// separators at either end and doubled ones are accepted.
+// Walks the components of a registry path. "\" and "/" separate alike, everywhere; separators at
+// either end and doubled ones are accepted.
 class CRegistryPath {
  public:
-  CRegistryPath() = default;
-  explicit CRegistryPath(std::string_view path) { Assign(path); }
+  // The path must outlive the object.
+  explicit CRegistryPath(std::string_view path) : m_strPath(path) {}
 
-  // Takes another path, which holds no NUL, and begins a walk over it. Throws std::bad_alloc.
-  void Assign(std::string_view path);
-
-  // The next component, or an empty string at the end. Valid until another path is assigned.
+  // The next component, or an empty string at the end.
   std::string_view Next();
 
-  // The path with every separator as "/".
-  const std::string& GetText() const { return m_strText; }
-
  private:
-  std::string m_strText;
-  size_t m_nNext = 0;  // the position of the next component, or of a separator before it
+  std::string_view m_strPath;
+  size_t m_nNext = 0;       // the position of the next component, or of a separator before it
+  size_t m_nSlash = 0;      // that of the first "/" from there on, unless it lies before it
+  size_t m_nBackslash = 0;  // the same of "\"
 };
 
 // The position of the first separator, or npos.

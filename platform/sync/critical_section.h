@@ -28,12 +28,13 @@ class CCriticalSection {
   void Release() noexcept;
 
  private:
+  static const void* GetCaller() noexcept;
   bool IsOwnedByCaller() const noexcept;
 
   pthread_mutex_t m_oMutex = {};
-  std::atomic<pthread_t> m_nOwner = 0;  // 0: free
-  int32_t m_nDepth = 0;                 // touched by the owner only
-  bool m_bReady = false;                // the mutex was initialised
+  std::atomic<const void*> m_pOwner = nullptr;  // the thread, as GetCaller() gives it; null: free
+  int32_t m_nDepth = 0;                         // touched by the owner only
+  bool m_bReady = false;                        // the mutex was initialised
 };
 
 [[gnu::always_inline]] inline void CCriticalSection::Acquire() noexcept {
@@ -42,7 +43,7 @@ class CCriticalSection {
   }
   if (!IsOwnedByCaller()) {
     pthread_mutex_lock(&m_oMutex);
-    m_nOwner.store(pthread_self(), std::memory_order_relaxed);
+    m_pOwner.store(GetCaller(), std::memory_order_relaxed);
   }
   ++m_nDepth;
 }
@@ -52,14 +53,24 @@ class CCriticalSection {
     return;
   }
   if (--m_nDepth == 0) {
-    m_nOwner.store(0, std::memory_order_relaxed);
+    m_pOwner.store(nullptr, std::memory_order_relaxed);
     pthread_mutex_unlock(&m_oMutex);
   }
 }
 
-// Another thread's id can never be read as the caller's, so no ordering is needed.
+// A value that no other living thread has. A call of pthread_self() would cost as much as the rest
+// of an uncontended lock.
+inline const void* CCriticalSection::GetCaller() noexcept {
+#if __has_builtin(__builtin_thread_pointer)
+  return __builtin_thread_pointer();
+#else
+  return reinterpret_cast<const void*>(pthread_self());
+#endif
+}
+
+// Another thread's value can never be read as the caller's, so no ordering is needed.
 inline bool CCriticalSection::IsOwnedByCaller() const noexcept {
-  return m_nOwner.load(std::memory_order_relaxed) == pthread_self();
+  return m_pOwner.load(std::memory_order_relaxed) == GetCaller();
 }
 
 // Holds a critical section for the life of the object.
