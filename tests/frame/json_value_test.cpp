@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -19,17 +21,41 @@ using rapidjson::Value;
 
 constexpr int VERY_DEEP = 100'000;
 
+// Too long to be kept within a value.
+constexpr char LONG_TEXT[] = "a text of considerable length";
+
 void ExpectInteger(const Value& value, uint64_t bits) {
   EXPECT_EQ(ToJsonInteger(value), std::optional(bits));
 }
 
 void ExpectNothing(const Value& value) { EXPECT_EQ(ToJsonInteger(value), std::nullopt); }
 
-// Copies the value and checks that the copy looks like its source and stays within the measure.
+void ExpectNothingShared(const Value& copy, const Value& source) {
+  if (copy.IsString()) {
+    EXPECT_NE(copy.GetString(), source.GetString());
+  } else if (copy.IsArray()) {
+    for (rapidjson::SizeType index = 0; index < copy.Size(); ++index) {
+      EXPECT_NE(&copy[index], &source[index]);
+      ExpectNothingShared(copy[index], source[index]);
+    }
+  } else if (copy.IsObject()) {
+    auto original = source.MemberBegin();
+    for (const auto& member : copy.GetObject()) {
+      EXPECT_NE(&member.name, &original->name);
+      ExpectNothingShared(member.name, original->name);
+      ExpectNothingShared(member.value, original->value);
+      ++original;
+    }
+  }
+}
+
+// Copies the value and checks that the copy looks like its source, shares nothing with it and stays
+// within the measure.
 void ExpectCopied(const Value& source) {
   Document copy;
   CopyJson(source, copy, copy.GetAllocator());
-  EXPECT_EQ(TextOf(copy), TextOf(source));
+  ASSERT_EQ(TextOf(copy), TextOf(source));
+  ExpectNothingShared(copy, source);
   EXPECT_LE(copy.GetAllocator().Size(), MeasureJsonCopy(source));
 }
 
@@ -40,13 +66,14 @@ void ExpectCopied(const std::string& text) {
   ExpectCopied(source);
 }
 
-// Wraps the document in `levels` arrays, each with an element before and one after it.
+// Wraps the document in `levels` arrays, each with an element before and two after it.
 void WrapInArrays(Document& document, int levels) {
   for (int level = 0; level < levels; ++level) {
     Value outer(rapidjson::kArrayType);
     outer.PushBack(level, document.GetAllocator());
     outer.PushBack(static_cast<Value&>(document), document.GetAllocator());
     outer.PushBack(-level, document.GetAllocator());
+    outer.PushBack(LONG_TEXT, document.GetAllocator());
     static_cast<Value&>(document) = outer;
   }
 }
@@ -57,6 +84,7 @@ void WrapInObjects(Document& document, int levels) {
     outer.AddMember("before", level, document.GetAllocator());
     outer.AddMember("inner", static_cast<Value&>(document), document.GetAllocator());
     outer.AddMember("after", -level, document.GetAllocator());
+    outer.AddMember(LONG_TEXT, LONG_TEXT, document.GetAllocator());
     static_cast<Value&>(document) = outer;
   }
 }
@@ -177,6 +205,21 @@ TEST(JsonCopyTest, DuplicatesConstantTextsAndNames) {
   EXPECT_EQ(TextOf(copy), original);
 }
 
+TEST(JsonCopyTest, DuplicatesStringsThatLieBeforeTheCopyAndAfterIt) {
+  alignas(std::max_align_t) char memory[4096];
+  char* const parts[] = {memory, memory + 1024, memory + 2048};
+  for (char* const text : {parts[0], parts[2]}) {
+    std::strcpy(text, LONG_TEXT);
+    Document source;
+    source.SetArray().PushBack(rapidjson::StringRef(text), source.GetAllocator());
+    Document::AllocatorType allocator(parts[1], 1024);
+    Value copy;
+    CopyJson(source, copy, allocator);
+    std::strcpy(text, "another text");
+    EXPECT_STREQ(copy[0].GetString(), LONG_TEXT);
+  }
+}
+
 TEST(JsonCopyTest, OutlivesItsSource) {
   auto source = std::make_unique<Document>();
   source->Parse(R"({"a":[{"b":"a text of considerable length"}],"c":{}})");
@@ -242,7 +285,7 @@ TEST(JsonCopyTest, CopiesVeryDeepArrays) {
   const Value* value = &copy;
   for (int level = VERY_DEEP - 1; level >= 0; --level) {
     ASSERT_TRUE(value->IsArray());
-    ASSERT_EQ(value->Size(), 3U);
+    ASSERT_EQ(value->Size(), 4U);
     ASSERT_EQ((*value)[0].GetInt(), level);
     ASSERT_EQ((*value)[2].GetInt(), -level);
     value = &(*value)[1];
@@ -260,7 +303,7 @@ TEST(JsonCopyTest, CopiesVeryDeepObjects) {
   const Value* value = &copy;
   for (int level = VERY_DEEP - 1; level >= 0; --level) {
     ASSERT_TRUE(value->IsObject());
-    ASSERT_EQ(value->MemberCount(), 3U);
+    ASSERT_EQ(value->MemberCount(), 4U);
     ASSERT_EQ((*value)["before"].GetInt(), level);
     ASSERT_EQ((*value)["after"].GetInt(), -level);
     value = &(*value)["inner"];
