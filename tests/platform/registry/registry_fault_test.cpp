@@ -325,6 +325,20 @@ TEST_F(RegistryWriteTest, FailureOfAPieceLeavesTheOldFileAndEndsTheWriting) {
   EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
 }
 
+TEST_F(RegistryWriteTest, NothingIsWrittenBeyondTheLongestFile) {
+  FaultPlan plan(0, [](size_t, const std::string&) { return Outcome::DONE; });
+  EXPECT_EQ(SaveRegistryFile([](const RegistryTextSink& sink) {
+              const std::string piece(LONGEST_REGISTRY_FILE / 4, 'x');
+              for (int count = 0; count < 6; ++count) {
+                sink(piece);
+              }
+            }),
+            RegistrySave::FAILED);
+  EXPECT_THAT(plan.GetCalls(), Contains("write").Times(4));
+  EXPECT_EQ(ReadFile(REGISTRY_FILE), OLD_TREE);
+  EXPECT_FALSE(Exists(REGISTRY_TEMPORARY_FILE));
+}
+
 int CountInheritedDescriptors() {
   int count = 0;
   for (int descriptor = 0; descriptor < 100; ++descriptor) {
