@@ -115,6 +115,7 @@ int32_t CRegistry::OpenNode(std::string_view path, std::shared_ptr<CRegistryNode
 
 void CRegistry::SetCurrent(std::string_view path, std::shared_ptr<CRegistryNode> node) {
   m_strPath = path;
+  // Looked for in the original: what has just been written is slow to read back.
   if (path.find('\\') != std::string_view::npos) {
     std::replace(m_strPath.begin(), m_strPath.end(), '\\', '/');
   }

@@ -247,7 +247,7 @@ void WriteLine(std::string_view name, std::string_view marker, std::string_view 
 // Most strings are written as they are, after one search for a line end in the name and the data.
 template <size_t SIZE>
 void WriteString(const CRegistryEntry& entry, const char (&marker)[SIZE], LineBuffer& lines) {
-  constexpr std::string_view::size_type LENGTH = SIZE - 1;
+  constexpr size_t LENGTH = SIZE - 1;
   const std::string_view both = entry.GetNameAndData();
   if (both.size() + LENGTH > REGISTRY_LINE_LENGTH || both.front() == '[' || Holds(both, '\n')) {
     WriteAnyString(entry, marker, lines);

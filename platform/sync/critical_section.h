@@ -58,8 +58,8 @@ class CCriticalSection {
   }
 }
 
-// A value that no other living thread has. A call of pthread_self() would cost as much as the rest
-// of an uncontended lock.
+// A value that no other living thread has. Calls of pthread_self() took a third of the time of an
+// uncontended lock.
 inline const void* CCriticalSection::GetCaller() noexcept {
 #if __has_builtin(__builtin_thread_pointer)
   return __builtin_thread_pointer();
