@@ -62,7 +62,8 @@ CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, size_t data
                                CRegistryArena* arena) {
   using Block = CRegistryArena::Block;
   static_assert(sizeof(Block) == alignof(Head));
-  Head head = {type, static_cast<uint32_t>(name.size()), static_cast<uint32_t>(dataLength), 0};
+  Head head = {static_cast<uint16_t>(type), arena != nullptr, static_cast<uint32_t>(name.size()),
+               static_cast<uint32_t>(dataLength), 0};
   const size_t size = SizeOf(head);
   void* piece = nullptr;
   if (arena != nullptr) {

@@ -56,8 +56,8 @@ class CRegistryArena {
 // Not thread-safe: the lock of the key that holds the entry guards it.
 class CRegistryEntry {
  public:
-  // `type` is REG_SZ or REG_EXPAND_SZ; the string ends at its first NUL. The memory comes from the
-  // arena when there is one.
+  // `type` is REG_SZ or REG_EXPAND_SZ; the string ends at its first NUL. An entry that is read from
+  // a registry text takes its memory from the arena of that text; others have none (null).
   static CRegistryEntry MakeString(std::string_view name, uint32_t type, std::string_view text,
                                    CRegistryArena* arena = nullptr);
   static CRegistryEntry MakeBinary(std::string_view name, std::string_view bytes,
@@ -82,13 +82,10 @@ class CRegistryEntry {
     return IsKey() ? std::string_view("") : std::string_view(DataOf(*m_pHead), m_pHead->dataLength);
   }
 
-  // Of a value: its name, a NUL and its data, as they lie in memory.
-  std::string_view GetNameAndData() const {
-    return {NameOf(*m_pHead), size_t{m_pHead->nameLength} + 1 + m_pHead->dataLength};
-  }
-
   uint32_t GetType() const { return m_pHead->type; }
   bool IsKey() const { return GetType() == REG_KEY; }
+  // True when it was read from a registry text, and a string can be written as it is.
+  bool IsFromText() const { return m_pHead->isFromText; }
   int32_t GetInteger() const;
 
   // Null unless the entry is a subkey, and for a deleted one.
@@ -100,7 +97,8 @@ class CRegistryEntry {
  private:
   // The name follows and a NUL, then the data and a NUL or, aligned, the pointer to the subkey.
   struct Head {
-    uint32_t type;
+    uint16_t type;
+    bool isFromText;
     uint32_t nameLength;
     uint32_t dataLength;
     uint32_t offset;  // bytes from the beginning of the block

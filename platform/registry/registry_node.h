@@ -87,6 +87,27 @@ class CRegistryNode {
     }
   }
 
+  // Calls `visit` with the entries from the name `next` on, in order, under the lock, until it
+  // returns false. True when there are more; `next` is then the name to go on from. Throws
+  // std::bad_alloc.
+  template <typename Visit>
+  bool ForEachFrom(std::string& next, const Visit& visit) {
+    const CCriticalSectionGuard guard(m_oLock);
+    if (m_bDead) {
+      return false;
+    }
+    const auto end = m_oEntries.end();
+    auto entry = Search(next).entry;
+    while (entry != end && visit(*entry)) {
+      ++entry;
+    }
+    if (entry == end || ++entry == end) {
+      return false;
+    }
+    next = entry->GetName();
+    return true;
+  }
+
   // Frees everything below this key, without a trace, and leaves it alive.
   void Clear();
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -151,38 +152,65 @@ class Parser {
 constexpr char HEXADECIMAL[] = "0123456789abcdef";
 constexpr size_t BYTE_WIDTH = 3;  // two digits and a blank
 
-// Collects lines in blocks of whole pages, which a file takes quickest.
+// Copies `size` bytes, which are SIZE to twice as many.
+template <size_t SIZE>
+void CopyEnds(char* target, const char* source, size_t size) {
+  std::array<char, SIZE> first;
+  std::array<char, SIZE> last;
+  std::memcpy(first.data(), source, SIZE);
+  std::memcpy(last.data(), source + size - SIZE, SIZE);
+  std::memcpy(target, first.data(), SIZE);
+  std::memcpy(target + size - SIZE, last.data(), SIZE);
+}
+
+// Returns the end of the copy. Most names and values are short: to call a function for them takes
+// longer than to copy them.
+[[gnu::always_inline]] inline char* Append(char* target, std::string_view piece) {
+  const size_t size = piece.size();
+  if (size > 32) {
+    std::memcpy(target, piece.data(), size);
+  } else if (size >= 16) {
+    CopyEnds<16>(target, piece.data(), size);
+  } else if (size >= 8) {
+    CopyEnds<8>(target, piece.data(), size);
+  } else if (size >= 4) {
+    CopyEnds<4>(target, piece.data(), size);
+  } else {
+    std::copy_n(piece.data(), size, target);
+  }
+  return target + size;
+}
+
+// Collects lines and hands them out in blocks of whole pages, which a file takes quickest.
 class LineBuffer {
  public:
   LineBuffer() = default;
   LineBuffer(const LineBuffer&) = delete;
   LineBuffer& operator=(const LineBuffer&) = delete;
 
+  // True when no further line may be written before the block is handed out.
+  bool IsFull() const { return m_pEnd >= m_pBytes.get() + BLOCK_SIZE; }
+
   // Writes a line of these parts, of REGISTRY_LINE_LENGTH bytes at most. Inlined, since the size of
   // some is known then.
   template <typename... Parts>
   [[gnu::always_inline]] void Write(const Parts&... parts) {
     char* end = m_pEnd;
-    ((end = std::copy_n(parts.data(), parts.size(), end)), ...);
-    *end = '\n';
-    m_pEnd = end + 1;
-    if (m_pEnd >= m_pBytes.get() + BLOCK_SIZE) {
-      StartBlock();
+    ((end = Append(end, parts)), ...);
+    *end++ = '\n';
+    m_pEnd = end;
+  }
+
+  // Hands out the block when it is full. Not to be called under the lock of a key: nobody could
+  // read it while the sink waits for a disk.
+  void HandOutFullBlock(const RegistryTextSink& sink) {
+    if (IsFull()) {
+      sink({m_pBytes.get(), BLOCK_SIZE});
+      m_pEnd = std::copy(m_pBytes.get() + BLOCK_SIZE, m_pEnd, m_pBytes.get());
     }
   }
 
-  // Hands out the blocks that are full. Not to be called under the lock of a key: nobody could read
-  // it while the sink waits for a disk.
-  void HandOutFullBlocks(const RegistryTextSink& sink) {
-    for (std::unique_ptr<char[]>& block : m_oFullBlocks) {
-      sink({block.get(), BLOCK_SIZE});
-      m_pSpare = std::move(block);
-    }
-    m_oFullBlocks.clear();
-  }
-
-  void HandOutAll(const RegistryTextSink& sink) {
-    HandOutFullBlocks(sink);
+  void HandOutRest(const RegistryTextSink& sink) {
     sink({m_pBytes.get(), m_pEnd});
     m_pEnd = m_pBytes.get();
   }
@@ -190,24 +218,9 @@ class LineBuffer {
  private:
   static constexpr size_t BLOCK_SIZE = 65'536;
 
-  // With room for a line that begins in the block.
-  static std::unique_ptr<char[]> MakeBytes() {
-    return std::unique_ptr<char[]>(new char[BLOCK_SIZE + REGISTRY_LINE_LENGTH + 1]);
-  }
-
-  // The last line of the full block may end in the next one.
-  void StartBlock() {
-    std::unique_ptr<char[]> next = m_pSpare != nullptr ? std::move(m_pSpare) : MakeBytes();
-    char* const end = std::copy(m_pBytes.get() + BLOCK_SIZE, m_pEnd, next.get());
-    m_oFullBlocks.push_back(std::move(m_pBytes));
-    m_pBytes = std::move(next);
-    m_pEnd = end;
-  }
-
-  std::vector<std::unique_ptr<char[]>> m_oFullBlocks;
-  std::unique_ptr<char[]> m_pBytes = MakeBytes();  // of the block that is being filled
+  // Of one block, and of the line that begins in it and may end in the next one.
+  const std::unique_ptr<char[]> m_pBytes{new char[BLOCK_SIZE + REGISTRY_LINE_LENGTH + 1]};
   char* m_pEnd = m_pBytes.get();
-  std::unique_ptr<char[]> m_pSpare;  // for the next block; null: none
 };
 
 bool Holds(std::string_view text, char byte) { return text.find(byte) != std::string_view::npos; }
@@ -244,18 +257,15 @@ void WriteLine(std::string_view name, std::string_view marker, std::string_view 
   }
 }
 
-// Most strings are written as they are, after one search for a line end in the name and the data.
+// A string that was read from a line makes that line again: it needs no check.
 template <size_t SIZE>
 void WriteString(const CRegistryEntry& entry, const char (&marker)[SIZE], LineBuffer& lines) {
   constexpr size_t LENGTH = SIZE - 1;
-  const std::string_view both = entry.GetNameAndData();
-  if (both.size() + LENGTH > REGISTRY_LINE_LENGTH || both.front() == '[' || Holds(both, '\n')) {
-    WriteAnyString(entry, marker, lines);
-    return;
+  if (entry.IsFromText()) {
+    lines.Write(entry.GetName(), std::string_view(marker, LENGTH), entry.GetData());
+  } else {
+    WriteAnyString(entry, std::string_view(marker, LENGTH), lines);
   }
-  const size_t nameLength = entry.GetName().size();
-  lines.Write(std::string_view(both.data(), nameLength), std::string_view(marker, LENGTH),
-              std::string_view(both.data() + nameLength + 1, both.size() - nameLength - 1));
 }
 
 // Left out when the line has no room for all digits.
@@ -290,8 +300,7 @@ void WriteBinary(const CRegistryEntry& entry, LineBuffer& lines) {
 // Writes the line of the value, unless it could not be read back.
 void WriteValue(const CRegistryEntry& entry, LineBuffer& lines) {
   switch (entry.GetType()) {
-    case REG_SZ:
-      return WriteString(entry, "=s=", lines);
+    [[likely]] case REG_SZ : return WriteString(entry, "=s=", lines);
     case REG_EXPAND_SZ:
       return WriteString(entry, "=es=", lines);
     case REG_DWORD:
@@ -312,16 +321,23 @@ struct Subkey {
 };
 
 // Writes the values of the node and returns its subkeys, the last one first.
-std::vector<Subkey> WriteValues(CRegistryNode& node, LineBuffer& lines) {
+std::vector<Subkey> WriteValues(CRegistryNode& node, LineBuffer& lines,
+                                const RegistryTextSink& sink) {
   std::vector<Subkey> subkeys;
-  node.ForEach([&](const CRegistryEntry& entry) {
-    if (!entry.IsKey()) {
-      WriteValue(entry, lines);
-    } else if (std::string header = HeaderOf(entry.GetName());
-               entry.GetKey() != nullptr && IsReadAsOneLine(header)) {
-      subkeys.push_back({std::move(header), entry.GetKey()});
-    }
-  });
+  std::string next;  // the name to go on from
+  bool isLeft = true;
+  while (isLeft) {
+    isLeft = node.ForEachFrom(next, [&](const CRegistryEntry& entry) {
+      if (!entry.IsKey()) {
+        WriteValue(entry, lines);
+      } else if (std::string header = HeaderOf(entry.GetName());
+                 entry.GetKey() != nullptr && IsReadAsOneLine(header)) {
+        subkeys.push_back({std::move(header), entry.GetKey()});
+      }
+      return !lines.IsFull();
+    });
+    lines.HandOutFullBlock(sink);
+  }
   return {std::make_move_iterator(subkeys.rbegin()), std::make_move_iterator(subkeys.rend())};
 }
 
@@ -335,20 +351,21 @@ void WriteRegistryText(CRegistryNode& node, const RegistryTextSink& sink) {
   LineBuffer lines;
   std::vector<std::vector<Subkey>>
       levels;  // what is left to write, from the outermost to the innermost
-  levels.push_back(WriteValues(node, lines));
+  levels.push_back(WriteValues(node, lines, sink));
   while (!levels.empty()) {
     if (levels.back().empty()) {
       levels.pop_back();
       lines.Write();
+      lines.HandOutFullBlock(sink);
       continue;
     }
     const Subkey subkey = std::move(levels.back().back());
     levels.back().pop_back();
     lines.Write(subkey.header);
-    levels.push_back(WriteValues(*subkey.key, lines));
-    lines.HandOutFullBlocks(sink);
+    lines.HandOutFullBlock(sink);
+    levels.push_back(WriteValues(*subkey.key, lines, sink));
   }
-  lines.HandOutAll(sink);
+  lines.HandOutRest(sink);
 }
 
 std::string WriteRegistryText(CRegistryNode& node) {

@@ -29,9 +29,9 @@ bool ParseRegistryText(std::string_view text, CRegistryNode& node);
 using RegistryTextSink = std::function<void(std::string_view piece)>;
 
 // Hands out the node as such a text, values before subkeys, each node closed by an empty line.
-// Deleted keys are left out. A key that another thread changes meanwhile is written as before or
-// after the change. No key is locked while `sink` runs. Throws std::bad_alloc, and what `sink`
-// throws.
+// Deleted keys are left out. No key is locked while `sink` runs, and a key may be written in
+// several pieces: an entry that another thread changes meanwhile is written as before or after the
+// change. Throws std::bad_alloc, and what `sink` throws.
 //
 // What is written can be read back: a string is cut at its first line end, strings and bytes where
 // the line would exceed REGISTRY_LINE_LENGTH. An entry is left out when its name could not be read

@@ -381,4 +381,32 @@ TEST(RegistryNodeTest, KillRegistryKeysKillsTheKeysAmongTheEntries) {
   EXPECT_EQ(Put(*key, Text("name")), Stored::REFUSED);
 }
 
+TEST(RegistryNodeTest, VisitsEntriesInPartsFromANameOn) {
+  CRegistryNode node;
+  std::vector<std::string> names;
+  const auto visit = [&](std::string& next, size_t count) {
+    return node.ForEachFrom(next, [&](const CRegistryEntry& entry) {
+      names.emplace_back(entry.GetName());
+      return --count > 0;
+    });
+  };
+  std::string next;
+  EXPECT_FALSE(visit(next, 1));
+  for (const char* name : {"", "a", "b", "d", "e"}) {
+    Put(node, Text(name, "text"));
+  }
+  EXPECT_TRUE(visit(next, 3));
+  EXPECT_EQ(next, "d");
+  EXPECT_EQ(names, (std::vector<std::string>{"", "a", "b"}));
+  next = "c";
+  EXPECT_FALSE(visit(next, 2));
+  EXPECT_EQ(names, (std::vector<std::string>{"", "a", "b", "d", "e"}));
+  next = "f";
+  EXPECT_FALSE(visit(next, 1));
+  node.deleteNode();
+  next = "";
+  EXPECT_FALSE(visit(next, 1));
+  EXPECT_EQ(names.size(), 5U);
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -195,6 +196,133 @@ TEST_F(RegistryWriterTest, KeysCanBeReadWhileAPieceIsHandedOut) {
     }).join();
   });
   EXPECT_GT(reads, 2);
+}
+
+// A key of lines of 1,000 bytes, which takes several pieces.
+class RegistryPiecesTest : public RegistryWriterTest {
+ protected:
+  static constexpr int FIRST = 1000;
+  static constexpr int END = 1200;
+  static constexpr int IN_FIRST_PIECE = 66;  // the last of them in part
+
+  RegistryPiecesTest() : m_pKey(m_oTop.CreateKey("large")) {
+    for (int value = FIRST; value < END; ++value) {
+      Put(*m_pKey, Value(std::to_string(value)));
+    }
+  }
+
+  static CRegistryEntry Value(const std::string& name) {
+    return CRegistryEntry::MakeString(name, REG_SZ, std::string(992, 'x'));
+  }
+
+  static std::string Lines(int first, int end) {
+    std::string lines;
+    for (int value = first; value < end; ++value) {
+      lines += std::to_string(value) + "=s=" + std::string(992, 'x') + "\n";
+    }
+    return lines;
+  }
+
+  // What is written when `change` is made after the first piece.
+  template <typename Change>
+  std::string WrittenWith(const Change& change) {
+    std::string written;
+    WriteRegistryText(m_oTop, [&](std::string_view piece) {
+      if (written.empty()) {
+        change();
+      }
+      written += piece;
+    });
+    return written;
+  }
+
+  void Remove(const char* name) {
+    std::vector<CRegistryEntry> removed;
+    ASSERT_TRUE(m_pKey->Remove(name, removed));
+  }
+
+  const std::shared_ptr<CRegistryNode> m_pKey;
+};
+
+TEST_F(RegistryPiecesTest, GoesOnAfterAValueThatWasRemovedMeanwhile) {
+  const int next = FIRST + IN_FIRST_PIECE;
+  EXPECT_EQ(WrittenWith([&] { Remove(std::to_string(next).c_str()); }),
+            "[large]\n" + Lines(FIRST, next) + Lines(next + 1, END) + "\n\n");
+}
+
+TEST_F(RegistryPiecesTest, WritesNoValueTwiceWhenOthersComeAndGo) {
+  const std::string next = std::to_string(FIRST + IN_FIRST_PIECE);
+  const std::string later = next + "a=s=" + std::string(992, 'x') + "\n";
+  EXPECT_EQ(WrittenWith([&] {
+              Remove("1000");
+              Put(*m_pKey, Value("0"));
+              Put(*m_pKey, Value("00"));
+              Put(*m_pKey, Value(next + "a"));
+            }),
+            "[large]\n" + Lines(FIRST, FIRST + IN_FIRST_PIECE + 1) + later +
+                Lines(FIRST + IN_FIRST_PIECE + 1, END) + "\n\n");
+}
+
+TEST_F(RegistryPiecesTest, EndsAKeyThatWasDeletedMeanwhile) {
+  m_oTop.CreateKey("other");
+  EXPECT_EQ(WrittenWith([&] { m_pKey->deleteNode(); }),
+            "[large]\n" + Lines(FIRST, FIRST + IN_FIRST_PIECE) + "\n[other]\n\n\n");
+}
+
+TEST_F(RegistryWriterTest, APieceMayEndWithTheLastValue) {
+  for (int value = 10; value < 74; ++value) {
+    Put(m_oTop, CRegistryEntry::MakeString(std::to_string(value), REG_SZ, std::string(1018, 'x')));
+  }
+  std::vector<size_t> sizes;
+  WriteRegistryText(m_oTop, [&](std::string_view piece) { sizes.push_back(piece.size()); });
+  EXPECT_EQ(sizes, (std::vector<size_t>{65'536, 1}));
+}
+
+TEST_F(RegistryWriterTest, PiecesEndInAllKindsOfLines) {
+  std::string expected;
+  for (int key = 10'000; key < 30'000; ++key) {
+    const std::string name = std::to_string(key) + std::string(static_cast<size_t>(key % 7), 'x');
+    m_oTop.CreateKey(name)->CreateKey("inner");
+    expected += "[" + name + "]\n[inner]\n\n\n";
+  }
+  std::string written;
+  std::vector<size_t> sizes;
+  WriteRegistryText(m_oTop, [&](std::string_view piece) {
+    written += piece;
+    sizes.push_back(piece.size());
+  });
+  EXPECT_EQ(written, expected + "\n");
+  sizes.pop_back();
+  EXPECT_EQ(sizes, std::vector(written.size() / 65'536, size_t{65'536}));
+}
+
+// They are copied in words.
+TEST_F(RegistryWriterTest, WritesStringsOfEachLengthAsTheyWereRead) {
+  const auto letters = [](size_t count) {
+    std::string text;
+    while (text.size() < count) {
+      text += static_cast<char>('a' + text.size() % 26);
+    }
+    return text;
+  };
+  for (size_t length = 0; length < 70; ++length) {
+    for (size_t other = 0; other < 70; ++other) {
+      const std::string text = letters(length) + "=s=" + letters(other) + "\n\n";
+      CRegistryNode node;
+      ParseRegistryText(text, node);
+      EXPECT_EQ(WriteRegistryText(node), text);
+    }
+  }
+}
+
+TEST_F(RegistryWriterTest, WritesAStringThatWasReadAsTheSameLine) {
+  const std::string longest = "long=s=" + std::string(1016, 'x') + "\n";
+  for (const std::string& line : {std::string("[open=s=text\n"), std::string("=s=]\n"),
+                                  std::string("a=s=s=\n"), std::string("e=es=%a%]\n"), longest}) {
+    CRegistryNode node;
+    ParseRegistryText(line + "last=d=1\n", node);
+    EXPECT_TRUE(WriteRegistryText(node).find(line) != std::string::npos) << line;
+  }
 }
 
 }  // namespace
