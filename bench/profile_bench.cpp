@@ -12,10 +12,11 @@ void ReadOurs(benchmark::State& state) {
   const auto lines = static_cast<int>(state.range(0));
   const BenchFile file(ProfileText(lines));
   const std::string key = ProfileKey(lines - 1);
+  const std::string section = LastProfileSection(lines);
   char value[64];
   for (auto _ : state) {
-    if (GetPrivateProfileString(LastProfileSection(lines).c_str(), key.c_str(), nullptr, value,
-                                sizeof value, file.GetPath().c_str()) == 0) {
+    if (GetPrivateProfileString(section.c_str(), key.c_str(), nullptr, value, sizeof value,
+                                file.GetPath().c_str()) == 0) {
       state.SkipWithError("not found");
     }
     benchmark::DoNotOptimize(value);

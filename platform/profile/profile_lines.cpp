@@ -14,6 +14,8 @@ namespace {
 constexpr size_t BLOCK_SIZE = 32768;
 constexpr size_t LONGEST_PIECE = CProfileLines::LINE_SIZE - 1;
 
+std::string_view UpToNul(std::string_view line) { return line.substr(0, line.find('\0')); }
+
 }  // namespace
 
 CProfileLines::CProfileLines(int descriptor)
@@ -22,6 +24,60 @@ CProfileLines::CProfileLines(int descriptor)
 }
 
 bool CProfileLines::Next(std::string_view& line) {
+  if (!NextPiece(line)) {
+    return false;
+  }
+  if (HasNul()) {
+    line = UpToNul(line);
+  }
+  return true;
+}
+
+// Most of a file is other sections, and "[" is rare.
+bool CProfileLines::NextHeader(std::string_view& line, std::string_view name) {
+  for (;;) {
+    const std::string_view rest = GetRest();
+    size_t position = rest.find('[');
+    while (position < rest.size() && !rest.substr(position + 1).starts_with(name)) {
+      position = rest.find('[', position + 1);
+    }
+    SkipLines(rest.substr(0, position));
+    if (!NextPiece(line)) {
+      return false;
+    }
+    line = UpToNul(line);
+    const std::string_view start = TrimProfileStart(line);
+    if (start.starts_with('[') && start.substr(1).starts_with(name)) {
+      return true;
+    }
+  }
+}
+
+// Looks no further than a few lines at a time: what it finds may be no entry, and the next line
+// would be looked at from its beginning on again.
+bool CProfileLines::NextEntry(std::string_view& line, std::string_view key) {
+  for (;;) {
+    const std::string_view rest = GetRest().substr(0, LINE_SIZE);
+    const std::string_view others = rest.substr(0, rest.find('['));
+    SkipLines(others.substr(0, others.find(key)));
+    if (!NextPiece(line)) {
+      return false;
+    }
+    line = UpToNul(line);
+    const std::string_view start = TrimProfileStart(line);
+    if (start.starts_with('[') || start.starts_with(key)) {
+      return true;
+    }
+  }
+}
+
+// Skips the lines that end in `text`, the beginning of the rest.
+void CProfileLines::SkipLines(std::string_view text) {
+  m_nBegin += text.rfind('\n') + 1;  // none is the position before 0
+}
+
+// Gives the next line, with all of its bytes.
+bool CProfileLines::NextPiece(std::string_view& line) {
   for (;;) {
     const char* const begin = m_pBlock.get() + m_nBegin;
     const size_t length = std::min(m_nEnd - m_nBegin, LONGEST_PIECE);
@@ -40,23 +96,17 @@ bool CProfileLines::Next(std::string_view& line) {
     ReadOn();
   }
   m_nBegin += line.size();
-  if (m_bHasNul) {
-    line = line.substr(0, line.find('\0'));
-  }
   return true;
 }
 
-// Most of a file is other sections, and "[" is rare: from there it goes back to where its line
-// begins, or in its absence to where the last line of the block does.
-bool CProfileLines::NextHeader(std::string_view& line) {
-  while (Next(line)) {
-    if (TrimProfileStart(line).starts_with('[')) {
-      return true;
-    }
-    const std::string_view rest(m_pBlock.get() + m_nBegin, m_nEnd - m_nBegin);
-    m_nBegin += rest.substr(0, rest.find('[')).rfind('\n') + 1;  // none is the position before 0
+// Whether a NUL byte is in this or was in an earlier block. Most files hold none, and no line is
+// searched then.
+bool CProfileLines::HasNul() {
+  if (!m_bHasNul && m_nSearched < m_nEnd) {
+    m_bHasNul = std::memchr(m_pBlock.get() + m_nSearched, '\0', m_nEnd - m_nSearched) != nullptr;
+    m_nSearched = m_nEnd;
   }
-  return false;
+  return m_bHasNul;
 }
 
 // Moves the rest of the block, less than a piece, to its front and fills it up.
@@ -66,6 +116,7 @@ void CProfileLines::ReadOn() {
   m_nBlockOffset += static_cast<off_t>(m_nBegin);
   m_nBegin = 0;
   m_nEnd = rest;
+  m_nSearched = 0;
   const ssize_t length = RetryInterrupted(
       [&] { return read(m_nDescriptor, m_pBlock.get() + rest, BLOCK_SIZE - rest); });
   if (length < 0) {
@@ -73,8 +124,6 @@ void CProfileLines::ReadOn() {
     return;
   }
   m_bAtEnd = length == 0;
-  m_bHasNul =
-      m_bHasNul || std::memchr(m_pBlock.get() + rest, '\0', static_cast<size_t>(length)) != nullptr;
   m_nEnd += static_cast<size_t>(length);
 }
 

@@ -23,8 +23,11 @@ class CProfileLines {
   // end of the file, and when the file cannot be read any further.
   bool Next(std::string_view& line);
 
-  // As Next(), but skips lines in which another character than "[" comes first, white space aside.
-  bool NextHeader(std::string_view& line);
+  // As Next(), but gives the next line that begins, white space aside, with "[" and `name`.
+  bool NextHeader(std::string_view& line, std::string_view name);
+
+  // As Next(), but gives the next line that begins, white space aside, with `key` or "[".
+  bool NextEntry(std::string_view& line, std::string_view key);
 
   // The offset just after the last line that was given.
   off_t GetOffset() const { return m_nBlockOffset + static_cast<off_t>(m_nBegin); }
@@ -33,14 +36,19 @@ class CProfileLines {
   bool HasFailed() const { return m_bFailed; }
 
  private:
+  bool NextPiece(std::string_view& line);
+  bool HasNul();
   void ReadOn();
+  std::string_view GetRest() const { return {m_pBlock.get() + m_nBegin, m_nEnd - m_nBegin}; }
+  void SkipLines(std::string_view text);
 
   const int m_nDescriptor;
   const std::unique_ptr<char[]> m_pBlock;
   size_t m_nBegin = 0;  // of the unread part of the block
   size_t m_nEnd = 0;
   off_t m_nBlockOffset = 0;  // of the block's first byte in the file
-  bool m_bHasNul = false;    // a NUL byte was seen in this or an earlier block
+  size_t m_nSearched = 0;    // bytes of the block that were searched for a NUL
+  bool m_bHasNul = false;    // one was found, here or in an earlier block
   bool m_bAtEnd = false;     // nothing is left to read
   bool m_bFailed = false;
 };

@@ -29,6 +29,12 @@ CProfileReader::CProfileReader(const char* section, const char* key, char* buffe
       m_pBuffer(buffer),
       m_nSize(size) {}
 
+bool CProfileReader::TakeNext(CProfileLines& lines) {
+  std::string_view line;
+  return (m_bInSection ? lines.NextEntry(line, m_strKey) : lines.NextHeader(line, m_strSection)) &&
+         TakeLine(line);
+}
+
 // A line that does not begin with the key cannot be its entry: most lines end there, unparsed.
 bool CProfileReader::TakeLine(std::string_view line) {
   line = TrimProfileStart(line);

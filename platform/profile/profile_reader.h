@@ -4,6 +4,8 @@
 #include <optional>
 #include <string_view>
 
+class CProfileLines;
+
 // Answers one query on a profile file: the value of a key, the names of the keys of a section, or
 // the names of the sections.
 //
@@ -16,10 +18,11 @@ class CProfileReader {
   // section.
   CProfileReader(const char* section, const char* key, char* buffer, uint32_t size);
 
-  // True while the answer depends on no other lines than headers.
-  bool SeeksHeader() const { return !m_bInSection; }
+  // Takes the next line that can change the answer. False when there is none, and when no further
+  // line can change it.
+  bool TakeNext(CProfileLines& lines);
 
-  // Takes the next line of the file. False when no further line can change the answer.
+  // Takes a line of the file, in their order. False when no further line can change the answer.
   bool TakeLine(std::string_view line);
 
   // Ends the answer in the buffer and returns the number of characters stored: of a value without

@@ -43,9 +43,7 @@ bool ReadAnswer(CProfileReader reader, const char* fileName, std::optional<uint3
   }
   const CFileLock lock(file.GetDescriptor(), CFileLock::Kind::SHARED, until);
   CProfileLines lines(file.GetDescriptor());
-  std::string_view line;
-  while ((reader.SeeksHeader() ? lines.NextHeader(line) : lines.Next(line)) &&
-         reader.TakeLine(line)) {
+  while (reader.TakeNext(lines)) {
   }
   if (lines.HasFailed()) {
     return false;

@@ -44,8 +44,11 @@ class CProfilePlace {
   // The strings stay the caller's and must outlive the object.
   CProfilePlace(const char* section, const char* key, const char* value);
 
-  // Takes the next line of the file, which ends before the offset `end`. Gives the change when it
-  // is known, and is not called again.
+  // True while only the header of the section matters: whatever stands before it stays as it is.
+  bool SeeksHeader() const { return !m_bInSection && !m_bRemoveSection; }
+
+  // Takes the next line of the file that matters, which ends before the offset `end`. Gives the
+  // change when it is known, and is not called again.
   std::optional<ProfileChange> TakeLine(std::string_view line, off_t end);
 
   // The change when no line gave one. `end` is the end of the file.
@@ -139,7 +142,7 @@ std::optional<ProfileChange> FindChange(int descriptor, const char* section, con
   CProfilePlace place(section, key, value);
   CProfileLines lines(descriptor);
   std::string_view line;
-  while (lines.Next(line)) {
+  while (place.SeeksHeader() ? lines.NextHeader(line, section) : lines.Next(line)) {
     if (const auto change = place.TakeLine(line, lines.GetOffset())) {
       return change;
     }

@@ -44,17 +44,27 @@ Lines LinesOf(const std::string& text) {
   return result;
 }
 
-Lines HeadersOf(const std::string& text) {
+using Next = bool (CProfileLines::*)(std::string_view& line, std::string_view start);
+
+Lines LinesWith(const std::string& text, Next next, std::string_view start) {
   const OpenProfile file(text);
   CProfileLines lines(file.Descriptor());
   Lines result;
   std::string_view line;
-  while (lines.NextHeader(line)) {
+  while ((lines.*next)(line, start)) {
     result.emplace_back(line);
   }
   EXPECT_FALSE(lines.HasFailed());
   EXPECT_EQ(lines.GetOffset(), static_cast<off_t>(text.size()));
   return result;
+}
+
+Lines HeadersOf(const std::string& text, std::string_view name = {}) {
+  return LinesWith(text, &CProfileLines::NextHeader, name);
+}
+
+Lines EntriesOf(const std::string& text, std::string_view key) {
+  return LinesWith(text, &CProfileLines::NextEntry, key);
 }
 
 TEST(ProfileLinesTest, GivesEachLineWithItsLineEnd) {
@@ -137,6 +147,55 @@ TEST(ProfileLinesTest, HeadersMayLieAnywhereInALargeFile) {
     return calls::read.Real(descriptor, buffer, std::min<size_t>(size, 700));
   });
   EXPECT_EQ(HeadersOf(text), expected);
+}
+
+TEST(ProfileLinesTest, NextHeaderSkipsHeadersOfOtherNames) {
+  EXPECT_EQ(HeadersOf("[a]\n[ab]\n [ab\nx[ab]\n[ [ab]\n[AB]\n", "ab"), (Lines{"[ab]\n", " [ab\n"}));
+  EXPECT_EQ(HeadersOf("[a]\n[a", "ab"), Lines());
+  EXPECT_EQ(HeadersOf("[a\0b]\n[ab\0]\n"s, "ab"), Lines{"[ab"});
+}
+
+TEST(ProfileLinesTest, NextEntrySkipsLinesThatBeginWithNeitherTheKeyNorABracket) {
+  EXPECT_EQ(EntriesOf("k\nkey=1\n \tkey\nx=key\nkeys=2\n\n;key\n [a]\nx[b]\nkey", "key"),
+            (Lines{"key=1\n", " \tkey\n", "keys=2\n", " [a]\n", "key"}));
+  EXPECT_EQ(EntriesOf("x\0key=1\nk\0ey=2\nkey\0=3\n\0[a]\n"s, "key"), Lines{"key"});
+  EXPECT_EQ(EntriesOf("a\nb\n", "key"), Lines());
+  EXPECT_EQ(EntriesOf("a\n\nb", ""), (Lines{"a\n", "\n", "b"}));
+}
+
+TEST(ProfileLinesTest, NextEntrySeesTheSamePieces) {
+  const std::string piece(1023, 'x');
+  EXPECT_EQ(EntriesOf(piece + "key\nkey\n", "key"), (Lines{"key\n", "key\n"}));
+  EXPECT_EQ(EntriesOf("y\n" + piece + piece + " key\n", "key"), Lines{" key\n"});
+  EXPECT_EQ(EntriesOf(piece.substr(1) + "key\nkey", "key"), Lines{"key"});
+  EXPECT_EQ(EntriesOf(piece.substr(2) + "\nkey", "key"), Lines{"key"});
+}
+
+TEST(ProfileLinesTest, EntriesMayLieAnywhereInALargeFile) {
+  Lines entries;
+  Lines headers;
+  std::string text;
+  for (size_t i = 0; text.size() < 200'000; ++i) {
+    text += std::string(i % 1021, i % 2 == 0 ? 'x' : 'k') + "\n" + (i % 3 == 0 ? "x[key\n" : "");
+    if (i % 7 == 0) {
+      headers.push_back("[name" + std::to_string(i) + "]\n");
+      text += headers.back();
+      entries.push_back(headers.back());
+    }
+    if (i % 5 == 0) {
+      entries.push_back("key" + std::to_string(i) + "\n");
+      text += entries.back();
+    }
+  }
+  size_t limit = 32'768;  // bytes for one read
+  const auto reads = calls::read.Answer([&limit](int descriptor, void* buffer, size_t size) {
+    return calls::read.Real(descriptor, buffer, std::min(size, limit));
+  });
+  for (const size_t next : {size_t{32'768}, size_t{700}, size_t{7}}) {
+    limit = next;
+    EXPECT_EQ(EntriesOf(text, "key"), entries);
+    EXPECT_EQ(HeadersOf(text, "name"), headers);
+  }
 }
 
 TEST(ProfileLinesTest, TellsTheOffsetBehindEachLine) {
