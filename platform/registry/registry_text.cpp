@@ -154,7 +154,7 @@ constexpr size_t BYTE_WIDTH = 3;  // two digits and a blank
 
 // Copies `size` bytes, which are SIZE to twice as many.
 template <size_t SIZE>
-void CopyEnds(char* target, const char* source, size_t size) {
+[[gnu::always_inline]] inline void CopyEnds(char* target, const char* source, size_t size) {
   std::array<char, SIZE> first;
   std::array<char, SIZE> last;
   std::memcpy(first.data(), source, SIZE);
