@@ -84,7 +84,7 @@ constexpr Row ROWS[] = {
      "registry: save 100,000 values, flushed",
      {{0.5, BEST_PEER}, {1.5, LIMIT}},
      "the files lie in memory, so that no disk is in the figures. The limit puts a flushed file with "
-     "the same bytes in the place of the old one, in 5 system calls. Ours makes the bytes, in 114 "
+     "the same bytes in the place of the old one, in 5 system calls. Ours makes the bytes, in 49 "
      "instructions for a value, and writes them 64 KiB at a time. It also keeps other processes out "
      "and the old file as a backup, and flushes the directory: 16 system calls and the writes."},
     {"registry_save_million", "registry: save 1,000,000 values in 1,000 keys, flushed", {}},
@@ -92,12 +92,12 @@ constexpr Row ROWS[] = {
      "profile string: read the last key of 1,000 lines",
      {{0.05, BEST_PEER}},
      "the limit opens, reads and closes the file, in 4 system calls. Ours also locks it, so that it "
-     "reads no half update: 6 system calls."},
+     "reads no half update: 6 system calls, which take four fifths of its time."},
     {"profile_write", "profile string: write a key into 1,000 lines", {{0.05, BEST_PEER}}},
     {"process_find",
      "find a process by name among 500",
      {{1.1, LIMIT}},
-     "the limit knows the processes, ours lists them first."},
+     "the limit knows the processes, ours lists them first, in 7 % of its time."},
     {"directory_remove", "remove 20,000 files in 200 directories", {{1.0, BEST_PEER}}},
     {"launch_small", "launch and wait, small host", {{1.1, "posix_spawn"}}},
     {"launch_big", "the same, host with 1 GiB of touched memory", {{1.1, "posix_spawn"}}},

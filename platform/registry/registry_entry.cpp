@@ -62,18 +62,18 @@ CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, size_t data
                                CRegistryArena* arena) {
   using Block = CRegistryArena::Block;
   static_assert(sizeof(Block) == alignof(Head));
-  Head head = {static_cast<uint16_t>(type), arena != nullptr, static_cast<uint32_t>(name.size()),
-               static_cast<uint32_t>(dataLength), 0};
-  const size_t size = SizeOf(head);
+  const auto nameLength = static_cast<uint32_t>(name.size());
+  const size_t size = SizeOf(type, nameLength, dataLength);
   void* piece = nullptr;
+  size_t offset = sizeof(Block);
   if (arena != nullptr) {
     piece = arena->Take(size);
-    head.offset = static_cast<uint32_t>(arena->m_nUsed - size);
+    offset = arena->m_nUsed - size;
   } else {
     piece = Block::Make(sizeof(Block) + size) + 1;
-    head.offset = sizeof(Block);
   }
-  m_pHead.reset(new (piece) Head(head));
+  m_pHead.reset(new (piece) Head{static_cast<uint16_t>(type), arena != nullptr, nameLength,
+                                 static_cast<uint32_t>(dataLength), static_cast<uint32_t>(offset)});
   name.copy(NameOf(*m_pHead), name.size());
   NameOf(*m_pHead)[name.size()] = '\0';
   if (type == REG_KEY) {
@@ -91,10 +91,9 @@ void CRegistryEntry::HeadDeleter::operator()(Head* head) const noexcept {
 }
 
 // With the padding that aligns the head of the next entry.
-size_t CRegistryEntry::SizeOf(const Head& head) {
-  const size_t payload =
-      head.type == REG_KEY ? alignof(Key) - 1 + sizeof(Key) : size_t{head.dataLength} + 1;
-  return AlignUp<alignof(Head)>(sizeof(Head) + head.nameLength + std::max(1 + payload, READABLE));
+size_t CRegistryEntry::SizeOf(uint32_t type, size_t nameLength, size_t dataLength) {
+  const size_t payload = type == REG_KEY ? alignof(Key) - 1 + sizeof(Key) : dataLength + 1;
+  return AlignUp<alignof(Head)>(sizeof(Head) + nameLength + std::max(1 + payload, READABLE));
 }
 
 std::shared_ptr<CRegistryNode>* CRegistryEntry::KeyOf(const Head& head) {

@@ -114,7 +114,7 @@ class CRegistryEntry {
   }
   static char* DataOf(const Head& head) { return NameOf(head) + head.nameLength + 1; }
   static std::shared_ptr<CRegistryNode>* KeyOf(const Head& head);
-  static size_t SizeOf(const Head& head);
+  static size_t SizeOf(uint32_t type, size_t nameLength, size_t dataLength);
 
   std::unique_ptr<Head, HeadDeleter> m_pHead;
 };
