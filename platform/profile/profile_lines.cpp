@@ -71,9 +71,12 @@ bool CProfileLines::NextEntry(std::string_view& line, std::string_view key) {
   }
 }
 
-// Skips the lines that end in `text`, the beginning of the rest.
+// Skips the lines that end in `text`, the beginning of the rest, and the whole pieces of a longer
+// line: given one by one, each would be searched with all that follows it in the block.
 void CProfileLines::SkipLines(std::string_view text) {
-  m_nBegin += text.rfind('\n') + 1;  // none is the position before 0
+  const size_t begin = text.rfind('\n') + 1;  // none is the position before 0
+  const size_t pieces = (text.size() - begin) / LONGEST_PIECE;
+  m_nBegin += begin + pieces * LONGEST_PIECE;
 }
 
 // Gives the next line, with all of its bytes.

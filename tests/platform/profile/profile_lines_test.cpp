@@ -130,6 +130,11 @@ TEST(ProfileLinesTest, NextHeaderSeesTheSamePieces) {
   EXPECT_EQ(HeadersOf(piece + "[a]\n[b]\n"), (Lines{"[a]\n", "[b]\n"}));
   EXPECT_EQ(HeadersOf("y\n" + piece + piece + " [a]\n"), Lines{" [a]\n"});
   EXPECT_EQ(HeadersOf(piece.substr(1) + "[a]\n[b]"), Lines{"[b]"});
+  EXPECT_EQ(HeadersOf("\n" + piece.substr(1) + "[[a]\n", "a"), Lines{"[a]\n"});
+  EXPECT_EQ(HeadersOf("\n\ny\n" + piece + "[a]\n", "a"), Lines{"[a]\n"});
+  EXPECT_EQ(HeadersOf("\n" + piece + piece + "x[a]1\n" + piece + piece + "[a]2\n", "a"),
+            Lines{"[a]2\n"});
+  EXPECT_EQ(HeadersOf("\n" + piece.substr(1)), Lines());
 }
 
 TEST(ProfileLinesTest, HeadersMayLieAnywhereInALargeFile) {
@@ -169,6 +174,7 @@ TEST(ProfileLinesTest, NextEntrySeesTheSamePieces) {
   EXPECT_EQ(EntriesOf("y\n" + piece + piece + " key\n", "key"), Lines{" key\n"});
   EXPECT_EQ(EntriesOf(piece.substr(1) + "key\nkey", "key"), Lines{"key"});
   EXPECT_EQ(EntriesOf(piece.substr(2) + "\nkey", "key"), Lines{"key"});
+  EXPECT_EQ(EntriesOf("\n" + piece + "key", "key"), Lines{"key"});
 }
 
 TEST(ProfileLinesTest, EntriesMayLieAnywhereInALargeFile) {
