@@ -119,6 +119,20 @@ TEST(ProfileLinesTest, ANulInAnEarlierBlockStillEndsItsLine) {
   EXPECT_EQ(LinesOf(block + "c\n").back(), "a");
 }
 
+TEST(ProfileLinesTest, ANulInALaterBlockEndsItsLine) {
+  EXPECT_EQ(LinesOf(std::string(32768, '\n') + "a\0b\n"s + std::string(32768, '\n'))[32768], "a");
+}
+
+TEST(ProfileLinesTest, ANulThatNextHeaderHasReadEndsALaterLine) {
+  const OpenProfile file(std::string(32761, '\n') + "[s]\na\0bc\n"s);
+  CProfileLines lines(file.Descriptor());
+  std::string_view line;
+  ASSERT_TRUE(lines.NextHeader(line, "s"));
+  EXPECT_EQ(line, "[s]\n");
+  ASSERT_TRUE(lines.Next(line));
+  EXPECT_EQ(line, "a");
+}
+
 TEST(ProfileLinesTest, NextHeaderSkipsLinesThatBeginWithAnythingButABracket) {
   EXPECT_EQ(HeadersOf("a\n[b]\n \t[c]\nx[d]\n;[e]\n\n[f"), (Lines{"[b]\n", " \t[c]\n", "[f"}));
   EXPECT_EQ(HeadersOf("x\0[a]\n[b]\n\0[c]\n"s), Lines{"[b]\n"});
