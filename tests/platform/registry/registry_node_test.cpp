@@ -319,6 +319,11 @@ TEST(RegistryNodeTest, KeyIsDeadBeforeItsEntriesAreFreed) {
   session.CallAt("CRegistryNode::deleteNode \"%s\"\n", [&] {
     ++lines;
     EXPECT_THAT(Names(node), IsEmpty());
+    std::string next = "b";
+    EXPECT_FALSE(node.ForEachFrom(next, [](const CRegistryEntry& entry) {
+      ADD_FAILURE() << entry.GetName();
+      return true;
+    }));
     EXPECT_EQ(Read(node, "b"), "(none)");
     EXPECT_EQ(node.OpenKey("c"), nullptr);
     Entries entries;

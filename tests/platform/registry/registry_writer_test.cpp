@@ -121,7 +121,7 @@ TEST_F(RegistryWriterTest, DataAreCutWhereTheLineWouldBeReadAsTwo) {
 TEST_F(RegistryWriterTest, LeavesOutWhatHasNoLineOfItsOwn) {
   const std::string longName(1021, 'n');
   m_oTop.CreateKey("key\n\n")->CreateKey("below");
-  m_oTop.CreateKey(longName + "n")->CreateKey("below");
+  m_oTop.CreateKey(std::string(1022, 'k'))->CreateKey("below");
   Put(m_oTop, CRegistryEntry::MakeString("value\n\n", REG_SZ, "x"));
   Put(m_oTop, CRegistryEntry::MakeString("[key]", REG_SZ, "x"));
   Put(m_oTop, CRegistryEntry::MakeString("[key", REG_SZ, "x]"));
@@ -263,6 +263,14 @@ TEST_F(RegistryPiecesTest, WritesNoValueTwiceWhenOthersComeAndGo) {
                 Lines(FIRST + IN_FIRST_PIECE + 1, END) + "\n\n");
 }
 
+TEST_F(RegistryPiecesTest, WritesTheSubkeysOfAllPiecesAfterTheValues) {
+  for (const char* name : {"0", "1100a", "2"}) {
+    m_pKey->CreateKey(name);
+  }
+  EXPECT_EQ(WriteRegistryText(m_oTop),
+            "[large]\n" + Lines(FIRST, END) + "[0]\n\n[1100a]\n\n[2]\n\n\n\n");
+}
+
 TEST_F(RegistryPiecesTest, EndsAKeyThatWasDeletedMeanwhile) {
   m_oTop.CreateKey("other");
   EXPECT_EQ(WrittenWith([&] { m_pKey->deleteNode(); }),
@@ -276,6 +284,26 @@ TEST_F(RegistryWriterTest, APieceMayEndWithTheLastValue) {
   std::vector<size_t> sizes;
   WriteRegistryText(m_oTop, [&](std::string_view piece) { sizes.push_back(piece.size()); });
   EXPECT_EQ(sizes, (std::vector<size_t>{65'536, 1}));
+}
+
+// A piece needs the most room then.
+TEST_F(RegistryWriterTest, LongestLinesMayBeginWithTheLastByteOfAPiece) {
+  const auto line = [](const std::string& name, size_t length) {
+    return name + "=s=" + std::string(length - name.size() - 4, 'x') + "\n";
+  };
+  std::string begin;
+  for (int value = 10; value < 73; ++value) {
+    begin += line(std::to_string(value), 1024);
+  }
+  begin += line("73", 1023);
+  const std::string value = line("74", 1024);
+  const std::string header = "[" + std::string(1021, '0') + "]\n";
+  for (const std::string& rest : {value + "\n", value + header + "\n\n", header + value + "\n\n",
+                                  header + header + "\n\n\n"}) {
+    CRegistryNode node;
+    ParseRegistryText(begin + rest, node);
+    EXPECT_EQ(WriteRegistryText(node), begin + rest);
+  }
 }
 
 TEST_F(RegistryWriterTest, PiecesEndInAllKindsOfLines) {
