@@ -210,16 +210,13 @@ class LineBuffer {
     }
   }
 
-  void HandOutRest(const RegistryTextSink& sink) {
-    sink({m_pBytes.get(), m_pEnd});
-    m_pEnd = m_pBytes.get();
-  }
+  void HandOutRest(const RegistryTextSink& sink) const { sink({m_pBytes.get(), m_pEnd}); }
 
  private:
   static constexpr size_t BLOCK_SIZE = 65'536;
 
-  // Of one block, and of the line that begins in it and may end in the next one.
-  const std::unique_ptr<char[]> m_pBytes{new char[BLOCK_SIZE + REGISTRY_LINE_LENGTH + 1]};
+  // Of one block, and of the line that begins with its last byte.
+  const std::unique_ptr<char[]> m_pBytes{new char[BLOCK_SIZE + REGISTRY_LINE_LENGTH]};
   char* m_pEnd = m_pBytes.get();
 };
 
