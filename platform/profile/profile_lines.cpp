@@ -14,6 +14,24 @@ namespace {
 constexpr size_t BLOCK_SIZE = 32768;
 constexpr size_t LONGEST_PIECE = CProfileLines::LINE_SIZE - 1;
 
+// As text.find(part). Names of one file often begin alike: their last characters are compared
+// first.
+size_t Find(std::string_view text, std::string_view part) {
+  if (part.empty()) {
+    return 0;
+  }
+  size_t position = text.find(part.front());
+  while (position < text.size()) {
+    const size_t last = position + part.size() - 1;
+    if (last < text.size() && text[last] == part.back() &&
+        text.substr(position).starts_with(part)) {
+      return position;
+    }
+    position = text.find(part.front(), position + 1);
+  }
+  return std::string_view::npos;
+}
+
 std::string_view UpToNul(std::string_view line) { return line.substr(0, line.find('\0')); }
 
 }  // namespace
@@ -59,7 +77,7 @@ bool CProfileLines::NextEntry(std::string_view& line, std::string_view key) {
   for (;;) {
     const std::string_view rest = GetRest().substr(0, LINE_SIZE);
     const std::string_view others = rest.substr(0, rest.find('['));
-    SkipLines(others.substr(0, others.find(key)));
+    SkipLines(others.substr(0, Find(others, key)));
     if (!NextPiece(line)) {
       return false;
     }
