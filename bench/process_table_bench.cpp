@@ -22,25 +22,25 @@ void FindOurs(benchmark::State& state) {
 BENCHMARK(FindOurs)->Name("process_find/ours")->Arg(PROCESSES)->UseRealTime();
 BENCHMARK(FindOurs)->Name("growth_process_find/ours")->Arg(20)->Arg(200)->Arg(2000)->UseRealTime();
 
-// The least that a search must do: open, read and close one file of each process.
+// The least that a search must do: list the processes, and open, read and close one file of each.
 void ReadAll(benchmark::State& state) {
   const SleepingProcesses processes(static_cast<int>(state.range(0)));
-  std::vector<std::string> paths;
-  DIR* directory = opendir("/proc");
-  while (const dirent* entry = readdir(directory)) {
-    if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9') {
-      paths.push_back(std::string(entry->d_name) + "/comm");
-    }
-  }
   for (auto _ : state) {
-    for (const std::string& path : paths) {
+    DIR* directory = opendir("/proc");
+    Require(directory != nullptr, "/proc");
+    while (const dirent* entry = readdir(directory)) {
+      if (entry->d_name[0] < '1' || entry->d_name[0] > '9') {
+        continue;
+      }
+      char path[32];
       char name[32];
-      const int file = openat(dirfd(directory), path.c_str(), O_RDONLY | O_CLOEXEC);
+      snprintf(path, sizeof path, "%.16s/comm", entry->d_name);
+      const int file = openat(dirfd(directory), path, O_RDONLY | O_CLOEXEC);
       benchmark::DoNotOptimize(read(file, name, sizeof name));
       close(file);
     }
+    closedir(directory);
   }
-  closedir(directory);
 }
 BENCHMARK(ReadAll)->Name("process_find/limit")->Arg(PROCESSES)->UseRealTime();
 
