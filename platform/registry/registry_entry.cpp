@@ -14,6 +14,7 @@ constinit const Key NO_KEY;
 
 // Bytes of the largest block for several entries.
 constexpr size_t LARGEST_BLOCK = 16'384;
+static_assert(LARGEST_BLOCK <= UINT16_MAX);  // the offset of an entry fits its head
 
 template <size_t alignment>
 size_t AlignUp(size_t size) {
@@ -72,8 +73,8 @@ CRegistryEntry::CRegistryEntry(std::string_view name, uint32_t type, size_t data
   } else {
     piece = Block::Make(sizeof(Block) + size) + 1;
   }
-  m_pHead.reset(new (piece) Head{static_cast<uint16_t>(type), arena != nullptr, nameLength,
-                                 static_cast<uint32_t>(dataLength), static_cast<uint32_t>(offset)});
+  m_pHead.reset(new (piece) Head{type, nameLength, static_cast<uint32_t>(dataLength),
+                                 static_cast<uint16_t>(offset), arena != nullptr});
   name.copy(NameOf(*m_pHead), name.size());
   NameOf(*m_pHead)[name.size()] = '\0';
   if (type == REG_KEY) {

@@ -97,11 +97,11 @@ class CRegistryEntry {
  private:
   // The name follows and a NUL, then the data and a NUL or, aligned, the pointer to the subkey.
   struct Head {
-    uint16_t type;
-    bool isFromText;
+    uint32_t type;
     uint32_t nameLength;
     uint32_t dataLength;
-    uint32_t offset;  // bytes from the beginning of the block
+    uint16_t offset;  // bytes from the beginning of the block
+    bool isFromText;
   };
   struct HeadDeleter {
     void operator()(Head* head) const noexcept;
