@@ -32,8 +32,6 @@ size_t Find(std::string_view text, std::string_view part) {
   return std::string_view::npos;
 }
 
-std::string_view UpToNul(std::string_view line) { return line.substr(0, line.find('\0')); }
-
 }  // namespace
 
 CProfileLines::CProfileLines(int descriptor)
@@ -42,63 +40,6 @@ CProfileLines::CProfileLines(int descriptor)
 }
 
 bool CProfileLines::Next(std::string_view& line) {
-  if (!NextPiece(line)) {
-    return false;
-  }
-  if (HasNul()) {
-    line = UpToNul(line);
-  }
-  return true;
-}
-
-// Most of a file is other sections, and "[" is rare.
-bool CProfileLines::NextHeader(std::string_view& line, std::string_view name) {
-  for (;;) {
-    const std::string_view rest = GetRest();
-    size_t position = rest.find('[');
-    while (position < rest.size() && !rest.substr(position + 1).starts_with(name)) {
-      position = rest.find('[', position + 1);
-    }
-    SkipLines(rest.substr(0, position));
-    if (!NextPiece(line)) {
-      return false;
-    }
-    line = UpToNul(line);
-    const std::string_view start = TrimProfileStart(line);
-    if (start.starts_with('[') && start.substr(1).starts_with(name)) {
-      return true;
-    }
-  }
-}
-
-// Looks no further than a few lines at a time: what it finds may be no entry, and the next line
-// would be looked at from its beginning on again.
-bool CProfileLines::NextEntry(std::string_view& line, std::string_view key) {
-  for (;;) {
-    const std::string_view rest = GetRest().substr(0, LINE_SIZE);
-    const std::string_view others = rest.substr(0, rest.find('['));
-    SkipLines(others.substr(0, Find(others, key)));
-    if (!NextPiece(line)) {
-      return false;
-    }
-    line = UpToNul(line);
-    const std::string_view start = TrimProfileStart(line);
-    if (start.starts_with('[') || start.starts_with(key)) {
-      return true;
-    }
-  }
-}
-
-// Skips the lines that end in `text`, the beginning of the rest, and the whole pieces of a longer
-// line: given one by one, each would be searched with all that follows it in the block.
-void CProfileLines::SkipLines(std::string_view text) {
-  const size_t begin = text.rfind('\n') + 1;  // none is the position before 0
-  const size_t pieces = (text.size() - begin) / LONGEST_PIECE;
-  m_nBegin += begin + pieces * LONGEST_PIECE;
-}
-
-// Gives the next line, with all of its bytes.
-bool CProfileLines::NextPiece(std::string_view& line) {
   for (;;) {
     const char* const begin = m_pBlock.get() + m_nBegin;
     const size_t length = std::min(m_nEnd - m_nBegin, LONGEST_PIECE);
@@ -117,17 +58,52 @@ bool CProfileLines::NextPiece(std::string_view& line) {
     ReadOn();
   }
   m_nBegin += line.size();
+  line = line.substr(0, line.find('\0'));
   return true;
 }
 
-// Whether a NUL byte is in this or was in an earlier block. Most files hold none, and no line is
-// searched then.
-bool CProfileLines::HasNul() {
-  if (!m_bHasNul && m_nSearched < m_nEnd) {
-    m_bHasNul = std::memchr(m_pBlock.get() + m_nSearched, '\0', m_nEnd - m_nSearched) != nullptr;
-    m_nSearched = m_nEnd;
+// Most of a file is other sections, and "[" is rare.
+bool CProfileLines::NextHeader(std::string_view& line, std::string_view name) {
+  for (;;) {
+    const std::string_view rest = GetRest();
+    size_t position = rest.find('[');
+    while (position < rest.size() && !rest.substr(position + 1).starts_with(name)) {
+      position = rest.find('[', position + 1);
+    }
+    SkipLines(rest.substr(0, position));
+    if (!Next(line)) {
+      return false;
+    }
+    const std::string_view start = TrimProfileStart(line);
+    if (start.starts_with('[') && start.substr(1).starts_with(name)) {
+      return true;
+    }
   }
-  return m_bHasNul;
+}
+
+// Looks no further than a few lines at a time: what it finds may be no entry, and the next line
+// would be looked at from its beginning on again.
+bool CProfileLines::NextEntry(std::string_view& line, std::string_view key) {
+  for (;;) {
+    const std::string_view rest = GetRest().substr(0, LINE_SIZE);
+    const std::string_view others = rest.substr(0, rest.find('['));
+    SkipLines(others.substr(0, Find(others, key)));
+    if (!Next(line)) {
+      return false;
+    }
+    const std::string_view start = TrimProfileStart(line);
+    if (start.starts_with('[') || start.starts_with(key)) {
+      return true;
+    }
+  }
+}
+
+// Skips the lines that end in `text`, the beginning of the rest, and the whole pieces of a longer
+// line: given one by one, each would be searched with all that follows it in the block.
+void CProfileLines::SkipLines(std::string_view text) {
+  const size_t begin = text.rfind('\n') + 1;  // none is the position before 0
+  const size_t pieces = (text.size() - begin) / LONGEST_PIECE;
+  m_nBegin += begin + pieces * LONGEST_PIECE;
 }
 
 // Moves the rest of the block, less than a piece, to its front and fills it up.
@@ -137,7 +113,6 @@ void CProfileLines::ReadOn() {
   m_nBlockOffset += static_cast<off_t>(m_nBegin);
   m_nBegin = 0;
   m_nEnd = rest;
-  m_nSearched = 0;
   const ssize_t length = RetryInterrupted(
       [&] { return read(m_nDescriptor, m_pBlock.get() + rest, BLOCK_SIZE - rest); });
   if (length < 0) {

@@ -36,8 +36,6 @@ class CProfileLines {
   bool HasFailed() const { return m_bFailed; }
 
  private:
-  bool NextPiece(std::string_view& line);
-  bool HasNul();
   void ReadOn();
   std::string_view GetRest() const { return {m_pBlock.get() + m_nBegin, m_nEnd - m_nBegin}; }
   void SkipLines(std::string_view text);
@@ -47,8 +45,6 @@ class CProfileLines {
   size_t m_nBegin = 0;  // of the unread part of the block
   size_t m_nEnd = 0;
   off_t m_nBlockOffset = 0;  // of the block's first byte in the file
-  size_t m_nSearched = 0;    // bytes of the block that were searched for a NUL
-  bool m_bHasNul = false;    // one was found, here or in an earlier block
   bool m_bAtEnd = false;     // nothing is left to read
   bool m_bFailed = false;
 };

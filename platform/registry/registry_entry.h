@@ -84,7 +84,7 @@ class CRegistryEntry {
 
   uint32_t GetType() const { return m_pHead->type; }
   bool IsKey() const { return GetType() == REG_KEY; }
-  // True when it was read from a registry text, and a string can be written as it is.
+  // True when it was read from a line of a registry text, which a string makes again.
   bool IsFromText() const { return m_pHead->isFromText; }
   int32_t GetInteger() const;
 

@@ -297,7 +297,8 @@ void WriteBinary(const CRegistryEntry& entry, LineBuffer& lines) {
 // Writes the line of the value, unless it could not be read back.
 void WriteValue(const CRegistryEntry& entry, LineBuffer& lines) {
   switch (entry.GetType()) {
-    [[likely]] case REG_SZ : return WriteString(entry, "=s=", lines);
+    case REG_SZ:
+      [[likely]] return WriteString(entry, "=s=", lines);
     case REG_EXPAND_SZ:
       return WriteString(entry, "=es=", lines);
     case REG_DWORD:

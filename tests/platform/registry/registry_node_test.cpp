@@ -6,40 +6,18 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/trace_session.h"
+#include "tests/platform/registry/registry_node_fixture.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-using Stored = CRegistryNode::Stored;
 
-using Entries = std::vector<CRegistryEntry>;
-
-CRegistryEntry Text(std::string_view name, std::string_view text = "text") {
-  return CRegistryEntry::MakeString(name, REG_SZ, text);
-}
-
-Stored Put(CRegistryNode& node, CRegistryEntry entry) {
-  Entries replaced;
-  return node.Store(std::move(entry), replaced);
-}
-
-// The text of the value, "(none)" when it cannot be read.
-std::string Read(CRegistryNode& node, std::string_view name) {
-  RegistryValue value;
-  return node.ReadValue(name, value) ? value.bytes.c_str() : "(none)";
-}
-
-std::vector<std::string> Names(CRegistryNode& node) {
-  std::vector<std::string> names;
-  node.ForEach([&](const CRegistryEntry& entry) { names.emplace_back(entry.GetName()); });
-  return names;
-}
+class RegistryNodeTest : public RegistryNodeFixture {};
 
 // Names are compared by several bytes at a time.
-TEST(RegistryNodeTest, TellsLongNamesApartByAnyByte) {
+TEST_F(RegistryNodeTest, TellsLongNamesApartByAnyByte) {
   std::vector<std::string> names = {std::string(40, 'm')};
   for (size_t position = 0; position < names[0].size(); ++position) {
     for (const char other : {'a', '\xE4'}) {
@@ -58,7 +36,7 @@ TEST(RegistryNodeTest, TellsLongNamesApartByAnyByte) {
   }
 }
 
-TEST(RegistryNodeTest, KeepsValuesAndSubkeysInByteOrder) {
+TEST_F(RegistryNodeTest, KeepsValuesAndSubkeysInByteOrder) {
   CRegistryNode node;
   for (const char* name : {"b", "a", "\xC3\xA4", "B", "ab", "", "a b", "1"}) {
     EXPECT_EQ(Put(node, Text(name)), Stored::ADDED) << name;
@@ -68,7 +46,7 @@ TEST(RegistryNodeTest, KeepsValuesAndSubkeysInByteOrder) {
   EXPECT_THAT(Names(node), ElementsAre("", "1", "B", "Z", "a", "a b", "aa", "ab", "b", "\xC3\xA4"));
 }
 
-TEST(RegistryNodeTest, NamesAreCaseSensitive) {
+TEST_F(RegistryNodeTest, NamesAreCaseSensitive) {
   CRegistryNode node;
   Put(node, Text("name", "lower"));
   Put(node, Text("NAME", "upper"));
@@ -77,7 +55,7 @@ TEST(RegistryNodeTest, NamesAreCaseSensitive) {
   EXPECT_EQ(Read(node, "Name"), "(none)");
 }
 
-TEST(RegistryNodeTest, FindsEachOfManyEntries) {
+TEST_F(RegistryNodeTest, FindsEachOfManyEntries) {
   CRegistryNode node;
   for (int index = 0; index < 100; ++index) {
     Put(node, Text(std::to_string(index * 37 % 100), std::to_string(index * 37 % 100)));
@@ -88,7 +66,7 @@ TEST(RegistryNodeTest, FindsEachOfManyEntries) {
   EXPECT_THAT(Names(node), SizeIs(100));
 }
 
-TEST(RegistryNodeTest, ReadValueGivesTypeAndBytes) {
+TEST_F(RegistryNodeTest, ReadValueGivesTypeAndBytes) {
   CRegistryNode node;
   Put(node, Text("text", ""));
   Put(node, CRegistryEntry::MakeBinary("bytes", "ab"));
@@ -106,13 +84,13 @@ TEST(RegistryNodeTest, ReadValueGivesTypeAndBytes) {
   EXPECT_EQ(*reinterpret_cast<const int32_t*>(value.bytes.data()), 0x01020304);
 }
 
-TEST(RegistryNodeTest, ReadValueDoesNotReadSubkeys) {
+TEST_F(RegistryNodeTest, ReadValueDoesNotReadSubkeys) {
   CRegistryNode node;
   node.CreateKey("key");
   EXPECT_EQ(Read(node, "key"), "(none)");
 }
 
-TEST(RegistryNodeTest, StoreHandsTheReplacedEntryOut) {
+TEST_F(RegistryNodeTest, StoreHandsTheReplacedEntryOut) {
   CRegistryNode node;
   const auto key = node.CreateKey("name");
   Entries replaced;
@@ -124,7 +102,7 @@ TEST(RegistryNodeTest, StoreHandsTheReplacedEntryOut) {
 }
 
 // The key that was opened last is looked for where it was.
-TEST(RegistryNodeTest, OpenKeyFindsAKeyThatHasMoved) {
+TEST_F(RegistryNodeTest, OpenKeyFindsAKeyThatHasMoved) {
   CRegistryNode node;
   const auto key = node.CreateKey("m");
   EXPECT_EQ(node.OpenKey("m"), key);
@@ -137,7 +115,7 @@ TEST(RegistryNodeTest, OpenKeyFindsAKeyThatHasMoved) {
   EXPECT_EQ(node.OpenKey("m"), nullptr);
 }
 
-TEST(RegistryNodeTest, CreateKeyOpensAnExistingKey) {
+TEST_F(RegistryNodeTest, CreateKeyOpensAnExistingKey) {
   CRegistryNode node;
   const auto key = node.CreateKey("name");
   ASSERT_NE(key, nullptr);
@@ -145,7 +123,7 @@ TEST(RegistryNodeTest, CreateKeyOpensAnExistingKey) {
   EXPECT_EQ(node.OpenKey("name"), key);
 }
 
-TEST(RegistryNodeTest, KeysAreNotOpenedUnderTheNameOfAValue) {
+TEST_F(RegistryNodeTest, KeysAreNotOpenedUnderTheNameOfAValue) {
   CRegistryNode node;
   Put(node, Text("name"));
   EXPECT_EQ(node.OpenKey("name"), nullptr);
@@ -154,7 +132,7 @@ TEST(RegistryNodeTest, KeysAreNotOpenedUnderTheNameOfAValue) {
   EXPECT_EQ(Read(node, "name"), "text");
 }
 
-TEST(RegistryNodeTest, AddKeyIfMissingLeavesAKeyAndReplacesAnythingElse) {
+TEST_F(RegistryNodeTest, AddKeyIfMissingLeavesAKeyAndReplacesAnythingElse) {
   CRegistryNode node;
   EXPECT_TRUE(node.AddKeyIfMissing("key"));
   const auto key = node.OpenKey("key");
@@ -172,7 +150,7 @@ TEST(RegistryNodeTest, AddKeyIfMissingLeavesAKeyAndReplacesAnythingElse) {
   EXPECT_THAT(Names(node), ElementsAre("a", "key", "value"));
 }
 
-TEST(RegistryNodeTest, RemoveHandsTheEntryOut) {
+TEST_F(RegistryNodeTest, RemoveHandsTheEntryOut) {
   CRegistryNode node;
   Put(node, Text("a"));
   Put(node, Text("b"));
@@ -186,7 +164,7 @@ TEST(RegistryNodeTest, RemoveHandsTheEntryOut) {
   EXPECT_THAT(Names(node), ElementsAre("a", "c"));
 }
 
-TEST(RegistryNodeTest, DeleteKeyLeavesAnEntryThatOpensAsADeadKey) {
+TEST_F(RegistryNodeTest, DeleteKeyLeavesAnEntryThatOpensAsADeadKey) {
   CRegistryNode node;
   const auto key = node.CreateKey("key");
   std::shared_ptr<CRegistryNode> deleted;
@@ -202,7 +180,7 @@ TEST(RegistryNodeTest, DeleteKeyLeavesAnEntryThatOpensAsADeadKey) {
   EXPECT_EQ(deleted, nullptr);
 }
 
-TEST(RegistryNodeTest, DeletedKeyComesBackThroughCreateKey) {
+TEST_F(RegistryNodeTest, DeletedKeyComesBackThroughCreateKey) {
   CRegistryNode node;
   const auto key = node.CreateKey("key");
   std::shared_ptr<CRegistryNode> deleted;
@@ -214,7 +192,7 @@ TEST(RegistryNodeTest, DeletedKeyComesBackThroughCreateKey) {
   EXPECT_EQ(Put(*again, Text("name")), Stored::ADDED);
 }
 
-TEST(RegistryNodeTest, DeleteKeyDeletesSubkeysOnly) {
+TEST_F(RegistryNodeTest, DeleteKeyDeletesSubkeysOnly) {
   CRegistryNode node;
   Put(node, Text("value"));
   std::shared_ptr<CRegistryNode> deleted;
@@ -223,7 +201,7 @@ TEST(RegistryNodeTest, DeleteKeyDeletesSubkeysOnly) {
   EXPECT_EQ(Read(node, "value"), "text");
 }
 
-TEST(RegistryNodeTest, StoreAllSortsAndKeepsTheLastOfEachName) {
+TEST_F(RegistryNodeTest, StoreAllSortsAndKeepsTheLastOfEachName) {
   CRegistryNode node;
   Entries entries;
   for (const auto& [name, text] :
@@ -239,7 +217,7 @@ TEST(RegistryNodeTest, StoreAllSortsAndKeepsTheLastOfEachName) {
   EXPECT_THAT(replaced, SizeIs(3));
 }
 
-TEST(RegistryNodeTest, StoreAllReplacesWhatIsThereAndKeepsTheRest) {
+TEST_F(RegistryNodeTest, StoreAllReplacesWhatIsThereAndKeepsTheRest) {
   CRegistryNode node;
   const auto key = node.CreateKey("b");
   Put(node, Text("c", "old"));
@@ -259,134 +237,7 @@ TEST(RegistryNodeTest, StoreAllReplacesWhatIsThereAndKeepsTheRest) {
   EXPECT_EQ(replaced[0].GetKey(), key);
 }
 
-TEST(RegistryNodeTest, DeadKeyIsEmptyAndStoresNothing) {
-  CRegistryNode node;
-  Put(node, Text("name"));
-  node.CreateKey("key");
-  node.deleteNode();
-  EXPECT_THAT(Names(node), IsEmpty());
-  EXPECT_EQ(Read(node, "name"), "(none)");
-  EXPECT_EQ(node.OpenKey("key"), nullptr);
-  EXPECT_EQ(node.CreateKey("new"), nullptr);
-  EXPECT_EQ(Put(node, Text("new")), Stored::REFUSED);
-  Entries entries;
-  entries.push_back(Text("new"));
-  Entries others;
-  node.StoreAll(std::move(entries), others);
-  EXPECT_FALSE(node.Remove("name", others));
-  std::shared_ptr<CRegistryNode> deleted;
-  EXPECT_FALSE(node.DeleteKey("key", deleted));
-  EXPECT_THAT(Names(node), IsEmpty());
-}
-
-TEST(RegistryNodeTest, DeleteNodeKillsEverythingBelow) {
-  CRegistryNode node;
-  const auto outer = node.CreateKey("outer");
-  const auto inner = outer->CreateKey("inner");
-  Put(*inner, Text("name"));
-  node.deleteNode();
-  for (const auto& key : {outer, inner}) {
-    EXPECT_THAT(Names(*key), IsEmpty());
-    EXPECT_EQ(Put(*key, Text("name")), Stored::REFUSED);
-  }
-}
-
-TEST(RegistryNodeTest, DeleteNodeTracesInnerEntriesBeforeTheirKey) {
-  CRegistryNode node;
-  Put(*node.CreateKey("b")->CreateKey("c"), Text("d"));
-  Put(*node.OpenKey("b"), Text("e"));
-  Put(node, CRegistryEntry::MakeBinary("a", ""));
-  Put(node, CRegistryEntry::MakeInteger("number", 1));
-  std::shared_ptr<CRegistryNode> deleted;
-  node.CreateKey("gone");
-  node.DeleteKey("gone", deleted);
-  const TraceSession session(2);
-  node.deleteNode();
-  EXPECT_THAT(session.Texts(),
-              ElementsAre("CRegistryNode::deleteNode \"a\"\n", "CRegistryNode::deleteNode \"d\"\n",
-                          "CRegistryNode::deleteNode \"c\"\n", "CRegistryNode::deleteNode \"e\"\n",
-                          "CRegistryNode::deleteNode \"b\"\n"));
-}
-
-TEST(RegistryNodeTest, KeyIsDeadBeforeItsEntriesAreFreed) {
-  CRegistryNode node;
-  Put(node, Text("a"));
-  Put(node, Text("b"));
-  node.CreateKey("c");
-  EXPECT_NE(node.OpenKey("c"), nullptr);
-  TraceSession session(2);
-  int lines = 0;
-  session.CallAt("CRegistryNode::deleteNode \"%s\"\n", [&] {
-    ++lines;
-    EXPECT_THAT(Names(node), IsEmpty());
-    std::string next = "b";
-    EXPECT_FALSE(node.ForEachFrom(next, [](const CRegistryEntry& entry) {
-      ADD_FAILURE() << entry.GetName();
-      return true;
-    }));
-    EXPECT_EQ(Read(node, "b"), "(none)");
-    EXPECT_EQ(node.OpenKey("c"), nullptr);
-    Entries entries;
-    entries.push_back(Text("d"));
-    Entries others;
-    node.StoreAll(std::move(entries), others);
-    EXPECT_EQ(Put(node, Text("e")), Stored::REFUSED);
-    EXPECT_FALSE(node.Remove("b", others));
-    std::shared_ptr<CRegistryNode> deleted;
-    EXPECT_FALSE(node.DeleteKey("c", deleted));
-    node.deleteNode();
-  });
-  node.deleteNode();
-  EXPECT_EQ(lines, 3);
-}
-
-TEST(RegistryNodeTest, ClearKillsEverythingBelowAndLeavesTheKeyAlive) {
-  CRegistryNode node;
-  const auto outer = node.CreateKey("outer");
-  const auto inner = outer->CreateKey("inner");
-  const TraceSession session(5);
-  node.Clear();
-  EXPECT_THAT(session.Lines(), IsEmpty());
-  EXPECT_THAT(Names(node), IsEmpty());
-  EXPECT_EQ(Put(node, Text("name")), Stored::ADDED);
-  EXPECT_EQ(Put(*outer, Text("name")), Stored::REFUSED);
-  EXPECT_EQ(Put(*inner, Text("name")), Stored::REFUSED);
-}
-
-TEST(RegistryNodeTest, EndOfAKeyKillsWhatIsBelow) {
-  auto outer = std::make_shared<CRegistryNode>();
-  const auto inner = outer->CreateKey("middle")->CreateKey("inner");
-  Put(*inner, Text("name"));
-  outer.reset();
-  EXPECT_EQ(Read(*inner, "name"), "(none)");
-  EXPECT_EQ(Put(*inner, Text("name")), Stored::REFUSED);
-}
-
-TEST(RegistryNodeTest, DeepTreesAreFreedWithoutRecursion) {
-  for (const bool isDeleted : {false, true}) {
-    CRegistryNode top;
-    std::shared_ptr<CRegistryNode> key = top.CreateKey("key");
-    for (int depth = 0; depth < 100'000; ++depth) {
-      key = key->CreateKey("key");
-    }
-    if (isDeleted) {
-      top.deleteNode();
-    }
-  }
-}
-
-TEST(RegistryNodeTest, KillRegistryKeysKillsTheKeysAmongTheEntries) {
-  CRegistryNode node;
-  const auto key = node.CreateKey("key");
-  Put(node, Text("value"));
-  Entries removed;
-  node.Remove("key", removed);
-  node.Remove("value", removed);
-  KillRegistryKeys(removed);
-  EXPECT_EQ(Put(*key, Text("name")), Stored::REFUSED);
-}
-
-TEST(RegistryNodeTest, VisitsEntriesInPartsFromANameOn) {
+TEST_F(RegistryNodeTest, VisitsEntriesInPartsFromANameOn) {
   CRegistryNode node;
   std::vector<std::string> names;
   const auto visit = [&](std::string& next, size_t count) {

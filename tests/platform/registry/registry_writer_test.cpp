@@ -26,6 +26,20 @@ class RegistryWriterTest : public ::testing::Test {
     return WriteRegistryText(node);
   }
 
+  // That the tree is written as `text`, in pieces of one size and what is left.
+  void ExpectPiecesOf(const std::string& text) {
+    std::string written;
+    std::vector<size_t> sizes;
+    WriteRegistryText(m_oTop, [&](std::string_view piece) {
+      written += piece;
+      sizes.push_back(piece.size());
+    });
+    EXPECT_EQ(written, text);
+    std::vector<size_t> expected(text.size() / 65'536, 65'536);
+    expected.push_back(text.size() % 65'536);
+    EXPECT_EQ(sizes, expected);
+  }
+
   CRegistryNode m_oTop;
 };
 
@@ -170,16 +184,9 @@ TEST_F(RegistryWriterTest, PiecesOfOneSizeMakeTheWholeText) {
     }
     expected += "\n";
   }
-  std::string written;
-  std::vector<size_t> sizes;
-  WriteRegistryText(m_oTop, [&](std::string_view piece) {
-    written += piece;
-    sizes.push_back(piece.size());
-  });
-  EXPECT_EQ(written, expected + "\n");
-  ASSERT_GT(sizes.size(), 4U);
-  sizes.pop_back();  // what is left
-  EXPECT_EQ(sizes, std::vector(sizes.size(), size_t{65'536}));
+  expected += "\n";
+  ASSERT_GT(expected.size(), 4 * 65'536U);
+  ExpectPiecesOf(expected);
 }
 
 // The sink may take its time, for instance when it writes to a disk.
@@ -313,15 +320,7 @@ TEST_F(RegistryWriterTest, PiecesEndInAllKindsOfLines) {
     m_oTop.CreateKey(name)->CreateKey("inner");
     expected += "[" + name + "]\n[inner]\n\n\n";
   }
-  std::string written;
-  std::vector<size_t> sizes;
-  WriteRegistryText(m_oTop, [&](std::string_view piece) {
-    written += piece;
-    sizes.push_back(piece.size());
-  });
-  EXPECT_EQ(written, expected + "\n");
-  sizes.pop_back();
-  EXPECT_EQ(sizes, std::vector(written.size() / 65'536, size_t{65'536}));
+  ExpectPiecesOf(expected + "\n");
 }
 
 // They are copied in words.
